@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <utility>
+#include <vector>
+
+namespace net {
+
+/// Header fields in order; names compare without case.
+class Http_Headers {
+ public:
+  void set(std::string_view name, std::string_view value);
+  /// Null when there is no such field.
+  [[nodiscard]] const std::string* find(std::string_view name) const;
+  [[nodiscard]] const std::vector<std::pair<std::string, std::string>>& all() const { return fields_; }
+
+ private:
+  std::vector<std::pair<std::string, std::string>> fields_;
+};
+
+/// Gives a body piece by piece. read returns the bytes stored, 0 at the end, -1 on failure (the exchange is then given
+/// up and the peer sees a body that was cut, never one that looks whole).
+class Body_Source {
+ public:
+  virtual ~Body_Source() = default;
+  virtual ssize_t read(char* buffer, std::size_t size) = 0;
+  /// Total size where it is known before.
+  [[nodiscard]] virtual std::optional<std::uint64_t> size() const { return std::nullopt; }
+};
+
+/// Takes a body piece by piece; false gives the exchange up.
+class Body_Sink {
+ public:
+  virtual ~Body_Sink() = default;
+  virtual bool write(const char* data, std::size_t size) = 0;
+};
+
+struct Http_Request {
+  std::string method = "GET";
+  std::string target;  ///< path with query, percent-encoded
+  Http_Headers headers;
+  std::string body;
+  Body_Source* body_source = nullptr;  ///< when set, streamed instead of `body`; not owned
+};
+
+struct Http_Response {
+  unsigned status = 0;
+  Http_Headers headers;
+  std::string body;
+};
+
+constexpr std::size_t http_body_limit_bytes = 16U << 20;
+
+}  // namespace net
