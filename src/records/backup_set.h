@@ -51,7 +51,8 @@ class Backup_Set {
   [[nodiscard]] const std::vector<Backup_Piece>& pieces() const { return pieces_; }
   [[nodiscard]] const std::vector<Backup_Set_Storage>& storages() const { return storages_; }
 
-  /// The record as it is committed.
+  /// The record as it is committed. A module's set adds its own keys. The pieces are not repeated in it: the files of
+  /// the module's record name the same objects.
   [[nodiscard]] virtual json_spirit::Object to_record() const;
 
  private:

@@ -1,0 +1,27 @@
+#pragma once
+
+namespace sap_hana {
+
+/// Every job alert of this module has one class and one level.
+constexpr unsigned long alert_class = 7;
+constexpr long alert_level = 1;
+
+/// Which step of a job failed. The numbers are known to backupd and to whoever reads its alerts.
+enum Alert_Code : unsigned long {
+  ALERT_PREPARE_BACKINT = 1,
+  ALERT_INIT_HDBSQL = 2,
+  ALERT_START_TENANT = 3,  ///< parameter "database"
+  ALERT_COLLECT_SOURCE = 5,
+  ALERT_RESOURCE_INFO = 6,
+  ALERT_BACKINT_CONFIGURATION = 7,
+  ALERT_EXECUTE_BACKUP = 8,
+  ALERT_UPDATE_METADATA = 13,
+  ALERT_SAVE_CATALOG = 45
+};
+
+enum Alert_Flags : unsigned long {
+  ALERT_FLAGS_NONE = 0,
+  ALERT_FLAGS_CATALOG = 0x100000000000  ///< HANA holds the backup, backupd does not know it
+};
+
+}  // namespace sap_hana
