@@ -74,6 +74,9 @@ class Client_IO_Ex {
   struct Transport;
 
  private:
+  [[nodiscard]] bool check(const std::string& path, bool root_allowed);
+  bool keep_failure(bool ok);
+
   Client_IO_Options options_;
   std::unique_ptr<Transport> transport_;
   std::string error_;
