@@ -1,0 +1,57 @@
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/process_runner.h"
+
+namespace support {
+
+/// What a scripted child does.
+struct Scripted_Child {
+  std::string standard_output;
+  std::string standard_error;
+  int code = 0;
+  int signal = 0;
+  int start_error = 0;           ///< errno of a start that fails
+  bool idle = false;             ///< on_idle is called once, between output and close
+  std::function<void()> before;  ///< runs before anything is printed
+};
+
+/// One call as it came, secrets included: tests search it.
+struct Seen_Call {
+  std::string program;
+  std::vector<std::string> arguments;
+  std::map<std::string, std::string> environment;
+  std::string input;
+  std::string user;
+};
+
+/// The process's runner for its life: every call is answered by the first rule that fits. A call that no rule fits
+/// fails the test and looks like a program that does not exist. Safe for several threads.
+class Scripted_Process_Runner : public platform::Process_Runner {
+ public:
+  Scripted_Process_Runner();
+  ~Scripted_Process_Runner() override;
+
+  platform::Exit_Status run(const platform::Process_Spec& spec, platform::Output_Sink& sink) override;
+
+  using Rule = std::function<bool(const Seen_Call& call, Scripted_Child& child)>;
+  /// Rules are asked in the order they were added.
+  void on(Rule rule);
+  /// Answers calls of a program whose path ends in `program`.
+  void on_program(const std::string& program, Scripted_Child child);
+  [[nodiscard]] std::vector<Seen_Call> calls() const;
+  void clear_rules();
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<Rule> rules_;
+  std::vector<Seen_Call> calls_;
+  platform::Scoped_Process_Runner scope_;
+};
+
+}  // namespace support
