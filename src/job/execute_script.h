@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "job/job_log.h"
+
+/// Runs a user's script, given as a command line of words: no shell sees it. The first word is the absolute path of the
+/// program. Standard error and, unless `drop_output`, standard output go line by line at information priority to the
+/// log, and to `log` when it is not empty. True when the exit code is 0, and for a command without any word; else false
+/// with one error line that says what happened.
+[[nodiscard]] bool execute_script(const std::string& command, bool drop_output, ACE_Log_Msg_Callback_var log);
+
+/// Splits a command line into words at blanks. '...' is taken as it stands; within "..." and outside of quotes a backslash
+/// takes the next character as it is. Nothing is expanded. False when a quote or a backslash is left open.
+[[nodiscard]] bool split_command_line(const std::string& command, std::vector<std::string>& words);
