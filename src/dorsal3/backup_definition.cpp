@@ -1,0 +1,66 @@
+#include "dorsal3/backup_definition.h"
+
+#include <iterator>
+
+#include "scrt/http_encode.h"
+#include "scrt/uuid.h"
+
+namespace dorsal3 {
+
+namespace {
+
+/// How long hdbbackint keeps at a broken transfer, and what it keeps in memory to take it up again.
+constexpr int default_max_seconds_retry = 300;
+constexpr int default_resumption_buffer_bytes = 4 << 20;
+
+std::string encoded_segment(const std::string& text) {
+  std::string encoded;
+  (void)http_encode_string_i(text.c_str(), http_encode_slash, std::back_inserter(encoded));
+  return encoded;
+}
+
+/// The name of the instance on its host ("HDB00"), which the entries begin with.
+std::string instance_name(const Resource& resource) {
+  const auto instances = object_rows(resource.record, "instances");
+  json_spirit::Object attributes;
+  if (!instances.empty()) (void)json_spirit::object_get(instances.front(), "extended_attrs", attributes);
+  return text_member(attributes, "instance_name");
+}
+
+json_spirit::Array entries(const Backup_Request& request) {
+  const std::string prefix = request.resource.type + "/" + encoded_segment(instance_name(request.resource)) + "/";
+  json_spirit::Array list;
+  for (const std::string& database : request.databases) list.emplace_back(prefix + encoded_segment(database));
+  return list;
+}
+
+std::string definition_name(const Backup_Request& request) {
+  const std::string what =
+      request.databases.size() == 1 ? request.resource.name + "/" + request.databases.front() : request.resource.name;
+  return what + " " + request.type + " to " + text_member(request.pool, "name");
+}
+
+}  // namespace
+
+json_spirit::Object backup_definition(const Backup_Request& request) {
+  json_spirit::Object definition{
+      {"name", definition_name(request)},
+      {"type", "backup"},
+      {"subtype", request.type},
+      {"module", request.resource.type},
+      {"host_uuid", request.resource.host_uuid},
+      {"uid", ""},
+      {"source", json_spirit::Object{{"id", request.resource.uuid},
+                                     {"name", request.resource.name},
+                                     {"entries", entries(request)}}},
+      {"options",
+       json_spirit::Object{{"compression", request.compression}, {"compression_level", request.compression_level}}},
+      {"target", json_spirit::Object{{"pool_uuid", text_member(request.pool, "uuid")}}},
+      {"max_seconds_retry", default_max_seconds_retry},
+      {"resumption_buffer_size", default_resumption_buffer_bytes},
+      {"write_to_history", true}};
+  definition["id"] = uuid_v5(request.resource.uuid, json_spirit::dump_json(definition));
+  return definition;
+}
+
+}  // namespace dorsal3

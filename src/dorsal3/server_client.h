@@ -1,0 +1,46 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "dorsal3/configuration.h"
+#include "dorsal3/outcome.h"
+#include "json/value.h"
+
+namespace dorsal3 {
+
+/// REST calls to backupd with the operator's key. Used by one thread. Each call tells success by its result and else
+/// fills `failure` with what the server, or the network, said.
+class Server_Client {
+ public:
+  explicit Server_Client(const Configuration& configuration) : configuration_(configuration) {}
+  virtual ~Server_Client() = default;
+
+  /// `path` is below /q5/r/v2 and starts with '/'; a query is encoded already.
+  [[nodiscard]] bool get(const std::string& path, json_spirit::Object& answer, Failure& failure);
+  [[nodiscard]] bool post(const std::string& path, const json_spirit::Object& body, json_spirit::Object& answer,
+                          Failure& failure, std::chrono::seconds timeout = default_timeout);
+  /// The rows of a list answer.
+  [[nodiscard]] bool get_rows(const std::string& path, std::vector<json_spirit::Object>& rows, Failure& failure);
+
+  static constexpr std::chrono::seconds default_timeout{60};
+  /// For requests during which an agent works.
+  static constexpr std::chrono::seconds agent_timeout{300};
+  static constexpr std::chrono::hours verify_timeout{24};
+
+ private:
+  bool request(net::Http_Request& request, json_spirit::Object& answer, Failure& failure,
+               std::chrono::seconds timeout);
+  bool send(const net::Http_Request& request, net::Http_Response& response, Failure& failure,
+            std::chrono::seconds timeout);
+
+  const Configuration& configuration_;
+  std::unique_ptr<net::Http_Connection> connection_;
+};
+
+/// "key=value" with the value percent-encoded.
+[[nodiscard]] std::string query_pair(const char* key, const std::string& value);
+
+}  // namespace dorsal3

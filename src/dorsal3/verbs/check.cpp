@@ -1,0 +1,101 @@
+#include <CLI/CLI.hpp>
+
+#include "dorsal3/format.h"
+#include "dorsal3/resources.h"
+#include "dorsal3/verb.h"
+
+namespace dorsal3 {
+
+namespace {
+
+json_spirit::Object check_row(const char* name, bool ok, const std::string& message) {
+  return {{"name", name}, {"ok", ok}, {"message", message}};
+}
+
+bool all_good(const std::vector<json_spirit::Object>& checks) {
+  for (const auto& check : checks)
+    if (!flag_member(check, "ok")) return false;
+  return true;
+}
+
+/// Looks along the whole road: server, agents, then what each agent says about its instances.
+class Check_Verb : public Verb {
+ public:
+  CLI::App* declare(CLI::App& app) override {
+    CLI::App* sub = app.add_subcommand("check", "Check the server, the agents and the instances");
+    sub->add_option("INSTANCE", instance_, "Check this instance only");
+    return sub;
+  }
+
+  Outcome run(Context& context) override {
+    Failure failure;
+    json_spirit::Object server;
+    if (!context.server.get("/server", server, failure)) return Outcome::failed(std::move(failure));
+    std::vector<json_spirit::Object> hosts;
+    if (!context.server.get_rows("/hosts", hosts, failure)) return Outcome::failed(std::move(failure));
+    std::vector<Resource> resources;
+    if (!choose_resources(context, resources, failure)) return Outcome::failed(std::move(failure));
+
+    bool ok = !hosts.empty();
+    for (const auto& host : hosts) ok = ok && flag_member(host, "connected");
+    json_spirit::Array instances;
+    for (const Resource& resource : resources) {
+      const auto checks = check_instance(context, resource);
+      const bool good = all_good(checks);
+      ok = ok && good;
+      instances.push_back(json_spirit::Object{{"name", resource.name}, {"ok", good}, {"checks", to_array(checks)}});
+    }
+    Outcome outcome;
+    outcome.exit_code = ok ? exit_ok : exit_failed;
+    outcome.model = {{"server", server}, {"hosts", to_array(hosts)}, {"instances", instances}, {"ok", ok}};
+    return outcome;
+  }
+
+  void print(const json_spirit::Object& model, std::ostream& out) const override {
+    json_spirit::Object server;
+    (void)json_spirit::object_get(model, "server", server);
+    out << "server: " << one_line(text_member(server, "product")) << " " << one_line(text_member(server, "version"))
+        << "\n";
+    const auto hosts = object_rows(model, "hosts");
+    if (hosts.empty()) out << "no agent has ever connected: start dorsal3-agent on a database host\n";
+    for (const auto& host : hosts) {
+      const bool connected = flag_member(host, "connected");
+      out << "agent " << one_line(text_member(host, "name")) << ": "
+          << (connected ? "connected" : "NOT CONNECTED since " + one_line(text_member(host, "last_seen"))) << "\n";
+    }
+    for (const auto& instance : object_rows(model, "instances")) {
+      out << "instance " << one_line(text_member(instance, "name")) << ":\n";
+      for (const auto& check : object_rows(instance, "checks"))
+        out << (flag_member(check, "ok") ? "  ok      " : "  FAILED  ") << one_line(text_member(check, "name")) << ": "
+            << one_line(text_member(check, "message")) << "\n";
+    }
+    out << (flag_member(model, "ok") ? "All good.\n" : "Something is not good, see above.\n");
+  }
+
+ private:
+  bool choose_resources(Context& context, std::vector<Resource>& resources, Failure& failure) const {
+    if (instance_.empty()) return list_resources(context.server, resources, failure);
+    resources.resize(1);
+    return find_resource(context.server, instance_, resources.front(), failure);
+  }
+
+  /// An agent that cannot be asked is a failed check of its instance, not the end of the command.
+  static std::vector<json_spirit::Object> check_instance(Context& context, const Resource& resource) {
+    json_spirit::Object result;
+    Failure failure;
+    const json_spirit::Object params{{"type", resource.type}, {"name", resource.name}};
+    if (!call_agent(context.server, resource, "instance.check", params, result, failure))
+      return {check_row("agent", false, failure.message)};
+    auto checks = object_rows(result, "checks");
+    if (checks.empty()) return {check_row("agent", false, "the agent's answer has no checks")};
+    return checks;
+  }
+
+  std::string instance_;
+};
+
+}  // namespace
+
+std::unique_ptr<Verb> make_check_verb() { return std::make_unique<Check_Verb>(); }
+
+}  // namespace dorsal3

@@ -1,0 +1,79 @@
+#include <CLI/CLI.hpp>
+
+#include "dorsal3/format.h"
+#include "dorsal3/job_view.h"
+#include "dorsal3/resources.h"
+#include "dorsal3/verb.h"
+
+namespace dorsal3 {
+
+namespace {
+
+constexpr unsigned default_limit = 20;
+
+/// Lists runs, newest first, or shows one with its log.
+class Jobs_Verb : public Verb {
+ public:
+  CLI::App* declare(CLI::App& app) override {
+    CLI::App* sub = app.add_subcommand("jobs", "List the runs of jobs, or show one with its log");
+    sub->add_option("JOB", job_, "Id of the run to show");
+    sub->add_option("--limit", limit_, "How many runs to list")->check(CLI::PositiveNumber);
+    return sub;
+  }
+
+  Outcome run(Context& context) override {
+    Failure failure;
+    Outcome outcome;
+    if (!job_.empty()) {
+      json_spirit::Object job;
+      if (!context.server.get("/jobs/" + job_, job, failure)) return Outcome::failed(std::move(failure));
+      outcome.model["job"] = std::move(job);
+      return outcome;
+    }
+    std::vector<json_spirit::Object> rows;
+    if (!context.server.get_rows("/jobs?order=desc&limit=" + std::to_string(limit_), rows, failure))
+      return Outcome::failed(std::move(failure));
+    outcome.model["jobs"] = to_array(rows);
+    return outcome;
+  }
+
+  void print(const json_spirit::Object& model, std::ostream& out) const override {
+    json_spirit::Object job;
+    if (json_spirit::object_get(model, "job", job)) {
+      print_one(job, out);
+      return;
+    }
+    const auto jobs = object_rows(model, "jobs");
+    if (jobs.empty()) {
+      out << "No job has run yet.\n";
+      return;
+    }
+    Text_Table table({"JOB", "STATE", "DONE", "SIZE", "START (UTC)", "MESSAGE"});
+    for (const auto& row : jobs)
+      table.add({one_line(text_member(row, "id")), one_line(text_member(row, "state_name")),
+                 text_member(row, "progress") + "%", format_bytes(bytes_done(row)),
+                 one_line(text_member(row, "start_time")), one_line(text_member(row, "message"))});
+    out << table.text();
+  }
+
+ private:
+  static void print_one(const json_spirit::Object& job, std::ostream& out) {
+    out << "job       " << one_line(text_member(job, "id")) << "\n"
+        << "state     " << one_line(text_member(job, "state_name")) << "\n"
+        << "done      " << text_member(job, "progress") << "%, " << format_bytes(bytes_done(job)) << "\n"
+        << "started   " << one_line(text_member(job, "start_time")) << " UTC\n";
+    const std::string message = one_line(text_member(job, "message"));
+    if (!message.empty()) out << "message   " << message << "\n";
+    for (const auto& line : object_rows(job, "log"))
+      out << one_line(text_member(line, "time")) << "  " << one_line(text_member(line, "text")) << "\n";
+  }
+
+  std::string job_;
+  unsigned limit_ = default_limit;
+};
+
+}  // namespace
+
+std::unique_ptr<Verb> make_jobs_verb() { return std::make_unique<Jobs_Verb>(); }
+
+}  // namespace dorsal3
