@@ -24,7 +24,7 @@ add_library(dorsal3_base INTERFACE)
 target_include_directories(dorsal3_base INTERFACE "${CMAKE_SOURCE_DIR}/src")
 target_compile_options(dorsal3_base INTERFACE
   -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
-  -Wcast-align -Wunused -Wconversion -Wno-sign-conversion -Wimplicit-fallthrough -Wformat=2
+  -Wcast-align -Wunused -Wconversion -Wno-sign-conversion -Wno-missing-field-initializers -Wimplicit-fallthrough -Wformat=2
   # No build path may stand in a message.
   "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/src/="
   "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=")

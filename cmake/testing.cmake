@@ -9,7 +9,7 @@ function(dorsal3_add_test name)
   dorsal3_present_sources(T_SOURCES ${name} ${T_SOURCES})
   add_executable(${name} ${T_SOURCES})
   target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests" "${CMAKE_SOURCE_DIR}")
-  target_link_libraries(${name} PRIVATE tests_support ${T_LIBS} dorsal3_base GTest::gtest GTest::gmock)
+  target_link_libraries(${name} PRIVATE tests_support ${T_LIBS} dorsal3_base GTest::gtest GTest::gmock GTest::gmock_main)
   include(GoogleTest)
   gtest_discover_tests(${name}
     DISCOVERY_MODE PRE_TEST

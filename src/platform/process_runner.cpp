@@ -76,7 +76,7 @@ bool prepare(const Process_Spec& spec, Prepared& prepared) {
 }
 
 [[noreturn]] void run_child(const Prepared& prepared, int in, int out, int err, int report) {
-  const auto fail = [report] {
+  const auto fail = [&report] {
     const int error = errno;
     const ssize_t ignored = ::write(report, &error, sizeof error);
     static_cast<void>(ignored);

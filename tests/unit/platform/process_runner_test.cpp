@@ -1,0 +1,133 @@
+#include "platform/process_runner.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include "support/scripted_process_runner.h"
+
+namespace {
+
+using namespace platform;
+using namespace std::chrono_literals;
+
+class Collecting_Sink : public Output_Sink {
+ public:
+  void on_start(pid_t pid) override { child = pid; }
+  void on_output(Output_Stream stream, const char* data, std::size_t size) override {
+    (stream == Output_Stream::standard_output ? out : err).append(data, size);
+    if (kill_on_output) ::kill(child, SIGKILL);
+  }
+  void on_idle() override {
+    ++idle;
+    if (kill_on_idle) ::kill(child, SIGTERM);
+  }
+  void on_close(Output_Stream) override { ++closed; }
+
+  pid_t child = 0;
+  std::string out, err;
+  int idle = 0;
+  int closed = 0;
+  bool kill_on_output = false;
+  bool kill_on_idle = false;
+};
+
+Process_Spec shell(const std::string& script) {
+  Process_Spec spec;
+  spec.program = "/bin/sh";
+  spec.arguments = {"-c", script};
+  spec.environment = {{"PATH", "/usr/bin:/bin"}};
+  return spec;
+}
+
+TEST(Process_Runner, Separates_The_Streams_And_Tells_The_Exit_Code) {
+  Collecting_Sink sink;
+  const Exit_Status status = Process_Runner::current().run(shell("echo out; echo err >&2; exit 3"), sink);
+  EXPECT_TRUE(status.started);
+  EXPECT_EQ(status.code, 3);
+  EXPECT_EQ(sink.out, "out\n");
+  EXPECT_EQ(sink.err, "err\n");
+  EXPECT_EQ(sink.closed, 2);
+  EXPECT_FALSE(status.success());
+  EXPECT_EQ(describe(status), "ended with exit code 3");
+}
+
+TEST(Process_Runner, Feeds_The_Input_And_Moves_More_Than_A_Pipe_Holds) {
+  Collecting_Sink sink;
+  Process_Spec spec = shell("cat");
+  spec.input = secure_string(std::string(300'000, 'x'));
+  EXPECT_TRUE(Process_Runner::current().run(spec, sink).success());
+  EXPECT_EQ(sink.out.size(), 300'000U);
+}
+
+TEST(Process_Runner, Gives_The_Child_Its_Environment_And_Nothing_Else) {
+  ::setenv("DORSAL3_LEAK", "1", 1);
+  Collecting_Sink sink;
+  Process_Spec spec = shell("echo $DORSAL3_LEAK-$GIVEN; pwd; ls /proc/self/fd | wc -l");
+  spec.environment["GIVEN"] = "yes";
+  EXPECT_TRUE(Process_Runner::current().run(spec, sink).success());
+  // ls has the three standard descriptors and the folder it reads.
+  EXPECT_EQ(sink.out, "-yes\n/\n4\n");
+  ::unsetenv("DORSAL3_LEAK");
+}
+
+TEST(Process_Runner, A_Missing_Program_Is_Not_Started) {
+  Collecting_Sink sink;
+  Process_Spec spec;
+  spec.program = "/no/such/program";
+  const Exit_Status status = Process_Runner::current().run(spec, sink);
+  EXPECT_FALSE(status.started);
+  EXPECT_EQ(status.error, ENOENT);
+  EXPECT_EQ(describe(status), "could not be started: No such file or directory");
+}
+
+TEST(Process_Runner, A_Killed_Child_Shows_Its_Signal) {
+  Collecting_Sink sink;
+  sink.kill_on_output = true;
+  const Exit_Status status = Process_Runner::current().run(shell("echo x; exec sleep 60"), sink);
+  EXPECT_EQ(status.signal, SIGKILL);
+  EXPECT_EQ(describe(status), "was killed by signal 9");
+}
+
+TEST(Process_Runner, Silence_Is_Reported) {
+  Collecting_Sink sink;
+  sink.kill_on_idle = true;
+  Process_Spec spec = shell("exec sleep 60");
+  spec.idle_interval = 20ms;
+  const Exit_Status status = Process_Runner::current().run(spec, sink);
+  EXPECT_EQ(status.signal, SIGTERM);
+  EXPECT_GE(sink.idle, 1);
+}
+
+TEST(Process_Runner, A_Daemon_Left_Behind_Does_Not_Hold_The_Caller) {
+  Collecting_Sink sink;
+  const auto before = std::chrono::steady_clock::now();
+  EXPECT_TRUE(Process_Runner::current().run(shell("sleep 20 & echo done"), sink).success());
+  EXPECT_EQ(sink.out, "done\n");
+  EXPECT_LT(std::chrono::steady_clock::now() - before, 15s);
+}
+
+TEST(Process_Runner, A_Child_That_Does_Not_Read_Its_Input_Ends_Well) {
+  Collecting_Sink sink;
+  Process_Spec spec = shell("exit 0");
+  spec.input = secure_string(std::string(1'000'000, 'x'));
+  EXPECT_TRUE(Process_Runner::current().run(spec, sink).success());
+}
+
+/// The scripted runner keeps the same contract as the real one.
+TEST(Scripted_Process_Runner, Answers_As_A_Child_Would) {
+  support::Scripted_Process_Runner runner;
+  runner.on_program("hdbsql", {.standard_output = "a\nb\n", .standard_error = "* 10: x\n", .code = 10});
+  Collecting_Sink sink;
+  Process_Spec spec;
+  spec.program = "/usr/sap/HDB/HDB00/exe/hdbsql";
+  spec.input = secure_string("\\c");
+  const Exit_Status status = Process_Runner::current().run(spec, sink);
+  EXPECT_EQ(status.code, 10);
+  EXPECT_EQ(sink.out, "a\nb\n");
+  EXPECT_EQ(sink.err, "* 10: x\n");
+  EXPECT_EQ(sink.closed, 2);
+  ASSERT_EQ(runner.calls().size(), 1U);
+  EXPECT_EQ(runner.calls()[0].input, "\\c");
+}
+
+}  // namespace
