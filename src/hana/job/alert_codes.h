@@ -2,10 +2,6 @@
 
 namespace sap_hana {
 
-/// Every job alert of this module has one class and one level.
-constexpr unsigned long alert_class = 7;
-constexpr long alert_level = 1;
-
 /// Which step of a job failed. The numbers are known to backupd and to whoever reads its alerts.
 enum Alert_Code : unsigned long {
   ALERT_PREPARE_BACKINT = 1,
