@@ -1,0 +1,46 @@
+# The two commands of the README and their helpers. Everything real is in the CMake presets, CTest and tools/.
+
+.PHONY: test demo build check asan tsan clang release bench setup format clean
+
+test: setup
+	tools/check
+	cmake --preset dev
+	cmake --build --preset dev
+	ctest --preset dev -j "$$(nproc)"
+
+demo: setup
+	cmake --preset release
+	cmake --build --preset release
+	tools/demo build/release
+
+build: setup
+	cmake --preset dev
+	cmake --build --preset dev
+
+asan tsan: setup
+	cmake --preset $@
+	cmake --build --preset $@
+	ctest --preset $@ -j "$$(nproc)"
+
+clang: setup
+	cmake --preset clang
+	cmake --build --preset clang
+
+release: setup
+	cmake --preset release
+	cmake --build --preset release
+
+bench: release
+	benchmarks/run build/release
+
+check: setup
+	tools/check
+
+format:
+	git ls-files '*.h' '*.cpp' | xargs clang-format -i
+
+setup:
+	@tools/setup
+
+clean:
+	rm -rf build
