@@ -14,6 +14,8 @@ struct Row {
   Compression_Method method;
 };
 
+using support::Log_Capture;
+
 constexpr Row rows[] = {{"none", COMPR_NONE}, {"auto", COMPR_AUTO}, {"lzop", COMPR_LZOP}, {"zstd", COMPR_ZSTD}};
 
 }  // namespace
@@ -49,5 +51,4 @@ TEST(Compression_Method, Takes_A_Null_Name_As_None) {
 
 TEST(Compression_Method, Has_No_Name_For_A_Value_That_Is_No_Method) {
   EXPECT_EQ(compression_value_to_name(COMPR_MAX), nullptr);
-  EXPECT_EQ(compression_value_to_name(static_cast<Compression_Method>(-1)), nullptr);
 }
