@@ -30,8 +30,10 @@ release: setup
 	cmake --preset release
 	cmake --build --preset release
 
-bench: release
-	benchmarks/run build/release
+bench: setup
+	cmake --preset bench
+	cmake --build --preset bench
+	benchmarks/run build/bench
 
 check: setup
 	tools/check
