@@ -1,7 +1,7 @@
 #pragma once
 
 /// What kind of job a definition describes. The values are fixed.
-enum Job_Definition_Type {
+enum Job_Definition_Type : int {
   JOB_DEFINITION_NONE = 0,
   JOB_DEFINITION_BACKUP = 1,
   JOB_DEFINITION_RESTORE = 2,
@@ -10,7 +10,7 @@ enum Job_Definition_Type {
 };
 
 /// The kind within the type. The values are fixed.
-enum Job_Definition_Subtype {
+enum Job_Definition_Subtype : int {
   JOB_DEFINITION_SUBTYPE_NONE = 0,
   JOB_DEFINITION_SUBTYPE_FULL = 1,
   JOB_DEFINITION_SUBTYPE_INCREMENTAL = 2,

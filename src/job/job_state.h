@@ -1,7 +1,7 @@
 #pragma once
 
 /// What a job is doing. The values are fixed: they stand in activity records and in reports.
-enum Job_State {
+enum Job_State : int {
   JOB_STATE_NONE = 0,
   JOB_STATE_IDLE = 1,
   JOB_STATE_STARTING = 2,

@@ -1,0 +1,214 @@
+#include "job/job.h"
+
+#include <utility>
+
+#include "job/activity_listener.h"
+#include "platform/log.h"
+#include "scrt/uuid.h"
+
+namespace {
+
+constexpr int failed = -1;
+
+/// What binds a thread to a job: goes with the thread at the latest. Holds the callback, not the job.
+thread_local std::unique_ptr<Scoped_Log_Callback> thread_log;
+
+}  // namespace
+
+Job::Job(Job_Definition_Ptr definition)
+    : record_(std::make_shared<Job_Activity_Record>()),
+      log_callback_(make_job_log_callback(record_)),
+      definition_(definition.null() ? Job_Definition_Ptr(new Job_Definition) : definition) {
+  Job_Activity& record = record_->activity();
+  uuid_string_to_binary(make_uuid().c_str(), record.id);
+  uuid_string_to_binary(definition_->id().c_str(), record.def_id);
+  record.type = definition_->type();
+  record.enabled = true;
+}
+
+Job::~Job() = default;
+
+int Job::handle_timeout(const ACE_Time_Value&, const void*) {
+  static_cast<void>(start(nullptr));
+  return 0;
+}
+
+int Job::setup_ondemand_by_job() { return setup_ondemand_i(); }
+int Job::start_i(const Action_Options*) { return failed; }
+int Job::stop_i(const Action_Options*) { return failed; }
+int Job::enable_i(const Action_Options*) { return 0; }
+int Job::disable_i(const Action_Options*) { return 0; }
+int Job::pause_i(const Action_Options*) { return failed; }
+int Job::resume_i(const Action_Options*) { return failed; }
+int Job::abort_i(const Action_Options*) { return failed; }
+int Job::switch_i(const Action_Options*) { return failed; }
+int Job::remove_i(bool, const Action_Options*) { return 0; }
+int Job::update_i(Job_Definition_Ptr) { return 0; }
+int Job::rollback_i() { return failed; }
+bool Job::can_update_i(Job_State state) { return !is_active(state); }
+int Job::setup_ondemand_i() { return 0; }
+int Job::run_i(const Action_Options*) { return failed; }
+int Job::abort_i() { return failed; }
+
+bool Job::refuse(const char* request) const {
+  D3_ERROR("Cannot %C job %C, its state is %C\n", request, definition()->id().c_str(), job_state_to_string(state()));
+  return false;
+}
+
+bool Job::begin_start() {
+  const std::lock_guard guard(mutex_);
+  const Job_State present = state();
+  return !updating_ && Job_Activity::load(activity().enabled) && !is_active(present) &&
+         activity().change_state(present, JOB_STATE_STARTING);
+}
+
+int Job::start(const Action_Options* options) {
+  if (!begin_start()) return refuse("start") ? 0 : failed;
+  completed_.reset();
+  sync(nullptr);
+  if (start_i(options) == 0) return 0;
+  D3_ERROR("Failed to start job %C\n", definition()->id().c_str());
+  message("the job could not be started");
+  Job_Activity::store(activity().code, failed);
+  complete();
+  return failed;
+}
+
+int Job::stop(const Action_Options* options) {
+  if (!is_active(state())) return refuse("stop") ? 0 : failed;
+  return stop_i(options);
+}
+
+int Job::enable(const Action_Options* options) {
+  if (enable_i(options) != 0) return failed;
+  Job_Activity::store(activity().enabled, true);
+  sync(options);
+  return 0;
+}
+
+int Job::disable(const Action_Options* options) {
+  if (disable_i(options) != 0) return failed;
+  Job_Activity::store(activity().enabled, false);
+  sync(options);
+  return 0;
+}
+
+int Job::pause(const Action_Options* options) {
+  if (!is_active(state())) return refuse("pause") ? 0 : failed;
+  return pause_i(options);
+}
+
+int Job::resume(const Action_Options* options) {
+  const Job_State present = state();
+  if (present != JOB_STATE_PAUSED && present != JOB_STATE_PAUSING && present != JOB_STATE_SWITCHING)
+    return refuse("resume") ? 0 : failed;
+  return resume_i(options);
+}
+
+int Job::switch_over(const Action_Options* options) {
+  if (!is_active(state())) return refuse("switch") ? 0 : failed;
+  return switch_i(options);
+}
+
+int Job::abort(const Action_Options* options) {
+  if (!is_active(state())) return refuse("abort") ? 0 : failed;
+  return abort_i(options);
+}
+
+int Job::abort() {
+  if (!is_active(state())) return refuse("abort") ? 0 : failed;
+  return abort_i();
+}
+
+int Job::remove(bool force, const Action_Options* options) {
+  if (is_active(state()) && !force) return refuse("remove") ? 0 : failed;
+  return remove_i(force, options);
+}
+
+int Job::update(Job_Definition_Ptr definition) {
+  if (definition.null()) return refuse("update without a definition") ? 0 : failed;
+  bool refused = false;
+  {
+    const std::lock_guard guard(mutex_);
+    refused = updating_ || !can_update_i(state());
+    if (!refused) updating_ = true;
+  }
+  if (refused) return refuse("update") ? 0 : failed;
+  const int result = update_i(definition);
+  const std::lock_guard guard(mutex_);
+  updating_ = false;
+  if (result != 0) return result;
+  former_definitions_.push_back(definition_);
+  definition_ = definition;
+  return 0;
+}
+
+int Job::rollback() {
+  if (is_active(state())) return refuse("roll back") ? 0 : failed;
+  return rollback_i();
+}
+
+int Job::setup_ondemand() {
+  const Job_Definition_Ptr present = definition();
+  if (present->schedule.null() || present->schedule->type() != JOB_SCHEDULE_ONDEMAND) return 0;
+  return setup_ondemand_by_job();
+}
+
+Job_Definition_Ptr Job::definition() const {
+  const std::lock_guard guard(mutex_);
+  return definition_;
+}
+
+bool Job::open_activity(const std::string& job_act_id) {
+  if (!uuid_string_to_binary(job_act_id.c_str(), activity().id)) {
+    D3_ERROR("Failed to make a job activity, '%C' is not a uuid\n", platform::cut_for_log(job_act_id).c_str());
+    return false;
+  }
+  return record_->attach();
+}
+
+std::string Job::job_act_id() const { return uuid_binary_to_string(activity().id); }
+
+void Job::state(Job_State value) {
+  activity().store_state(value);
+  sync(nullptr);
+}
+
+int Job::state_i(Job_State value) {
+  Job_State present = state();
+  do {
+    if (is_finished(present)) return refuse("change") ? 0 : failed;
+  } while (!activity().change_state(present, value) && (present = state(), true));
+  sync(nullptr);
+  return 0;
+}
+
+void Job::set_job_thread() {
+  thread_log.reset();  // first, as each puts back what it found
+  thread_log = std::make_unique<Scoped_Log_Callback>(log_callback_);
+}
+
+void Job::sync(const Action_Options* /*options*/) {
+  record_->flush();
+  if (const std::shared_ptr<Activity_Listener> listener = activity_listener()) listener->activity_changed(snapshot());
+}
+
+void Job::complete() {
+  Job_State present = state();
+  while (!is_finished(present)) {
+    const Job_State ended = present == JOB_STATE_CANCELING ? JOB_STATE_CANCELED : JOB_STATE_ERROR;
+    if (activity().change_state(present, ended)) break;
+    present = state();
+  }
+  sync(nullptr);
+  thread_log.reset();
+  completed_.set();
+}
+
+void Job::intrusive_add_ref(Job* job) {
+  if (job != nullptr) job->references_.fetch_add(1, std::memory_order_relaxed);
+}
+
+void Job::intrusive_remove_ref(Job* job) {
+  if (job != nullptr && job->references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete job;
+}
