@@ -2,6 +2,10 @@
 
 namespace sap_hana {
 
+/// Every job alert of this module has this class and this level.
+enum Alert_Class : unsigned long { ALERT_CLASS_HANA = 7 };
+enum Alert_Level : long { ALERT_LEVEL_JOB = 1 };
+
 /// Which step of a job failed. The numbers are known to backupd and to whoever reads its alerts.
 enum Alert_Code : unsigned long {
   ALERT_PREPARE_BACKINT = 1,

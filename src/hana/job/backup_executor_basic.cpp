@@ -86,7 +86,7 @@ bool Backup_Executor_Basic::init_session() {
 }
 
 void Backup_Executor_Basic::raise_alert(Alert_Code code, Alert_Flags flags, const json_spirit::Object& parameters) {
-  write_job_alert(&job_, job_alert_class_hana, code, flags, parameters, job_alert_level_default);
+  write_job_alert(&job_, ALERT_CLASS_HANA, code, flags, parameters, ALERT_LEVEL_JOB);
 }
 
 }  // namespace sap_hana
