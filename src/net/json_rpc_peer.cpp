@@ -1,0 +1,203 @@
+#include "net/json_rpc_peer.h"
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "platform/clock.h"
+#include "platform/log.h"
+
+using json_spirit::Value;
+
+namespace {
+
+/// Requests that wait for a worker; more are refused, so that a flood of them cannot fill the memory.
+constexpr std::size_t waiting_limit = 1000;
+constexpr const char* not_connected = "there is no connection to the other side";
+
+JSON_RPC_Answer failure(int code, std::string message) {
+  JSON_RPC_Answer answer;
+  answer.code = code;
+  answer.message = std::move(message);
+  return answer;
+}
+
+}  // namespace
+
+struct JSON_RPC_Peer::Impl {
+  /// A call of ours that waits for its answer.
+  struct Open_Call {
+    platform::Wait_Event answered;
+    JSON_RPC_Answer answer;
+  };
+
+  net::Web_Socket& socket;
+  Handler handler;
+  std::mutex mutex;
+  std::condition_variable work;
+  std::map<std::int64_t, std::shared_ptr<Open_Call>> calls;  // guarded by mutex, as all below
+  std::deque<JSON_RPC_Message> requests;
+  std::int64_t next_id = 1;
+  bool ended = false;
+  std::vector<std::thread> workers;  ///< changed by constructor and finish only
+
+  Impl(net::Web_Socket& a_socket, Handler a_handler, unsigned count)
+      : socket(a_socket), handler(std::move(a_handler)) {
+    for (unsigned i = 0; i < count; ++i) workers.emplace_back([this] { run_requests(); });
+  }
+
+  void send(const std::string& text) {
+    net::Net_Error error;
+    // A broken socket shows itself to the reader, which reports and ends the peer.
+    (void)socket.send(text, error);
+  }
+
+  void sort(const std::string& text) {
+    JSON_RPC_Message message = JSON_RPC_Message::parse(text);
+    switch (message.kind) {
+      case JSON_RPC_Message::request:
+      case JSON_RPC_Message::notification:
+        queue(std::move(message));
+        return;
+      case JSON_RPC_Message::result:
+      case JSON_RPC_Message::error:
+        take_answer(message);
+        return;
+      case JSON_RPC_Message::invalid:
+        D3_WARNING("Refused a malformed JSON-RPC message: %C\n",
+                   platform::cut_for_log(message.error_message).c_str());
+        send(json_rpc_error_text(message.id, message.error_code, message.error_message));
+        return;
+    }
+  }
+
+  void queue(JSON_RPC_Message message) {
+    {
+      const std::lock_guard lock(mutex);
+      if (requests.size() < waiting_limit) {
+        requests.push_back(std::move(message));
+        work.notify_one();
+        return;
+      }
+    }
+    if (message.kind == JSON_RPC_Message::request)
+      send(json_rpc_error_text(message.id, JSON_RPC_E_SERVER, "too many requests are waiting; try again later"));
+  }
+
+  void take_answer(JSON_RPC_Message& message) {
+    std::shared_ptr<Open_Call> call;
+    if (message.id.type() == json_spirit::int_type && !message.id.is_uint64()) {
+      const std::lock_guard lock(mutex);
+      const auto found = calls.find(message.id.get_int64());
+      if (found != calls.end()) {
+        call = found->second;
+        calls.erase(found);
+      }
+    }
+    if (!call) return;  // its caller has given up, or it never was
+    call->answer.ok = message.kind == JSON_RPC_Message::result;
+    call->answer.result = std::move(message.result_value);
+    call->answer.code = message.error_code;
+    call->answer.message = std::move(message.error_message);
+    call->answered.set();
+  }
+
+  void run_requests() {
+    for (;;) {
+      JSON_RPC_Message request;
+      {
+        std::unique_lock lock(mutex);
+        work.wait(lock, [this] { return ended || !requests.empty(); });
+        if (ended) return;
+        request = std::move(requests.front());
+        requests.pop_front();
+      }
+      answer(request);
+    }
+  }
+
+  void answer(const JSON_RPC_Message& request) {
+    JSON_RPC_Answer answer;
+    try {
+      answer = handler(request.method, request.params);
+    } catch (const std::exception& caught) {
+      D3_ERROR("JSON-RPC method %C failed: %C\n", platform::cut_for_log(request.method).c_str(), caught.what());
+      answer = failure(JSON_RPC_E_INTERNAL, caught.what());
+    }
+    if (request.kind == JSON_RPC_Message::notification) return;
+    send(answer.ok ? json_rpc_result_text(request.id, answer.result)
+                   : json_rpc_error_text(request.id, answer.code, answer.message, answer.result));
+  }
+
+  /// Ends every open call and waits for the workers.
+  void finish() {
+    std::map<std::int64_t, std::shared_ptr<Open_Call>> left;
+    {
+      const std::lock_guard lock(mutex);
+      ended = true;
+      left.swap(calls);
+      work.notify_all();
+    }
+    for (const auto& [id, call] : left) {
+      call->answer = failure(JSON_RPC_E_NOT_CONNECTED, "the connection ended before the answer");
+      call->answered.set();
+    }
+    for (std::thread& worker : workers) worker.join();
+    workers.clear();
+  }
+
+  /// Null when the connection has ended.
+  std::shared_ptr<Open_Call> open_call(std::int64_t& id) {
+    const std::lock_guard lock(mutex);
+    if (ended) return nullptr;
+    id = next_id++;
+    return calls.emplace(id, std::make_shared<Open_Call>()).first->second;
+  }
+
+  void drop_call(std::int64_t id) {
+    const std::lock_guard lock(mutex);
+    calls.erase(id);
+  }
+};
+
+JSON_RPC_Peer::JSON_RPC_Peer(net::Web_Socket& socket, Handler handler, unsigned workers)
+    : impl_(std::make_unique<Impl>(socket, std::move(handler), workers)) {}
+
+JSON_RPC_Peer::~JSON_RPC_Peer() {
+  close();
+  impl_->finish();
+}
+
+void JSON_RPC_Peer::serve() {
+  std::string text;
+  net::Net_Error error;
+  while (impl_->socket.receive(text, error)) impl_->sort(text);
+  impl_->finish();
+}
+
+JSON_RPC_Answer JSON_RPC_Peer::call(const std::string& method, const Value& params,
+                                    std::chrono::nanoseconds timeout) {
+  std::int64_t id = 0;
+  const std::shared_ptr<Impl::Open_Call> call = impl_->open_call(id);
+  if (!call) return failure(JSON_RPC_E_NOT_CONNECTED, not_connected);
+  net::Net_Error error;
+  if (!impl_->socket.send(json_rpc_request_text(id, method, params), error)) {
+    impl_->drop_call(id);
+    return failure(JSON_RPC_E_NOT_CONNECTED, std::string(not_connected) + ": " + error.text);
+  }
+  if (platform::Clock::current().wait_for(call->answered, timeout)) return call->answer;
+  impl_->drop_call(id);
+  // The answer may have come between the end of the waiting and here.
+  if (call->answered.is_set()) return call->answer;
+  return failure(JSON_RPC_E_TIMEOUT, "no answer to " + method + " in time");
+}
+
+void JSON_RPC_Peer::notify(const std::string& method, const Value& params) {
+  impl_->send(json_rpc_request_text({}, method, params));
+}
+
+void JSON_RPC_Peer::close() { impl_->socket.close(); }
