@@ -16,6 +16,9 @@ using Table = sap_hana::HDBSQL_General_Text_Handler;
 
 constexpr ACE_UINT64 per_cent = 100;
 
+/// Room for the filter with the longest name that HANA takes.
+constexpr std::size_t filter_bytes = 1024;
+
 /// `start`, or further towards `end` by the share of `size` that was transferred. More may have been transferred than
 /// was announced: never beyond `end`.
 int percentage(int start, int end, ACE_UINT64 transferred, ACE_UINT64 size) {
@@ -96,7 +99,7 @@ bool Backup_Executor::update_progress(const Thread_Helper& worker, const char* d
 bool Backup_Executor::get_backup_size(const char* database, ACE_UINT64& backup_size, ACE_UINT64& transferred_size,
                                       std::time_t since) const {
   if (ancient_version_) return false;
-  char filter[statement_bytes] = "";
+  char filter[filter_bytes] = "";
   if (mdc_) std::snprintf(filter, sizeof filter, "where DATABASE_NAME='%s'", database);
   char sql[statement_bytes];
   std::snprintf(sql, sizeof sql,
