@@ -1,17 +1,13 @@
 #pragma once
 
 #include <ace/Basic_Types.h>
-#include <ace/Log_Msg_Callback.h>
 
-#include <memory>
 #include <string>
 
 #include "hana/common/hana_records.h"
 #include "hana/common/text_process_handler.h"
+#include "job/job_log.h"
 #include "platform/secure_string.h"
-
-/// A log callback shared by everybody who may still write to it.
-using ACE_Log_Msg_Callback_var = std::shared_ptr<ACE_Log_Msg_Callback>;
 
 namespace sap_hana {
 
@@ -76,7 +72,7 @@ class HDBSQL_Executor {
   [[nodiscard]] bool bind(const System_Instance_Info& info, const std::string& database, const std::string& username,
                           const secure_string& password);
   [[nodiscard]] std::string tool_path() const;
-  [[nodiscard]] secure_string input_for(const std::string& sql) const;
+  [[nodiscard]] std::string target() const;
 
   bool initialize_ = false;
   bool multi_container_ = false;

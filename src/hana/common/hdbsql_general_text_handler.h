@@ -35,14 +35,21 @@ class HDBSQL_General_Text_Handler : public Text_Process_Handler {
   [[nodiscard]] const Values& get_values() const { return values_; }
 
  private:
-  int take_record();
+  int take(std::string_view text, bool whole_line);
+  void follow_quotes(std::string_view text);
+  int finish_record();
+  void begin_table();
+  int give_up();
 
   Key key_;
   Values values_;
-  std::string record_;  ///< what has come of the current header or row
-  bool more_ = false;   ///< record_ goes on: it ended inside quotes, or only a segment of it came
-  bool segment_ = false;
-  bool closed_ = true;  ///< the next line begins a new table
+  std::string record_;           ///< what has come of the current header or row
+  bool in_quotes_ = false;       ///< record_ ends inside quotes
+  bool escaped_ = false;         ///< record_ ends with an escaping backslash
+  bool header_ = true;           ///< the current record is the header
+  bool closed_ = true;           ///< the next line begins a new table
+  bool oversized_ = false;       ///< this table is too large to be true; what comes of it is dropped
+  std::size_t table_bytes_ = 0;  ///< taken into the current table so far
 };
 
 /// The value of a column in the last row. False when there is no such column or the row is shorter.
