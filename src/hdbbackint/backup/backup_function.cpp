@@ -1,0 +1,74 @@
+#include "hdbbackint/backup/backup_function.h"
+
+#include "hdbbackint/backup/object_saver.h"
+#include "hdbbackint/console.h"
+#include "hdbbackint/parallel_objects.h"
+
+namespace hdbbackint {
+
+namespace {
+
+/// The job of a call: all its objects belong to one.
+std::string job_uuid_of(const Call& call) {
+  for (const Request_Entry& entry : call.request.entries) {
+    const std::string uuid = find_job_uuid(call.request.tool_option, entry.name);
+    if (!uuid.empty()) return uuid;
+  }
+  return {};
+}
+
+/// HANA backs up logs and its catalog on its own, without a job.
+std::string describe_missing_job(const Call& call) {
+  const std::string user = call.command.user.empty() ? "this database" : "database " + call.command.user;
+  return "on-demand log backup is not set up for " + user + ", and the call names no backup job";
+}
+
+bool read_settings(const Call& call, const std::string& uuid, Job_Settings& settings, std::string& error) {
+  const Cause_Capture cause;
+  sap_hana::Backint_Backup_Job_Info job;
+  if (!call.records(default_seconds_retry).get_job(uuid.c_str(), job)) {
+    error = "cannot read the Backint job record " + uuid + ": " + cause.text();
+    return false;
+  }
+  if (!call.user.sid.empty() && !job.sid.empty() && call.user.sid != job.sid) {
+    error = "the Backint job record " + uuid + " belongs to system " + job.sid + ", not to " + call.command.user;
+    return false;
+  }
+  return read_job_settings(job, settings, error);
+}
+
+/// Tells backupd which backup of HANA the job became, before its first object is stored.
+bool announce_backup_id(const Call& call, Job_Settings& settings, std::string& error) {
+  const std::uint64_t id = call.command.database_backup_id;
+  if (id == 0) return true;
+  const Cause_Capture cause;
+  auto records = call.records(settings.max_seconds_retry);
+  if (!records.update_job_database_backup_id(settings.job.uuid.c_str(), id)) {
+    error = "cannot set backup id " + std::to_string(id) + " in the Backint job record " + settings.job.uuid + ": " +
+            cause.text();
+    return false;
+  }
+  settings.job.database_backup_id = id;
+  return true;
+}
+
+}  // namespace
+
+void run_backup(const Call& call) {
+  const std::string uuid = job_uuid_of(call);
+  if (uuid.empty()) return call.fail_all(describe_missing_job(call));
+  Job_Settings settings;
+  std::string error;
+  if (!read_settings(call, uuid, settings, error)) return call.fail_all(error);
+  if (!announce_backup_id(call, settings, error)) return call.fail_all(error);
+
+  const bool limited = !settings.rate_limits.source.empty() || !settings.rate_limits.destination.empty();
+  Shared_Rate rate(limited ? uuid : std::string());
+  Worker_Pool workers(Worker_Pool::fitting_threads());
+  const Backup_Resources resources{call, settings, rate, workers};
+  const std::vector<Request_Entry>& entries = call.request.entries;
+  serve_in_order(entries.size(), parallel_objects,
+                 [&](std::size_t index) { Object_Saver(resources, entries[index]).save(); });
+}
+
+}  // namespace hdbbackint

@@ -1,0 +1,114 @@
+#include "hdbbackint/restore/object_restorer.h"
+
+#include "hdbbackint/console.h"
+#include "hdbbackint/paths.h"
+#include "hdbbackint/settings.h"
+#include "hdbbackint/stream/object_destination.h"
+#include "hdbbackint/stream/restore_pipeline.h"
+#include "hdbbackint/stream/resuming_reader.h"
+#include "hdbbackint/stream/stored_decoder.h"
+#include "platform/log.h"
+
+namespace hdbbackint {
+
+namespace {
+
+constexpr const char* type_file = "FILE";
+
+}  // namespace
+
+Object_Restorer::Object_Restorer(const Call& call, const Request_Entry& entry)
+    : call_(call), entry_(entry), stop_(&call.stop) {}
+
+void Object_Restorer::restore() {
+  switch (find()) {
+    case Search::not_found:
+      call_.answers.not_found({}, entry_.name);
+      return;
+    case Search::failed:
+      call_.fail(entry_, error_);
+      return;
+    case Search::found:
+      break;
+  }
+  if (!move()) {
+    call_.fail(entry_, error_);
+    return;
+  }
+  D3_INFO("Restored %C, version %C\n", platform::cut_for_log(entry_.name).c_str(), file_.extern_backup_id.c_str());
+  call_.answers.restored(file_.extern_backup_id, entry_.name);
+}
+
+Object_Restorer::Search Object_Restorer::find() {
+  const Cause_Capture cause;
+  const Search search = entry_.kind == Request_Entry::Kind::newest ? find_newest() : find_version();
+  if (search == Search::failed) error_ = "cannot look it up in backupd: " + cause.text();
+  return search;
+}
+
+Object_Restorer::Search Object_Restorer::find_newest() {
+  auto query = call_.own_files();
+  query.origin_path = entry_.name;
+  std::list<sap_hana::Backup_File_Info> files;
+  if (!call_.records(default_seconds_retry).get_files(query, files)) return Search::failed;
+  for (const sap_hana::Backup_File_Info& file : files) {
+    if (file.origin_path != entry_.name) continue;
+    file_ = file;
+    return Search::found;
+  }
+  return Search::not_found;
+}
+
+Object_Restorer::Search Object_Restorer::find_version() {
+  // Reading back for a check shows nobody anything; every other reader gets its own database's objects only.
+  sap_hana::Backint_Catalog_helper::File_Query scope;
+  if (destination() != null_device) {
+    scope.sid = call_.user.sid;
+    scope.database = call_.user.database;
+  }
+  bool found = false;
+  auto records = call_.records(default_seconds_retry);
+  if (!records.get_file_by_ebid(entry_.ebid.c_str(), scope, file_, found)) return Search::failed;
+  return found && file_.origin_path == entry_.name ? Search::found : Search::not_found;
+}
+
+bool Object_Restorer::move() {
+  // HANA waits for its pipe to be opened, also for an object that cannot be read.
+  const auto kind = file_.source_type == type_file ? Object_Source::Kind::file : Object_Source::Kind::pipe;
+  const auto output = Object_Destination::open(kind, destination(), stop_, error_);
+  if (!output) return false;
+  Client_IO_Options options;
+  set_options_by_host(options);
+  options.max_seconds_retry = max_seconds_retry();
+  Resuming_Reader stored(file_.location, file_.storage_path, options, stop_);
+  const Compression_Method method = compression_name_to_value(file_.compression.data(), file_.compression.size());
+  const auto decoder = make_stored_decoder(method, stored);
+  if (!decoder) {
+    error_ = "its record names a method that cannot be undone: " + file_.compression;
+    return false;
+  }
+  Restore_Pipeline pipeline(*decoder, *output, {file_.size, file_.checksum}, stop_);
+  if (!pipeline.run()) {
+    error_ = pipeline.error() + " (" + file_.storage_path + ")";
+    return false;
+  }
+  if (output->finish()) return true;
+  error_ = output->error();
+  return false;
+}
+
+/// What the job said when the object was saved; a record that is gone means one attempt.
+unsigned Object_Restorer::max_seconds_retry() const {
+  sap_hana::Backint_Backup_Job_Info job;
+  Job_Settings settings;
+  std::string ignored;
+  const bool known = call_.records(default_seconds_retry).get_job(file_.info_uuid.c_str(), job) &&
+                     read_job_settings(job, settings, ignored);
+  return known ? settings.max_seconds_retry : 0;
+}
+
+const std::string& Object_Restorer::destination() const {
+  return entry_.destination.empty() ? entry_.name : entry_.destination;
+}
+
+}  // namespace hdbbackint

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "hana/backint_catalog/backint_backup_file.h"
+#include "hdbbackint/call.h"
+
+namespace hdbbackint {
+
+/// Restores one object: finds its record, reads it from its pool, checks it, gives it to HANA, answers. One thread; used
+/// once.
+class Object_Restorer {
+ public:
+  Object_Restorer(const Call& call, const Request_Entry& entry);
+
+  /// Always answers, with "#RESTORED", "#NOTFOUND" or "#ERROR".
+  void restore();
+
+ private:
+  enum class Search { found, not_found, failed };
+  Search find();
+  Search find_newest();
+  Search find_version();
+  bool move();
+  [[nodiscard]] unsigned max_seconds_retry() const;
+  [[nodiscard]] const std::string& destination() const;
+
+  const Call& call_;
+  const Request_Entry& entry_;
+  Stop_Source stop_;
+  sap_hana::Backup_File_Info file_;
+  std::string error_;
+};
+
+}  // namespace hdbbackint

@@ -1,0 +1,15 @@
+#include "hdbbackint/restore/restore_function.h"
+
+#include "hdbbackint/parallel_objects.h"
+#include "hdbbackint/restore/object_restorer.h"
+#include "hdbbackint/stream/stream_limits.h"
+
+namespace hdbbackint {
+
+void run_restore(const Call& call) {
+  const std::vector<Request_Entry>& entries = call.request.entries;
+  serve_in_order(entries.size(), parallel_objects,
+                 [&](std::size_t index) { Object_Restorer(call, entries[index]).restore(); });
+}
+
+}  // namespace hdbbackint
