@@ -1,0 +1,176 @@
+#include "agentd/daemon.h"
+
+#include <ace/Thread_Manager.h>
+
+#include <thread>
+
+#include "agent/backupd_client/access_key_file.h"
+#include "agentd/backint_verifier.h"
+#include "agentd/former_runs.h"
+#include "job/job_activity_record.h"
+#include "platform/log.h"
+#include "platform/product_paths.h"
+
+extern "C" const char* dorsal3_version();
+
+namespace agentd {
+
+namespace {
+
+constexpr std::chrono::seconds hello_limit{30};
+constexpr std::chrono::seconds completion_limit{5};
+/// What closing may take after the jobs have ended.
+constexpr std::chrono::seconds close_limit{10};
+
+JSON_RPC_Answer verify(const json_spirit::Object& params) {
+  std::vector<Verify_Object> objects;
+  std::string error;
+  if (!read_verify_request(params, objects, error)) return refusal_answer(JSON_RPC_E_INVALID_PARAMS, error);
+  json_spirit::Array results;
+  for (const Verify_Object& object : objects) results.emplace_back(to_json(verify_object(object)));
+  JSON_RPC_Answer answer;
+  answer.ok = true;
+  answer.result = json_spirit::Object{{"objects", std::move(results)}};
+  return answer;
+}
+
+JSON_RPC_Answer with_job_id(const json_spirit::Object& params,
+                            const std::function<JSON_RPC_Answer(const std::string& job_act_id)>& action) {
+  std::string job_act_id;
+  if (!json_spirit::object_get(params, "job_act_id", job_act_id) || job_act_id.empty())
+    return refusal_answer(JSON_RPC_E_INVALID_PARAMS, "\"job_act_id\" is needed");
+  return action(job_act_id);
+}
+
+}  // namespace
+
+std::string outbox_directory() { return platform::product_paths::agent_state("outbox"); }
+
+Daemon::Daemon(Agent_Configuration configuration)
+    : configuration_(std::move(configuration)),
+      instance_service_(modules_, instances_),
+      jobs_(modules_, configuration_.host_uuid),
+      router_(modules_),
+      link_(
+          configuration_,
+          [this](const std::string& method, const json_spirit::Value& params) { return router_.call(method, params); },
+          [this] { reporter_->connected(); }),
+      outbox_(outbox_directory()),
+      messages_(link_) {
+  Reporter::Callbacks callbacks;
+  callbacks.send = [this](const Message& message, std::string& reason) { return messages_.send(message, reason); };
+  callbacks.connection = [this] { return link_.connection(); };
+  callbacks.greet = [this] { return greet(); };
+  callbacks.ended = [this](const std::string& job_act_id) { job_ended(job_act_id); };
+  reporter_ = std::make_shared<Reporter>(outbox_, std::move(callbacks),
+                                         std::chrono::seconds(configuration_.heartbeat_seconds));
+}
+
+Daemon::~Daemon() {
+  set_activity_listener(nullptr);
+  set_job_log_sink(nullptr);
+  set_alert_sink(nullptr);
+}
+
+bool Daemon::start() {
+  if (!outbox_.open()) return false;
+  (void)modules_.load(configuration_.modules);  // each that fails is logged; the others work
+  (void)instances_.open();                      // logged; what cannot be read is refused when it is asked for
+  (void)generate_access_key_file();             // logged; the backup itself needs it and fails with words of its own
+  add_methods();
+  connect_jobs();
+  settle_former_runs([this](const Job_Activity_Snapshot& activity) { reporter_->activity_changed(activity); });
+  reporter_->start();
+  link_.start();
+  D3_INFO("The agent of host %C (%C) is ready\n", configuration_.host_name.c_str(), configuration_.host_uuid.c_str());
+  return true;
+}
+
+void Daemon::connect_jobs() {
+  set_activity_listener(reporter_);
+  set_job_log_sink(reporter_);
+  set_alert_sink(reporter_);
+}
+
+void Daemon::add_methods() {
+  using Params = json_spirit::Object;
+  router_.add("job.start", [this](const Params& params) {
+    const json_spirit::Value* const definition = params.find("definition");
+    json_spirit::Object options;
+    (void)json_spirit::object_get(params, "options", options);
+    return with_job_id(params, [&](const std::string& job_act_id) {
+      if (definition == nullptr) return refusal_answer(JSON_RPC_E_INVALID_PARAMS, "\"definition\" is needed");
+      return jobs_.start(*definition, options, job_act_id);
+    });
+  });
+  router_.add("job.stop", [this](const Params& params) {
+    return with_job_id(params, [this](const std::string& id) { return jobs_.stop(id); });
+  });
+  router_.add("job.remove", [this](const Params& params) {
+    return with_job_id(params, [this](const std::string& id) { return jobs_.remove(id); });
+  });
+  router_.add("instance.probe", [this](const Params&) { return instance_service_.probe(); });
+  router_.add("instance.state", [this](const Params& params) { return instance_service_.state(params); });
+  router_.add("instance.logon", [this](const Params& params) { return instance_service_.logon(params); });
+  router_.add("instance.check", [this](const Params& params) { return instance_service_.check(params); });
+  router_.add("database.list", [this](const Params& params) { return instance_service_.databases(params); });
+  router_.add("backint.verify", [](const Params& params) { return verify(params); });
+}
+
+/// Tells backupd who is there and which runs are still this agent's to report.
+bool Daemon::greet() {
+  std::vector<Job_Activity_Snapshot> known;
+  (void)list_job_activities(known);
+  json_spirit::Array activities;
+  for (const Job_Activity_Snapshot& activity : known) activities.emplace_back(activity.id);
+  const auto names = modules_.names();
+  const json_spirit::Object hello{{"host_uuid", configuration_.host_uuid},
+                                  {"name", configuration_.host_name},
+                                  {"version", dorsal3_version()},
+                                  {"modules", json_spirit::Array(names.begin(), names.end())},
+                                  {"activities", std::move(activities)}};
+  const JSON_RPC_Answer answer = link_.call("agent.hello", hello, hello_limit);
+  if (answer.ok) return true;
+  D3_WARNING("Backupd does not accept this agent, %C; trying again\n", platform::cut_for_log(answer.message).c_str());
+  link_.reconnect();
+  return false;
+}
+
+void Daemon::job_ended(const std::string& job_act_id) {
+  jobs_.wait_completed(job_act_id, completion_limit);
+  jobs_.forget(job_act_id);
+  (void)remove_job_activity(job_act_id);
+}
+
+bool Daemon::stop() {
+  D3_INFO("The agent stops, it waits up to %u second(s) for running jobs\n", configuration_.stop_limit_seconds);
+  const bool drained = jobs_.drain(std::chrono::seconds(configuration_.stop_limit_seconds));
+  for (const std::string& id : jobs_.running()) D3_WARNING("Job %C is cut off, the agent ends\n", id.c_str());
+  reporter_->stop();
+  const bool closed = close_link(close_limit);
+  if (!drained || !closed) return false;
+  // Code of the modules is gone from every thread before it is unloaded.
+  if (ACE_Thread_Manager::instance()->wait() != 0) return false;
+  jobs_.clear();
+  modules_.unload();
+  D3_INFO("The agent has ended\n");
+  return true;
+}
+
+/// A request of backupd that still runs (reading a set back takes hours) must not hold the end up.
+bool Daemon::close_link(std::chrono::seconds limit) {
+  platform::Wait_Event closed;
+  std::thread closer([&] {
+    link_.stop();
+    closed.set();
+  });
+  if (platform::Clock::current().wait_for(closed, limit)) {
+    closer.join();
+    return true;
+  }
+  D3_WARNING("A request of backupd still runs, the agent ends without its answer\n");
+  closer.detach();  // the process is left at once by the caller
+  return false;
+}
+
+}  // namespace agentd

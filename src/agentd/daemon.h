@@ -1,0 +1,58 @@
+#pragma once
+
+#include <memory>
+
+#include "agent/backupd_client/agent_configuration.h"
+#include "agent/instance/instance_manager.h"
+#include "agentd/backupd_messages.h"
+#include "agentd/instance_service.h"
+#include "agentd/job_table.h"
+#include "agentd/method_router.h"
+#include "agentd/module.h"
+#include "agentd/outbox.h"
+#include "agentd/reporter.h"
+#include "agentd/server_link.h"
+
+namespace agentd {
+
+/// The host agent: everything it consists of, and the order of its start and its end. start and stop are called once, on
+/// one thread.
+class Daemon {
+ public:
+  explicit Daemon(Agent_Configuration configuration);
+  ~Daemon();
+  Daemon(const Daemon&) = delete;
+  Daemon& operator=(const Daemon&) = delete;
+
+  /// False, with an error line, when the agent cannot work at all.
+  [[nodiscard]] bool start();
+  /// Starts no more jobs, waits for the running ones up to the configured limit, tells backupd, and ends everything. False
+  /// when something still ran then: the process must be left without unwinding, what was cut off is reported by the next
+  /// agent.
+  [[nodiscard]] bool stop();
+
+ private:
+  void add_methods();
+  void connect_jobs();
+  [[nodiscard]] bool greet();
+  void job_ended(const std::string& job_act_id);
+  [[nodiscard]] bool close_link(std::chrono::seconds limit);
+
+  const Agent_Configuration configuration_;
+  Modules modules_;
+  Instance_Manager instances_;
+  Scoped_Instance_Manager instances_scope_{instances_};
+  Instance_Service instance_service_;
+  Job_Table jobs_;
+  Method_Router router_;
+  Server_Link link_;
+  Scoped_Agent_Channel channel_scope_{link_};
+  Outbox outbox_;
+  Backupd_Messages messages_;
+  std::shared_ptr<Reporter> reporter_;
+};
+
+/// "/var/opt/tarvex/dorsal3/agent/outbox"
+[[nodiscard]] std::string outbox_directory();
+
+}  // namespace agentd

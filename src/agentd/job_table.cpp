@@ -1,0 +1,166 @@
+#include "agentd/job_table.h"
+
+#include "agentd/definition_guard.h"
+#include "platform/clock.h"
+#include "platform/log.h"
+
+namespace agentd {
+
+namespace {
+
+JSON_RPC_Answer done(json_spirit::Object result) {
+  JSON_RPC_Answer answer;
+  answer.ok = true;
+  answer.result = std::move(result);
+  return answer;
+}
+
+JSON_RPC_Answer unknown_job(const std::string& job_act_id) {
+  return refusal_answer(JSON_RPC_E_SERVER, "this agent runs no job " + platform::cut_for_log(job_act_id));
+}
+
+/// The kind in the definition's own words, for messages.
+std::string kind_of(const Job_Definition& definition) {
+  const std::string subtype = job_def_subtype_to_string(definition.subtype());
+  return (definition.type() == JOB_DEFINITION_RESTORE ? "restore" : "backup") + std::string(" of subtype \"") + subtype +
+         "\"";
+}
+
+}  // namespace
+
+JSON_RPC_Answer refusal_answer(int code, const std::string& message) {
+  JSON_RPC_Answer answer;
+  answer.code = code;
+  answer.message = message;
+  return answer;
+}
+
+JSON_RPC_Answer Job_Table::start(const json_spirit::Value& definition, const json_spirit::Object& options,
+                                 const std::string& job_act_id) {
+  if (find(job_act_id).get() != nullptr) return done({{"job_act_id", job_act_id}});
+  std::string refusal;
+  const Job_Ptr job = make_job(definition, refusal);
+  if (job.get() == nullptr) return refusal_answer(JSON_RPC_E_INVALID_PARAMS, refusal);
+  if (!job->open_activity(job_act_id))
+    return refusal_answer(JSON_RPC_E_SERVER, "the activity record of the run cannot be made; see the agent's log");
+  if (!take(job_act_id, job, refusal)) {
+    (void)remove_job_activity(job_act_id);
+    return refusal_answer(JSON_RPC_E_SERVER, refusal);
+  }
+  D3_INFO("Start job %C '%C'\n", job_act_id.c_str(), platform::cut_for_log(job->definition()->name()).c_str());
+  if (job->start(options.empty() ? nullptr : &options) == 0) return done({{"job_act_id", job_act_id}});
+  forget(job_act_id);
+  return refusal_answer(JSON_RPC_E_SERVER, "the job's thread cannot be started; see the agent's log");
+}
+
+Job_Ptr Job_Table::make_job(const json_spirit::Value& document, std::string& refusal) const {
+  std::string module_name;
+  if (!document.is_object() || !json_spirit::object_get(document.get_obj(), "module", module_name)) {
+    refusal = "the definition names no module";
+    return {};
+  }
+  const Module* const module = modules_.find(module_name);
+  if (module == nullptr || module->job_creator() == nullptr) {
+    refusal = "this agent has no module \"" + platform::cut_for_log(module_name) +
+              "\" that runs jobs; install it and name it in agent.toml";
+    return {};
+  }
+  if (!names_are_safe(document.get_obj(), refusal)) return {};
+  const auto choose = [module](Job_Definition_Type type, Job_Definition_Subtype) { return module->parsers(type); };
+  const Job_Definition_Ptr definition = read_job_definition(document, choose, refusal);
+  if (definition.null()) return {};
+  if (definition->host_id() != host_uuid_) {
+    refusal = "the definition is for host " + platform::cut_for_log(definition->host_id()) + ", this is " + host_uuid_;
+    return {};
+  }
+  const Job_Ptr job = module->job_creator()->create(definition);
+  if (job.get() == nullptr)
+    refusal = "module \"" + module_name + "\" does not run a " + kind_of(*definition) + "; the definition is refused";
+  return job;
+}
+
+bool Job_Table::take(const std::string& job_act_id, const Job_Ptr& job, std::string& refusal) {
+  const std::lock_guard lock(mutex_);
+  if (stopping_) {
+    refusal = "the agent is stopping and starts no job; start it again when the agent is back";
+    return false;
+  }
+  if (!jobs_.emplace(job_act_id, job).second) {
+    refusal = "job " + job_act_id + " is being started already";
+    return false;
+  }
+  return true;
+}
+
+JSON_RPC_Answer Job_Table::stop(const std::string& job_act_id) {
+  const Job_Ptr job = find(job_act_id);
+  if (job.get() == nullptr) return unknown_job(job_act_id);
+  D3_INFO("Stop job %C\n", job_act_id.c_str());
+  const int code = job->stop(nullptr);
+  const char* const message = code == 0 ? "" : "the job cannot be stopped now; the agent's log tells why";
+  return done({{"code", code}, {"message", message}});
+}
+
+JSON_RPC_Answer Job_Table::remove(const std::string& job_act_id) {
+  const Job_Ptr job = find(job_act_id);
+  if (job.get() == nullptr) return unknown_job(job_act_id);
+  if (is_active(job->state()))
+    return done({{"code", -1}, {"message", "the job runs; stop it first"}});
+  const int code = job->remove(false, nullptr);
+  if (code == 0) forget(job_act_id);
+  return done({{"code", code}, {"message", code == 0 ? "" : "the job cannot be removed; the agent's log tells why"}});
+}
+
+void Job_Table::wait_completed(const std::string& job_act_id, std::chrono::seconds limit) const {
+  const Job_Ptr job = find(job_act_id);
+  if (job.get() != nullptr) (void)platform::Clock::current().wait_for(job->completed(), limit);
+}
+
+void Job_Table::forget(const std::string& job_act_id) {
+  Job_Ptr last;  // destroyed after the lock is released
+  const std::lock_guard lock(mutex_);
+  const auto found = jobs_.find(job_act_id);
+  if (found == jobs_.end()) return;
+  last = found->second;
+  jobs_.erase(found);
+}
+
+std::vector<std::string> Job_Table::running() const {
+  const std::lock_guard lock(mutex_);
+  std::vector<std::string> ids;
+  for (const auto& [id, job] : jobs_)
+    if (is_active(job->state())) ids.push_back(id);
+  return ids;
+}
+
+bool Job_Table::drain(std::chrono::seconds limit) {
+  std::vector<Job_Ptr> waited;
+  {
+    const std::lock_guard lock(mutex_);
+    stopping_ = true;
+    for (const auto& [id, job] : jobs_) waited.push_back(job);
+  }
+  platform::Clock& clock = platform::Clock::current();
+  const auto end = clock.steady_now() + limit;
+  bool all = true;
+  for (const Job_Ptr& job : waited) {
+    if (!is_active(job->state())) continue;
+    const auto left = std::max(end - clock.steady_now(), std::chrono::steady_clock::duration::zero());
+    all = clock.wait_for(job->completed(), left) && all;
+  }
+  return all;
+}
+
+void Job_Table::clear() {
+  std::map<std::string, Job_Ptr> dropped;
+  const std::lock_guard lock(mutex_);
+  dropped.swap(jobs_);
+}
+
+Job_Ptr Job_Table::find(const std::string& job_act_id) const {
+  const std::lock_guard lock(mutex_);
+  const auto found = jobs_.find(job_act_id);
+  return found == jobs_.end() ? Job_Ptr() : found->second;
+}
+
+}  // namespace agentd

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "agentd/module.h"
+#include "job/job.h"
+#include "net/json_rpc_peer.h"
+
+namespace agentd {
+
+/// The jobs that this agent runs, by the id of their activity. Any thread.
+class Job_Table {
+ public:
+  Job_Table(const Modules& modules, std::string host_uuid) : modules_(modules), host_uuid_(std::move(host_uuid)) {}
+
+  /// Starts a run of a definition document. The answer carries {"job_act_id"}; its refusals say why: the document is not
+  /// sound, is another host's, names an unknown module, is of a kind that the module does not run, or the agent is
+  /// stopping. The same job_act_id again is answered as done.
+  [[nodiscard]] JSON_RPC_Answer start(const json_spirit::Value& definition, const json_spirit::Object& options,
+                                      const std::string& job_act_id);
+  /// Passes the request to the job; the answer carries {"code", "message"}.
+  [[nodiscard]] JSON_RPC_Answer stop(const std::string& job_act_id);
+  /// Has the job's class clean up after it, and forgets it. Refused while it runs.
+  [[nodiscard]] JSON_RPC_Answer remove(const std::string& job_act_id);
+
+  /// Waits until the run has let go of its record; at once when it is not known here.
+  void wait_completed(const std::string& job_act_id, std::chrono::seconds limit) const;
+  /// A run has ended and backupd knows: nothing more is asked of it.
+  void forget(const std::string& job_act_id);
+  [[nodiscard]] std::vector<std::string> running() const;
+
+  /// From here on nothing is started. Waits until the runs have ended or `limit` has passed; true when all have.
+  [[nodiscard]] bool drain(std::chrono::seconds limit);
+  /// Drops every job; only when none runs.
+  void clear();
+
+ private:
+  [[nodiscard]] Job_Ptr find(const std::string& job_act_id) const;
+  [[nodiscard]] Job_Ptr make_job(const json_spirit::Value& definition, std::string& refusal) const;
+  [[nodiscard]] bool take(const std::string& job_act_id, const Job_Ptr& job, std::string& refusal);
+
+  const Modules& modules_;
+  const std::string host_uuid_;
+  mutable std::mutex mutex_;
+  std::map<std::string, Job_Ptr> jobs_;  ///< guarded by mutex_
+  bool stopping_ = false;                ///< guarded by mutex_
+};
+
+/// A refusal as an answer.
+[[nodiscard]] JSON_RPC_Answer refusal_answer(int code, const std::string& message);
+
+}  // namespace agentd

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "agent/backupd_client/agent_configuration.h"
+#include "agent/backupd_client/json_rpc_forward.h"
+#include "net/json_rpc_peer.h"
+#include "platform/clock.h"
+
+namespace agentd {
+
+/// Keeps one WebSocket to backupd: connects again, after growing pauses, for as long as it is not stopped. Requests of
+/// backupd go to the handler on worker threads; call sends requests the other way. Any thread may call.
+class Server_Link : public Agent_Channel {
+ public:
+  using Handler = JSON_RPC_Peer::Handler;
+  /// Called on the link's thread when a connection stands, requests may be coming in already; must not block.
+  using Connected = std::function<void()>;
+
+  Server_Link(const Agent_Configuration& configuration, Handler handler, Connected connected);
+  ~Server_Link() override;
+  Server_Link(const Server_Link&) = delete;
+  Server_Link& operator=(const Server_Link&) = delete;
+
+  void start();
+  /// Closes the connection, waits for the handlers that run, and ends the thread. More than once is fine.
+  void stop();
+  /// Gives the present connection up, so that a new one is made.
+  void reconnect();
+
+  /// Number of the present connection, 0 without one; it grows with every new one.
+  [[nodiscard]] std::uint64_t connection() const;
+  [[nodiscard]] JSON_RPC_Answer call(const std::string& method, const json_spirit::Value& params,
+                                     std::chrono::nanoseconds timeout) override;
+
+  static constexpr const char* rpc_path = "/q5/rpc";
+  static constexpr std::chrono::seconds connect_timeout{20};
+  static constexpr unsigned first_pause_seconds = 1;
+  static constexpr unsigned longest_pause_seconds = 60;
+  static constexpr unsigned workers = 4;
+
+ private:
+  struct Connection {
+    std::uint64_t number = 0;
+    std::unique_ptr<net::Web_Socket> socket;
+    std::unique_ptr<JSON_RPC_Peer> peer;
+  };
+
+  void run();
+  [[nodiscard]] std::shared_ptr<Connection> open_connection();
+  void serve(const std::shared_ptr<Connection>& connection);
+  void tell_away(const std::string& reason);
+  [[nodiscard]] std::shared_ptr<Connection> current() const;
+
+  const Agent_Configuration& configuration_;
+  const Handler handler_;
+  const Connected connected_;
+  mutable std::mutex mutex_;
+  std::shared_ptr<Connection> connection_;  ///< guarded by mutex_
+  platform::Wait_Event stopping_;
+  std::thread thread_;
+  std::uint64_t last_number_ = 0;  ///< the link's thread only
+  bool away_told_ = false;         ///< the link's thread only
+};
+
+}  // namespace agentd
