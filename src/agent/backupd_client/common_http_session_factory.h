@@ -18,4 +18,8 @@ class Common_HTTP_Session_Factory {
   /// Connects and asks the server for its version with the host's key, `retries` times more when it does not answer.
   /// Null when that fails; the cause is logged. Any thread.
   [[nodiscard]] static HTTP_Session_var create(Type type, const Param* param = nullptr, int retries = 0);
+
+  /// The session to backupd as the host's configuration describes it, not tried yet. Null when the configuration or the
+  /// key cannot be read; the cause is logged.
+  [[nodiscard]] static HTTP_Session_var configured();
 };

@@ -33,11 +33,16 @@ class HTTP_Session {
   void authorize(net::Http_Request& request) const;
 
  private:
+  struct Idle_Connection {
+    std::unique_ptr<net::Http_Connection> connection;
+    std::chrono::steady_clock::time_point since;
+  };
+
   const net::Endpoint endpoint_;
   const secure_string access_key_;
   const std::string url_;
   std::mutex mutex_;
-  std::vector<std::unique_ptr<net::Http_Connection>> idle_;  ///< guarded by mutex_
+  std::vector<Idle_Connection> idle_;  ///< guarded by mutex_, the last used at the end
 
   [[nodiscard]] std::unique_ptr<net::Http_Connection> take_idle();
   void give_back(std::unique_ptr<net::Http_Connection> connection);
