@@ -1,0 +1,35 @@
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "backupd/agent_connection.h"
+
+namespace backupd {
+
+/// The agents that are connected, one socket for each host. Safe from any thread.
+class Agent_Registry {
+ public:
+  /// A socket that the host had before is closed: the agent knows best which one is good.
+  void put(const std::shared_ptr<Agent_Connection>& connection);
+  /// Forgets the connection unless another one took its place.
+  void remove(const std::shared_ptr<Agent_Connection>& connection);
+
+  [[nodiscard]] bool is_connected(const std::string& host_uuid) const;
+  [[nodiscard]] std::vector<std::string> hosts() const;
+  /// Calls the agent of a host; JSON_RPC_E_NOT_CONNECTED when it is not there or goes away meanwhile.
+  [[nodiscard]] JSON_RPC_Answer call(const std::string& host_uuid, const std::string& method,
+                                     const json_spirit::Value& params, std::chrono::nanoseconds timeout) const;
+
+ private:
+  [[nodiscard]] std::shared_ptr<Agent_Connection> find(const std::string& host_uuid) const;
+
+  mutable std::mutex mutex_;
+  std::map<std::string, std::shared_ptr<Agent_Connection>> connections_;
+};
+
+}  // namespace backupd

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "backupd/activity_store.h"
+#include "backupd/agent_registry.h"
+#include "backupd/definition_store.h"
+#include "backupd/resource_store.h"
+#include "backupd/sweeper.h"
+#include "net/http_transport.h"
+
+namespace backupd {
+
+/// Answers what agents ask over their sockets. Any thread.
+class Agent_Service {
+ public:
+  struct Stores {
+    Resource_Store& resources;
+    Definition_Store& definitions;
+    Activity_Store& activities;
+    Sweeper& sweeper;
+  };
+
+  Agent_Service(Stores stores, Agent_Registry& registry) : stores_(stores), registry_(registry) {}
+
+  /// Serves the socket of a host's agent until it closes.
+  void serve(net::Web_Socket& socket, const std::string& host_uuid);
+
+  /// Runs one request of the agent at `connection`.
+  [[nodiscard]] JSON_RPC_Answer handle(const std::shared_ptr<Agent_Connection>& connection, const std::string& method,
+                                       const json_spirit::Value& params);
+
+ private:
+  JSON_RPC_Answer hello(const std::shared_ptr<Agent_Connection>& connection, const json_spirit::Object& params);
+  JSON_RPC_Answer list_definitions(const Agent_Connection& connection, const json_spirit::Object& params);
+  JSON_RPC_Answer find_definition(const std::string& id);
+  JSON_RPC_Answer report(const Agent_Connection& connection, const json_spirit::Object& params);
+  JSON_RPC_Answer log(const Agent_Connection& connection, const json_spirit::Object& params);
+  JSON_RPC_Answer forward(const json_spirit::Object& params);
+  void sweep(const std::vector<std::string>& ended);
+
+  Stores stores_;
+  Agent_Registry& registry_;
+};
+
+}  // namespace backupd

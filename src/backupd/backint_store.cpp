@@ -1,0 +1,245 @@
+#include "backupd/backint_store.h"
+
+namespace backupd {
+
+namespace {
+
+constexpr char file_columns[] = "id, document, host_uuid, sid, database_name";
+constexpr std::size_t file_column_count = 5;
+
+Outcome store_failed() {
+  return Outcome::refuse(Outcome::internal, "the Backint records cannot be read or written now; see the server's log");
+}
+
+Outcome no_such_job(const std::string& uuid) {
+  return Outcome::refuse(Outcome::not_found, "there is no Backint job record " + uuid +
+                                                 "; its job may have ended without a backup set");
+}
+
+json_spirit::Object file_record(const Sql_Row& row) {
+  json_spirit::Object record = stored_object(row.text(1));
+  record["id"] = row.number(0);
+  record["host_uuid"] = row.text(2);
+  record["sid"] = row.text(3);
+  record["database"] = row.text(4);
+  return record;
+}
+
+/// What a file record needs of its job.
+struct Owner {
+  std::string host_uuid;
+  std::string sid;
+  std::string database;
+  bool taken = false;
+};
+
+std::optional<Owner> find_owner(Sql_Session& session, const std::string& uuid) {
+  const auto row = session.first("SELECT host_uuid, sid, database_name, taken FROM backint_jobs WHERE uuid = :a", {uuid}, 4);
+  if (!row) return std::nullopt;
+  return Owner{row->text(0), row->text(1), row->text(2), row->number(3) != 0};
+}
+
+/// The record as it is stored when the same object was recorded before.
+std::optional<json_spirit::Object> find_same(Sql_Session& session, const sap_hana::Backup_File_Info& file) {
+  const auto row = session.first(std::string("SELECT ") + file_columns +
+                                     " FROM backint_files WHERE job_uuid = :a AND filename = :b AND extern_backup_id = :c",
+                                 {file.info_uuid, file.filename, file.extern_backup_id}, file_column_count);
+  if (!row) return std::nullopt;
+  return file_record(*row);
+}
+
+Outcome compare(const json_spirit::Object& stored, const sap_hana::Backup_File_Info& file) {
+  sap_hana::Backup_File_Info known;
+  json_spirit::Object record = stored;
+  for (const char* added : {"host_uuid", "sid", "database"}) record.erase(added);
+  if (known.from_json(record) && known.size == file.size && known.storage_path == file.storage_path &&
+      known.checksum == file.checksum)
+    return {Outcome::already_done, {}};
+  return Outcome::refuse(Outcome::conflict, "another object is recorded as " + file.filename + " with the external backup id " +
+                                                file.extern_backup_id + "; give the new object an id of its own");
+}
+
+/// The directory that the object lies in.
+std::string dataset_of(const std::string& storage_path) {
+  const std::size_t slash = storage_path.rfind('/');
+  return slash == std::string::npos ? std::string() : storage_path.substr(0, slash);
+}
+
+void insert_file(Sql_Session& session, const Owner& owner, sap_hana::Backup_File_Info& file) {
+  const std::int64_t id = session.next_number("backint_file");
+  file.id = static_cast<std::uint64_t>(id);
+  session.execute("INSERT INTO backint_files (id, job_uuid, filename, origin_path, extern_backup_id, host_uuid, sid, "
+                  "database_name, pool_uuid, dataset, set_id, document) "
+                  "VALUES (:a, :b, :c, :d, :e, :f, :g, :h, :i, :j, :k, :l)",
+                  {id, file.info_uuid, file.filename, file.origin_path, file.extern_backup_id, owner.host_uuid, owner.sid,
+                   owner.database, file.pool_uuid, dataset_of(file.storage_path), std::int64_t{0},
+                   json_spirit::dump_json(file.to_json())});
+}
+
+}  // namespace
+
+Outcome Backint_Store::add_job(sap_hana::Backint_Backup_Job_Info& job) {
+  Outcome outcome;
+  const bool stored = database_.write([&](Sql_Session& session) {
+    if (find_owner(session, job.uuid)) {
+      outcome = Outcome::refuse(Outcome::conflict, "a Backint job record " + job.uuid +
+                                                       " is stored already; make a new uuid for a new backup");
+      return false;
+    }
+    if (!session.first("SELECT uuid FROM pools WHERE uuid = :a", {job.pool_uuid}, 1)) {
+      outcome = Outcome::refuse(Outcome::invalid, "the pool " + job.pool_uuid + " is not registered; register it first");
+      return false;
+    }
+    const std::int64_t id = session.next_number("backint_job");
+    job.id = static_cast<std::uint64_t>(id);
+    session.execute("INSERT INTO backint_jobs (id, uuid, host_uuid, job_act_id, sid, database_name, database_backup_id, "
+                    "landscape_id, pool_uuid, taken, document) VALUES (:a, :b, :c, :d, :e, :f, :g, :h, :i, :j, :k)",
+                    {id, job.uuid, job.host_uuid, job.job_act_id, job.sid, job.database,
+                     static_cast<std::int64_t>(job.database_backup_id), job.landscape_id, job.pool_uuid, std::int64_t{0},
+                     json_spirit::dump_json(job.to_json())});
+    return true;
+  });
+  return stored || !outcome.ok() ? outcome : store_failed();
+}
+
+Outcome Backint_Store::get_job(const std::string& uuid, json_spirit::Object& record) {
+  std::optional<Sql_Row> row;
+  if (!database_.read([&](Sql_Session& session) {
+        row = session.first("SELECT document, taken FROM backint_jobs WHERE uuid = :a", {uuid}, 2);
+      }))
+    return store_failed();
+  if (!row) return no_such_job(uuid);
+  record = stored_object(row->text(0));
+  if (row->number(1) != 0) record["taken"] = true;
+  return {};
+}
+
+Outcome Backint_Store::set_backup_id(const std::string& uuid, std::int64_t database_backup_id) {
+  if (database_backup_id <= 0) return Outcome::refuse(Outcome::invalid, "\"database_backup_id\" must be above 0");
+  Outcome outcome;
+  const bool stored = database_.write([&](Sql_Session& session) {
+    const auto row = session.first("SELECT database_backup_id, document FROM backint_jobs WHERE uuid = :a", {uuid}, 2);
+    if (!row) {
+      outcome = no_such_job(uuid);
+      return false;
+    }
+    const std::int64_t known = row->number(0);
+    if (known == database_backup_id) {
+      outcome.kind = Outcome::already_done;
+      return true;
+    }
+    if (known != 0) {
+      outcome = Outcome::refuse(Outcome::conflict, "the Backint job record " + uuid + " belongs to the backup " +
+                                                       std::to_string(known) + ", not to " +
+                                                       std::to_string(database_backup_id));
+      return false;
+    }
+    json_spirit::Object record = stored_object(row->text(1));
+    record["database_backup_id"] = database_backup_id;
+    session.execute("UPDATE backint_jobs SET database_backup_id = :a, document = :b WHERE uuid = :c",
+                    {database_backup_id, json_spirit::dump_json(record), uuid});
+    return true;
+  });
+  return stored || !outcome.ok() ? outcome : store_failed();
+}
+
+Outcome Backint_Store::take_job(const std::string& uuid) {
+  std::int64_t changed = 0;
+  if (!database_.write([&](Sql_Session& session) {
+        changed = session.execute("UPDATE backint_jobs SET taken = 1 WHERE uuid = :a", {uuid});
+        return true;
+      }))
+    return store_failed();
+  return changed == 0 ? no_such_job(uuid) : Outcome();
+}
+
+bool Backint_Store::list_jobs(List_Query query, List_Page& page) {
+  query.where("taken", std::int64_t{0});
+  return database_.read([&](Sql_Session& session) {
+    page.total = count_rows(session, "backint_jobs", query);
+    for (const Sql_Row& row : select_rows(session, "backint_jobs", "document", 1, query))
+      page.rows.emplace_back(stored_object(row.text(0)));
+  });
+}
+
+Outcome Backint_Store::add_files(const std::string& job_uuid, std::vector<sap_hana::Backup_File_Info> files,
+                                 json_spirit::Array& stored) {
+  Outcome outcome;
+  json_spirit::Array rows;
+  std::size_t added = 0;
+  const bool committed = database_.write([&](Sql_Session& session) {
+    const std::optional<Owner> owner = find_owner(session, job_uuid);
+    if (!owner) {
+      outcome = no_such_job(job_uuid);
+      return false;
+    }
+    for (sap_hana::Backup_File_Info& file : files) {
+      if (const auto same = find_same(session, file)) {
+        if (outcome = compare(*same, file); !outcome.ok()) return false;
+        rows.emplace_back(*same);
+        continue;
+      }
+      if (owner->taken) {
+        outcome = Outcome::refuse(Outcome::conflict, "the Backint job record " + job_uuid +
+                                                         " was taken by its finished backup; nothing can be added to it");
+        return false;
+      }
+      insert_file(session, *owner, file);
+      rows.emplace_back(file.to_json());
+      ++added;
+    }
+    return true;
+  });
+  if (!committed) return outcome.ok() ? store_failed() : outcome;
+  stored = std::move(rows);
+  return {added == 0 && !files.empty() ? Outcome::already_done : Outcome::done, {}};
+}
+
+Outcome Backint_Store::list_job_files(const std::string& job_uuid, json_spirit::Array& rows) {
+  bool known = false;
+  if (!database_.read([&](Sql_Session& session) {
+        known = find_owner(session, job_uuid).has_value();
+        for (const Sql_Row& row : session.query("SELECT document, id FROM backint_files WHERE job_uuid = :a ORDER BY id",
+                                                {job_uuid}, 2)) {
+          json_spirit::Object record = stored_object(row.text(0));
+          record["id"] = row.number(1);
+          rows.emplace_back(std::move(record));
+        }
+      }))
+    return store_failed();
+  return known ? Outcome() : no_such_job(job_uuid);
+}
+
+bool Backint_Store::list_files(const File_Filter& filter, List_Query query, List_Page& page) {
+  query.where_given("host_uuid", filter.host_uuid);
+  query.where_given("sid", filter.sid);
+  query.where_given("database_name", filter.database);
+  query.where_given("origin_path", filter.origin_path);
+  query.where_given("extern_backup_id", filter.extern_backup_id);
+  return database_.read([&](Sql_Session& session) {
+    page.total = count_rows(session, "backint_files", query);
+    for (const Sql_Row& row : select_rows(session, "backint_files", file_columns, file_column_count, query))
+      page.rows.emplace_back(file_record(row));
+  });
+}
+
+Outcome Backint_Store::remove_file(std::int64_t id, bool force) {
+  Outcome outcome;
+  const bool removed = database_.write([&](Sql_Session& session) {
+    const auto row = session.first("SELECT set_id FROM backint_files WHERE id = :a", {id}, 1);
+    if (!row) {
+      outcome = Outcome::refuse(Outcome::not_found, "there is no file record " + std::to_string(id));
+      return false;
+    }
+    if (row->number(0) != 0 && !force) {
+      outcome = Outcome::refuse(Outcome::conflict, "the file record " + std::to_string(id) + " belongs to the kept set " +
+                                                       row->text(0) + "; remove it with force=1 if the set may go");
+      return false;
+    }
+    session.execute("DELETE FROM backint_files WHERE id = :a", {id});
+    return true;
+  });
+  return removed || !outcome.ok() ? outcome : store_failed();
+}
+
+}  // namespace backupd

@@ -1,0 +1,127 @@
+#include "backupd/catalog_views.h"
+
+#include <optional>
+
+#include "backupd/body_reader.h"
+#include "backupd/list_query.h"
+
+namespace backupd {
+
+namespace {
+
+constexpr char module_hana[] = "hana";
+
+struct Restore_Point {
+  std::string type;
+  std::string resource_uuid;
+  std::string lifeline;
+  std::string database;
+  std::string time;
+  std::int64_t database_backup_id = 0;
+};
+
+using Found = std::optional<Sql_Row>;
+
+Found find_full(Sql_Session& session, const Restore_Point& point) {
+  if (point.lifeline.empty())
+    return session.first("SELECT document FROM sets WHERE resource_uuid = :a AND database_name = :b AND type = 'full' "
+                         "AND start_time <= :c ORDER BY start_time DESC, id DESC LIMIT 1",
+                         {point.resource_uuid, point.database, point.time}, 1);
+  return session.first("SELECT document FROM sets WHERE resource_uuid = :a AND lifeline = :b AND database_name = :c "
+                       "AND type = 'full' AND start_time <= :d ORDER BY start_time DESC, id DESC LIMIT 1",
+                       {point.resource_uuid, point.lifeline, point.database, point.time}, 1);
+}
+
+Found find_catalog(Sql_Session& session, const Restore_Point& point) {
+  Found after = session.first(
+      "SELECT document FROM sets WHERE resource_uuid = :a AND lifeline = :b AND database_name = :c AND type = 'catalog' "
+      "AND start_time >= :d AND database_backup_id >= :e ORDER BY start_time ASC, id ASC LIMIT 1",
+      {point.resource_uuid, point.lifeline, point.database, point.time, point.database_backup_id}, 1);
+  if (after) return after;
+  return session.first(
+      "SELECT document FROM sets WHERE resource_uuid = :a AND lifeline = :b AND database_name = :c AND type = 'catalog' "
+      "AND database_backup_id >= :d ORDER BY start_time DESC, id DESC LIMIT 1",
+      {point.resource_uuid, point.lifeline, point.database, point.database_backup_id}, 1);
+}
+
+Outcome store_failed() {
+  return Outcome::refuse(Outcome::internal, "the backup sets cannot be read now; see the server's log");
+}
+
+}  // namespace
+
+Outcome Catalog_Views::ask(const std::string& module, const std::string& view, const json_spirit::Object& params,
+                           json_spirit::Object& result) {
+  if (module != module_hana)
+    return Outcome::refuse(Outcome::not_found, "there are no catalog views of a module \"" + module + "\"");
+  if (view == "set") return ask_set(module, params, result);
+  if (view == "rselect") return ask_restore_sets(params, result);
+  if (view == "sets_size") return ask_sizes(params, result);
+  return Outcome::refuse(Outcome::not_found,
+                         "there is no catalog view \"" + view + "\"; there are set, rselect and sets_size");
+}
+
+Outcome Catalog_Views::ask_set(const std::string& module, const json_spirit::Object& params, json_spirit::Object& result) {
+  std::string uuid;
+  Body_Reader reader(params, "the view's params");
+  reader.text("uuid", uuid, Need::required);
+  if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
+  Found row;
+  if (!database_.read([&](Sql_Session& session) {
+        row = session.first("SELECT document FROM sets WHERE uuid = :a AND module = :b", {uuid, module}, 1);
+      }))
+    return store_failed();
+  if (!row) return Outcome::refuse(Outcome::not_found, "there is no backup set " + uuid + "; list the sets");
+  result = stored_object(row->text(0));
+  return {};
+}
+
+Outcome Catalog_Views::ask_restore_sets(const json_spirit::Object& params, json_spirit::Object& result) {
+  Restore_Point point;
+  Body_Reader reader(params, "the view's params");
+  reader.text("type", point.type, Need::required);
+  reader.text("resource_uuid", point.resource_uuid, Need::required);
+  reader.text("lifeline", point.lifeline);
+  reader.text("database", point.database, Need::required);
+  reader.text("time", point.time, Need::required);
+  const bool catalog = point.type == "catalog";
+  if (catalog) reader.number("database_backup_id", point.database_backup_id, Need::required);
+  if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
+  if (!catalog && point.type != "fullbackup")
+    return Outcome::refuse(Outcome::invalid, "restore sets of type \"" + point.type +
+                                                 "\" are not known; the type is fullbackup or catalog");
+  if (catalog && point.lifeline.empty())
+    return Outcome::refuse(Outcome::invalid, "the \"lifeline\" is missing; a catalog belongs to one");
+  Found row;
+  if (!database_.read([&](Sql_Session& session) {
+        row = catalog ? find_catalog(session, point) : find_full(session, point);
+      }))
+    return store_failed();
+  json_spirit::Array rows;
+  if (row) rows.emplace_back(stored_object(row->text(0)));
+  result = {{"total", rows.size()}, {"rows", rows}};
+  return {};
+}
+
+Outcome Catalog_Views::ask_sizes(const json_spirit::Object& params, json_spirit::Object& result) {
+  std::string lifeline;
+  bool ignore_delta = false;
+  std::int64_t first = 0;
+  std::int64_t last = 0;
+  Body_Reader reader(params, "the view's params");
+  reader.text("lifeline", lifeline, Need::required);
+  reader.flag("ignore_delta", ignore_delta);
+  reader.number("start_backup_id", first, Need::required);
+  reader.number("end_backup_id", last, Need::required);
+  if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
+  std::string sql = "SELECT coalesce(sum(source_size), 0), coalesce(sum(total_size), 0) FROM sets WHERE lifeline = :a AND "
+                    "database_backup_id >= :b AND database_backup_id <= :c AND (type <> 'full' OR database_backup_id = :d)";
+  if (ignore_delta) sql += " AND type <> 'incremental' AND type <> 'differential'";
+  Found row;
+  if (!database_.read([&](Sql_Session& session) { row = session.first(sql, {lifeline, first, last, first}, 2); }) || !row)
+    return store_failed();
+  result = {{"total_source_size", row->number(0)}, {"total_size", row->number(1)}};
+  return {};
+}
+
+}  // namespace backupd

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+
+#include "backupd/outcome.h"
+#include "json/value.h"
+
+namespace backupd {
+
+/// What the server itself needs of a job definition.
+struct Definition_Summary {
+  std::string id;
+  std::string name;
+  std::string module;
+  std::string host_uuid;
+  std::string pool_uuid;
+};
+
+/// Checks a job definition by the rules of docs/formats/job-definition.md, so that what an agent is handed is sound.
+/// Whether the pool is registered is the caller's to ask.
+[[nodiscard]] Outcome check_definition(const json_spirit::Object& body, Definition_Summary& summary);
+
+/// "SYSTEMDB", or a name by HANA's rules for identifiers without quotes: [A-Z_][A-Z0-9_]*, up to 127 bytes.
+[[nodiscard]] bool is_database_name(const std::string& name);
+
+}  // namespace backupd

@@ -1,0 +1,145 @@
+#include "backupd/definition_store.h"
+
+#include <optional>
+
+#include "backupd/definition_check.h"
+#include "platform/clock.h"
+#include "scrt/time_text.h"
+#include "scrt/uuid.h"
+
+namespace backupd {
+
+namespace {
+
+constexpr char revision_key[] = "job_revision";
+constexpr char creation_key[] = "creation_time";
+
+Outcome store_failed() {
+  return Outcome::refuse(Outcome::internal, "the job definitions cannot be read or written now; see the server's log");
+}
+
+Outcome no_such_definition(const std::string& id) {
+  return Outcome::refuse(Outcome::not_found, "there is no job definition " + id + "; list the definitions");
+}
+
+Outcome is_running(const std::string& id) {
+  return Outcome::refuse(Outcome::conflict, "the job " + id + " is running; stop it or wait for its end");
+}
+
+bool runs(Sql_Session& session, const std::string& id) {
+  return session.first("SELECT id FROM activities WHERE def_id = :a AND ended = 0 LIMIT 1", {id}, 1).has_value();
+}
+
+std::optional<json_spirit::Object> find(Sql_Session& session, const std::string& id) {
+  const auto row = session.first("SELECT document FROM job_definitions WHERE id = :a", {id}, 1);
+  if (!row) return std::nullopt;
+  return stored_object(row->text(0));
+}
+
+/// Everything but what this server sets.
+json_spirit::Object without_own_members(json_spirit::Object document) {
+  document.erase(revision_key);
+  document.erase(creation_key);
+  return document;
+}
+
+void insert(Sql_Session& session, const Definition_Summary& summary, json_spirit::Object& document) {
+  document[creation_key] = posix_time_to_utc_text(platform::Clock::current().wall_seconds());
+  document[revision_key] = 1;
+  session.execute("INSERT INTO job_definitions (id, seq, name, module, host_uuid, document) VALUES (:a, :b, :c, :d, :e, :f)",
+                  {summary.id, session.next_number("job_definition"), summary.name, summary.module, summary.host_uuid,
+                   json_spirit::dump_json(document)});
+}
+
+void replace(Sql_Session& session, const Definition_Summary& summary, const json_spirit::Object& known,
+             json_spirit::Object& document) {
+  long revision = 0;
+  std::string created;
+  json_spirit::object_get(known, revision_key, revision);
+  json_spirit::object_get(known, creation_key, created);
+  document[creation_key] = created;
+  document[revision_key] = revision + 1;
+  session.execute("UPDATE job_definitions SET name = :a, module = :b, host_uuid = :c, document = :d WHERE id = :e",
+                  {summary.name, summary.module, summary.host_uuid, json_spirit::dump_json(document), summary.id});
+}
+
+}  // namespace
+
+Outcome Definition_Store::put(const json_spirit::Object& body, json_spirit::Object& stored) {
+  Definition_Summary summary;
+  if (Outcome outcome = check_definition(body, summary); !outcome.ok()) return outcome;
+  std::optional<Pool> pool;
+  if (!pools_.find(summary.pool_uuid, pool)) return store_failed();
+  if (!pool)
+    return Outcome::refuse(Outcome::invalid, "the pool " + summary.pool_uuid + " is not registered; register it first");
+  if (summary.id.empty()) summary.id = make_uuid();
+  json_spirit::Object document = without_own_members(body);
+  document["id"] = summary.id;
+  document["target"] = json_spirit::Object{{"pool_uuid", summary.pool_uuid}};
+  Outcome outcome;
+  const bool committed = database_.write([&](Sql_Session& session) {
+    const auto known = find(session, summary.id);
+    if (known && without_own_members(*known) == document) {
+      outcome.kind = Outcome::already_done;
+      document = *known;
+      return true;
+    }
+    if (known && runs(session, summary.id)) {
+      outcome = is_running(summary.id);
+      return false;
+    }
+    if (known)
+      replace(session, summary, *known, document);
+    else
+      insert(session, summary, document);
+    return true;
+  });
+  if (!committed) return outcome.ok() ? store_failed() : outcome;
+  stored = std::move(document);
+  return outcome;
+}
+
+Outcome Definition_Store::get(const std::string& id, json_spirit::Object& definition) {
+  std::optional<json_spirit::Object> found;
+  if (!database_.read([&](Sql_Session& session) { found = find(session, id); })) return store_failed();
+  if (!found) return no_such_definition(id);
+  definition = std::move(*found);
+  return {};
+}
+
+Outcome Definition_Store::remove(const std::string& id) {
+  Outcome outcome;
+  const bool removed = database_.write([&](Sql_Session& session) {
+    if (!find(session, id))
+      outcome = no_such_definition(id);
+    else if (runs(session, id))
+      outcome = is_running(id);
+    else
+      session.execute("DELETE FROM job_definitions WHERE id = :a", {id});
+    return outcome.ok();
+  });
+  return removed || !outcome.ok() ? outcome : store_failed();
+}
+
+bool Definition_Store::list(const List_Query& query, List_Page& page) {
+  return database_.read([&](Sql_Session& session) {
+    page.total = count_rows(session, "job_definitions", query);
+    for (const Sql_Row& row : select_rows(session, "job_definitions", "document", 1, query))
+      page.rows.emplace_back(stored_object(row.text(0)));
+  });
+}
+
+Outcome Definition_Store::for_agent(json_spirit::Object& definition) {
+  json_spirit::Object target;
+  std::string uuid;
+  std::optional<Pool> pool;
+  json_spirit::object_get(definition, "target", target);
+  json_spirit::object_get(target, "pool_uuid", uuid);
+  if (!pools_.find(uuid, pool)) return store_failed();
+  if (!pool) return Outcome::refuse(Outcome::invalid, "the pool " + uuid + " of the job is not registered any more");
+  target["location"] = pools_.url_of(*pool);
+  definition["target"] = target;
+  return {};
+}
+
+}  // namespace backupd

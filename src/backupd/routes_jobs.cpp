@@ -1,0 +1,100 @@
+#include "backupd/body_reader.h"
+#include "backupd/routes.h"
+#include "backupd/server_core.h"
+
+namespace backupd {
+
+namespace {
+
+constexpr unsigned status_accepted = 202;
+
+Reply get_definitions(Server_Core& core, const Request& request) {
+  List_Query query;
+  List_Page page;
+  if (Outcome outcome = read_list_query(request, {{"created", "seq"}, {"name", "name"}}, query); !outcome.ok())
+    return outcome;
+  query.where_given("host_uuid", request.parameter("host_uuid"));
+  query.where_given("module", request.parameter("module"));
+  query.where_given("name", request.parameter("name"));
+  if (!core.definitions.list(query, page)) return store_unavailable();
+  return page;
+}
+
+Reply post_definition(Server_Core& core, const Request& request) {
+  json_spirit::Object stored;
+  const Outcome outcome = core.definitions.put(request.body, stored);
+  return stored_reply(outcome, stored);
+}
+
+Reply get_definition(Server_Core& core, const Request& request) {
+  json_spirit::Object definition;
+  if (Outcome outcome = core.definitions.get(request.parameters.at(0), definition); !outcome.ok()) return outcome;
+  return json_spirit::Value(definition);
+}
+
+Reply delete_definition(Server_Core& core, const Request& request) {
+  if (Outcome outcome = core.definitions.remove(request.parameters.at(0)); !outcome.ok()) return outcome;
+  return json_spirit::Value(json_spirit::Object());
+}
+
+Reply start_job(Server_Core& core, const Request& request) {
+  json_spirit::Object options;
+  std::string job_act_id;
+  Body_Reader reader(request.body, "the start of a job");
+  reader.object("options", options);
+  if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
+  if (Outcome outcome = core.dispatch.start(request.parameters.at(0), options, job_act_id); !outcome.ok()) return outcome;
+  return {json_spirit::Object{{"job_act_id", job_act_id}}, status_accepted};
+}
+
+Reply get_jobs(Server_Core& core, const Request& request) {
+  List_Query query;
+  List_Page page;
+  query.descending = true;
+  if (Outcome outcome = read_list_query(request, {{"started", "seq"}}, query); !outcome.ok()) return outcome;
+  query.where_given("def_id", request.parameter("def_id"));
+  query.where_given("host_uuid", request.parameter("host_uuid"));
+  if (!core.activities.list(query, page)) return store_unavailable();
+  for (json_spirit::Value& row : page.rows) core.dispatch.show(row.get_obj());
+  return page;
+}
+
+Reply get_job(Server_Core& core, const Request& request) {
+  json_spirit::Object record;
+  if (Outcome outcome = core.activities.get(request.parameters.at(0), record); !outcome.ok()) return outcome;
+  core.dispatch.show(record);
+  return json_spirit::Value(record);
+}
+
+Reply stop_job(Server_Core& core, const Request& request) {
+  json_spirit::Value answer;
+  Body_Reader reader(request.body, "the stop of a job");
+  if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
+  if (Outcome outcome = core.dispatch.stop(request.parameters.at(0), answer); !outcome.ok()) return outcome;
+  return answer;
+}
+
+}  // namespace
+
+void add_job_routes(Router& router, Server_Core& core) {
+  const std::string definitions = std::string(rest_prefix) + "/job-definitions";
+  const std::string jobs = std::string(rest_prefix) + "/jobs";
+  router.add({"GET", definitions, reader_roles, with_list_keys({"host_uuid", "module", "name"}), Body::none,
+              [&core](Request& request) { return get_definitions(core, request); }, {}});
+  router.add({"POST", definitions, role_operator, {}, Body::json,
+              [&core](Request& request) { return post_definition(core, request); }, {}});
+  router.add({"GET", definitions + "/<id>", reader_roles, {}, Body::none,
+              [&core](Request& request) { return get_definition(core, request); }, {}});
+  router.add({"DELETE", definitions + "/<id>", role_operator, {}, Body::none,
+              [&core](Request& request) { return delete_definition(core, request); }, {}});
+  router.add({"POST", definitions + "/<id>/start", role_operator, {}, Body::json,
+              [&core](Request& request) { return start_job(core, request); }, {}});
+  router.add({"GET", jobs, reader_roles, with_list_keys({"def_id", "host_uuid"}), Body::none,
+              [&core](Request& request) { return get_jobs(core, request); }, {}});
+  router.add({"GET", jobs + "/<act id>", reader_roles, {}, Body::none,
+              [&core](Request& request) { return get_job(core, request); }, {}});
+  router.add({"POST", jobs + "/<act id>/stop", role_operator, {}, Body::json,
+              [&core](Request& request) { return stop_job(core, request); }, {}});
+}
+
+}  // namespace backupd

@@ -1,0 +1,40 @@
+#include "backupd/server_core.h"
+
+#include "backupd/routes.h"
+
+namespace backupd {
+
+Server_Core::Server_Core(Database& database, Options wanted)
+    : options(std::move(wanted)),
+      keys(database),
+      resources(database),
+      pools(database, options.public_url),
+      backint(database),
+      sets(database),
+      views(database),
+      alerts(database),
+      definitions(database, pools),
+      activities(database),
+      sweeper(database, pools, storage, options.own_host_uuid),
+      agent_service({resources, definitions, activities, sweeper}, agents),
+      dispatch(definitions, activities, agents),
+      requests(resources, sets, backint, agents),
+      handler_(router_, keys, [this](net::Web_Socket& socket, const std::string& host_uuid) {
+        agent_service.serve(socket, host_uuid);
+      }) {
+  add_registry_routes(router_, *this);
+  add_backint_routes(router_, *this);
+  add_catalog_routes(router_, *this);
+  add_job_routes(router_, *this);
+  add_agent_routes(router_, *this);
+  add_stream_routes(router_, *this);
+}
+
+void Server_Core::clean_pools() {
+  std::vector<Pool> all;
+  if (!pools.all(all)) return;
+  for (const Pool& pool : all)
+    if (pool.served()) storage.remove_leftovers(pool);
+}
+
+}  // namespace backupd

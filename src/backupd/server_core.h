@@ -1,0 +1,64 @@
+#pragma once
+
+#include <string>
+
+#include "backupd/activity_store.h"
+#include "backupd/agent_registry.h"
+#include "backupd/agent_requests.h"
+#include "backupd/agent_service.h"
+#include "backupd/alert_store.h"
+#include "backupd/backint_store.h"
+#include "backupd/catalog_views.h"
+#include "backupd/database.h"
+#include "backupd/definition_store.h"
+#include "backupd/job_dispatch.h"
+#include "backupd/key_store.h"
+#include "backupd/pool_storage.h"
+#include "backupd/pool_store.h"
+#include "backupd/resource_store.h"
+#include "backupd/rest_handler.h"
+#include "backupd/router.h"
+#include "backupd/set_store.h"
+#include "backupd/sweeper.h"
+
+namespace backupd {
+
+/// The server without its listener: everything wired together, requests come in at handler(). The database must be open.
+class Server_Core {
+ public:
+  struct Options {
+    std::string public_url;     ///< what agents put before "/q5/"
+    std::string own_host_uuid;  ///< of the host this server runs on; may be empty
+    std::string version;
+  };
+
+  Server_Core(Database& database, Options options);
+
+  [[nodiscard]] net::Http_Handler& handler() { return handler_; }
+  [[nodiscard]] const Router& router() const { return router_; }
+  /// Removes cut uploads from the pools that this server serves. Before it serves.
+  void clean_pools();
+
+  const Options options;
+  Key_Store keys;
+  Resource_Store resources;
+  Pool_Store pools;
+  Backint_Store backint;
+  Set_Store sets;
+  Catalog_Views views;
+  Alert_Store alerts;
+  Definition_Store definitions;
+  Activity_Store activities;
+  Pool_Storage storage;
+  Sweeper sweeper;
+  Agent_Registry agents;
+  Agent_Service agent_service;
+  Job_Dispatch dispatch;
+  Agent_Requests requests;
+
+ private:
+  Router router_;
+  Rest_Handler handler_;
+};
+
+}  // namespace backupd
