@@ -128,7 +128,7 @@ class Job_Definition {
   bool run_post_action_always_ = false;
   bool ignore_post_action_failure_ = false;
   bool redirect_post_action_stdin_ = false;
-  bool write_to_history_ = true;
+  bool write_to_history_ = false;
   std::string name_;
   std::string username_;
   Job_Target target_;

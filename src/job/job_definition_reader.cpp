@@ -6,21 +6,47 @@
 #include <string_view>
 
 #include "json/yajl_parser_t.h"
+#include "scrt/time_text.h"
 
 namespace {
 
 using json_spirit::Object;
 using json_spirit::Value;
 
-constexpr std::array known_keys{
-    "schedule",           "source",           "options",      "type",         "subtype",
-    "creation_time",      "max_seconds_retry", "resumption_buffer_size",      "retry_count",
-    "retry_interval",     "rate_limits",      "id",           "host_id",      "agent",
-    "uid",                "rsrc_form",        "view",         "agents",       "precondition",
-    "pre_action",         "ignore_pre_action_failure",        "redirect_pre_action_stdout",
-    "post_action",        "run_post_action_always",           "ignore_post_action_failure",
-    "redirect_post_action_stdin",             "write_to_history",             "name",
-    "username",           "target",           "job_revision", "network_id",   "state"};
+constexpr std::array known_keys{"agent",
+                                "agents",
+                                "creation_time",
+                                "host_uuid",
+                                "id",
+                                "ignore_post_action_failure",
+                                "ignore_pre_action_failure",
+                                "job_revision",
+                                "max_seconds_retry",
+                                "module",
+                                "name",
+                                "network_id",
+                                "options",
+                                "post_action",
+                                "pre_action",
+                                "precondition",
+                                "rate_limits",
+                                "redirect_post_action_stdin",
+                                "redirect_pre_action_stdout",
+                                "resumption_buffer_size",
+                                "retry_count",
+                                "retry_interval",
+                                "rsrc_form",
+                                "run_post_action_always",
+                                "schedule",
+                                "source",
+                                "state",
+                                "subtype",
+                                "target",
+                                "type",
+                                "uid",
+                                "username",
+                                "view",
+                                "write_to_history"};
 
 [[noreturn]] void refuse(const std::string& reason) { throw json_spirit::Error(reason); }
 
@@ -52,12 +78,14 @@ void refuse_unknown_keys(const Object& object) {
 }
 
 void read_kind(const Object& object, Job_Definition& definition) {
-  const int type = json_spirit::object_require<int>(object, "type");
-  const int subtype = json_spirit::object_require<int>(object, "subtype");
-  if (!is_job_definition_type(type)) refuse("type " + std::to_string(type) + " is unknown");
-  if (!is_job_definition_subtype(subtype)) refuse("subtype " + std::to_string(subtype) + " is unknown");
-  definition.type(static_cast<Job_Definition_Type>(type));
-  definition.subtype(static_cast<Job_Definition_Subtype>(subtype));
+  const std::string type = json_spirit::object_require<std::string>(object, "type");
+  const std::string subtype = json_spirit::object_require<std::string>(object, "subtype");
+  Job_Definition_Type type_value = JOB_DEFINITION_NONE;
+  Job_Definition_Subtype subtype_value = JOB_DEFINITION_SUBTYPE_NONE;
+  if (!job_def_type_from_string(type, type_value)) refuse("type '" + type + "' is unknown");
+  if (!job_def_subtype_from_string(subtype, subtype_value)) refuse("subtype '" + subtype + "' is unknown");
+  definition.type(type_value);
+  definition.subtype(subtype_value);
 }
 
 void read_texts(const Object& object, Job_Definition& definition) {
@@ -67,7 +95,7 @@ void read_texts(const Object& object, Job_Definition& definition) {
     Setter setter;
   };
   static constexpr Row rows[] = {
-      {"host_id", &Job_Definition::host_id},       {"agent", &Job_Definition::agent},
+      {"host_uuid", &Job_Definition::host_id},       {"agent", &Job_Definition::agent},
       {"uid", &Job_Definition::uid},               {"rsrc_form", &Job_Definition::rsrc_form},
       {"view", &Job_Definition::view},             {"precondition", &Job_Definition::precondition},
       {"pre_action", &Job_Definition::pre_action}, {"post_action", &Job_Definition::post_action},
@@ -103,7 +131,6 @@ void read_numbers(const Object& object, Job_Definition& definition) {
                                  {"retry_count", &Job_Definition::retry_count},
                                  {"retry_interval", &Job_Definition::retry_interval}};
   for (const Row& row : rows) take<unsigned long>(object, row.key, definition, row.setter);
-  take<long>(object, "creation_time", definition, static_cast<void (Job_Definition::*)(std::time_t)>(&Job_Definition::creation_time));
   take<long>(object, "job_revision", definition,
              static_cast<void (Job_Definition::*)(std::int64_t)>(&Job_Definition::job_revision));
   take<int>(object, "network_id", definition, static_cast<void (Job_Definition::*)(int)>(&Job_Definition::network_id));
@@ -111,6 +138,14 @@ void read_numbers(const Object& object, Job_Definition& definition) {
   const int state = json_spirit::object_require<int>(object, "state");
   if (!is_job_state(state)) refuse("state " + std::to_string(state) + " is unknown");
   definition.state(static_cast<Job_State>(state));
+}
+
+void read_creation_time(const Object& object, Job_Definition& definition) {
+  if (present(object, "creation_time") == nullptr) return;
+  const std::string text = json_spirit::object_require<std::string>(object, "creation_time");
+  std::time_t time = 0;
+  if (!iso8601_to_posix_time(text.c_str(), time)) refuse("key 'creation_time' is no time");
+  definition.creation_time(time);
 }
 
 void read_agents(const Object& object, Job_Definition& definition) {
@@ -126,7 +161,7 @@ void read_agents(const Object& object, Job_Definition& definition) {
 void read_target(const Object& object, Job_Definition& definition) {
   if (present(object, "target") == nullptr) return;
   const Object& target = sub_object(object, "target");
-  definition.target().id(json_spirit::object_require<std::string>(target, "id"));
+  definition.target().id(json_spirit::object_require<std::string>(target, "pool_uuid"));
   if (present(target, "location") != nullptr)
     definition.target().location(json_spirit::object_require<std::string>(target, "location"));
 }
@@ -155,9 +190,7 @@ ACE_Refcounted_Auto_Ptr<T, ACE_Thread_Mutex> parse_part(const Value& part, std::
   auto* const parser = dynamic_cast<YAJL_Parser<T>*>(handler.get());
   if (parser == nullptr) refuse("no parser for key '" + std::string(key) + "'");
   const JSON_Parse_Result outcome = parse_json(json_spirit::dump_json(part), *parser);
-  if (!outcome.ok) {
-    refuse("key '" + std::string(key) + "': " + outcome.message);
-  }
+  if (!outcome.ok) refuse("key '" + std::string(key) + "': " + outcome.message);
   const ACE_Refcounted_Auto_Ptr<T, ACE_Thread_Mutex> result = parser->result();
   if (result.null()) refuse("no memory for key '" + std::string(key) + "'");
   return result;
@@ -184,6 +217,7 @@ Job_Definition_Ptr read_job_definition(const Value& document, const Job_Parser_C
     read_texts(object, *definition);
     read_flags(object, *definition);
     read_numbers(object, *definition);
+    read_creation_time(object, *definition);
     read_agents(object, *definition);
     read_target(object, *definition);
     read_rate_limits(object, *definition);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string_view>
+
 /// What kind of job a definition describes. The values are fixed.
 enum Job_Definition_Type : int {
   JOB_DEFINITION_NONE = 0,
@@ -38,3 +40,8 @@ enum Job_Definition_Subtype : int {
 
 [[nodiscard]] bool is_job_definition_type(int value);
 [[nodiscard]] bool is_job_definition_subtype(int value);
+
+/// The names that definition documents use: "backup", "restore", "standby", "storage"; for subtypes the display names, and
+/// "log" for JOB_DEFINITION_SUBTYPE_ONDEMAND too. False, with the output left alone, for any other.
+[[nodiscard]] bool job_def_type_from_string(std::string_view name, Job_Definition_Type& type);
+[[nodiscard]] bool job_def_subtype_from_string(std::string_view name, Job_Definition_Subtype& subtype);

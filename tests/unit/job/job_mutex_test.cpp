@@ -1,0 +1,91 @@
+#include "job/job_mutex.h"
+
+#include <ace/Guard_T.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <future>
+#include <thread>
+#include <vector>
+
+namespace {
+
+TEST(Job_Mutex, Is_One_Per_Resource) {
+  const std::shared_ptr<Job_Mutex> first = Job_Mutex::get("a");
+  EXPECT_EQ(first, Job_Mutex::get("a"));
+  EXPECT_NE(first, Job_Mutex::get("b"));
+}
+
+TEST(Job_Mutex, Leaves_No_Entry_Behind) {
+  const std::size_t before = Job_Mutex::count();
+  for (int i = 0; i < 1000; ++i) {
+    const std::shared_ptr<Job_Mutex> lock = Job_Mutex::get("resource " + std::to_string(i));
+    const ACE_Guard<Job_Mutex> guard(*lock);
+  }
+  EXPECT_EQ(Job_Mutex::count(), before);
+}
+
+TEST(Job_Mutex, Refuses_A_Thread_That_Holds_It_Already) {
+  const std::shared_ptr<Job_Mutex> lock = Job_Mutex::get("a");
+  ACE_Guard<Job_Mutex> held(*lock);
+  ASSERT_TRUE(held.locked());
+  errno = 0;
+  ACE_Guard<Job_Mutex> again(*lock);
+  EXPECT_FALSE(again.locked());
+  EXPECT_EQ(errno, EDEADLK);
+}
+
+TEST(Job_Mutex, Can_Be_Tried) {
+  const std::shared_ptr<Job_Mutex> lock = Job_Mutex::get("a");
+  ACE_Guard<Job_Mutex> held(*lock);
+  std::thread([&] {
+    EXPECT_EQ(lock->tryacquire(), -1);
+    EXPECT_EQ(errno, EBUSY);
+    EXPECT_EQ(lock->release(), -1);
+    EXPECT_EQ(errno, EPERM);
+  }).join();
+  held.release();
+  EXPECT_EQ(lock->tryacquire(), 0);
+  EXPECT_EQ(lock->release(), 0);
+}
+
+TEST(Job_Mutex, Makes_A_Second_Run_Wait) {
+  std::promise<void> second_begins;
+  std::atomic<bool> first_done = false;
+  std::atomic<bool> second_saw_first_done = false;
+  std::thread second;
+  {
+    const std::shared_ptr<Job_Mutex> lock = Job_Mutex::get("a");
+    ACE_Guard<Job_Mutex> guard(*lock);
+    second = std::thread([&] {
+      const std::shared_ptr<Job_Mutex> same = Job_Mutex::get("a");
+      second_begins.set_value();
+      const ACE_Guard<Job_Mutex> waiting(*same);
+      second_saw_first_done = first_done.load();
+    });
+    second_begins.get_future().wait();
+    first_done = true;
+  }
+  second.join();
+  EXPECT_TRUE(second_saw_first_done);
+}
+
+TEST(Job_Mutex, Never_Lets_Two_Threads_In) {
+  constexpr int threads = 4;
+  constexpr int rounds = 500;
+  int counter = 0;
+  std::vector<std::thread> workers;
+  for (int i = 0; i < threads; ++i)
+    workers.emplace_back([&counter] {
+      for (int round = 0; round < rounds; ++round) {
+        const std::shared_ptr<Job_Mutex> lock = Job_Mutex::get("shared");
+        const ACE_Guard<Job_Mutex> guard(*lock);
+        ++counter;
+      }
+    });
+  for (std::thread& worker : workers) worker.join();
+  EXPECT_EQ(counter, threads * rounds);
+}
+
+}  // namespace
