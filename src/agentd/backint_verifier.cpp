@@ -65,8 +65,8 @@ Verify_Result verify_object(const Verify_Object& object) {
   spec.program = platform::product_paths::program(backint_program);
   spec.arguments = {"-f", "restore", "-u", object.user};
   spec.environment = {{"PATH", "/usr/bin:/bin"}};
-  spec.input = secure_string("#SOFTWAREID \"backint 1.04\" \"dorsal3-agent\"\n#EBID " + backint_quoted(object.ebid) + " " +
-                             backint_quoted(object.name) + " " + backint_quoted(nowhere) + "\n");
+  spec.input = secure_string("#SOFTWAREID \"backint 1.04\" \"dorsal3-agent\"\n#EBID " + backint_quoted(object.ebid) +
+                             " " + backint_quoted(object.name) + " " + backint_quoted(nowhere) + "\n");
   platform::Clock& clock = platform::Clock::current();
   Kept_Output output;
   const auto begin = clock.steady_now();

@@ -24,8 +24,8 @@ struct Verify_Result {
   double seconds = 0;
 };
 
-/// Has hdbbackint restore the object into nothing; it compares the checksum taken when the object was stored. Blocks for
-/// as long as that takes.
+/// Has hdbbackint restore the object into nothing; it compares the checksum taken when the object was stored. Blocks
+/// for as long as that takes.
 [[nodiscard]] Verify_Result verify_object(const Verify_Object& object);
 
 /// The request "backint.verify": {"objects": [{"ebid", "name", "user", "size"}]}. False with a reason when it is not

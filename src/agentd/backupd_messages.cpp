@@ -24,9 +24,12 @@ bool is_final_refusal(unsigned status) {
 
 Reporter::Delivery Backupd_Messages::send(const Message& message, std::string& reason) {
   switch (message.kind) {
-    case Message_Kind::alert: return post_alert(message.document, reason);
-    case Message_Kind::log: return call("job.log", message.document, reason);
-    default: return call("job.report", message.document, reason);
+    case Message_Kind::alert:
+      return post_alert(message.document, reason);
+    case Message_Kind::log:
+      return call("job.log", message.document, reason);
+    default:
+      return call("job.report", message.document, reason);
   }
 }
 

@@ -62,8 +62,8 @@ Daemon::Daemon(Agent_Configuration configuration)
   callbacks.connection = [this] { return link_.connection(); };
   callbacks.greet = [this] { return greet(); };
   callbacks.ended = [this](const std::string& job_act_id) { job_ended(job_act_id); };
-  reporter_ = std::make_shared<Reporter>(outbox_, std::move(callbacks),
-                                         std::chrono::seconds(configuration_.heartbeat_seconds));
+  reporter_ =
+      std::make_shared<Reporter>(outbox_, std::move(callbacks), std::chrono::seconds(configuration_.heartbeat_seconds));
 }
 
 Daemon::~Daemon() {

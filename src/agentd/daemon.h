@@ -15,8 +15,8 @@
 
 namespace agentd {
 
-/// The host agent: everything it consists of, and the order of its start and its end. start and stop are called once, on
-/// one thread.
+/// The host agent: everything it consists of, and the order of its start and its end. start and stop are called once,
+/// on one thread.
 class Daemon {
  public:
   explicit Daemon(Agent_Configuration configuration);
@@ -26,9 +26,9 @@ class Daemon {
 
   /// False, with an error line, when the agent cannot work at all.
   [[nodiscard]] bool start();
-  /// Starts no more jobs, waits for the running ones up to the configured limit, tells backupd, and ends everything. False
-  /// when something still ran then: the process must be left without unwinding, what was cut off is reported by the next
-  /// agent.
+  /// Starts no more jobs, waits for the running ones up to the configured limit, tells backupd, and ends everything.
+  /// False when something still ran then: the process must be left without unwinding, what was cut off is reported by
+  /// the next agent.
   [[nodiscard]] bool stop();
 
  private:

@@ -25,9 +25,8 @@ std::vector<std::string> split(const std::string& line) {
 }
 
 bool is_sid(const std::string& sid) {
-  return sid.size() == sid_length && std::all_of(sid.begin(), sid.end(), [](char c) {
-           return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-         });
+  return sid.size() == sid_length &&
+         std::all_of(sid.begin(), sid.end(), [](char c) { return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'); });
 }
 
 }  // namespace

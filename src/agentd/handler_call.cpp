@@ -59,7 +59,8 @@ JSON_RPC_Answer call_handler(JSON_RPC_Handler& handler, const std::string& metho
   const auto request = std::make_shared<JSON_RPC_Request>(only_request, method, params);
   if (handler.handle_object(channel, request) < 0 && !channel->wait(std::chrono::seconds(0)))
     return refusal_answer(JSON_RPC_E_INTERNAL, "the module did not answer " + method);
-  if (!channel->wait(limit)) return refusal_answer(JSON_RPC_E_TIMEOUT, "the module did not answer " + method + " in time");
+  if (!channel->wait(limit))
+    return refusal_answer(JSON_RPC_E_TIMEOUT, "the module did not answer " + method + " in time");
   return channel->answer();
 }
 

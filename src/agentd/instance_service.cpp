@@ -37,9 +37,12 @@ bool has_control_character(std::string_view text) {
 
 std::string logon_text(int code) {
   switch (code) {
-    case Instance_Handler::LOGON_OK: return "the logon works";
-    case Instance_Handler::LOGON_REFUSED: return "the database refused the user or the password";
-    default: return "the logon could not be tried; the agent's log tells why";
+    case Instance_Handler::LOGON_OK:
+      return "the logon works";
+    case Instance_Handler::LOGON_REFUSED:
+      return "the database refused the user or the password";
+    default:
+      return "the logon could not be tried; the agent's log tells why";
   }
 }
 
@@ -94,7 +97,8 @@ bool Instance_Service::find_subject(const json_spirit::Object& params, Subject& 
   const Module* const module = modules_.find(subject.type);
   subject.handler = module == nullptr ? nullptr : module->instance_handler();
   if (subject.handler == nullptr) {
-    refusal = bad_params("this agent has no module for instances of type \"" + platform::cut_for_log(subject.type) + "\"");
+    refusal =
+        bad_params("this agent has no module for instances of type \"" + platform::cut_for_log(subject.type) + "\"");
     return false;
   }
   subject.instance = manager_.find(subject.type.c_str(), subject.name.c_str());

@@ -22,8 +22,8 @@ JSON_RPC_Answer unknown_job(const std::string& job_act_id) {
 /// The kind in the definition's own words, for messages.
 std::string kind_of(const Job_Definition& definition) {
   const std::string subtype = job_def_subtype_to_string(definition.subtype());
-  return (definition.type() == JOB_DEFINITION_RESTORE ? "restore" : "backup") + std::string(" of subtype \"") + subtype +
-         "\"";
+  return (definition.type() == JOB_DEFINITION_RESTORE ? "restore" : "backup") + std::string(" of subtype \"") +
+         subtype + "\"";
 }
 
 }  // namespace
@@ -104,8 +104,7 @@ JSON_RPC_Answer Job_Table::stop(const std::string& job_act_id) {
 JSON_RPC_Answer Job_Table::remove(const std::string& job_act_id) {
   const Job_Ptr job = find(job_act_id);
   if (job.get() == nullptr) return unknown_job(job_act_id);
-  if (is_active(job->state()))
-    return done({{"code", -1}, {"message", "the job runs; stop it first"}});
+  if (is_active(job->state())) return done({{"code", -1}, {"message", "the job runs; stop it first"}});
   const int code = job->remove(false, nullptr);
   if (code == 0) forget(job_act_id);
   return done({{"code", code}, {"message", code == 0 ? "" : "the job cannot be removed; the agent's log tells why"}});

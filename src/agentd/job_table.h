@@ -17,8 +17,8 @@ class Job_Table {
  public:
   Job_Table(const Modules& modules, std::string host_uuid) : modules_(modules), host_uuid_(std::move(host_uuid)) {}
 
-  /// Starts a run of a definition document. The answer carries {"job_act_id"}; its refusals say why: the document is not
-  /// sound, is another host's, names an unknown module, is of a kind that the module does not run, or the agent is
+  /// Starts a run of a definition document. The answer carries {"job_act_id"}; its refusals say why: the document is
+  /// not sound, is another host's, names an unknown module, is of a kind that the module does not run, or the agent is
   /// stopping. The same job_act_id again is answered as done.
   [[nodiscard]] JSON_RPC_Answer start(const json_spirit::Value& definition, const json_spirit::Object& options,
                                       const std::string& job_act_id);

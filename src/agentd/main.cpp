@@ -2,8 +2,8 @@
 #include <cstdlib>
 #include <iostream>
 
-#include <sys/file.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include "agentd/daemon.h"
@@ -44,9 +44,8 @@ bool lock_installation() {
 bool open_log(const Agent_Configuration& configuration) {
   std::string directory(platform::path_buffer_bytes, '\0');
   const std::string& file = configuration.log_file;
-  if (!file.empty() &&
-      (platform::dirname_r(file.c_str(), directory.data(), directory.size(), '/') == nullptr ||
-       platform::mkdir_p(directory.c_str(), platform::mode_directory) != 0)) {
+  if (!file.empty() && (platform::dirname_r(file.c_str(), directory.data(), directory.size(), '/') == nullptr ||
+                        platform::mkdir_p(directory.c_str(), platform::mode_directory) != 0)) {
     std::cerr << program_name << ": cannot make the directory of the log " << file << "\n";
     return false;
   }

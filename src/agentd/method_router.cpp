@@ -43,7 +43,8 @@ JSON_RPC_Answer Method_Router::dispatch(const std::string& name, const json_spir
   const auto found = methods_.find(name);
   if (found != methods_.end()) {
     if (params.is_null()) return found->second({});
-    if (!params.is_object()) return refusal_answer(JSON_RPC_E_INVALID_PARAMS, "the params of " + name + " are no object");
+    if (!params.is_object())
+      return refusal_answer(JSON_RPC_E_INVALID_PARAMS, "the params of " + name + " are no object");
     return found->second(params.get_obj());
   }
   if (JSON_RPC_Handler* const handler = find_handler(name)) return call_handler(*handler, name, params, handler_limit);

@@ -9,8 +9,8 @@
 
 namespace agentd {
 
-/// Finds who answers a request of backupd: the agent itself, or a module's JSON-RPC handler. Filled at start, then used by
-/// many threads.
+/// Finds who answers a request of backupd: the agent itself, or a module's JSON-RPC handler. Filled at start, then used
+/// by many threads.
 class Method_Router {
  public:
   using Method = std::function<JSON_RPC_Answer(const json_spirit::Object& params)>;

@@ -57,8 +57,8 @@ void Module::make_objects() {
   using namespace module_factories;
   job_creator_ = make<Job_Creator>(hana_job_creator);
   instance_handler_ = make<Instance_Handler>(hana_instance_handler);
-  for (const char* const factory : {json_rpc_hana_list_handler, json_rpc_hana_instance_control_handler,
-                                    json_rpc_hana_file_download_handler})
+  for (const char* const factory :
+       {json_rpc_hana_list_handler, json_rpc_hana_instance_control_handler, json_rpc_hana_file_download_handler})
     json_rpc_handlers_.emplace(factory, make<JSON_RPC_Handler>(factory));
   backup_source_ = make<Parser_Creator>(hana_backup_job_source_parser_creator);
   backup_options_ = make<Parser_Creator>(hana_backup_job_options_parser_creator);
@@ -83,8 +83,7 @@ Module_Object_T<Interface> Module::make(const char* factory) {
              platform::cut_for_log(error.what()).c_str());
     return {};
   }
-  if (object == nullptr)
-    D3_ERROR("Failed to make an object with %C of module '%C', %m\n", factory, name_.c_str());
+  if (object == nullptr) D3_ERROR("Failed to make an object with %C of module '%C', %m\n", factory, name_.c_str());
   return {object, gobble};
 }
 
@@ -95,9 +94,12 @@ JSON_RPC_Handler* Module::json_rpc_handler(const std::string& factory) const {
 
 Job_Parser_Creators Module::parsers(Job_Definition_Type type) const {
   switch (type) {
-    case JOB_DEFINITION_BACKUP: return {backup_source_.get(), backup_options_.get()};
-    case JOB_DEFINITION_RESTORE: return {restore_source_.get(), restore_options_.get()};
-    default: return {};
+    case JOB_DEFINITION_BACKUP:
+      return {backup_source_.get(), backup_options_.get()};
+    case JOB_DEFINITION_RESTORE:
+      return {restore_source_.get(), restore_options_.get()};
+    default:
+      return {};
   }
 }
 

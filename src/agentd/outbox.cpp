@@ -30,7 +30,8 @@ constexpr std::array<Kind_Name, 4> kind_names{{{Message_Kind::progress, "progres
                                                {Message_Kind::alert, "alert"}}};
 
 const char* name_of(Message_Kind kind) {
-  return std::find_if(kind_names.begin(), kind_names.end(), [kind](const Kind_Name& n) { return n.kind == kind; })->name;
+  return std::find_if(kind_names.begin(), kind_names.end(), [kind](const Kind_Name& n) { return n.kind == kind; })
+      ->name;
 }
 
 /// "<20 digits>.<kind>.json"
@@ -94,8 +95,7 @@ bool Outbox::drop_oldest(Message_Kind kind) {
   const auto found =
       std::find_if(entries_.begin(), entries_.end(), [kind](const Entry& entry) { return entry.kind == kind; });
   if (found == entries_.end()) return false;
-  if (!platform::remove_file(path_of(*found)))
-    D3_WARNING("Failed to remove %C, %m\n", path_of(*found).c_str());
+  if (!platform::remove_file(path_of(*found))) D3_WARNING("Failed to remove %C, %m\n", path_of(*found).c_str());
   entries_.erase(found);
   ++dropped_;
   return true;
@@ -132,8 +132,7 @@ bool Outbox::read(const Entry& entry, Message& message) const {
 void Outbox::set_aside(const Entry& entry) const {
   const platform::File_Root& root = platform::File_Root::current();
   const std::string path = path_of(entry);
-  if (std::rename(root.real(path).c_str(), root.real(path + aside_suffix).c_str()) != 0 &&
-      !platform::remove_file(path))
+  if (std::rename(root.real(path).c_str(), root.real(path + aside_suffix).c_str()) != 0 && !platform::remove_file(path))
     D3_WARNING("Failed to set %C aside, %m\n", path.c_str());
 }
 
@@ -142,8 +141,7 @@ void Outbox::remove(std::uint64_t sequence) {
   const auto found = std::find_if(entries_.begin(), entries_.end(),
                                   [sequence](const Entry& entry) { return entry.sequence == sequence; });
   if (found == entries_.end()) return;
-  if (!platform::remove_file(path_of(*found)))
-    D3_WARNING("Failed to remove %C, %m\n", path_of(*found).c_str());
+  if (!platform::remove_file(path_of(*found))) D3_WARNING("Failed to remove %C, %m\n", path_of(*found).c_str());
   entries_.erase(found);
 }
 

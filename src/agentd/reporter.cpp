@@ -73,7 +73,9 @@ Reporter::Reporter(Outbox& outbox, Callbacks callbacks, std::chrono::seconds hea
 
 Reporter::~Reporter() { stop(); }
 
-void Reporter::start() { thread_ = std::thread([this] { run(); }); }
+void Reporter::start() {
+  thread_ = std::thread([this] { run(); });
+}
 
 void Reporter::stop() {
   stopping_ = true;

@@ -84,7 +84,7 @@ class Reporter : public Activity_Listener, public Job_Log_Sink, public Alert_Sin
   const Callbacks callbacks_;
   const std::chrono::seconds heartbeat_;
   std::mutex mutex_;
-  Pending pending_;           ///< guarded by mutex_
+  Pending pending_;  ///< guarded by mutex_
   platform::Wait_Event work_;
   std::atomic<bool> stopping_{false};
   std::uint64_t greeted_ = 0;  ///< the thread's: the connection that was greeted

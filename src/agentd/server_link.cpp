@@ -16,7 +16,9 @@ Server_Link::Server_Link(const Agent_Configuration& configuration, Handler handl
 
 Server_Link::~Server_Link() { stop(); }
 
-void Server_Link::start() { thread_ = std::thread([this] { run(); }); }
+void Server_Link::start() {
+  thread_ = std::thread([this] { run(); });
+}
 
 void Server_Link::stop() {
   stopping_.set();
@@ -74,8 +76,8 @@ std::shared_ptr<Server_Link::Connection> Server_Link::open_connection() {
   net::Net_Error error;
   auto connection = std::make_shared<Connection>();
   connection->number = ++last_number_;
-  connection->socket = net::Http_Transport::current().open_web_socket(configuration_.endpoint, rpc_path, key,
-                                                                      connect_timeout, error);
+  connection->socket =
+      net::Http_Transport::current().open_web_socket(configuration_.endpoint, rpc_path, key, connect_timeout, error);
   if (connection->socket == nullptr) {
     tell_away(error.text);
     return nullptr;

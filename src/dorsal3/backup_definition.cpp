@@ -43,22 +43,21 @@ std::string definition_name(const Backup_Request& request) {
 }  // namespace
 
 json_spirit::Object backup_definition(const Backup_Request& request) {
-  json_spirit::Object definition{
-      {"name", definition_name(request)},
-      {"type", "backup"},
-      {"subtype", request.type},
-      {"module", request.resource.type},
-      {"host_uuid", request.resource.host_uuid},
-      {"uid", ""},
-      {"source", json_spirit::Object{{"id", request.resource.uuid},
-                                     {"name", request.resource.name},
-                                     {"entries", entries(request)}}},
-      {"options",
-       json_spirit::Object{{"compression", request.compression}, {"compression_level", request.compression_level}}},
-      {"target", json_spirit::Object{{"pool_uuid", text_member(request.pool, "uuid")}}},
-      {"max_seconds_retry", default_max_seconds_retry},
-      {"resumption_buffer_size", default_resumption_buffer_bytes},
-      {"write_to_history", true}};
+  json_spirit::Object definition{{"name", definition_name(request)},
+                                 {"type", "backup"},
+                                 {"subtype", request.type},
+                                 {"module", request.resource.type},
+                                 {"host_uuid", request.resource.host_uuid},
+                                 {"uid", ""},
+                                 {"source", json_spirit::Object{{"id", request.resource.uuid},
+                                                                {"name", request.resource.name},
+                                                                {"entries", entries(request)}}},
+                                 {"options", json_spirit::Object{{"compression", request.compression},
+                                                                 {"compression_level", request.compression_level}}},
+                                 {"target", json_spirit::Object{{"pool_uuid", text_member(request.pool, "uuid")}}},
+                                 {"max_seconds_retry", default_max_seconds_retry},
+                                 {"resumption_buffer_size", default_resumption_buffer_bytes},
+                                 {"write_to_history", true}};
   definition["id"] = uuid_v5(request.resource.uuid, json_spirit::dump_json(definition));
   return definition;
 }

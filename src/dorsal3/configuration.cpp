@@ -19,9 +19,7 @@ namespace {
 constexpr std::size_t key_file_limit_bytes = 4096;
 constexpr mode_t mode_others = S_IRWXO;
 
-Failure configuration_failure(std::string message) {
-  return {exit_configuration, "configuration", std::move(message)};
-}
+Failure configuration_failure(std::string message) { return {exit_configuration, "configuration", std::move(message)}; }
 
 /// The file to read; empty when there is none.
 std::string choose_file(const Configuration_Request& request) {

@@ -35,38 +35,48 @@ Run_Stage run_stage(const json_spirit::Object& record) {
     case state_starting:
     case state_created:
     case state_updated:
-    case state_dispatching: return Run_Stage::waiting;
-    case state_completed: return Run_Stage::done;
+    case state_dispatching:
+      return Run_Stage::waiting;
+    case state_completed:
+      return Run_Stage::done;
     case state_canceled:
-    case state_deleted: return Run_Stage::canceled;
+    case state_deleted:
+      return Run_Stage::canceled;
     case state_error:
-    case state_completed_with_errors: return Run_Stage::failed;
+    case state_completed_with_errors:
+      return Run_Stage::failed;
     case state_idle:
     case state_skipped:
     case state_expired:
-    case state_disabled: return Run_Stage::skipped;
-    default: return Run_Stage::running;
+    case state_disabled:
+      return Run_Stage::skipped;
+    default:
+      return Run_Stage::running;
   }
 }
 
 bool has_ended(Run_Stage stage) { return stage != Run_Stage::waiting && stage != Run_Stage::running; }
 
 std::uint64_t bytes_done(const json_spirit::Object& record) {
-  return std::max({number_member(record, "processed_size"), number_member(record, "received_size"),
-                   number_member(record, "size")});
+  return std::max(
+      {number_member(record, "processed_size"), number_member(record, "received_size"), number_member(record, "size")});
 }
 
 std::string ending_text(const json_spirit::Object& record) {
   const std::string message = one_line(text_member(record, "message"));
   const std::string cause = message.empty() ? "" : ": " + message;
   switch (run_stage(record)) {
-    case Run_Stage::done: return "The backup is complete.";
-    case Run_Stage::failed: return "The backup FAILED" + cause;
-    case Run_Stage::canceled: return "The backup was canceled" + cause;
+    case Run_Stage::done:
+      return "The backup is complete.";
+    case Run_Stage::failed:
+      return "The backup FAILED" + cause;
+    case Run_Stage::canceled:
+      return "The backup was canceled" + cause;
     case Run_Stage::skipped:
       return "Nothing was backed up: the run was skipped" +
              (cause.empty() ? ", its condition was not met or this host is not the active one" : cause);
-    default: return "The backup goes on.";
+    default:
+      return "The backup goes on.";
   }
 }
 

@@ -14,7 +14,8 @@ enum class Run_Stage { waiting, running, done, failed, canceled, skipped };
 [[nodiscard]] bool has_ended(Run_Stage stage);
 /// Bytes taken from the database so far: what the agent reported, or what the stored objects sum up to.
 [[nodiscard]] std::uint64_t bytes_done(const json_spirit::Object& record);
-/// One line on how a run ended, without a line end: "The backup is complete." and the like, with the cause of a failure.
+/// One line on how a run ended, without a line end: "The backup is complete." and the like, with the cause of a
+/// failure.
 [[nodiscard]] std::string ending_text(const json_spirit::Object& record);
 
 }  // namespace dorsal3

@@ -26,7 +26,8 @@ bool parse_subject(const std::string& text, Backup_Subject& subject, Failure& fa
   const bool bad = subject.instance.empty() || (slash != std::string::npos && subject.database.empty()) ||
                    subject.database.find('/') != std::string::npos;
   if (!bad) return true;
-  failure = {exit_usage, "usage", "\"" + text + "\" is neither INSTANCE nor INSTANCE/DATABASE; an example: PRD_HDB00/TN1"};
+  failure = {exit_usage, "usage",
+             "\"" + text + "\" is neither INSTANCE nor INSTANCE/DATABASE; an example: PRD_HDB00/TN1"};
   return false;
 }
 

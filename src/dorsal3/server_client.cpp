@@ -17,13 +17,18 @@ bool is_success(unsigned status) { return status >= 200 && status < 300; }
 Exit_Code exit_code_of(unsigned status) {
   switch (status) {
     case 401:
-    case 403: return exit_refused;
-    case 404: return exit_not_found;
-    case 409: return exit_busy;
+    case 403:
+      return exit_refused;
+    case 404:
+      return exit_not_found;
+    case 409:
+      return exit_busy;
     case 502:
     case 503:
-    case 504: return exit_unreachable;
-    default: return exit_failed;
+    case 504:
+      return exit_unreachable;
+    default:
+      return exit_failed;
   }
 }
 
@@ -93,8 +98,9 @@ bool Server_Client::request(net::Http_Request& ask, json_spirit::Object& answer,
   json_spirit::Value body;
   std::string error;
   if (!json_spirit::load_json(response.body, body, &error) || !body.is_object()) {
-    failure = {exit_protocol, "protocol",
-               "the answer of " + configuration_.server_url + " is no JSON object" + (error.empty() ? "" : ": " + error)};
+    failure = {
+        exit_protocol, "protocol",
+        "the answer of " + configuration_.server_url + " is no JSON object" + (error.empty() ? "" : ": " + error)};
     return false;
   }
   answer = std::move(body.get_obj());

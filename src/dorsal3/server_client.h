@@ -31,8 +31,7 @@ class Server_Client {
   static constexpr std::chrono::hours verify_timeout{24};
 
  private:
-  bool request(net::Http_Request& request, json_spirit::Object& answer, Failure& failure,
-               std::chrono::seconds timeout);
+  bool request(net::Http_Request& request, json_spirit::Object& answer, Failure& failure, std::chrono::seconds timeout);
   bool send(const net::Http_Request& request, net::Http_Response& response, Failure& failure,
             std::chrono::seconds timeout);
 

@@ -88,8 +88,8 @@ class Backup_Verb : public Verb {
     for (const auto& database : databases) request_.databases.push_back(text_member(database, "name"));
     if (!request_.databases.empty()) return true;
     failure = {exit_not_found, "no_database",
-               "instance \"" + subject.instance + "\" lists no database, so there is nothing to back up; name one: " +
-                   subject.instance + "/SYSTEMDB"};
+               "instance \"" + subject.instance +
+                   "\" lists no database, so there is nothing to back up; name one: " + subject.instance + "/SYSTEMDB"};
     return false;
   }
 
@@ -106,7 +106,7 @@ class Backup_Verb : public Verb {
       known += (known.empty() ? "" : ", ") + name;
     }
     failure = {pool_.empty() ? exit_usage : exit_not_found, pool_.empty() ? "usage" : "not_found",
-               known.empty()   ? "there is no storage pool yet; make one: dorsal3 pools --add NAME --directory DIRECTORY"
+               known.empty() ? "there is no storage pool yet; make one: dorsal3 pools --add NAME --directory DIRECTORY"
                : pool_.empty() ? "there are several storage pools, choose one with --pool: " + known
                                : "there is no pool \"" + pool_ + "\"; there are: " + known};
     return false;

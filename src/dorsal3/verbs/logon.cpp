@@ -17,8 +17,9 @@ class Logon_Verb : public Verb {
     CLI::App* sub = app.add_subcommand("logon", "Store the database account an instance is backed up with");
     sub->add_option("INSTANCE", instance_, "Name of the instance, as discover shows it")->required();
     sub->add_option("-u,--user", user_, "Database user")->required();
-    sub->footer("The password is asked for on the terminal, or read as one line from standard input.\n"
-                "It is never taken from the command line or the environment.");
+    sub->footer(
+        "The password is asked for on the terminal, or read as one line from standard input.\n"
+        "It is never taken from the command line or the environment.");
     return sub;
   }
 
@@ -28,7 +29,8 @@ class Logon_Verb : public Verb {
     if (!find_resource(context.server, instance_, resource, failure)) return Outcome::failed(std::move(failure));
     secure_string password;
     if (!read_secret(context.terminal, "Password of " + one_line(user_) + " on " + resource.name + ": ", password))
-      return Outcome::failed({exit_usage, "usage", "no password was given; type it on the terminal or pipe one line in"});
+      return Outcome::failed(
+          {exit_usage, "usage", "no password was given; type it on the terminal or pipe one line in"});
 
     json_spirit::Object params{{"type", resource.type}, {"name", resource.name}, {"username", user_}};
     params["password"] = password;

@@ -14,7 +14,8 @@ class Pools_Verb : public Verb {
   CLI::App* declare(CLI::App& app) override {
     CLI::App* sub = app.add_subcommand("pools", "List the storage pools, or make one with --add");
     sub->add_option("--add", name_, "Name of the pool to make");
-    auto* directory = sub->add_option("--directory", directory_, "Directory on the server's host, served by the server");
+    auto* directory =
+        sub->add_option("--directory", directory_, "Directory on the server's host, served by the server");
     auto* url = sub->add_option("--url", url_, "file:///directory that the database's host writes to itself");
     directory->excludes(url);
     return sub;
