@@ -9,6 +9,9 @@ namespace hdbbackint {
 
 namespace {
 
+/// The time decides, never the count.
+constexpr int retries_without_bound = 1'000'000;
+
 void answer_error(Answer_File& answers, Function function, const Request_Entry& entry) {
   // A saved object has no id yet, and a restored one is known by its name.
   const bool by_id = function == Function::inquire || function == Function::remove;
@@ -19,7 +22,7 @@ void answer_error(Answer_File& answers, Function function, const Request_Entry& 
 
 sap_hana::Backint_Catalog_helper Call::records(unsigned max_seconds_retry) const {
   const auto seconds = static_cast<int>(std::min<unsigned>(max_seconds_retry, std::numeric_limits<int>::max()));
-  JSON_HTTP_Session requests(session, std::numeric_limits<int>::max(), seconds);
+  JSON_HTTP_Session requests(session, retries_without_bound, seconds);
   sap_hana::Backint_Catalog_helper helper;
   (void)helper.init(requests);
   return helper;
