@@ -178,6 +178,7 @@ class Beast_Connection final : public Http_Connection {
                       receive(channel, request.method == "HEAD", response, sink, reusable, error);
     open_ = done && reusable;
     if (!open_) beast::get_lowest_layer(*dialled_.stream).close();
+    if (!done) response = {};
     return done;
   }
 

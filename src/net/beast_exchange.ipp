@@ -39,13 +39,15 @@ struct Store_Outcome {
   }
 };
 
-/// Starts an operation through `start` and runs it to its end on this thread.
+/// Starts an operation through `start` and runs it to its end on this thread. What else the loop holds then (timers of
+/// an operation that is over) is left to the next run.
 template <typename Start>
 beast::error_code run_operation(asio::io_context& loop, Start&& start) {
   beast::error_code outcome = asio::error::would_block;
   start(Store_Outcome{&outcome});
   loop.restart();
-  loop.run();
+  while (outcome == asio::error::would_block && loop.run_one() > 0) {
+  }
   return outcome;
 }
 
@@ -119,8 +121,7 @@ class Body_Pieces {
     body.data = nullptr;
     body.size = 0;
     if (source_ == nullptr) {
-      if (!text_.empty()) set(body, text_.data(), text_.size());
-      text_ = {};
+      if (!text_.empty()) set(body, text_.data(), text_.size(), false);
       return true;
     }
     if (rest_ && *rest_ == 0) return true;
@@ -131,7 +132,7 @@ class Body_Pieces {
     if (got == 0) return true;
     const auto taken = static_cast<std::size_t>(got);
     if (rest_) *rest_ -= taken;
-    set(body, buffer_.get(), taken);
+    set(body, buffer_.get(), taken, !rest_ || *rest_ > 0);
     return true;
   }
 
@@ -141,11 +142,11 @@ class Body_Pieces {
   std::optional<std::uint64_t> rest_;
   std::unique_ptr<char[]> buffer_;
 
-  static void set(http::buffer_body::value_type& body, const char* data, std::size_t size) {
+  static void set(http::buffer_body::value_type& body, const char* data, std::size_t size, bool more) {
     // Beast asks for a changeable pointer and only reads through it.
     body.data = const_cast<char*>(data);
     body.size = size;
-    body.more = true;
+    body.more = more;
   }
 };
 
