@@ -27,10 +27,10 @@ constexpr mode_t rate_file_mode = 0660;
 /// Time that was not used may be made up for to this extent.
 constexpr std::chrono::nanoseconds burst = 100ms;
 /// Nobody books further ahead: such an account is left from before a restart of the host.
-constexpr std::chrono::nanoseconds furthest_booking = 1h;
+constexpr std::chrono::nanoseconds furthest_booking = 24h;
 /// A stream books a quarter of a second at a time, so that the limits of the next hour of the day are soon met.
 constexpr std::uint64_t bookings_per_second = 4;
-constexpr std::uint64_t smallest_booking_bytes = 4096;
+constexpr std::uint64_t smallest_booking_bytes = 1;
 /// So that the arithmetic in nanoseconds stays within 64 bits.
 constexpr std::uint64_t largest_booking_bytes = 1U << 30;
 constexpr std::uint64_t nanoseconds_per_second = 1'000'000'000;
