@@ -49,7 +49,7 @@ struct Server_Options {
   unsigned short port = 0;  ///< 0: any free one
   std::string certificate_file;  ///< documented paths; TLS when set
   std::string private_key_file;
-  unsigned workers = 8;
+  unsigned workers = 8;  ///< each stands for 32 connections at once; a connection beyond them is answered with 503
 };
 
 /// Listens and serves until destroyed or stopped. start tells the port taken.

@@ -31,12 +31,12 @@ struct Net_Error {
 class Http_Connection {
  public:
   virtual ~Http_Connection() = default;
-  /// Sends `request`, reads the whole answer (up to http_body_limit_bytes). False: nothing is known about whether the
-  /// server acted; the connection is closed.
+  /// Sends `request`, reads the whole answer (up to http_body_limit_bytes). `timeout` bounds the time without progress.
+  /// False: nothing is known about whether the server acted; the connection is closed and `response` empty.
   virtual bool exchange(const Http_Request& request, Http_Response& response, std::chrono::nanoseconds timeout,
                         Net_Error& error) = 0;
   /// The same with the answer's body streamed into `sink` when the status is 2xx; an error body goes to
-  /// response.body. `timeout` bounds the time without progress.
+  /// response.body.
   virtual bool exchange(const Http_Request& request, Http_Response& response, Body_Sink& sink,
                         std::chrono::nanoseconds timeout, Net_Error& error) = 0;
 };

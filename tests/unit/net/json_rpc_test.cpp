@@ -1,0 +1,82 @@
+#include "net/json_rpc.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using json_spirit::Object;
+using json_spirit::Value;
+
+TEST(Json_Rpc_Message, Tells_The_Kinds_Apart) {
+  struct Row {
+    const char* text;
+    JSON_RPC_Message::Kind kind;
+  };
+  for (const Row& row :
+       {Row{R"({"jsonrpc":"2.0","id":1,"method":"m","params":{}})", JSON_RPC_Message::request},
+        Row{R"({"jsonrpc":"2.0","id":"x","method":"m"})", JSON_RPC_Message::request},
+        Row{R"({"jsonrpc":"2.0","id":null,"method":"m"})", JSON_RPC_Message::request},
+        Row{R"({"jsonrpc":"2.0","method":"m","params":[1]})", JSON_RPC_Message::notification},
+        Row{R"({"jsonrpc":"2.0","id":1,"result":null})", JSON_RPC_Message::result},
+        Row{R"({"jsonrpc":"2.0","id":1,"error":{"code":-1,"message":"no"}})", JSON_RPC_Message::error},
+        Row{R"({"jsonrpc":"2.0","id":null,"error":{"code":-32700,"message":"no","data":[1]}})",
+            JSON_RPC_Message::error}})
+    EXPECT_EQ(JSON_RPC_Message::parse(row.text).kind, row.kind) << row.text;
+}
+
+TEST(Json_Rpc_Message, Refuses_With_The_Fitting_Code) {
+  struct Row {
+    std::string text;
+    int code;
+  };
+  for (const Row& row : {Row{"", JSON_RPC_E_PARSE}, Row{"{", JSON_RPC_E_PARSE}, Row{"nonsense", JSON_RPC_E_PARSE},
+                         Row{"{}{}", JSON_RPC_E_PARSE}, Row{std::string(10000, '['), JSON_RPC_E_PARSE},
+                         Row{"\"\xff\xfe\"", JSON_RPC_E_PARSE}, Row{"1", JSON_RPC_E_INVALID_REQUEST},
+                         Row{"[]", JSON_RPC_E_INVALID_REQUEST}, Row{"{}", JSON_RPC_E_INVALID_REQUEST},
+                         Row{R"({"id":1,"method":"m"})", JSON_RPC_E_INVALID_REQUEST},
+                         Row{R"({"jsonrpc":2.0,"id":1,"method":"m"})", JSON_RPC_E_INVALID_REQUEST},
+                         Row{R"({"jsonrpc":"1.0","id":1,"method":"m"})", JSON_RPC_E_INVALID_REQUEST},
+                         Row{R"({"jsonrpc":"2.0","id":1})", JSON_RPC_E_INVALID_REQUEST},
+                         Row{R"({"jsonrpc":"2.0","id":{},"method":"m"})", JSON_RPC_E_INVALID_REQUEST},
+                         Row{R"({"jsonrpc":"2.0","id":true,"method":"m"})", JSON_RPC_E_INVALID_REQUEST},
+                         Row{R"({"jsonrpc":"2.0","id":1,"method":7})", JSON_RPC_E_INVALID_REQUEST},
+                         Row{R"({"jsonrpc":"2.0","id":1,"method":"m","params":"p"})", JSON_RPC_E_INVALID_REQUEST},
+                         Row{R"({"jsonrpc":"2.0","result":1})", JSON_RPC_E_INVALID_REQUEST},
+                         Row{R"({"jsonrpc":"2.0","id":1,"result":1,"error":{}})", JSON_RPC_E_INVALID_REQUEST},
+                         Row{R"({"jsonrpc":"2.0","id":1,"error":"no"})", JSON_RPC_E_INVALID_REQUEST},
+                         Row{R"({"jsonrpc":"2.0","id":1,"error":{"code":"x","message":"y"}})",
+                             JSON_RPC_E_INVALID_REQUEST}}) {
+    const JSON_RPC_Message message = JSON_RPC_Message::parse(row.text);
+    EXPECT_EQ(message.kind, JSON_RPC_Message::invalid) << row.text.substr(0, 80);
+    EXPECT_EQ(message.error_code, row.code) << row.text.substr(0, 80);
+    EXPECT_FALSE(message.error_message.empty()) << row.text.substr(0, 80);
+  }
+}
+
+TEST(Json_Rpc_Message, Keeps_The_Id_Of_A_Refused_Request) {
+  EXPECT_EQ(JSON_RPC_Message::parse(R"({"jsonrpc":"2.0","id":7,"method":"m","params":1})").id, Value(7));
+}
+
+TEST(Json_Rpc_Text, Is_Written_To_The_Byte) {
+  EXPECT_EQ(json_rpc_request_text(7, "m", Object{{"a", 1}}),
+            R"({"jsonrpc":"2.0","id":7,"method":"m","params":{"a":1}})");
+  EXPECT_EQ(json_rpc_request_text({}, "m", {}), R"({"jsonrpc":"2.0","method":"m"})");
+  EXPECT_EQ(json_rpc_result_text("x", {}), R"({"jsonrpc":"2.0","id":"x","result":null})");
+  EXPECT_EQ(json_rpc_error_text({}, -32700, "no"),
+            R"({"jsonrpc":"2.0","id":null,"error":{"code":-32700,"message":"no"}})");
+  EXPECT_EQ(json_rpc_error_text(1, 5, "no", true),
+            R"({"jsonrpc":"2.0","id":1,"error":{"code":5,"message":"no","data":true}})");
+}
+
+TEST(Json_Rpc_Text, Is_Read_Back_As_Written) {
+  const JSON_RPC_Message request = JSON_RPC_Message::parse(json_rpc_request_text(7, "m\"\n", Object{{"a", "\xc3\xa4"}}));
+  EXPECT_EQ(request.kind, JSON_RPC_Message::request);
+  EXPECT_EQ(request.method, "m\"\n");
+  EXPECT_EQ(request.params, Value(Object{{"a", "\xc3\xa4"}}));
+  const JSON_RPC_Message error = JSON_RPC_Message::parse(json_rpc_error_text(1, 5, "no", true));
+  EXPECT_EQ(error.error_code, 5);
+  EXPECT_EQ(error.error_message, "no");
+  EXPECT_EQ(error.error_data, Value(true));
+}
+
+}  // namespace
