@@ -1,6 +1,7 @@
 #include "hana/common/backint_catalog_helper.h"
 
 #include <iterator>
+#include <set>
 
 #include "platform/log.h"
 #include "scrt/http_encode.h"
@@ -42,42 +43,43 @@ bool same_job(Backint_Backup_Job_Info left, Backint_Backup_Job_Info right) {
   return left.to_json() == right.to_json();
 }
 
-/// One page of a list: appends its rows. False, with a message, when the answer is no list of records.
-bool read_page(const json_spirit::Value& reply, std::list<Backup_File_Info>& files, std::size_t& rows) {
+bool append_rows(const json_spirit::Value& reply, std::list<Backup_File_Info>& files, std::size_t& rows) {
   json_spirit::Array found;
-  rows = 0;
   if (!reply.is_object() || !json_spirit::object_get(reply.get_obj(), "rows", found)) {
     D3_ERROR("backupd answered something else than a list of Backint file records\n");
     return false;
   }
   for (const json_spirit::Value& row : found) {
     std::string error = "it is no object";
-    if (!row.is_object() || !files.emplace_back().from_json(row.get_obj(), &error)) {
-      D3_ERROR("backupd answered a Backint file record that cannot be read: %C\n",
-               platform::cut_for_log(error).c_str());
-      return false;
-    }
+    if (row.is_object() && files.emplace_back().from_json(row.get_obj(), &error)) continue;
+    D3_ERROR("backupd answered a Backint file record that cannot be read: %C\n", platform::cut_for_log(error).c_str());
+    return false;
   }
   rows = found.size();
   return true;
 }
 
-/// Reads a whole list page by page. `path` has a query that ends in nothing or a pair.
-bool read_files(const JSON_HTTP_Session& session, const std::string& path, const std::string& which,
-                std::list<Backup_File_Info>& files) {
-  files.clear();
+/// Reads one list and appends its rows.
+bool read_page(const JSON_HTTP_Session& session, const std::string& path, const std::string& which,
+               std::list<Backup_File_Info>& files, std::size_t& rows) {
+  json_spirit::Value reply;
+  JSON_HTTP_Failure failure;
+  if (session.get(path, reply, &failure)) return append_rows(reply, files, rows);
+  log_failure("read the Backint files of", which, failure);
+  return false;
+}
+
+/// Reads a whole list page by page. `path` has a query that ends in '?' or '&'.
+bool read_all_pages(const JSON_HTTP_Session& session, const std::string& path, const std::string& which,
+                    std::list<Backup_File_Info>& files) {
   std::list<Backup_File_Info> found;
   for (std::size_t offset = 0, rows = page_rows; rows == page_rows; offset += rows) {
-    json_spirit::Value reply;
-    JSON_HTTP_Failure failure;
-    const std::string page =
-        path + "limit=" + std::to_string(page_rows) + "&offset=" + std::to_string(offset);
-    if (!session.get(page, reply, &failure)) {
-      log_failure("read the Backint files of", which, failure);
-      return false;
-    }
-    if (!read_page(reply, found, rows)) return false;
+    const std::string page = path + "limit=" + std::to_string(page_rows) + "&offset=" + std::to_string(offset);
+    if (!read_page(session, page, which, found, rows)) return false;
   }
+  // Records that were added meanwhile moved the later pages: a record can have come twice.
+  std::set<std::uint64_t> seen;
+  found.remove_if([&seen](const Backup_File_Info& file) { return file.id != 0 && !seen.insert(file.id).second; });
   files = std::move(found);
   return true;
 }
@@ -153,7 +155,11 @@ bool Backint_Catalog_helper::remove_job(const char* uuid) {
 
 bool Backint_Catalog_helper::get_job_files(const char* uuid, std::list<Backup_File_Info>& files) {
   files.clear();
-  return has_uuid(uuid) && read_files(session_, job_path(uuid) + "/files?", uuid, files);
+  std::list<Backup_File_Info> found;
+  std::size_t rows = 0;
+  if (!has_uuid(uuid) || !read_page(session_, job_path(uuid) + "/files", uuid, found, rows)) return false;
+  files = std::move(found);
+  return true;
 }
 
 bool Backint_Catalog_helper::add_file(const Backup_File_Info& file) {
@@ -181,7 +187,8 @@ bool Backint_Catalog_helper::get_files(const File_Query& wanted, std::list<Backu
   add_pair(query, "origin_path", wanted.origin_path);
   add_pair(query, "extern_backup_id", wanted.extern_backup_id);
   if (!path.ends_with('?')) path += '&';
-  return read_files(session_, path, wanted.sid + "/" + wanted.database, files);
+  files.clear();
+  return read_all_pages(session_, path, wanted.sid + "/" + wanted.database, files);
 }
 
 bool Backint_Catalog_helper::get_file_by_ebid(const char* ebid, const File_Query& scope, Backup_File_Info& file,
