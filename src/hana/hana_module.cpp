@@ -1,5 +1,6 @@
-// What the module offers: one factory an object, and nothing else leaves it. The agent finds a factory by its name, gets
-// the object's disposal function with it, and calls the object through its interface. The names stand in exports.map too.
+// What the module offers: one factory an object, and nothing else leaves it. The agent finds a factory by its name,
+// gets the object's disposal function with it, and calls the object through its interface. The names stand in
+// exports.map too.
 
 #include <cerrno>
 #include <new>

@@ -4,8 +4,8 @@
 
 #include "job/job_activity.h"
 
-/// Told whenever a job publishes its activity: state, progress, sizes. The agent's listener forwards it to backupd. Called
-/// on the thread that published, several at once; must not block.
+/// Told whenever a job publishes its activity: state, progress, sizes. The agent's listener forwards it to backupd.
+/// Called on the thread that published, several at once; must not block.
 class Activity_Listener {
  public:
   virtual ~Activity_Listener() = default;

@@ -8,8 +8,8 @@
 #include "json/json_state.h"
 #include "json/yajl_parser_t.h"
 
-/// Reads a Default_Backup_Job_Source: {"id": text, "name": text, "entries": [text, ...]}. "id" and "entries" are needed;
-/// another key is refused with JSON_PARSER_E_UNKNOWN_KEY, another type with JSON_PARSER_E_INVALID_VALUE_TYPE.
+/// Reads a Default_Backup_Job_Source: {"id": text, "name": text, "entries": [text, ...]}. "id" and "entries" are
+/// needed; another key is refused with JSON_PARSER_E_UNKNOWN_KEY, another type with JSON_PARSER_E_INVALID_VALUE_TYPE.
 class Default_Backup_Job_Source_Parser : public YAJL_Parser<Job_Source> {
  public:
   Default_Backup_Job_Source_Parser();

@@ -11,6 +11,6 @@
 /// with one error line that says what happened.
 [[nodiscard]] bool execute_script(const std::string& command, bool drop_output, ACE_Log_Msg_Callback_var log);
 
-/// Splits a command line into words at blanks. '...' is taken as it stands; within "..." and outside of quotes a backslash
-/// takes the next character as it is. Nothing is expanded. False when a quote or a backslash is left open.
+/// Splits a command line into words at blanks. '...' is taken as it stands; within "..." and outside of quotes a
+/// backslash takes the next character as it is. Nothing is expanded. False when a quote or a backslash is left open.
 [[nodiscard]] bool split_command_line(const std::string& command, std::vector<std::string>& words);

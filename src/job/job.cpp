@@ -125,22 +125,38 @@ int Job::remove(bool force, const Action_Options* options) {
   return remove_i(force, options);
 }
 
-int Job::update(Job_Definition_Ptr definition) {
-  if (definition.null()) return refuse("update without a definition") ? 0 : failed;
-  bool refused = false;
+bool Job::begin_update() {
   {
     const std::lock_guard guard(mutex_);
-    refused = updating_ || !can_update_i(state());
-    if (!refused) updating_ = true;
+    if (updating_) return false;
+    updating_ = true;
   }
-  if (refused) return refuse("update") ? 0 : failed;
-  const int result = update_i(definition);
+  // From here on no run can be started, so the answer holds.
+  if (can_update_i(state())) return true;
+  end_update(nullptr);
+  return false;
+}
+
+void Job::end_update(const Job_Definition_Ptr* definition) {
   const std::lock_guard guard(mutex_);
   updating_ = false;
-  if (result != 0) return result;
+  if (definition == nullptr) return;
   former_definitions_.push_back(definition_);
-  definition_ = definition;
-  return 0;
+  definition_ = *definition;
+}
+
+int Job::update(Job_Definition_Ptr definition) {
+  if (definition.null()) return refuse("update without a definition") ? 0 : failed;
+  if (!begin_update()) return refuse("update") ? 0 : failed;
+  int result = failed;
+  try {
+    result = update_i(definition);
+  } catch (...) {
+    end_update(nullptr);
+    throw;
+  }
+  end_update(result == 0 ? &definition : nullptr);
+  return result;
 }
 
 int Job::rollback() {

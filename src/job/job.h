@@ -73,8 +73,8 @@ class Job : public ACE_Event_Handler {
   [[nodiscard]] const Job_Activity& activity() const { return record_->activity(); }
 
   /// Gives the activity the id that backupd chose for this run and puts it on disk, in the activity directory. Once,
-  /// before the first request; without it the job has an id of its own and its activity stays in memory. False, with one
-  /// error line, when the id is not a uuid or the file cannot be made.
+  /// before the first request; without it the job has an id of its own and its activity stays in memory. False, with
+  /// one error line, when the id is not a uuid or the file cannot be made.
   [[nodiscard]] bool open_activity(const std::string& job_act_id);
   /// Textual id of the activity.
   [[nodiscard]] std::string job_act_id() const;
@@ -110,6 +110,9 @@ class Job : public ACE_Event_Handler {
 
  private:
   [[nodiscard]] bool begin_start();
+  [[nodiscard]] bool begin_update();
+  /// Lets runs start again; with the new definition, unless it is null.
+  void end_update(const Job_Definition_Ptr* definition);
   [[nodiscard]] bool refuse(const char* request) const;
 
   std::atomic<long> references_{0};

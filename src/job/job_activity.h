@@ -9,9 +9,9 @@
 #include "job/job_definition_type.h"
 #include "job/job_state.h"
 
-/// The activity record of one job, at the start of a memory-mapped file: what the job's thread, the agent's threads and,
-/// after a restart, the next agent see of a run. Fields that change while a job runs are read and written through the
-/// operations below only, which are atomic. Layout: docs/formats/activity-record.md.
+/// The activity record of one job, at the start of a memory-mapped file: what the job's thread, the agent's threads
+/// and, after a restart, the next agent see of a run. Fields that change while a job runs are read and written through
+/// the operations below only, which are atomic. Layout: docs/formats/activity-record.md.
 struct Job_Activity {
   static constexpr std::uint32_t magic_value = 0x43413344;  ///< "D3AC" in memory
   static constexpr std::uint32_t version_value = 1;
@@ -35,7 +35,8 @@ struct Job_Activity {
   std::uint64_t processed_size;    ///< bytes done so far, for the progress display
   std::uint64_t speed;             ///< bytes a second
   int code;                        ///< 0, or why the run failed
-  char* message;  ///< the text behind the record in its file; null when there is none, also in a record read from a file
+  char*
+      message;  ///< the text behind the record in its file; null when there is none, also in a record read from a file
 
   [[nodiscard]] Job_State load_state() const { return load(state); }
   void store_state(Job_State value) { store(state, value); }

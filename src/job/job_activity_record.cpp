@@ -97,8 +97,8 @@ const char* Stored_Record::load(const std::string& path) {
 
 const char* Stored_Record::read(const std::string& path) {
   // Not blocking: a pipe that somebody put here must not hold the agent.
-  const int file = ::open(platform::File_Root::current().real(path).c_str(),
-                          O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  const int file =
+      ::open(platform::File_Root::current().real(path).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
   if (file < 0) return std::strerror(errno);
   struct stat status {};
   const char* problem = nullptr;
@@ -139,8 +139,7 @@ bool load_record(const std::string& id, Stored_Record& record) {
 }  // namespace
 
 Job_Activity_Record::Job_Activity_Record() {
-  void* const memory =
-      ::mmap(nullptr, file_bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  void* const memory = ::mmap(nullptr, file_bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (memory == MAP_FAILED) throw std::bad_alloc();
   activity_ = new (memory) Job_Activity{};
   activity_->magic = Job_Activity::magic_value;
@@ -166,9 +165,9 @@ bool Job_Activity_Record::attach() {
   const int allocated = ::posix_fallocate(file, 0, static_cast<off_t>(file_bytes));
   if (allocated != 0) errno = allocated;
   // The file goes under the addresses that the memory has, so nothing that refers to the activity moves.
-  const bool mapped = allocated == 0 &&
-                      ::pwrite(file, activity_, file_bytes, 0) == static_cast<ssize_t>(file_bytes) &&
-                      ::mmap(activity_, file_bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, file, 0) == activity_;
+  const bool mapped =
+      allocated == 0 && ::pwrite(file, activity_, file_bytes, 0) == static_cast<ssize_t>(file_bytes) &&
+      ::mmap(activity_, file_bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, file, 0) == activity_;
   if (!mapped) {
     D3_ERROR("Failed to map job activity %C: %m\n", path.c_str());
     ::unlink(real_path.c_str());

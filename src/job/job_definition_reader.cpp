@@ -94,12 +94,16 @@ void read_texts(const Object& object, Job_Definition& definition) {
     std::string_view key;
     Setter setter;
   };
-  static constexpr Row rows[] = {
-      {"host_uuid", &Job_Definition::host_id},       {"agent", &Job_Definition::agent},
-      {"uid", &Job_Definition::uid},               {"rsrc_form", &Job_Definition::rsrc_form},
-      {"view", &Job_Definition::view},             {"precondition", &Job_Definition::precondition},
-      {"pre_action", &Job_Definition::pre_action}, {"post_action", &Job_Definition::post_action},
-      {"name", &Job_Definition::name},             {"username", &Job_Definition::username}};
+  static constexpr Row rows[] = {{"host_uuid", &Job_Definition::host_id},
+                                 {"agent", &Job_Definition::agent},
+                                 {"uid", &Job_Definition::uid},
+                                 {"rsrc_form", &Job_Definition::rsrc_form},
+                                 {"view", &Job_Definition::view},
+                                 {"precondition", &Job_Definition::precondition},
+                                 {"pre_action", &Job_Definition::pre_action},
+                                 {"post_action", &Job_Definition::post_action},
+                                 {"name", &Job_Definition::name},
+                                 {"username", &Job_Definition::username}};
   definition.id(json_spirit::object_require<std::string>(object, "id"));
   for (const Row& row : rows) take<std::string>(object, row.key, definition, row.setter);
 }
@@ -110,13 +114,12 @@ void read_flags(const Object& object, Job_Definition& definition) {
     std::string_view key;
     Setter setter;
   };
-  static constexpr Row rows[] = {
-      {"ignore_pre_action_failure", &Job_Definition::ignore_pre_action_failure},
-      {"redirect_pre_action_stdout", &Job_Definition::redirect_pre_action_stdout},
-      {"run_post_action_always", &Job_Definition::run_post_action_always},
-      {"ignore_post_action_failure", &Job_Definition::ignore_post_action_failure},
-      {"redirect_post_action_stdin", &Job_Definition::redirect_post_action_stdin},
-      {"write_to_history", &Job_Definition::write_to_history}};
+  static constexpr Row rows[] = {{"ignore_pre_action_failure", &Job_Definition::ignore_pre_action_failure},
+                                 {"redirect_pre_action_stdout", &Job_Definition::redirect_pre_action_stdout},
+                                 {"run_post_action_always", &Job_Definition::run_post_action_always},
+                                 {"ignore_post_action_failure", &Job_Definition::ignore_post_action_failure},
+                                 {"redirect_post_action_stdin", &Job_Definition::redirect_post_action_stdin},
+                                 {"write_to_history", &Job_Definition::write_to_history}};
   for (const Row& row : rows) take<bool>(object, row.key, definition, row.setter);
 }
 

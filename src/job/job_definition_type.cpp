@@ -7,9 +7,9 @@ namespace {
 constexpr std::array type_names{"none", "backup", "restore", "standby", "storage"};
 static_assert(type_names.size() == JOB_DEFINITION_STORAGE + 1);
 
-constexpr std::array names{"none",   "full",     "incremental", "differential", "continuous",    "export",
-                           "merge",  "ondemand", "brick",       "media",        "database",      "tablespace",
-                           "table",  "point-in-time", "import", "mount",        "disaster",      "dr-test"};
+constexpr std::array names{"none",  "full",          "incremental", "differential", "continuous", "export",
+                           "merge", "ondemand",      "brick",       "media",        "database",   "tablespace",
+                           "table", "point-in-time", "import",      "mount",        "disaster",   "dr-test"};
 static_assert(names.size() == JOB_DEFINITION_SUBTYPE_DR_TEST + 1);
 
 }  // namespace

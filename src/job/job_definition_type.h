@@ -41,7 +41,7 @@ enum Job_Definition_Subtype : int {
 [[nodiscard]] bool is_job_definition_type(int value);
 [[nodiscard]] bool is_job_definition_subtype(int value);
 
-/// The names that definition documents use: "backup", "restore", "standby", "storage"; for subtypes the display names, and
-/// "log" for JOB_DEFINITION_SUBTYPE_ONDEMAND too. False, with the output left alone, for any other.
+/// The names that definition documents use: "backup", "restore", "standby", "storage"; for subtypes the display names,
+/// and "log" for JOB_DEFINITION_SUBTYPE_ONDEMAND too. False, with the output left alone, for any other.
 [[nodiscard]] bool job_def_type_from_string(std::string_view name, Job_Definition_Type& type);
 [[nodiscard]] bool job_def_subtype_from_string(std::string_view name, Job_Definition_Subtype& subtype);

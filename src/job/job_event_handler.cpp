@@ -10,8 +10,8 @@
 namespace {
 
 void clear_results(Job_Activity& activity) {
-  for (std::uint64_t* counter : {&activity.size, &activity.set_size, &activity.set_storage_size,
-                                 &activity.processed_size, &activity.speed})
+  for (std::uint64_t* counter :
+       {&activity.size, &activity.set_size, &activity.set_storage_size, &activity.processed_size, &activity.speed})
     Job_Activity::store(*counter, 0);
   Job_Activity::store(activity.progress, 0);
   Job_Activity::store(activity.code, 0);

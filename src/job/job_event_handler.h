@@ -18,11 +18,11 @@ class Job_Event_Handler {
   void handle_success();
   /// CANCELED.
   void handle_canceled();
-  /// ERROR with `code` and a printf message; a null format keeps the last message, which is the last error line that the
-  /// job logged.
+  /// ERROR with `code` and a printf message; a null format keeps the last message, which is the last error line that
+  /// the job logged.
   void handle_failure(int code, const char* format, ...) __attribute__((format(printf, 3, 4)));
-  /// Progress in per cent, bytes processed, bytes a second and bytes in all; zero leaves the last three as they are. Never
-  /// touches the state.
+  /// Progress in per cent, bytes processed, bytes a second and bytes in all; zero leaves the last three as they are.
+  /// Never touches the state.
   void handle_progress(int percent, unsigned long processed_size = 0, unsigned long speed = 0, unsigned long size = 0);
 
   /// Textual id of the running activity.

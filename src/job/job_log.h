@@ -33,8 +33,8 @@ std::shared_ptr<Job_Log_Sink> set_job_log_sink(std::shared_ptr<Job_Log_Sink> sin
 /// "<activity directory>/<id>.log"
 [[nodiscard]] std::string job_log_path(const std::string& job_act_id);
 
-/// The callback of one job: hands each line to the job's file (when its activity has one) and to the process-wide sink, and
-/// keeps the last error line as the activity's message. Safe from any thread, and after the job is gone.
+/// The callback of one job: hands each line to the job's file (when its activity has one) and to the process-wide sink,
+/// and keeps the last error line as the activity's message. Safe from any thread, and after the job is gone.
 [[nodiscard]] ACE_Log_Msg_Callback_var make_job_log_callback(std::shared_ptr<Job_Activity_Record> record);
 
 /// Sends what the calling thread logs to `callback` as well, for the life of this object; an empty callback changes

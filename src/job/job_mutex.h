@@ -6,8 +6,8 @@
 #include <string>
 #include <thread>
 
-/// One lock per resource, so that two runs of it never overlap. To be held by an ACE_Guard; a thread that holds it already
-/// is refused instead of waiting for itself for ever.
+/// One lock per resource, so that two runs of it never overlap. To be held by an ACE_Guard; a thread that holds it
+/// already is refused instead of waiting for itself for ever.
 class Job_Mutex {
  public:
   /// The lock of `id`, made when nobody has it; it is gone when the last pointer to it goes.

@@ -4,10 +4,11 @@
 
 namespace {
 
-constexpr std::array names{"none",       "idle",       "starting",  "running",  "pausing",   "paused",    "completing",
-                           "completed",  "canceling",  "canceled",  "error",    "created",   "updated",   "deleting",
-                           "deleted",    "completed with errors",   "dispatching",           "skipped",   "expired",
-                           "disabled",   "aborting",   "creating",  "syncing",  "switching", "activating", "opening"};
+constexpr std::array names{
+    "none",        "idle",     "starting", "running",  "pausing",  "paused",   "completing", "completed",
+    "canceling",   "canceled", "error",    "created",  "updated",  "deleting", "deleted",    "completed with errors",
+    "dispatching", "skipped",  "expired",  "disabled", "aborting", "creating", "syncing",    "switching",
+    "activating",  "opening"};
 static_assert(names.size() == JOB_STATE_OPENING + 1);
 
 }  // namespace

@@ -98,9 +98,9 @@ TEST_F(Module_Test, Exports_Its_Factories_And_Nothing_Else) { EXPECT_EQ(listed_s
 
 TEST_F(Module_Test, Lacks_The_Factories_Of_Objects_That_Are_Not_Built) {
   const Loaded_Module module;
-  for (const char* name : {module_factories::json_rpc_hana_list_handler,
-                           module_factories::json_rpc_hana_instance_control_handler,
-                           module_factories::json_rpc_hana_file_download_handler})
+  for (const char* name :
+       {module_factories::json_rpc_hana_list_handler, module_factories::json_rpc_hana_instance_control_handler,
+        module_factories::json_rpc_hana_file_download_handler})
     EXPECT_EQ(module.find<void*>(name), nullptr) << name;
 }
 
@@ -165,7 +165,8 @@ TEST_F(Module_Test, Parser_Creators_Say_When_There_Is_No_Memory) {
   }
 }
 
-/// An object whose table of functions writes down which slots are called. It keeps the type of the object it is made after.
+/// An object whose table of functions writes down which slots are called. It keeps the type of the object it is made
+/// after.
 class Slots {
  public:
   static constexpr std::size_t count = 8;
@@ -197,8 +198,8 @@ class Slots {
 std::vector<std::size_t> Slots::called;
 
 TEST_F(Module_Test, Disposal_Goes_Through_The_Slots_Of_Its_Interface) {
-  // Destructor in slots 0 (complete) and 1 (deleting), init 2, fini 3, create 4, destroy 5; the instance handler has its
-  // destructor last: probe_instances 0, get_state 1, logon 2, then 3 and 4.
+  // Destructor in slots 0 (complete) and 1 (deleting), init 2, fini 3, create 4, destroy 5; the instance handler has
+  // its destructor last: probe_instances 0, get_state 1, logon 2, then 3 and 4.
   struct Row {
     const char* factory;
     std::vector<std::size_t> slots;
@@ -223,8 +224,7 @@ TEST_F(Module_Test, Disposal_Goes_Through_The_Slots_Of_Its_Interface) {
 TEST_F(Module_Test, Objects_Have_Their_Operations_In_The_Fixed_Slots) {
   const Loaded_Module module;
   Gobble gobble = nullptr;
-  Parser_Creator* const creator =
-      module.find<module_factories::Make_Parser_Creator>(parser_factories[1])(&gobble);
+  Parser_Creator* const creator = module.find<module_factories::Make_Parser_Creator>(parser_factories[1])(&gobble);
   // The tables are read as the platform lays them out: a pointer to functions at the start of the object.
   using Create = YAJL_Handler* (*)(Parser_Creator*);
   using Destroy = void (*)(Parser_Creator*, YAJL_Handler*);

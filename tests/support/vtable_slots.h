@@ -6,8 +6,8 @@
 
 namespace support {
 
-/// The slot of a virtual operation in its class's table, by the C++ ABI of this platform: a pointer to it holds one more than
-/// the slot's offset. The two entries of a destructor count as slots.
+/// The slot of a virtual operation in its class's table, by the C++ ABI of this platform: a pointer to it holds one
+/// more than the slot's offset. The two entries of a destructor count as slots.
 template <typename Member>
 [[nodiscard]] std::ptrdiff_t slot_of(Member member) {
   static_assert(sizeof(Member) == 2 * sizeof(std::uintptr_t));

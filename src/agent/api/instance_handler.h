@@ -15,8 +15,8 @@ class Instance_Handler {
 
   enum Logon_Result { LOGON_OK = 0, LOGON_FAILED = -1, LOGON_REFUSED = -32000 };
 
-  /// Adds or replaces one entry per instance found, by name; removes none. 0, or -1 when instances cannot be listed. The
-  /// records are the module's: the caller copies what it keeps and drops them before the module is unloaded.
+  /// Adds or replaces one entry per instance found, by name; removes none. 0, or -1 when instances cannot be listed.
+  /// The records are the module's: the caller copies what it keeps and drops them before the module is unloaded.
   virtual int probe_instances(Instances& instances) = 0;
   /// Stores "open" or "error" in `state` and returns the same text. `name` may be null.
   virtual std::string get_state(const char* name, std::string& state) = 0;

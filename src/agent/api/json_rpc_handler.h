@@ -5,8 +5,8 @@
 #include "agent/api/json_rpc_channel.h"
 #include "agent/api/json_rpc_object.h"
 
-/// Answers JSON-RPC requests that the agent routes to it. Slots: handle_object, destructor. Called on the agent's worker
-/// threads, several at once, never on the thread that reads the socket.
+/// Answers JSON-RPC requests that the agent routes to it. Slots: handle_object, destructor. Called on the agent's
+/// worker threads, several at once, never on the thread that reads the socket.
 class JSON_RPC_Handler {
  public:
   /// 0 or what the channel's send gave; -1 when nothing was answered. `channel` may have expired.

@@ -5,7 +5,7 @@
 /// Makes the jobs that this module runs. Keeps no state.
 class HANA_Job_Creator : public Job_Creator {
  public:
-  /// A backup definition of kind full, incremental or cumulative gives a HANA_Backup_Job; other kinds of backup and restore
-  /// are refused with an error line, other types silently.
+  /// A backup definition of kind full, incremental or cumulative gives a HANA_Backup_Job; other kinds of backup and
+  /// restore are refused with an error line, other types silently.
   ACE_Intrusive_Auto_Ptr<Job> create(ACE_Refcounted_Auto_Ptr<Job_Definition, ACE_Thread_Mutex> definition) override;
 };

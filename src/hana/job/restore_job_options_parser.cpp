@@ -44,8 +44,7 @@ bool Restore_Job_Options_Parser::handle_boolean_i(bool value) {
   if (states_.size() != top_depth) return refuse_type();
   JSON_State& state = states_.back();
   if (!state.obj || state.key == 0) return true;
-  if (state.key == IGNORE_DELTA_BIT && !result_.null())
-    static_cast<Restore_Job_Options&>(*result_).ignore_delta(value);
+  if (state.key == IGNORE_DELTA_BIT && !result_.null()) static_cast<Restore_Job_Options&>(*result_).ignore_delta(value);
   state.masks |= state.key;
   return true;
 }

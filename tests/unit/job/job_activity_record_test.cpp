@@ -46,7 +46,8 @@ class Job_Activity_Record_Test : public testing::Test {
 TEST_F(Job_Activity_Record_Test, Lies_In_The_Activity_Directory) {
   EXPECT_EQ(job_activity_directory(), "/var/opt/tarvex/dorsal3/agent/act");
   EXPECT_EQ(path(), std::string("/var/opt/tarvex/dorsal3/agent/act/") + act_id + ".act");
-  EXPECT_EQ(job_activity_path("../../etc/passwd"), "/var/opt/tarvex/dorsal3/agent/act/%2E%2E%2F%2E%2E%2Fetc%2Fpasswd.act");
+  EXPECT_EQ(job_activity_path("../../etc/passwd"),
+            "/var/opt/tarvex/dorsal3/agent/act/%2E%2E%2F%2E%2E%2Fetc%2Fpasswd.act");
 }
 
 TEST_F(Job_Activity_Record_Test, Has_The_Documented_Layout) {
@@ -166,7 +167,8 @@ TEST_F(Job_Activity_Record_Test, Cuts_A_Long_Message_Before_A_Character) {
   text += "\xC3\xA4 and more";
   record.message(text);
   EXPECT_EQ(record.message(), std::string(Job_Activity_Record::message_bytes - 2, 'x'));
-  EXPECT_EQ(record.activity().message, reinterpret_cast<char*>(&record.activity()) + Job_Activity_Record::message_offset);
+  EXPECT_EQ(record.activity().message,
+            reinterpret_cast<char*>(&record.activity()) + Job_Activity_Record::message_offset);
   record.message("");
   EXPECT_EQ(record.message(), "");
   EXPECT_EQ(record.activity().message, nullptr);

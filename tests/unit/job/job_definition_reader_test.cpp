@@ -152,7 +152,8 @@ TEST_F(Job_Definition_Reader_Test, Tells_What_A_Parser_Refused) {
   EXPECT_TRUE(read(R"({"id":"d","type":"backup","subtype":"full","source":{"id":1}})").null());
   EXPECT_TRUE(error_.starts_with("key 'source': ")) << error_;
   EXPECT_TRUE(
-      read(R"({"id":"d","type":"backup","subtype":"full","source":{"id":"r","entries":[]},"options":{"a":"b"}})").null());
+      read(R"({"id":"d","type":"backup","subtype":"full","source":{"id":"r","entries":[]},"options":{"a":"b"}})")
+          .null());
   EXPECT_TRUE(error_.starts_with("key 'options': ")) << error_;
   EXPECT_TRUE(read(R"({"id":"d","type":"backup","subtype":"full","source":{"id":"r","entries":[]},
                        "rate_limits":{"dest_rate_limits":"nonsense"}})")

@@ -44,7 +44,8 @@ TEST_F(Job_Event_Handler_Test, Start_Makes_A_Starting_Job_Run_With_Fresh_Results
   EXPECT_EQ(activity.last_run_time, 1'700'000'000);
   EXPECT_EQ(activity.progress, 0);
   EXPECT_EQ(activity.code, 0);
-  EXPECT_EQ(activity.size + activity.set_size + activity.set_storage_size + activity.processed_size + activity.speed, 0U);
+  EXPECT_EQ(activity.size + activity.set_size + activity.set_storage_size + activity.processed_size + activity.speed,
+            0U);
   EXPECT_EQ(job_.message(), "");
   ASSERT_EQ(listener_->seen.size(), 1U);
   EXPECT_EQ(listener_->seen.back().state, JOB_STATE_RUNNING);

@@ -38,7 +38,8 @@ class Job_Executor_Test : public testing::Test {
     return result;
   }
   /// A script that leaves its name in the course, ends with `code` and may do something meanwhile.
-  void script(const std::string& path, int code = 0, std::function<void()> meanwhile = [] {}) {
+  void script(
+      const std::string& path, int code = 0, std::function<void()> meanwhile = [] {}) {
     support::Scripted_Child child;
     child.code = code;
     child.before = [path, meanwhile] {
@@ -84,12 +85,14 @@ TEST_F(Job_Executor_Test, Runs_In_The_Fixed_Order) {
   script("/before");
   script("/after");
   EXPECT_TRUE(execute());
-  EXPECT_EQ(steps_, (Steps{"is_active", "/condition", "check_condition", "start", "/before", "work", "/after", "success"}));
+  EXPECT_EQ(steps_,
+            (Steps{"is_active", "/condition", "check_condition", "start", "/before", "work", "/after", "success"}));
   EXPECT_EQ(job_.state(), JOB_STATE_COMPLETED);
 }
 
 TEST_F(Job_Executor_Test, Defaults_Succeed) {
-  class Plain : public Job_Executor_T<Default_Backup_Job_Source, test_jobs::Empty_Options, test_jobs::Recording_Handler> {
+  class Plain
+      : public Job_Executor_T<Default_Backup_Job_Source, test_jobs::Empty_Options, test_jobs::Recording_Handler> {
    public:
     using Job_Executor_T::Job_Executor_T;
     bool execute_i(const Action_Options*) override { return true; }

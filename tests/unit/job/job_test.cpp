@@ -143,8 +143,8 @@ TEST_F(Job_Test, Refuses_An_Activity_Id_That_Is_No_Uuid) {
 }
 
 TEST_F(Job_Test, Starts_From_Every_State_In_Which_No_Run_Is_Active) {
-  for (const Job_State state : {JOB_STATE_NONE, JOB_STATE_IDLE, JOB_STATE_CREATED, JOB_STATE_UPDATED, JOB_STATE_COMPLETED,
-                                JOB_STATE_CANCELED, JOB_STATE_ERROR, JOB_STATE_SKIPPED}) {
+  for (const Job_State state : {JOB_STATE_NONE, JOB_STATE_IDLE, JOB_STATE_CREATED, JOB_STATE_UPDATED,
+                                JOB_STATE_COMPLETED, JOB_STATE_CANCELED, JOB_STATE_ERROR, JOB_STATE_SKIPPED}) {
     put_in(state);
     EXPECT_EQ(job_.start(nullptr), 0) << job_state_to_string(state);
     EXPECT_EQ(job_.state(), JOB_STATE_STARTING);
@@ -299,7 +299,8 @@ TEST_F(Job_Test, Sets_The_Schedule_Up_Only_For_The_On_Demand_Type) {
 }
 
 TEST_F(Job_Test, State_Of_A_Request_Does_Not_Bring_A_Finished_Job_Back) {
-  for (const Job_State state : {JOB_STATE_COMPLETED, JOB_STATE_CANCELED, JOB_STATE_ERROR, JOB_STATE_SKIPPED, JOB_STATE_IDLE}) {
+  for (const Job_State state :
+       {JOB_STATE_COMPLETED, JOB_STATE_CANCELED, JOB_STATE_ERROR, JOB_STATE_SKIPPED, JOB_STATE_IDLE}) {
     put_in(state);
     EXPECT_EQ(job_.state_i(JOB_STATE_CANCELING), -1);
     EXPECT_EQ(job_.state(), state);

@@ -29,16 +29,26 @@ TEST(Job_State, Tells_Finished_And_Active_States_Apart) {
     bool finished;
     bool active;
   };
-  const Row rows[] = {{JOB_STATE_NONE, false, false},     {JOB_STATE_IDLE, true, false},
-                      {JOB_STATE_STARTING, false, true},  {JOB_STATE_RUNNING, false, true},
-                      {JOB_STATE_PAUSING, false, true},   {JOB_STATE_PAUSED, false, true},
-                      {JOB_STATE_COMPLETING, false, true}, {JOB_STATE_COMPLETED, true, false},
-                      {JOB_STATE_CANCELING, false, true}, {JOB_STATE_CANCELED, true, false},
-                      {JOB_STATE_ERROR, true, false},     {JOB_STATE_CREATED, false, false},
-                      {JOB_STATE_UPDATED, false, false},  {JOB_STATE_DELETED, true, false},
-                      {JOB_STATE_COMPLETED_WITH_ERRORS, true, false}, {JOB_STATE_SKIPPED, true, false},
-                      {JOB_STATE_EXPIRED, true, false},   {JOB_STATE_DISABLED, true, false},
-                      {JOB_STATE_ABORTING, false, true},  {JOB_STATE_SWITCHING, false, true}};
+  const Row rows[] = {{JOB_STATE_NONE, false, false},
+                      {JOB_STATE_IDLE, true, false},
+                      {JOB_STATE_STARTING, false, true},
+                      {JOB_STATE_RUNNING, false, true},
+                      {JOB_STATE_PAUSING, false, true},
+                      {JOB_STATE_PAUSED, false, true},
+                      {JOB_STATE_COMPLETING, false, true},
+                      {JOB_STATE_COMPLETED, true, false},
+                      {JOB_STATE_CANCELING, false, true},
+                      {JOB_STATE_CANCELED, true, false},
+                      {JOB_STATE_ERROR, true, false},
+                      {JOB_STATE_CREATED, false, false},
+                      {JOB_STATE_UPDATED, false, false},
+                      {JOB_STATE_DELETED, true, false},
+                      {JOB_STATE_COMPLETED_WITH_ERRORS, true, false},
+                      {JOB_STATE_SKIPPED, true, false},
+                      {JOB_STATE_EXPIRED, true, false},
+                      {JOB_STATE_DISABLED, true, false},
+                      {JOB_STATE_ABORTING, false, true},
+                      {JOB_STATE_SWITCHING, false, true}};
   for (const Row& row : rows) {
     EXPECT_EQ(is_finished(row.state), row.finished) << job_state_to_string(row.state);
     EXPECT_EQ(is_active(row.state), row.active) << job_state_to_string(row.state);

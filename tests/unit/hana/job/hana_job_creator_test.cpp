@@ -56,8 +56,8 @@ TEST_F(HANA_Job_Creator_Test, Refuses_A_Subtype_That_Does_Not_Exist) {
 }
 
 TEST_F(HANA_Job_Creator_Test, Leaves_Other_Types_Silently) {
-  for (const Job_Definition_Type type : {JOB_DEFINITION_NONE, JOB_DEFINITION_STANDBY, JOB_DEFINITION_STORAGE,
-                                         static_cast<Job_Definition_Type>(17)})
+  for (const Job_Definition_Type type :
+       {JOB_DEFINITION_NONE, JOB_DEFINITION_STANDBY, JOB_DEFINITION_STORAGE, static_cast<Job_Definition_Type>(17)})
     EXPECT_EQ(creator_.create(definition(type, JOB_DEFINITION_SUBTYPE_FULL)).get(), nullptr);
   EXPECT_TRUE(log_.lines().empty());
 }

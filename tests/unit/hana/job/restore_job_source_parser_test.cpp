@@ -25,8 +25,9 @@ class Restore_Job_Source_Parser_Test : public testing::Test {
   static Lines entries(Restore_Job_Source_Parser& parser) {
     Lines lines;
     for (const Restore_Job_Source::Entry_Item& item : source(parser).get_entries())
-      lines.push_back(item.catalog_uuid + "|" + item.origin.database + "|" + item.origin.sid + "|" + item.target.database +
-                      "|" + item.target.timepoint + "|" + item.target.lifeline + (item.target.systemdb ? "|system" : ""));
+      lines.push_back(item.catalog_uuid + "|" + item.origin.database + "|" + item.origin.sid + "|" +
+                      item.target.database + "|" + item.target.timepoint + "|" + item.target.lifeline +
+                      (item.target.systemdb ? "|system" : ""));
     return lines;
   }
   static std::string around(const std::string& entry_list) {
@@ -54,10 +55,12 @@ TEST_F(Restore_Job_Source_Parser_Test, Reads_Entries) {
   };
   const Row rows[] = {
       {"none", around(""), {}},
-      {"without restore_as", around(R"({"catalog_uuid": "c", "original": {"database": "TN1", "sid": "HDB"}})"),
+      {"without restore_as",
+       around(R"({"catalog_uuid": "c", "original": {"database": "TN1", "sid": "HDB"}})"),
        {"c|TN1|HDB|TN1||"}},
       {"time point without a set",
-       around(R"({"original": {"database": "TN1", "sid": "HDB"}, "restore_as": {"timepoint": "t"}})"), {"|TN1|HDB|TN1|t|"}},
+       around(R"({"original": {"database": "TN1", "sid": "HDB"}, "restore_as": {"timepoint": "t"}})"),
+       {"|TN1|HDB|TN1|t|"}},
       {"time point and life line carry over, the set does not",
        around(R"({"catalog_uuid": "c", "original": {"database": "A", "sid": "S1"},
                   "restore_as": {"database": "X", "timepoint": "t", "lifeline": "l"}},
@@ -73,16 +76,20 @@ TEST_F(Restore_Job_Source_Parser_Test, Reads_Entries) {
                  {"catalog_uuid": "d", "restore_as": {"database": "Z"}, "original": {"database": "B", "sid": "S"}})"),
        {"c|A|S|A||", "d|B|S|Z||"}},
       {"unknown key at the top has the meaning of the key before",
-       R"({"id": "a", "x": "z", "name": "b", "entries": []})", {}},
+       R"({"id": "a", "x": "z", "name": "b", "entries": []})",
+       {}},
       {"unknown key in an entry has the meaning of the key before",
-       around(R"({"catalog_uuid": "c", "x": "d", "original": {"database": "A", "sid": "S"}})"), {"d|A|S|A||"}},
+       around(R"({"catalog_uuid": "c", "x": "d", "original": {"database": "A", "sid": "S"}})"),
+       {"d|A|S|A||"}},
       {"unknown key in the original has the meaning of the key before",
-       around(R"({"catalog_uuid": "c", "original": {"sid": "S", "database": "A", "x": "B"}})"), {"c|B|S|B||"}},
+       around(R"({"catalog_uuid": "c", "original": {"sid": "S", "database": "A", "x": "B"}})"),
+       {"c|B|S|B||"}},
       {"unknown key in restore_as has the meaning of the key before",
        around(R"({"original": {"sid": "S", "database": "A"}, "restore_as": {"timepoint": "t", "x": "u"}})"),
        {"|A|S|A|u|"}},
       {"unknown object in an entry is read like the object before",
-       around(R"({"catalog_uuid": "c", "original": {"sid": "S", "database": "A"}, "x": {"sid": "T", "database": "B"}})"),
+       around(
+           R"({"catalog_uuid": "c", "original": {"sid": "S", "database": "A"}, "x": {"sid": "T", "database": "B"}})"),
        {"c|B|T|B||"}},
       {"a string before any known key is ignored",
        R"({"x": "y", "id": "a", "name": "b", "entries": [{"x": "y", "catalog_uuid": "c",
@@ -226,10 +233,9 @@ TEST(Restore_Job_Source, Is_Written_As_It_Is_Read) {
   source.add_entry_item({"c", {"TN1", "HDB"}, {true, "TN2", "t", "l"}});
   source.add_entry_item({"", {"A", ""}, {false, "A", "", ""}});
   const std::string text = parser_drive::generate(source);
-  EXPECT_EQ(text,
-            R"({"id":"r","name":"n","entries":[{"catalog_uuid":"c","original":{"sid":"HDB","database":"TN1"},)"
-            R"("restore_as":{"database":"TN2","timepoint":"t","lifeline":"l"}},)"
-            R"({"original":{"sid":"","database":"A"},"restore_as":{"database":"A"}}]})");
+  EXPECT_EQ(text, R"({"id":"r","name":"n","entries":[{"catalog_uuid":"c","original":{"sid":"HDB","database":"TN1"},)"
+                  R"("restore_as":{"database":"TN2","timepoint":"t","lifeline":"l"}},)"
+                  R"({"original":{"sid":"","database":"A"},"restore_as":{"database":"A"}}]})");
 }
 
 }  // namespace
