@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace standin {
+
+/// HANA's time in milliseconds since the epoch: the machine's, moved by the offset that a test may set.
+std::int64_t now_ms();
+void set_clock_offset_file(const std::string& path);
+void sleep_ms(std::int64_t milliseconds);
+/// "YYYY-MM-DD HH:MM:SS.nnnnnnnnn", in UTC or in the server's zone.
+std::string timestamp_text(std::int64_t ms, bool utc);
+/// "YYYY-MM-DDTHH:MM:SS+hh:mm", 25 characters.
+std::string log_time_text(std::int64_t ms);
+/// strftime in the server's zone.
+std::string local_time_text(std::int64_t ms, const char* format);
+
+}  // namespace standin

@@ -1,0 +1,84 @@
+#include "catalog/catalog.h"
+
+#include "base/clock.h"
+#include "base/text.h"
+
+namespace standin {
+
+std::int64_t Catalog::begin(const std::string& database, const std::string& type, std::int64_t backup_id,
+                            const std::string& comment, std::int64_t savepoint, std::int64_t visible_ms) {
+  Statement row = state_.sqlite().prepare(
+      "INSERT INTO catalog(db,entry_type,backup_id,start_ms,end_ms,state,comment,message,savepoint,visible_ms) "
+      "VALUES(?,?,?,?,NULL,'running',?,'',?,?)");
+  row.bind(1, database).bind(2, type).bind(3, backup_id).bind(4, backup_id).bind(5, comment).bind(6, savepoint);
+  if (!row.bind(7, visible_ms).run()) return 0;
+  return sqlite3_last_insert_rowid(state_.sqlite().raw());
+}
+
+bool Catalog::add_file(const std::string& database, std::int64_t entry, std::int64_t backup_id,
+                       const Catalog_File& file) {
+  Statement row = state_.sqlite().prepare("INSERT INTO catalog_files VALUES(?,?,?,?,?,?,?,?,?,?,?,?)");
+  row.bind(1, database).bind(2, entry).bind(3, backup_id).bind(4, file.source_id).bind(5, file.source_type);
+  row.bind(6, state_.layout().host).bind(7, file.service).bind(8, file.size).bind(9, file.path);
+  row.bind(10, file.destination);
+  if (file.external_id.empty())
+    row.bind_null(11);
+  else
+    row.bind(11, file.external_id);
+  return row.bind(12, file.redo).run();
+}
+
+bool Catalog::set_state(std::int64_t entry, const std::string& state) {
+  Statement row = state_.sqlite().prepare("UPDATE catalog SET state=? WHERE entry_id=?");
+  return row.bind(1, state).bind(2, entry).run();
+}
+
+bool Catalog::finish(std::int64_t entry, const std::string& state, const std::string& message) {
+  Statement row = state_.sqlite().prepare("UPDATE catalog SET state=?, message=?, end_ms=? WHERE entry_id=?");
+  return row.bind(1, state).bind(2, message).bind(3, now_ms()).bind(4, entry).run();
+}
+
+std::optional<Backup_Base> Catalog::base_of_delta(const std::string& database, bool only_full) {
+  const auto newest = [&](const char* types) -> std::optional<Backup_Base> {
+    Statement rows = state_.sqlite().prepare(std::string("SELECT backup_id, savepoint FROM catalog WHERE db=? AND "
+                                                         "state='successful' AND entry_type IN (") +
+                                             types + ") ORDER BY backup_id DESC LIMIT 1");
+    if (!rows.bind(1, database).step()) return std::nullopt;
+    return Backup_Base{rows.number(0), rows.number(1)};
+  };
+  const auto full = newest("'complete data backup'");
+  if (!full || only_full) return full;
+  return newest("'complete data backup','incremental data backup','differential data backup'");
+}
+
+bool Catalog::fail_unfinished() {
+  Statement row = state_.sqlite().prepare(
+      "UPDATE catalog SET state='failed', message='The database was stopped while the backup was running', end_ms=? "
+      "WHERE end_ms IS NULL");
+  return row.bind(1, now_ms()).run();
+}
+
+std::int64_t Catalog::newest_id(const std::string& database) {
+  Statement row = state_.sqlite().prepare("SELECT coalesce(max(backup_id),0) FROM catalog WHERE db=?");
+  return row.bind(1, database).step() ? row.number(0) : 0;
+}
+
+std::string Catalog::text(const std::string& database) {
+  std::string text;
+  const auto add = [&](const char* kind, Statement rows) {
+    rows.bind(1, database);
+    while (rows.step()) {
+      text += kind;
+      for (int i = 0; i < sqlite3_column_count(rows.raw()); ++i)
+        text += "\t" + replace_all(replace_all(rows.text(i), "\t", " "), "\n", " ");
+      text += "\n";
+    }
+  };
+  add("entry", state_.sqlite().prepare("SELECT entry_id,entry_type,backup_id,start_ms,end_ms,state,savepoint FROM "
+                                       "catalog WHERE db=? ORDER BY entry_id"));
+  add("file", state_.sqlite().prepare("SELECT entry_id,backup_id,source_id,source_type,host,service,size,path,"
+                                      "destination,ebid,redo FROM catalog_files WHERE db=? ORDER BY entry_id"));
+  return text;
+}
+
+}  // namespace standin

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "engine/system_state.h"
+
+namespace standin {
+
+inline constexpr const char* complete_backup = "complete data backup";
+inline constexpr const char* incremental_backup = "incremental data backup";
+inline constexpr const char* differential_backup = "differential data backup";
+inline constexpr const char* log_backup = "log backup";
+
+struct Catalog_File {
+  std::int64_t source_id = 0;
+  std::string source_type;  ///< volume, topology, catalog
+  std::string service;
+  std::int64_t size = 0;
+  std::string path;
+  std::string destination;  ///< file, backint
+  std::string external_id;  ///< empty: NULL
+  std::int64_t redo = 0;
+};
+
+struct Backup_Base {
+  std::int64_t backup_id = 0;
+  std::int64_t savepoint = 0;
+};
+
+/// HANA's backup catalog of all databases.
+class Catalog {
+ public:
+  explicit Catalog(System_State& state) : state_(state) {}
+  /// The entry's id. `visible_ms`: from when on queries see it.
+  std::int64_t begin(const std::string& database, const std::string& type, std::int64_t backup_id,
+                     const std::string& comment, std::int64_t savepoint, std::int64_t visible_ms);
+  bool add_file(const std::string& database, std::int64_t entry, std::int64_t backup_id, const Catalog_File& file);
+  bool set_state(std::int64_t entry, const std::string& state);
+  bool finish(std::int64_t entry, const std::string& state, const std::string& message);
+  /// The newest successful data backup that a delta may start from.
+  std::optional<Backup_Base> base_of_delta(const std::string& database, bool only_full);
+  /// Entries that a server left running when it died.
+  bool fail_unfinished();
+  std::int64_t newest_id(const std::string& database);
+  /// One line per entry and file of the database: what a catalog backup holds.
+  std::string text(const std::string& database);
+
+ private:
+  System_State& state_;
+};
+
+}  // namespace standin

@@ -1,0 +1,126 @@
+#include "engine/system_state.h"
+
+#include <algorithm>
+
+#include "base/files.h"
+#include "base/text.h"
+
+namespace standin {
+
+namespace {
+
+constexpr const char* schema = R"(
+PRAGMA journal_mode=WAL;
+PRAGMA synchronous=NORMAL;
+CREATE TABLE IF NOT EXISTS databases(name TEXT PRIMARY KEY, position INTEGER, status TEXT NOT NULL);
+CREATE TABLE IF NOT EXISTS services(db TEXT, name TEXT, volume INTEGER, port INTEGER, sql_port INTEGER, ballast INTEGER);
+CREATE TABLE IF NOT EXISTS users(db TEXT, name TEXT, salt BLOB, hash BLOB, privileges TEXT, locked INTEGER,
+  failures INTEGER, PRIMARY KEY(db, name));
+CREATE TABLE IF NOT EXISTS catalog(entry_id INTEGER PRIMARY KEY, db TEXT, entry_type TEXT, backup_id INTEGER,
+  start_ms INTEGER, end_ms INTEGER, state TEXT, comment TEXT, message TEXT, savepoint INTEGER, visible_ms INTEGER);
+CREATE INDEX IF NOT EXISTS catalog_by_database ON catalog(db, backup_id);
+CREATE TABLE IF NOT EXISTS catalog_files(db TEXT, entry_id INTEGER, backup_id INTEGER, source_id INTEGER,
+  source_type TEXT, host TEXT, service TEXT, size INTEGER, path TEXT, destination TEXT, ebid TEXT, redo INTEGER);
+CREATE INDEX IF NOT EXISTS files_by_database ON catalog_files(db, backup_id);
+CREATE TABLE IF NOT EXISTS pages(db TEXT, page INTEGER, hash BLOB, savepoint INTEGER, PRIMARY KEY(db, page))
+  WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS savepoints(db TEXT, id INTEGER, ms INTEGER, redo INTEGER, PRIMARY KEY(db, id)) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS redo(db TEXT, position INTEGER, commit_ms INTEGER, statement TEXT, PRIMARY KEY(db, position))
+  WITHOUT ROWID;
+)";
+
+/// Ports as documented: 3NN01/3NN13 name server, 3NN03/3NN15 first tenant, 3NN07 xsengine, then from 3NN40 in threes.
+constexpr int nameserver_port = 1;
+constexpr int system_sql_port = 13;
+constexpr int first_tenant_port = 3;
+constexpr int first_tenant_sql_port = 15;
+constexpr int first_further_port = 40;
+constexpr int ports_per_service = 3;
+
+}  // namespace
+
+bool System_State::open(const Layout& layout) {
+  layout_ = layout;
+  return sqlite_.open(layout.state("system.db")) && sqlite_.execute(schema);
+}
+
+std::vector<Database> System_State::databases() {
+  std::vector<Database> found;
+  Statement rows = sqlite_.prepare("SELECT name, status FROM databases ORDER BY position");
+  while (rows.step()) found.push_back({rows.text(0), rows.text(1), {}});
+  for (Database& database : found) {
+    Statement services = sqlite_.prepare(
+        "SELECT name, volume, port, sql_port, ballast FROM services WHERE db=? ORDER BY volume");
+    services.bind(1, database.name);
+    while (services.step())
+      database.services.push_back({services.text(0), static_cast<int>(services.number(1)),
+                                   static_cast<int>(services.number(2)), static_cast<int>(services.number(3)),
+                                   services.number(4)});
+  }
+  return found;
+}
+
+std::optional<Database> System_State::database(const std::string& name) {
+  for (Database& database : databases())
+    if (database.name == name) return std::move(database);
+  return std::nullopt;
+}
+
+bool System_State::add_database(const std::string& name, const std::vector<std::string>& services,
+                                std::int64_t ballast_pages) {
+  Statement count = sqlite_.prepare("SELECT count(*), (SELECT count(*) FROM services) FROM databases");
+  if (!count.step()) return false;
+  const std::int64_t position = count.number(0);
+  const int used = static_cast<int>(count.number(1));
+  count = Statement();
+  Statement insert = sqlite_.prepare("INSERT INTO databases VALUES(?,?,'YES')");
+  if (!insert.bind(1, name).bind(2, position).run()) return false;
+  const bool first_tenant = layout_.multi() ? position == 1 : true;
+  const auto share = ballast_pages / static_cast<std::int64_t>(std::max<std::size_t>(services.size(), 1));
+  int volume = name == system_database || !layout_.multi() ? 1 : 2;
+  for (std::size_t i = 0; i < services.size(); ++i) {
+    const std::string& service = services[i];
+    int port = layout_.port(first_further_port + (used + static_cast<int>(i)) * ports_per_service);
+    int sql_port = service == "indexserver" ? port + 1 : 0;
+    if (service == "nameserver") {
+      port = layout_.port(nameserver_port);
+      sql_port = layout_.multi() ? layout_.port(system_sql_port) : 0;
+    } else if (service == "indexserver" && first_tenant) {
+      port = layout_.port(first_tenant_port);
+      sql_port = layout_.port(first_tenant_sql_port);
+    }
+    // A tenant's index server usually has volume 3 and its xsengine volume 2.
+    int own_volume = volume;
+    if (layout_.multi() && name != system_database)
+      own_volume = service == "indexserver" ? 3 : (volume == 3 ? ++volume : volume);
+    if (own_volume == volume) ++volume;
+    Statement row = sqlite_.prepare("INSERT INTO services VALUES(?,?,?,?,?,?)");
+    row.bind(1, name).bind(2, service).bind(3, own_volume).bind(4, port).bind(5, sql_port).bind(6, share);
+    if (!row.run()) return false;
+  }
+  return write_database_list();
+}
+
+bool System_State::set_status(const std::string& name, const std::string& status) {
+  Statement update = sqlite_.prepare("UPDATE databases SET status=? WHERE name=?");
+  return update.bind(1, status).bind(2, name).run() && write_database_list();
+}
+
+bool System_State::write_database_list() {
+  if (!layout_.multi()) return true;
+  std::string text = "# DATABASE:CONTAINER:USER:GROUP:USERID:GROUPID:HOST:SQLPORT:ACTIVE\n";
+  for (const Database& database : databases()) {
+    if (database.name == system_database) continue;
+    int sql_port = 0;
+    for (const Service& service : database.services) sql_port = std::max(sql_port, service.sql_port);
+    text += database.name + "::::::" + layout_.host + ":" + std::to_string(sql_port) + ":" +
+            (database.status == "YES" ? "yes" : "no") + "\n";
+  }
+  return write_file(layout_.real(layout_.global_directory() + "/mdc/databases.lst"), text);
+}
+
+std::string System_State::tables_file(const std::string& database) const {
+  return layout_.state("data/" + path_part(database) + ".db");
+}
+
+}  // namespace standin

@@ -1,0 +1,208 @@
+#include "engine/tables.h"
+
+#include <cctype>
+
+#include "base/clock.h"
+#include "base/text.h"
+
+namespace standin {
+
+namespace {
+
+constexpr const char* create_kv = "CREATE TABLE IF NOT EXISTS KV(K TEXT PRIMARY KEY, V TEXT)";
+
+/// TO_VARCHAR(timestamp, picture) for the parts of a picture that HANA's tools use.
+void to_varchar(sqlite3_context* context, int count, sqlite3_value** values) {
+  if (sqlite3_value_type(values[0]) == SQLITE_NULL) {
+    sqlite3_result_null(context);
+    return;
+  }
+  const std::string text = reinterpret_cast<const char*>(sqlite3_value_text(values[0]));
+  if (count == 1) {
+    sqlite3_result_text(context, text.c_str(), -1, SQLITE_TRANSIENT);
+    return;
+  }
+  struct Part {
+    std::string_view picture;
+    std::size_t at, size;
+  };
+  constexpr Part parts[] = {{"YYYY", 0, 4}, {"HH24", 11, 2}, {"MM", 5, 2}, {"DD", 8, 2},
+                            {"MI", 14, 2},  {"SS", 17, 2},   {"FF3", 20, 3}};
+  const std::string picture = upper(reinterpret_cast<const char*>(sqlite3_value_text(values[1])));
+  std::string out;
+  for (std::size_t at = 0; at < picture.size();) {
+    std::size_t used = 0;
+    for (const Part& part : parts)
+      if (used == 0 && std::string_view(picture).substr(at).starts_with(part.picture)) {
+        if (part.at < text.size()) out += text.substr(part.at, part.size);
+        used = part.picture.size();
+      }
+    if (used == 0) out += picture[at];
+    at += used == 0 ? 1 : used;
+  }
+  sqlite3_result_text(context, out.c_str(), static_cast<int>(out.size()), SQLITE_TRANSIENT);
+}
+
+Sql_Error missing_table(const std::string& sql, const std::string& name) {
+  const std::size_t dot = name.find('.');
+  const std::string schema = dot == std::string::npos ? std::string() : name.substr(0, dot);
+  const std::string table = dot == std::string::npos ? name : name.substr(dot + 1);
+  const std::size_t found = upper(sql).find(upper(schema.empty() ? table : schema));
+  const std::size_t at = found == std::string::npos ? 0 : found;
+  const std::string place = ": line 1 col " + std::to_string(at + 1) + " (at pos " + std::to_string(at) + ")";
+  if (!schema.empty() && schema != "SYS" && schema != "SYS_DATABASES")
+    return {362, "invalid schema name: " + schema + place};
+  return {259, "invalid table name:  Could not find table/view " + table + " in schema " +
+                   (schema.empty() ? "SYSTEM" : schema) + place};
+}
+
+Sql_Error translate(Sqlite& sqlite, const std::string& sql) {
+  const std::string message = sqlite.error();
+  const auto rest = [&](std::string_view start) { return message.substr(start.size()); };
+  if (message.starts_with("no such table: ")) {
+    const std::string name = rest("no such table: ");
+    if (name.starts_with("SYS_DATABASES.")) {
+      Statement schema = sqlite.prepare("SELECT 1 FROM SYS_DATABASES.sqlite_master");
+      if (schema.raw() == nullptr) {
+        const std::size_t at = upper(sql).find("SYS_DATABASES");
+        return {362, "invalid schema name: SYS_DATABASES: line 1 col " + std::to_string(at + 1) + " (at pos " +
+                         std::to_string(at) + ")"};
+      }
+    }
+    return missing_table(sql, name);
+  }
+  if (message.starts_with("no such column: ")) return {260, "invalid column name: " + rest("no such column: ")};
+  if (message.starts_with("ambiguous column name: "))
+    return {268, "column ambiguously defined: " + rest("ambiguous column name: ")};
+  if (message.starts_with("no such function: "))
+    return {328, "invalid name of function or procedure: " + rest("no such function: ")};
+  if (message.starts_with("near \"") || message.starts_with("incomplete") || message.starts_with("unrecognized")) {
+    const std::size_t end = message.rfind('"');
+    const std::string near = message.starts_with("near \"") && end > 6 ? message.substr(6, end - 6) : std::string();
+    const std::size_t at = near.empty() ? sql.size() : sql.find(near);
+    Token token{Token::symbol, near, at == std::string::npos ? sql.size() : at};
+    return syntax_error(sql, token);
+  }
+  if (message.starts_with("UNIQUE constraint failed"))
+    return {301, "unique constraint violated: Table(" + rest("UNIQUE constraint failed: ") + ")"};
+  return {2, "general error: " + message};
+}
+
+std::string hexadecimal(const std::string& data) { return "0x" + upper(hex(data.data(), data.size())); }
+
+std::optional<Sql_Error> collect(Sqlite& sqlite, Statement& statement, const std::string& sql, Result& result) {
+  const int columns = sqlite3_column_count(statement.raw());
+  result.has_rows = columns != 0;
+  for (int i = 0; i < columns; ++i) result.columns.emplace_back(sqlite3_column_name(statement.raw(), i));
+  while (statement.step()) {
+    std::vector<Cell> row;
+    for (int i = 0; i < columns; ++i) {
+      switch (sqlite3_column_type(statement.raw(), i)) {
+        case SQLITE_NULL: row.push_back({'0', {}}); break;
+        case SQLITE_INTEGER:
+        case SQLITE_FLOAT: row.push_back({'n', statement.text(i)}); break;
+        case SQLITE_BLOB: row.push_back({'b', hexadecimal(statement.text(i))}); break;
+        default: row.push_back({'t', statement.text(i)}); break;
+      }
+    }
+    result.rows.push_back(std::move(row));
+  }
+  if (statement.failed()) return translate(sqlite, sql);
+  return std::nullopt;
+}
+
+/// HANA's UPSERT, in the words of the engine.
+std::string engine_words(const std::string& sql) {
+  const std::string text = upper_outside_quotes(sql);
+  const std::string_view body = trim(text);
+  if (!body.starts_with("UPSERT ")) return text;
+  std::string rest(body.substr(std::string_view("UPSERT ").size()));
+  const std::size_t with_key = rest.rfind(" WITH PRIMARY KEY");
+  if (with_key != std::string::npos) rest.erase(with_key);
+  return "INSERT OR REPLACE INTO " + rest;
+}
+
+std::string without_end(const std::string& sql) {
+  std::string_view text = trim(sql);
+  while (text.ends_with(';')) text = trim(text.substr(0, text.size() - 1));
+  return std::string(text);
+}
+
+}  // namespace
+
+std::optional<Sql_Error> run_select(const std::string& tables_file, const std::string& given,
+                                    const std::function<bool(Sqlite&)>& attach, Result& result) {
+  const std::string sql = upper_outside_quotes(without_end(given));
+  Sqlite sqlite;
+  if (!sqlite.open(tables_file) || !sqlite.execute(create_kv) || !attach(sqlite))
+    return Sql_Error{2, "general error: " + sqlite.error()};
+  sqlite3_create_function(sqlite.raw(), "TO_VARCHAR", -1, SQLITE_UTF8, nullptr, to_varchar, nullptr, nullptr);
+  sqlite3_create_function(sqlite.raw(), "TO_NVARCHAR", -1, SQLITE_UTF8, nullptr, to_varchar, nullptr, nullptr);
+  Statement statement = sqlite.prepare(sql);
+  if (statement.raw() == nullptr) return translate(sqlite, sql);
+  return collect(sqlite, statement, sql, result);
+}
+
+bool Table_Session::open() {
+  if (!opened_) opened_ = sqlite_.open(state_.tables_file(database_)) && sqlite_.execute(create_kv);
+  return opened_;
+}
+
+std::optional<Sql_Error> Table_Session::change(const std::string& given, bool autocommit, Result& result) {
+  const std::string sql = engine_words(without_end(given));
+  if (!open()) return Sql_Error{2, "general error: " + sqlite_.error()};
+  if (pending_.empty() && !sqlite_.execute("BEGIN IMMEDIATE")) return Sql_Error{131, "transaction rolled back by lock wait timeout: " + sqlite_.error()};
+  std::optional<Sql_Error> error;
+  {
+    Statement statement = sqlite_.prepare(sql);
+    if (statement.raw() == nullptr)
+      error = translate(sqlite_, sql);
+    else
+      error = collect(sqlite_, statement, sql, result);
+    result.has_rows = false;
+    result.affected = error ? 0 : sqlite3_changes(sqlite_.raw());
+  }
+  if (error) {
+    if (pending_.empty()) sqlite_.execute("ROLLBACK");
+    return error;
+  }
+  pending_.push_back(sql);
+  return autocommit ? commit() : std::nullopt;
+}
+
+std::optional<Sql_Error> Table_Session::select(const std::string& given, Result& result) {
+  const std::string sql = upper_outside_quotes(without_end(given));
+  if (!open()) return Sql_Error{2, "general error: " + sqlite_.error()};
+  Statement statement = sqlite_.prepare(sql);
+  if (statement.raw() == nullptr) return translate(sqlite_, sql);
+  return collect(sqlite_, statement, sql, result);
+}
+
+std::optional<Sql_Error> Table_Session::commit() {
+  if (pending_.empty()) return std::nullopt;
+  // The log comes first, as in any database: what it does not hold was not committed.
+  Sqlite& log = state_.sqlite();
+  bool good = log.execute("BEGIN IMMEDIATE");
+  Statement top = log.prepare("SELECT coalesce(max(position),0) FROM redo WHERE db=?");
+  std::int64_t position = good && top.bind(1, database_).step() ? top.number(0) : 0;
+  top = Statement();
+  const std::int64_t at = now_ms();
+  for (const std::string& sql : pending_) {
+    Statement row = log.prepare("INSERT INTO redo VALUES(?,?,?,?)");
+    good = good && row.bind(1, database_).bind(2, ++position).bind(3, at).bind(4, sql).run();
+  }
+  good = good && sqlite_.execute("COMMIT");
+  if (good) good = log.execute("COMMIT");
+  pending_.clear();
+  if (good) return std::nullopt;
+  log.execute("ROLLBACK");
+  sqlite_.execute("ROLLBACK");
+  return Sql_Error{2, "general error: commit failed"};
+}
+
+void Table_Session::rollback() {
+  if (!pending_.empty()) sqlite_.execute("ROLLBACK");
+  pending_.clear();
+}
+
+}  // namespace standin

@@ -1,0 +1,161 @@
+#include "engine/volume.h"
+
+#include <fcntl.h>
+#include <openssl/sha.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace standin {
+
+namespace {
+
+constexpr std::uint64_t items_per_group = 510;
+constexpr std::uint64_t ballast_numbers_from = 1ULL << 40;
+constexpr std::size_t noise_bytes = page_bytes / 2;
+
+/// Reads through a connection of its own: the one that keeps writers away cannot be copied from.
+bool copy_tables(const std::string& tables, const std::string& path) {
+  ::unlink(path.c_str());
+  Sqlite from, to;
+  if (!from.open(tables) || !to.open(path)) return false;
+  sqlite3_backup* const copy = sqlite3_backup_init(to.raw(), "main", from.raw(), "main");
+  if (copy == nullptr) return false;
+  sqlite3_backup_step(copy, -1);
+  return sqlite3_backup_finish(copy) == SQLITE_OK;
+}
+
+/// Tables and log are held together, tables first as a commit does, so that the position fits the pages.
+bool copy_with_position(System_State& state, const std::string& database, Savepoint& savepoint) {
+  Sqlite tables;
+  if (!tables.open(state.tables_file(database))) return false;
+  if (!tables.execute("CREATE TABLE IF NOT EXISTS KV(K TEXT PRIMARY KEY, V TEXT)")) return false;
+  if (!tables.execute("BEGIN IMMEDIATE")) return false;
+  bool good = state.sqlite().execute("BEGIN IMMEDIATE");
+  if (good) {
+    Statement top = state.sqlite().prepare("SELECT coalesce(max(position),0) FROM redo WHERE db=?");
+    if (top.bind(1, database).step()) savepoint.redo = top.number(0);
+  }
+  if (good) state.sqlite().execute("COMMIT");
+  good = good && copy_tables(state.tables_file(database), savepoint.snapshot);
+  tables.execute("ROLLBACK");
+  return good;
+}
+
+bool note_changes(System_State& state, const std::string& database, const Savepoint& savepoint) {
+  const Descriptor file(::open(savepoint.snapshot.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file.valid() || !state.sqlite().execute("BEGIN IMMEDIATE")) return false;
+  Statement known = state.sqlite().prepare("SELECT hash FROM pages WHERE db=? AND page=?");
+  Statement write = state.sqlite().prepare("INSERT OR REPLACE INTO pages VALUES(?,?,?,?)");
+  char page[page_bytes];
+  std::int64_t number = 0;
+  bool good = true;
+  for (; good && ::pread(file.get(), page, sizeof page, number * static_cast<off_t>(page_bytes)) ==
+                     static_cast<ssize_t>(page_bytes);
+       ++number) {
+    std::string hash(SHA256_DIGEST_LENGTH, '\0');
+    SHA256(reinterpret_cast<const unsigned char*>(page), sizeof page, reinterpret_cast<unsigned char*>(hash.data()));
+    sqlite3_reset(known.raw());
+    if (known.bind(1, database).bind(2, number).step() && known.text(0) == hash) continue;
+    good = write.bind(1, database).bind(2, number).bind_blob(3, hash).bind(4, savepoint.id).run();
+  }
+  sqlite3_reset(known.raw());
+  Statement shorter = state.sqlite().prepare("DELETE FROM pages WHERE db=? AND page>=?");
+  good = good && shorter.bind(1, database).bind(2, number).run();
+  Statement row = state.sqlite().prepare("INSERT OR REPLACE INTO savepoints VALUES(?,?,?,?)");
+  good = good && row.bind(1, database).bind(2, savepoint.id).bind(3, savepoint.id).bind(4, savepoint.redo).run();
+  return state.sqlite().execute(good ? "COMMIT" : "ROLLBACK") && good;
+}
+
+std::uint64_t next_noise(std::uint64_t& state) {
+  state ^= state << 13;
+  state ^= state >> 7;
+  state ^= state << 17;
+  return state;
+}
+
+/// Half text, half noise: compresses to a little more than a half.
+void fill_ballast(std::uint64_t seed, std::uint64_t page, char* buffer) {
+  static constexpr char line[] = "region=EMEA;status=released;currency=EUR;plant=1000;unit=PC;flag=0;text=standard item;";
+  std::uint64_t state = (seed + 1) * 0x9e3779b97f4a7c15ULL ^ (page + 1) * 0xbf58476d1ce4e5b9ULL;
+  if (state == 0) state = 1;
+  for (std::size_t at = 0; at < noise_bytes; at += sizeof line - 1)
+    std::memcpy(buffer + at, line, std::min(sizeof line - 1, noise_bytes - at));
+  std::memcpy(buffer, &page, sizeof page);
+  for (std::size_t at = noise_bytes; at < page_bytes; at += sizeof state) {
+    const std::uint64_t noise = next_noise(state);
+    std::memcpy(buffer + at, &noise, sizeof noise);
+  }
+}
+
+}  // namespace
+
+std::optional<Savepoint> take_savepoint(System_State& state, const std::string& database, std::int64_t id,
+                                        std::int64_t base) {
+  Savepoint savepoint;
+  savepoint.id = id;
+  savepoint.snapshot = state.tables_file(database) + ".savepoint." + std::to_string(id);
+  if (!copy_with_position(state, database, savepoint) || !note_changes(state, database, savepoint)) {
+    drop_savepoint_file(savepoint);
+    return std::nullopt;
+  }
+  Statement rows = state.sqlite().prepare("SELECT page FROM pages WHERE db=? AND savepoint>? ORDER BY page");
+  rows.bind(1, database).bind(2, base);
+  while (rows.step()) savepoint.changed.push_back(static_cast<std::uint64_t>(rows.number(0)));
+  return savepoint;
+}
+
+void drop_savepoint_file(const Savepoint& savepoint) { ::unlink(savepoint.snapshot.c_str()); }
+
+Volume_Stream::Volume_Stream(Content content) : content_(std::move(content)) {
+  if (!content_.table_pages.empty()) snapshot_ = Descriptor(::open(content_.snapshot.c_str(), O_RDONLY | O_CLOEXEC));
+  pages_ = 1 + items() + (items() + items_per_group - 1) / items_per_group;
+}
+
+std::uint64_t Volume_Stream::page_number(std::uint64_t item) const {
+  const std::uint64_t tables = content_.table_pages.size();
+  if (item < tables) return content_.table_pages[item];
+  return ballast_numbers_from + content_.ballast_first + (item - tables);
+}
+
+void Volume_Stream::fill_index(std::uint64_t group, char* buffer) const {
+  std::memset(buffer, 0, page_bytes);
+  const std::uint64_t first = group * items_per_group;
+  const std::uint64_t count = std::min(items_per_group, items() - first);
+  std::memcpy(buffer, &count, sizeof count);
+  for (std::uint64_t i = 0; i < count; ++i) {
+    const std::uint64_t number = page_number(first + i);
+    std::memcpy(buffer + (i + 1) * sizeof number, &number, sizeof number);
+  }
+}
+
+bool Volume_Stream::fill(std::uint64_t page, char* buffer) {
+  if (page == 0) {
+    std::memset(buffer, 0, page_bytes);
+    std::memcpy(buffer, content_.header.data(), std::min(content_.header.size(), page_bytes));
+    return true;
+  }
+  const std::uint64_t group = (page - 1) / (items_per_group + 1);
+  const std::uint64_t place = (page - 1) % (items_per_group + 1);
+  if (place == 0) {
+    fill_index(group, buffer);
+    return true;
+  }
+  const std::uint64_t item = group * items_per_group + place - 1;
+  if (item >= content_.table_pages.size()) {
+    fill_ballast(content_.ballast_seed, page_number(item) - ballast_numbers_from, buffer);
+    return true;
+  }
+  return ::pread(snapshot_.get(), buffer, page_bytes, static_cast<off_t>(page_number(item) * page_bytes)) ==
+         static_cast<ssize_t>(page_bytes);
+}
+
+std::optional<std::size_t> Volume_Stream::read(char* buffer, std::size_t size) {
+  std::size_t done = 0;
+  for (; done + page_bytes <= size && next_ < pages_; ++next_, done += page_bytes)
+    if (!fill(next_, buffer + done)) return std::nullopt;
+  return done;
+}
+
+}  // namespace standin

@@ -1,0 +1,63 @@
+#include "server/instance.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <thread>
+
+#include "base/clock.h"
+#include "base/wire.h"
+#include "server/session.h"
+
+namespace standin {
+
+Instance::Instance(Layout layout)
+    : layout_(std::move(layout)), faults_(layout_.state("faults.conf")), backups_(layout_, faults_) {}
+
+void Instance::request_stop() { phase_ = stopping; }
+
+bool Instance::write_pid() { return write_file(layout_.state("server.pid"), std::to_string(::getpid()) + "\n"); }
+
+int Instance::serve() {
+  start_ms_ = now_ms();
+  const std::string socket_path = layout_.state("socket");
+  const Descriptor listener = listen_at(socket_path);
+  System_State state;
+  if (!listener.valid() || !write_pid() || !state.open(layout_)) return 1;
+  Catalog(state).fail_unfinished();
+  constexpr std::int64_t default_start_ms = 300;
+  constexpr std::int64_t default_stop_ms = 100;
+  constexpr int poll_ms = 50;
+  const std::int64_t ready_at = start_ms_ + faults_.number("start_ms", default_start_ms);
+  std::int64_t gone_at = 0;
+  for (;;) {
+    const std::int64_t now = now_ms();
+    Phase expected = starting;
+    if (now >= ready_at) phase_.compare_exchange_strong(expected, running);
+    if (phase_ == stopping && gone_at == 0) {
+      backups_.stop_all();
+      gone_at = now + faults_.number("stop_ms", default_stop_ms);
+    }
+    if (gone_at != 0 && now >= gone_at) break;
+    pollfd entry{listener.get(), POLLIN, 0};
+    if (::poll(&entry, 1, poll_ms) <= 0) continue;
+    const int fd = ::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC);
+    if (fd < 0) continue;
+    ++connections_;
+    std::thread([this, fd] {
+      {
+        const Descriptor connection(fd);
+        serve_connection(*this, fd);
+      }
+      --connections_;
+    }).detach();
+  }
+  ::unlink(socket_path.c_str());
+  ::unlink(layout_.state("server.pid").c_str());
+  // Connections that wait for their peers end with the process.
+  std::_Exit(0);
+}
+
+}  // namespace standin

@@ -1,0 +1,128 @@
+#include <cstdio>
+#include <functional>
+#include <map>
+
+#include "base/clock.h"
+#include "base/files.h"
+#include "base/ini.h"
+#include "base/text.h"
+#include "catalog/backup_log.h"
+#include "catalog/catalog.h"
+#include "engine/accounts.h"
+#include "tools/instance_control.h"
+
+namespace {
+
+using namespace standin;
+using Arguments = std::vector<std::string>;
+
+constexpr const char* usage =
+    "Usage: standin-hana-control --root R --sid S VERB\n"
+    "  fault LINE | no-faults                     add a line to the fault file, empty it\n"
+    "  recovery DATABASE [SECONDS [finished|failed]]  append a recovery begun at that time (now) to backup.log\n"
+    "  start-tenant NAME | stop-tenant NAME | add-tenant NAME SERVICES MB PASSWORD-FILE\n"
+    "  user DATABASE NAME PASSWORD-FILE PRIVILEGES | lock DATABASE NAME | unlock DATABASE NAME\n"
+    "  replication none|primary|sync|syncmem|async [PEER-HOST PEER-SITE]\n"
+    "  time-offset SECONDS | dump\n";
+
+int recovery(const Layout& layout, const Arguments& a) {
+  const std::int64_t at = a.size() > 2 ? parse_number(a[2]).value_or(0) * 1000 : now_ms();
+  const std::string outcome = a.size() > 3 ? a[3] : "finished";
+  const auto line = [&](const char* level, const std::string& text) {
+    return append_backup_log(layout, a[1], at, at, level, "RECOVERY", text);
+  };
+  const bool good = line("INFO", "RECOVER DATA started") &&
+                    (outcome == "failed" ? line("ERROR", "RECOVER DATA finished with error: [448] recovery could not be completed")
+                                         : line("INFO", "RECOVER DATA finished successfully"));
+  return good ? 0 : 1;
+}
+
+int replication(const Layout& layout, const Arguments& a) {
+  const std::string path = layout.configuration("global.ini");
+  Ini global = Ini::load(path);
+  const bool secondary = a[1] != "none" && a[1] != "primary";
+  global.set("system_replication", "mode", a[1]);
+  global.set("system_replication", "actual_mode", a[1]);
+  global.set("system_replication", "site_id", secondary ? "2" : "1");
+  global.set("system_replication", "site_name", secondary ? "ROT" : "WDF");
+  global.set("system_replication", "operation_mode", "logreplay");
+  Ini peer;
+  if (a.size() > 2) peer.set("peer", "host", a[2]);
+  peer.set("peer", "site", a.size() > 3 ? a[3] : (secondary ? "WDF" : "ROT"));
+  peer.set("peer", "site_id", secondary ? "1" : "2");
+  return global.save(path, "global.ini", "hdbnsutil") &&
+                 peer.save(layout.state("replication.conf"), "replication.conf", "control") ? 0 : 1;
+}
+
+int dump(const Layout& layout, System_State& state) {
+  std::printf("instance %s %s %s %s\n", layout.sid.c_str(), layout.number.c_str(), layout.version.c_str(), instance_state(layout).phase.c_str());
+  Catalog catalog(state);
+  for (const Database& database : state.databases()) {
+    std::printf("database %s %s\n", database.name.c_str(), database.status.c_str());
+    for (const Service& service : database.services)
+      std::printf("service %s volume %d port %d sql %d pages %lld\n", service.name.c_str(), service.volume, service.port,
+                  service.sql_port, static_cast<long long>(service.ballast_pages));
+    std::fputs(catalog.text(database.name).c_str(), stdout);
+  }
+  return 0;
+}
+
+int add_tenant(const Layout& layout, System_State& state, const Arguments& a) {
+  const auto password = read_file(a[4]);
+  constexpr std::int64_t pages_per_mb = 256;
+  const bool good = password && layout.multi() &&
+                    state.add_database(a[1], split(a[2], ','), parse_number(a[3]).value_or(0) * pages_per_mb) &&
+                    Accounts(state).set(a[1], "SYSTEM", split(*password, '\n').front(), "ALL") &&
+                    make_directories(layout.real(layout.backint_directory(a[1]))) &&
+                    make_directories(layout.real(layout.trace_directory(a[1])));
+  return good ? 0 : 1;
+}
+
+int set_user(System_State& state, const Arguments& a) {
+  const auto password = read_file(a[3]);
+  return password && Accounts(state).set(a[1], a[2], split(*password, '\n').front(), a[4]) ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int count, char** values) {
+  std::string root, sid;
+  Arguments a;
+  for (int i = 1; i < count; ++i) {
+    const std::string word = values[i];
+    if (a.empty() && (word == "--root" || word == "--sid") && i + 1 < count)
+      (word == "--root" ? root : sid) = values[++i];
+    else
+      a.push_back(word);
+  }
+  while (root.ends_with('/')) root.pop_back();
+  const auto layout = find_layout(root, sid);
+  System_State state;
+  if (!layout || a.empty() || !state.open(*layout)) {
+    std::fputs(layout ? usage : "standin-hana-control: no such installation\n", stderr);
+    return 2;
+  }
+  struct Verb {
+    std::size_t least;
+    std::function<int()> run;
+  };
+  const auto done = [](bool good) { return good ? 0 : 1; };
+  const std::string faults = layout->state("faults.conf");
+  const std::map<std::string, Verb> verbs{
+      {"fault", {2, [&] { return done(append_file(faults, a[1] + "\n")); }}},
+      {"no-faults", {1, [&] { return done(write_file(faults, "")); }}},
+      {"recovery", {2, [&] { return recovery(*layout, a); }}},
+      {"start-tenant", {2, [&] { return done(state.set_status(a[1], "YES")); }}},
+      {"stop-tenant", {2, [&] { return done(state.set_status(a[1], "NO")); }}},
+      {"add-tenant", {5, [&] { return add_tenant(*layout, state, a); }}},
+      {"user", {5, [&] { return set_user(state, a); }}},
+      {"lock", {3, [&] { return done(Accounts(state).set_locked(a[1], a[2], true)); }}},
+      {"unlock", {3, [&] { return done(Accounts(state).set_locked(a[1], a[2], false)); }}},
+      {"replication", {2, [&] { return replication(*layout, a); }}},
+      {"time-offset", {2, [&] { return done(write_file(layout->state("clock_offset_seconds"), a[1] + "\n")); }}},
+      {"dump", {1, [&] { return dump(*layout, state); }}}};
+  const auto verb = verbs.find(a[0]);
+  if (verb != verbs.end() && a.size() >= verb->second.least) return verb->second.run();
+  std::fputs(usage, stderr);
+  return 2;
+}

@@ -1,0 +1,120 @@
+#include <cstdio>
+
+#include "base/ini.h"
+#include "base/text.h"
+#include "tools/instance_control.h"
+
+namespace {
+
+using namespace standin;
+
+constexpr const char* rule = "~~~~~~~~~~~~~~~~~~~~~~~~";
+
+/// What the configuration says of replication; the second site stands in the stand-in's own section.
+struct Replication {
+  std::string mode, operation, site_id, site_name, peer_host, peer_site, peer_id;
+  explicit Replication(const Layout& layout) {
+    const Ini ini = Ini::load(layout.configuration("global.ini"));
+    const auto get = [&](const char* key, const char* otherwise) { return ini.get("system_replication", key, otherwise); };
+    mode = get("actual_mode", get("mode", "none").c_str());
+    operation = mode == "primary" ? "primary" : get("operation_mode", "logreplay");
+    site_id = get("site_id", "1");
+    site_name = get("site_name", "SITE1");
+    const Ini own = Ini::load(layout.state("replication.conf"));
+    peer_host = own.get("peer", "host");
+    peer_site = own.get("peer", "site", "SITE2");
+    peer_id = own.get("peer", "site_id", "2");
+  }
+  [[nodiscard]] bool primary() const { return mode == "primary"; }
+};
+
+void print_mapping(const Layout& layout, const Replication& r) {
+  const bool peers = !r.peer_host.empty();
+  const std::string primary = r.primary() ? r.site_name : r.peer_site;
+  const std::string secondary = r.primary() ? r.peer_site : r.site_name;
+  const std::string secondary_mode = r.primary() ? "sync" : r.mode;
+  const std::string operation = r.primary() ? "logreplay" : r.operation;
+  std::printf("Host Mappings:\n~~~~~~~~~~~~~~\n\n");
+  if (peers) std::printf("%s -> [%s] %s\n", layout.host.c_str(), r.peer_site.c_str(), r.peer_host.c_str());
+  std::printf("%s -> [%s] %s\n\n\nSite Mappings:\n~~~~~~~~~~~~~~\n", layout.host.c_str(), r.site_name.c_str(), layout.host.c_str());
+  std::printf("%s (primary/%s)\n", primary.c_str(), peers ? "primary" : "");
+  if (peers) std::printf("    |---%s (%s/%s)\n", secondary.c_str(), secondary_mode.c_str(), operation.c_str());
+  std::printf("\nTier of %s: 1\n", primary.c_str());
+  if (peers) std::printf("Tier of %s: 2\n", secondary.c_str());
+  std::printf("\nReplication mode of %s: primary\n", primary.c_str());
+  if (peers) std::printf("Replication mode of %s: %s\n", secondary.c_str(), secondary_mode.c_str());
+  std::printf("\nOperation mode of %s: primary\n", primary.c_str());
+  if (peers) {
+    std::printf("Operation mode of %s: %s\n\nMapping: %s -> %s\n", secondary.c_str(), operation.c_str(), primary.c_str(),
+                secondary.c_str());
+  } else {
+    std::printf("\n");
+  }
+}
+
+void print_state(const Layout& layout, const Replication& r, bool online, bool only_configuration) {
+  if (!online && !only_configuration) std::printf("nameserver %s:%d not responding.\n", layout.host.c_str(), layout.port(1));
+  std::printf("\nSystem Replication State\n%s\n\n", rule);
+  if (!only_configuration) std::printf("online: %s\n\n", online ? "true" : "false");
+  const std::string phase = fault_setting(layout, "replication_mode_missing");
+  std::printf("mode: %s\n", phase.empty() ? r.mode.c_str() : "");
+  if (r.mode != "none") {
+    if (!only_configuration) std::printf("operation mode: %s\n", r.operation.c_str());
+    std::printf("site id: %s\nsite name: %s\n", r.site_id.c_str(), r.site_name.c_str());
+    if (!r.primary() && !only_configuration)
+      std::printf("active primary site: %s\n\nprimary masters: %s\n", r.peer_id.c_str(), r.peer_host.c_str());
+    if (!only_configuration && online) {
+      const bool has_peer = !r.peer_host.empty();
+      std::printf("\nis source system: %s\nis secondary/consumer system: %s\nhas secondaries/consumers attached: %s\nis a "
+                  "takeover active: false\nis primary suspended: false\n\n", r.primary() ? "true" : "false",
+                  r.primary() ? "false" : "true", r.primary() && has_peer ? "true" : "false");
+      print_mapping(layout, r);
+    }
+  }
+  std::printf("done.\n");
+}
+
+void print_for_sapcontrol(const Layout& layout, const Replication& r, bool online, bool only_configuration) {
+  std::printf("SAPCONTROL-OK: <begin>\n");
+  if (!only_configuration) std::printf("online=%s\n", online ? "true" : "false");
+  std::printf("mode=%s\n", r.mode.c_str());
+  if (r.mode != "none") {
+    if (!only_configuration) std::printf("operation mode=%s\n", r.operation.c_str());
+    std::printf("site id=%s\nsite name=%s\n", r.site_id.c_str(), r.site_name.c_str());
+    if (!only_configuration && online) {
+      const bool has_peer = !r.peer_host.empty();
+      std::printf("isSource=%s\nisConsumer=%s\nhasConsumers=%s\nisTakeoverActive=false\nisPrimarySuspended=false\n"
+                  "mapping/%s=%s/%s\n", r.primary() ? "true" : "false", r.primary() ? "false" : "true",
+                  r.primary() && has_peer ? "true" : "false", layout.host.c_str(), r.site_name.c_str(), layout.host.c_str());
+    }
+  }
+  std::printf("SAPCONTROL-OK: <end>\ndone.\n");
+}
+
+}  // namespace
+
+int main(int count, char** values) {
+  const auto layout = own_layout();
+  if (!layout) {
+    std::fprintf(stderr, "hdbnsutil lies in no installation\n");
+    return 1;
+  }
+  const std::string action = count > 1 ? values[1] : "";
+  const bool machine = count > 2 && std::string(values[2]) == "--sapcontrol=1";
+  const bool only_configuration = action == "-sr_stateConfiguration";
+  if (action == "-reconfig") {
+    std::printf("done.\n");
+    return 0;
+  }
+  if (action != "-sr_state" && !only_configuration) {
+    std::fprintf(stderr, "usage: hdbnsutil [options]\n");
+    return 1;
+  }
+  const bool online = instance_state(*layout).phase == "running";
+  const Replication replication(*layout);
+  if (machine)
+    print_for_sapcontrol(*layout, replication, online, only_configuration);
+  else
+    print_state(*layout, replication, online, only_configuration);
+  return 0;
+}
