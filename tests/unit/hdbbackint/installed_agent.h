@@ -1,0 +1,59 @@
+#pragma once
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace hdbbackint {
+
+/// A child process with its standard error in a file.
+class Child {
+ public:
+  Child(const std::vector<std::string>& command, const std::string& error_file) {
+    std::vector<char*> arguments;
+    for (const std::string& part : command) arguments.push_back(const_cast<char*>(part.c_str()));
+    arguments.push_back(nullptr);
+    pid_ = ::fork();
+    if (pid_ == 0) {
+      const int null = ::open("/dev/null", O_RDWR);
+      const int errors = ::open(error_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+      ::dup2(null, STDIN_FILENO);
+      ::dup2(null, STDOUT_FILENO);
+      ::dup2(errors, STDERR_FILENO);
+      ::execv(arguments[0], arguments.data());
+      ::_exit(127);
+    }
+  }
+  [[nodiscard]] pid_t pid() const { return pid_; }
+  void signal(int number) const { ::kill(pid_, number); }
+  /// Exit code, or minus the signal that ended it.
+  int wait() {
+    int status = 0;
+    ::wait4(pid_, &status, 0, &usage_);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+  }
+  /// Of the child that wait has seen end.
+  [[nodiscard]] long most_resident_kib() const { return usage_.ru_maxrss; }
+
+ private:
+  pid_t pid_ = -1;
+  rusage usage_{};
+};
+
+/// Lays the built program and its library out below `root` as an installation does; returns the program's real path.
+inline std::string install_agent(const std::string& root, const std::string& program, const std::string& library) {
+  namespace fs = std::filesystem;
+  const fs::path base = fs::path(root) / "opt/tarvex/dorsal3";
+  fs::create_directories(base / "bin");
+  fs::create_directories(base / "lib");
+  fs::copy_file(program, base / "bin/hdbbackint", fs::copy_options::overwrite_existing);
+  fs::copy_file(library, base / "lib" / fs::path(library).filename(), fs::copy_options::overwrite_existing);
+  return (base / "bin/hdbbackint").string();
+}
+
+}  // namespace hdbbackint
