@@ -18,11 +18,11 @@ std::string version_of(const std::string& manifest) {
   return platform::read_file(manifest, text) ? version_in_manifest(text) : std::string();
 }
 
-System_Instance_Info describe_instance(const std::string& sid, const std::string& instance_name) {
+System_Instance_Info describe_instance(const std::string& sid, const std::string& instance_name, bool multi_container) {
   System_Instance_Info info;
   info.system_info.sid = sid;
   info.system_info.localhost = local_host_name(sid, instance_name);
-  info.system_info.multi_container = System_Controller(sid).is_multi_container();
+  info.system_info.multi_container = multi_container;
   info.instance_name = instance_name;
   static_cast<void>(instance_number_of(instance_name, info.instance_number));
   info.dir_executable = executable_directory(sid, instance_name);
@@ -47,9 +47,13 @@ bool System_Instance_Lister::list(std::list<System_Instance_Info>& infos) {
     D3_ERROR("Failed to list the SAP systems of this host in '%C': %m\n", base.c_str());
     return false;
   }
-  for (const std::string& sid : names)
-    for (const std::string& instance_name : installed_instances(sid))
-      infos.push_back(describe_instance(sid, instance_name));
+  for (const std::string& sid : names) {
+    const std::vector<std::string> instances = installed_instances(sid);
+    if (instances.empty()) continue;
+    const bool multi_container = System_Controller(sid).is_multi_container();
+    for (const std::string& instance_name : instances)
+      infos.push_back(describe_instance(sid, instance_name, multi_container));
+  }
   return true;
 }
 
@@ -60,7 +64,7 @@ bool System_Instance_Lister::list(System_Instance_Info& info, const std::string&
              platform::cut_for_log(instance_name).c_str(), platform::cut_for_log(sid).c_str());
     return false;
   }
-  info = describe_instance(sid, instance_name);
+  info = describe_instance(sid, instance_name, System_Controller(sid).is_multi_container());
   return true;
 }
 
