@@ -189,7 +189,7 @@ void Backup_Executor_Basic::add_files(const std::list<Backup_File_Info>& files, 
     Job_Activity::add(act_.size, file.size);
     Job_Activity::add(act_.set_size, file.size);
   }
-  set.add_storage({def_.target().id(), set.total_storage_size});
+  set.add_storage({tgt_.id(), set.total_storage_size});
 }
 
 void Backup_Executor_Basic::set_times(HANA_Backup_Set& set) const {

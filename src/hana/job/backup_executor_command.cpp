@@ -59,13 +59,13 @@ bool Backup_Executor::generate_backint_conf(const std::string& uuid, const std::
   record.host_uuid = def_.host_id();
   record.job_act_id = evt_handler_.job_act_id();
   record.type = job_def_subtype_to_string(job_type_);
-  record.location = def_.target().location();
+  record.location = tgt_.location();
   record.database = database;
   const char* const compression = compression_value_to_name(compression_);
   record.compression = compression == nullptr ? "" : compression;
   record.compression_level = compression_level_;
   record.sid = sid_;
-  record.pool_uuid = def_.target().id();
+  record.pool_uuid = tgt_.id();
   if (!Environ_Getter::instance()->get_landscape_id(sid_.c_str(), record.landscape_id)) {
     D3_ERROR("Failed to get landscape ID\n");
     return false;
@@ -99,7 +99,7 @@ bool Backup_Executor::find_full_set(const std::string& database, json_spirit::Ob
 
 bool Backup_Executor::is_on_target_pool(const json_spirit::Object& set) const {
   std::string pool_uuid;
-  return json_spirit::object_get(set, "pool_uuid", pool_uuid) && pool_uuid == def_.target().id();
+  return json_spirit::object_get(set, "pool_uuid", pool_uuid) && pool_uuid == tgt_.id();
 }
 
 bool Backup_Executor::was_restored_since(const std::string& database, const json_spirit::Object& set) const {

@@ -2,34 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
+
+#include "support/scoped_zone.h"
 
 namespace {
 
 using json_spirit::dump_json;
 
 constexpr const char* resource = "6ba7b810-9dad-11d1-80b4-00c04fd430c8";
-
-/// Local time of another zone for one scope: what is written must not depend on it.
-class Scoped_Zone {
- public:
-  explicit Scoped_Zone(const char* zone) {
-    if (const char* before = std::getenv("TZ")) before_ = before;
-    setenv("TZ", zone, 1);
-    tzset();
-  }
-  ~Scoped_Zone() {
-    if (before_.empty())
-      unsetenv("TZ");
-    else
-      setenv("TZ", before_.c_str(), 1);
-    tzset();
-  }
-
- private:
-  std::string before_;
-};
 
 Backup_Set sample_set() {
   Backup_Set set;
@@ -58,7 +39,7 @@ Backup_Set sample_set() {
 }  // namespace
 
 TEST(Backup_Set, Writes_Its_Record_With_Times_In_Utc_Whatever_The_Local_Zone) {
-  const Scoped_Zone zone("Asia/Tokyo");
+  const support::Scoped_Zone zone("Asia/Tokyo");
   EXPECT_EQ(dump_json(sample_set().to_record()),
             R"({"uuid":"set-uuid","module":"hana","type":"full","job_name":"nightly","job_id":"job-id",)"
             R"("job_act_id":"activity-id","job_uid":"uid","host_uuid":"host","agent":"agent-1",)"
