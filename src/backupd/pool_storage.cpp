@@ -117,6 +117,12 @@ std::string pool_directory(const Pool& pool) {
   return pool.url.starts_with(scheme) ? pool.url.substr(scheme.size()) : std::string();
 }
 
+Outcome prepare_pool(const Pool& pool) {
+  if (!pool.served() || platform::mkdir_p(pool.directory.c_str(), platform::mode_directory) == 0) return {};
+  return Outcome::refuse(Outcome::invalid, "the directory " + pool.directory + " cannot be made on the server: " +
+                                               std::strerror(errno) + "; choose another or make it yourself");
+}
+
 /// One object on its way in: a hidden file beside its place, gone again unless it was published.
 class Pool_Storage::Upload : public net::Body_Sink {
  public:

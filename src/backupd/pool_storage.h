@@ -18,6 +18,9 @@ namespace backupd {
 /// Documented directory of a pool's objects, "" when it is not a directory of a file system.
 [[nodiscard]] std::string pool_directory(const Pool& pool);
 
+/// Makes the directory of a pool that this server serves.
+[[nodiscard]] Outcome prepare_pool(const Pool& pool);
+
 /// Keeps the objects of pools in directories. A path is a list of decoded segments; an empty, ".", ".." or hidden
 /// segment, one with '/' or a null byte, and a symbolic link on the way are refused, so that no path leaves its pool.
 /// Nothing is visible under its name before it is whole and durable. Any thread.

@@ -100,7 +100,14 @@ json_spirit::Object Pool_Store::to_json(const Pool& pool) const {
 }
 
 std::string Pool_Store::url_of(const Pool& pool) const {
-  return pool.served() ? public_url_ + "/q5/pools/" + pool.uuid : pool.url;
+  if (!pool.served()) return pool.url;
+  const std::lock_guard lock(url_mutex_);
+  return public_url_ + "/q5/pools/" + pool.uuid;
+}
+
+void Pool_Store::public_url(std::string url) {
+  const std::lock_guard lock(url_mutex_);
+  public_url_ = std::move(url);
 }
 
 }  // namespace backupd

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -45,12 +46,13 @@ class Pool_Store {
   /// The record as requests see it: with the url by which agents reach it.
   [[nodiscard]] json_spirit::Object to_json(const Pool& pool) const;
   [[nodiscard]] std::string url_of(const Pool& pool) const;
-  /// The port is known only once the server listens. Called before it serves.
-  void public_url(std::string url) { public_url_ = std::move(url); }
+  /// The port is known only once the server listens.
+  void public_url(std::string url);
 
  private:
   Database& database_;
-  std::string public_url_;
+  mutable std::mutex url_mutex_;
+  std::string public_url_;  ///< by url_mutex_
 };
 
 }  // namespace backupd

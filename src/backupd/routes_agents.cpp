@@ -40,7 +40,7 @@ Reply post_call(Server_Core& core, const Request& request) {
                                            params == nullptr ? json_spirit::Value() : *params, timeout, result);
       !outcome.ok())
     return outcome;
-  return json_spirit::Value(json_spirit::Object{{"result", result}});
+  return result;
 }
 
 Reply post_sweep(Server_Core& core, const Request& request) {

@@ -1,0 +1,61 @@
+#include "backupd/configuration.h"
+
+#include <gtest/gtest.h>
+
+#include "support/temp_root.h"
+
+namespace {
+
+using backupd::Configuration;
+
+TEST(Configuration, Has_Defaults_Without_A_File) {
+  const support::Temp_Root root;
+  Configuration configuration;
+  std::string error;
+  ASSERT_TRUE(Configuration::load(configuration, error)) << error;
+  EXPECT_EQ(configuration.address, "127.0.0.1");
+  EXPECT_EQ(configuration.database, "/var/opt/tarvex/dorsal3/backupd/backupd.db");
+  EXPECT_EQ(configuration.url(9443), "http://127.0.0.1:9443");
+}
+
+TEST(Configuration, Reads_Every_Key) {
+  const support::Temp_Root root;
+  root.write("/etc/opt/tarvex/dorsal3/backupd.toml",
+             "address = \"0.0.0.0\"\nport = 0\ncertificate = \"/c.pem\"\nprivate_key = \"/k.pem\"\n"
+             "public_url = \"https://backup.example:9443\"\ndatabase = \"/db\"\nlog_file = \"/log\"\nworkers = 3\n"
+             "host_uuid = \"11111111-1111-4111-8111-111111111111\"\n");
+  Configuration configuration;
+  std::string error;
+  ASSERT_TRUE(Configuration::load(configuration, error)) << error;
+  EXPECT_EQ(configuration.port, 0);
+  EXPECT_TRUE(configuration.tls());
+  EXPECT_EQ(configuration.workers, 3U);
+  EXPECT_EQ(configuration.url(77), "https://backup.example:9443");
+  EXPECT_EQ(configuration.server_options().private_key_file, "/k.pem");
+}
+
+TEST(Configuration, Refuses_What_Is_Not_Sound) {
+  struct Row {
+    const char* text;
+    const char* why;
+  };
+  for (const Row& row :
+       {Row{"address = ", "line 1"}, Row{"colour = 1", "colour is not a known key"}, Row{"port = 70000", "port must be"},
+        Row{"port = \"x\"", "port must be"}, Row{"workers = 0", "workers must be"}, Row{"database = \"x\"", "absolute path"},
+        Row{"certificate = \"/c\"", "belong together"}, Row{"address = \"0.0.0.0\"", "without TLS"},
+        Row{"address = \"192.168.0.1\"", "without TLS"}, Row{"address = \"::\"", "without TLS"},
+        Row{"host_uuid = \"x\"", "host_uuid must be"}, Row{"public_url = \"x\"", "public_url must read"}}) {
+    Configuration configuration;
+    std::string error;
+    EXPECT_FALSE(Configuration::parse(row.text, "file", configuration, error)) << row.text;
+    EXPECT_NE(error.find(row.why), std::string::npos) << row.text << ": " << error;
+  }
+}
+
+TEST(Configuration, Knows_Loopback) {
+  for (const char* address : {"127.0.0.1", "127.9.9.9", "::1", "localhost"}) EXPECT_TRUE(backupd::is_loopback(address));
+  for (const char* address : {"0.0.0.0", "10.0.0.1", "::", "", "127.0.0.1.example.com"})
+    EXPECT_FALSE(backupd::is_loopback(address)) << address;
+}
+
+}  // namespace

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "backupd/server_core.h"
+#include "platform/clock.h"
+#include "support/fake_http_transport.h"
+#include "support/log_capture.h"
+#include "support/temp_root.h"
+
+namespace backupd_test {
+
+inline constexpr char host_a[] = "11111111-1111-4111-8111-111111111111";
+inline constexpr char host_b[] = "22222222-2222-4222-8222-222222222222";
+inline constexpr char pool_uuid[] = "33333333-3333-4333-8333-333333333333";
+inline constexpr char resource_uuid[] = "44444444-4444-4444-8444-444444444444";
+inline constexpr char lifeline[] = "55555555-5555-4555-8555-555555555555";
+
+struct Answer {
+  unsigned status = 0;
+  json_spirit::Object body;
+  std::string text;  ///< the body as it came
+
+  [[nodiscard]] std::string error_code() const;
+  [[nodiscard]] std::string error_message() const;
+  [[nodiscard]] json_spirit::Array rows() const;
+  [[nodiscard]] std::string text_of(const char* key) const;
+  [[nodiscard]] long number_of(const char* key) const;
+};
+
+/// A fixed date; waits are real ones, for what another thread is about to do.
+class Still_Clock : public platform::Clock {
+ public:
+  std::chrono::system_clock::time_point now() override { return std::chrono::system_clock::from_time_t(1'700'000'000); }
+  std::chrono::steady_clock::time_point steady_now() override { return std::chrono::steady_clock::now(); }
+  void sleep_for(std::chrono::nanoseconds) override {}
+  bool wait_for(platform::Wait_Event& event, std::chrono::nanoseconds limit) override { return event.wait_real(limit); }
+
+ private:
+  platform::Scoped_Clock scope_{*this};
+};
+
+/// The whole server over a database in a temporary folder, reached through the network in memory.
+class Memory_Server {
+ public:
+  Memory_Server();
+  ~Memory_Server();
+
+  /// `body`: JSON text.
+  Answer request(const std::string& method, const std::string& path, const std::string& body = {},
+                 const std::string& key = {});
+  Answer agent(const std::string& method, const std::string& path, const std::string& body = {}) {
+    return request(method, path, body, agent_key);
+  }
+  /// Below "/q5/".
+  Answer raw(const std::string& method, const std::string& target, const std::string& body, const std::string& key);
+  std::string make_key(backupd::Role role, const std::string& host = {});
+
+  support::Log_Capture log;
+  support::Temp_Root root;
+  Still_Clock clock;
+  backupd::Database database;
+  std::unique_ptr<backupd::Server_Core> core;
+  std::unique_ptr<support::Fake_Http_Transport> network;
+  std::string agent_key;
+  std::string other_agent_key;
+  std::string viewer_key;
+  std::string operator_key;
+
+  /// Registers the pool `pool_uuid`, served from "/pool".
+  void add_pool(std::int64_t max_bytes = 0);
+  /// Records a Backint job and one object for it.
+  void add_object(const std::string& job_uuid, const std::string& ebid, const std::string& job_act_id = "",
+                  const std::string& database = "TN1", long backup_id = 100);
+};
+
+std::string job_json(const std::string& uuid, const std::string& job_act_id = "", const std::string& database = "TN1",
+                     long backup_id = 0);
+std::string file_json(const std::string& ebid, const std::string& filename = "pipe_0", long backup_id = 100,
+                      const std::string& database = "TN1");
+/// A set of one object.
+std::string set_json(const std::string& uuid, const std::string& ebid, const std::string& type = "full",
+                     const std::string& start = "2026-01-01 10:00:00", long backup_id = 100,
+                     const std::string& job_act_id = "", const std::string& database = "TN1");
+std::string definition_json(const std::string& extra = "", const std::string& entry = "hana/HDB00/TN1");
+/// A uuid that ends with `number`.
+std::string uuid_of(int number);
+
+}  // namespace backupd_test
