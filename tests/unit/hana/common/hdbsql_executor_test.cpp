@@ -174,7 +174,7 @@ TEST_F(HDBSQL_Executor_Test, Refuses_An_Instance_That_Is_Not_Installed) {
   const struct {
     const char* sid;
     const char* instance_name;
-  } rows[] = {{"XXX", "HDB00"}, {"HDB", "HDB01"}, {"", ""}, {"../", "HDB00"}, {"HDB", "../HDB/HDB00"}};
+  } rows[] = {{"QQQ", "HDB00"}, {"HDB", "HDB01"}, {"", ""}, {"../", "HDB00"}, {"HDB", "../HDB/HDB00"}};
   for (const auto& row : rows) {
     HDBSQL_Executor executor("");
     EXPECT_FALSE(executor.init(row.sid, row.instance_name, "", "SYSTEM", secure_string("S1")));

@@ -105,7 +105,7 @@ TEST_F(Instance_Controller_Test, Fails_When_Neither_Tells) {
 TEST_F(Instance_Controller_Test, Refuses_What_Is_Not_Installed) {
   Instance_Controller::Instance_State state = Instance_Controller::INSTANCE_STATE_RUNNING;
   EXPECT_FALSE(controller_.get_state(42, state));
-  EXPECT_FALSE(Instance_Controller("XXX").get_state("HDB00", state));
+  EXPECT_FALSE(Instance_Controller("QQQ").get_state("HDB00", state));
   EXPECT_FALSE(Instance_Controller("../").start("HDB00"));
   EXPECT_FALSE(controller_.stop("HDB01"));
   EXPECT_FALSE(controller_.restart(""));

@@ -39,8 +39,8 @@ TEST_F(HANA_Listers_Test, Tells_Systems_With_Tenants_By_Their_Configuration) {
     EXPECT_TRUE(controller.is_system_database("SystemDB")) << row.text;
     EXPECT_EQ(controller.is_system_database("TN1"), !row.wanted) << row.text;
   }
-  EXPECT_FALSE(System_Controller("XXX").is_multi_container());
-  expect_error("Failed to read the configuration of HANA system XXX");
+  EXPECT_FALSE(System_Controller("QQQ").is_multi_container());
+  expect_error("Failed to read the configuration of HANA system QQQ");
 }
 
 TEST_F(HANA_Listers_Test, Lists_Every_Installed_Instance) {
@@ -200,9 +200,9 @@ TEST_F(HANA_Listers_Test, Tells_The_Active_Master) {
   }
   EXPECT_EQ(log_.claim_containing("The active master of HANA system HDB is not known"), 2U);
   bool any = false;
-  EXPECT_FALSE(Name_Server_Config_Parser("XXX").is_cluster(any));
-  EXPECT_FALSE(Name_Server_Config_Parser("XXX").is_active_master(any));
-  EXPECT_EQ(log_.claim_containing("Failed to read the configuration of HANA system XXX"), 2U);
+  EXPECT_FALSE(Name_Server_Config_Parser("QQQ").is_cluster(any));
+  EXPECT_FALSE(Name_Server_Config_Parser("QQQ").is_active_master(any));
+  EXPECT_EQ(log_.claim_containing("Failed to read the configuration of HANA system QQQ"), 2U);
 }
 
 TEST_F(HANA_Listers_Test, Tells_The_Landscape_Id) {
@@ -223,9 +223,9 @@ TEST_F(HANA_Listers_Test, Finds_The_Trace_Directories) {
   std::vector<std::string> dirs = {"replaced"};
   EXPECT_TRUE(Environ_Getter::instance()->get_trace_dirs("HDB", dirs));
   EXPECT_EQ(dirs, (std::vector<std::string>{"/usr/sap/HDB/HDB00/hanahost/trace", "/usr/sap/HDB/HDB00/otherhost/trace"}));
-  EXPECT_FALSE(Environ_Getter::instance()->get_trace_dirs("XXX", dirs));
+  EXPECT_FALSE(Environ_Getter::instance()->get_trace_dirs("QQQ", dirs));
   EXPECT_EQ(dirs.size(), 2U);
-  expect_error("HANA system 'XXX' has no trace directory on this host\n");
+  expect_error("HANA system 'QQQ' has no trace directory on this host\n");
 }
 
 TEST_F(HANA_Listers_Test, Lists_The_Databases_With_The_System_Database_First) {
