@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -132,7 +133,7 @@ class Bench {
     return path;
   }
 
-  void feed(const std::string& pipe, const std::string& pattern) const {
+  void feed(const std::string& pipe, const std::string& pattern, const Child& child) {
     const int fd = ::open(pipe.c_str(), O_WRONLY | O_CLOEXEC);
     for (std::size_t sent = 0; sent < size_mib_ * mib;) {
       const std::size_t at = sent % pattern.size();
@@ -141,21 +142,24 @@ class Bench {
       if (written <= 0) break;
       sent += static_cast<std::size_t>(written);
     }
+    const long resident = child.resident_so_far_kib();
+    for (long known = resident_kib_; known < resident && !resident_kib_.compare_exchange_weak(known, resident);) {
+    }
     ::close(fd);
   }
 
   double timed(const std::vector<std::string>& command, const std::vector<std::string>& pipes,
                const std::string& pattern) {
     ::sync();
+    resident_kib_ = 0;
     const auto start = std::chrono::steady_clock::now();
     Child child(command, (root_ / "tmp/err").string());
     std::vector<std::thread> writers;
-    for (const std::string& pipe : pipes) writers.emplace_back([&, pipe] { feed(pipe, pattern); });
+    for (const std::string& pipe : pipes) writers.emplace_back([&, pipe] { feed(pipe, pattern, child); });
     for (std::thread& writer : writers) writer.join();
     const int code = child.wait();
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (code != 0) std::fprintf(stderr, "%s ended with %d\n", command[0].c_str(), code);
-    resident_kib_ = child.most_resident_kib();
     for (const fs::directory_entry& entry : fs::directory_iterator(root_ / "pool")) fs::remove_all(entry.path());
     return seconds;
   }
@@ -166,7 +170,7 @@ class Bench {
   std::string pattern_ = database_like_pattern();
   support::Memory_Backupd server_{"the-key"};
   net::Http_Server listener_{server_, {}};
-  long resident_kib_ = 0;
+  std::atomic<long> resident_kib_ = 0;
 };
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -37,8 +38,17 @@ class Child {
     ::wait4(pid_, &status, 0, &usage_);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
   }
-  /// Of the child that wait has seen end.
+  /// Of the child that wait has seen end; at least what its parent had resident when it was started.
   [[nodiscard]] long most_resident_kib() const { return usage_.ru_maxrss; }
+  /// So far, of the child alone, while it runs.
+  [[nodiscard]] long resident_so_far_kib() const {
+    std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
+    const std::string key = "VmHWM:";
+    for (std::string line; std::getline(status, line);) {
+      if (line.starts_with(key)) return std::stol(line.substr(key.size()));
+    }
+    return 0;
+  }
 
  private:
   pid_t pid_ = -1;
