@@ -12,7 +12,7 @@ enum class Run_Stage { waiting, running, done, failed, canceled, skipped };
 /// Reads the stage out of a job record of the server.
 [[nodiscard]] Run_Stage run_stage(const json_spirit::Object& record);
 [[nodiscard]] bool has_ended(Run_Stage stage);
-/// Bytes taken from the database so far: what the agent reported, or what the stored objects sum up to.
+/// Bytes taken from the database so far, as the agent reported them.
 [[nodiscard]] std::uint64_t bytes_done(const json_spirit::Object& record);
 /// One line on how a run ended, without a line end: "The backup is complete." and the like, with the cause of a
 /// failure.

@@ -4,6 +4,7 @@
 #include "dorsal3/format.h"
 #include "dorsal3/job_view.h"
 #include "dorsal3/progress.h"
+#include "dorsal3/received_bytes.h"
 #include "dorsal3/resources.h"
 #include "dorsal3/verb.h"
 #include "platform/clock.h"
@@ -133,13 +134,14 @@ class Backup_Verb : public Verb {
   bool follow(Context& context, const std::string& job, json_spirit::Object& record, Failure& failure) {
     platform::Clock& clock = platform::Clock::current();
     Progress_Tracker tracker;
+    Received_Bytes received;
     std::ostream& to = context.json ? context.notes : context.out;
     Progress_Display display(to, context.terminal.output_is_terminal && !context.json, context.terminal.width);
     auto last_answer = clock.steady_now();
     while (true) {
       if (context.server.get("/jobs/" + job, record, failure)) {
         last_answer = clock.steady_now();
-        tracker.add(sample(record, clock));
+        tracker.add(sample(record, received.count(context.server, job), clock));
         display.show(tracker, request_.resource.name);
         if (has_ended(run_stage(record))) break;
       } else if (failure.exit_code != exit_unreachable || clock.steady_now() - last_answer > server_away_limit) {
@@ -159,11 +161,11 @@ class Backup_Verb : public Verb {
     return true;
   }
 
-  static Progress_Sample sample(const json_spirit::Object& record, platform::Clock& clock) {
+  static Progress_Sample sample(const json_spirit::Object& record, std::uint64_t received, platform::Clock& clock) {
     Progress_Sample sample;
     sample.when = clock.steady_now();
     sample.percent = static_cast<int>(number_member(record, "progress"));
-    sample.bytes = bytes_done(record);
+    sample.bytes = std::max(bytes_done(record), received);
     return sample;
   }
 

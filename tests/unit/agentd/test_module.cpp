@@ -1,0 +1,111 @@
+// A small module with the exported names that the agent looks for. Its job does what the name of its definition says.
+
+#include <atomic>
+#include <new>
+
+#include "agent/api/module_factories.h"
+#include "job/controllable_job_t.h"
+#include "job/default_backup_job_source_parser.h"
+#include "job/job_executor_t.h"
+#include "platform/clock.h"
+#include "scrt/object_creator_impl_t.h"
+
+namespace {
+
+/// Options are any flat object.
+class No_Options : public Job_Options {
+ public:
+  int generate(yajl_gen) override { return 0; }
+};
+
+class No_Options_Parser : public YAJL_Parser<Job_Options> {
+ public:
+  bool handle_string_i(const char*, std::size_t) override { return true; }
+  bool handle_start_map_i() override { return true; }
+  bool handle_map_key_i(const char*, std::size_t) override { return true; }
+  bool handle_end_map_i() override { return true; }
+  Result result() override { return Result(new No_Options); }
+};
+
+class Executor : public Job_Executor_T<Default_Backup_Job_Source, No_Options, Job_Event_Handler> {
+ public:
+  explicit Executor(Job& job) : Job_Executor_T(job) {}
+
+  bool execute_i(const Action_Options*) override {
+    const std::string name = def_.name();
+    if (name == "fail") {
+      D3_ERROR("The test job fails\n");
+      return false;
+    }
+    while (name == "until stopped" && act_.load_state() == JOB_STATE_RUNNING)
+      platform::Clock::current().sleep_for(std::chrono::milliseconds(5));
+    return act_.load_state() == JOB_STATE_RUNNING;
+  }
+};
+
+std::atomic<int> living_objects{0};
+
+struct Counted {
+  Counted() { ++living_objects; }
+  ~Counted() { --living_objects; }
+};
+
+class Creator : public Job_Creator, Counted {
+ public:
+  ACE_Intrusive_Auto_Ptr<Job> create(Job_Definition_Ptr definition) override {
+    if (definition->subtype() != JOB_DEFINITION_SUBTYPE_FULL) return {};
+    return ACE_Intrusive_Auto_Ptr<Job>(new Controllable_Job_T<Executor>(definition));
+  }
+};
+
+class Handler : public Instance_Handler, Counted {
+ public:
+  int probe_instances(Instances& instances) override {
+    auto instance = std::make_shared<Instance>();
+    instance->type = "testing";
+    instance->name = "PRD_HDB00";
+    instance->options = {{"sid", "PRD"}, {"instance_name", "HDB00"}, {"multi_container", true}};
+    instances["PRD_HDB00"] = instance;
+    return 0;
+  }
+  std::string get_state(const char* name, std::string& state) override {
+    state = name != nullptr && std::string(name) == "PRD_HDB00" ? "open" : "error";
+    return state;
+  }
+  int logon(const char*, const char* username, const secure_string* password, const json_spirit::Object*) override {
+    if (username == nullptr && password == nullptr) return LOGON_OK;
+    return password != nullptr && password->view() == "good" ? LOGON_OK : LOGON_REFUSED;
+  }
+};
+
+template <typename Object>
+void gobble(void* object) {
+  delete static_cast<Object*>(object);
+}
+
+template <typename Interface, typename Object>
+Interface* make(module_factories::Gobble* where) {
+  if (where != nullptr) *where = &gobble<Interface>;
+  return new (std::nothrow) Object;
+}
+
+using Parser_Creator = Object_Creator_T<YAJL_Handler>;
+
+}  // namespace
+
+#define EXPORTED extern "C" __attribute__((visibility("default")))
+
+EXPORTED Job_Creator* _make_HANA_Job_Creator(module_factories::Gobble* gobble) {
+  return make<Job_Creator, Creator>(gobble);
+}
+EXPORTED Instance_Handler* _make_HANA_Instance_Handler(module_factories::Gobble* gobble) {
+  return make<Instance_Handler, Handler>(gobble);
+}
+EXPORTED Parser_Creator* _make_HANA_Backup_Job_Source_Parser_Creator(module_factories::Gobble* gobble) {
+  return make<Parser_Creator, Object_Creator_Impl_T<Parser_Creator, Default_Backup_Job_Source_Parser>>(gobble);
+}
+EXPORTED Parser_Creator* _make_HANA_Backup_Job_Options_Parser_Creator(module_factories::Gobble* gobble) {
+  return make<Parser_Creator, Object_Creator_Impl_T<Parser_Creator, No_Options_Parser>>(gobble);
+}
+/// For the tests alone.
+EXPORTED int test_module_living_objects() { return living_objects; }
