@@ -130,7 +130,10 @@ bool Daemon::greet() {
                                   {"modules", json_spirit::Array(names.begin(), names.end())},
                                   {"activities", std::move(activities)}};
   const JSON_RPC_Answer answer = link_.call("agent.hello", hello, hello_limit);
-  if (answer.ok) return true;
+  if (answer.ok) {
+    D3_INFO("Backupd has accepted this agent\n");
+    return true;
+  }
   D3_WARNING("Backupd does not accept this agent, %C; trying again\n", platform::cut_for_log(answer.message).c_str());
   link_.reconnect();
   return false;

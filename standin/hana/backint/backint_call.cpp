@@ -58,8 +58,11 @@ std::string resolve(const Layout& layout, const std::string& documented) {
     std::error_code error;
     const std::filesystem::path target = std::filesystem::read_symlink(path, error);
     if (error) break;
-    path = target.is_absolute() ? layout.real(target.string())
-                                : (std::filesystem::path(path).parent_path() / target).string();
+    // A target that names the root already is the file system's own path.
+    const bool below_root = target.string().starts_with(layout.root + "/");
+    path = !target.is_absolute() ? (std::filesystem::path(path).parent_path() / target).string()
+           : below_root          ? target.string()
+                                 : layout.real(target.string());
   }
   return path;
 }
