@@ -37,15 +37,17 @@ std::optional<Known> find(Sql_Session& session, const std::string& id) {
 
 void insert(Sql_Session& session, const std::string& id, const std::string& def_id, const std::string& host_uuid,
             Job_State state, const json_spirit::Object& document) {
-  session.execute("INSERT INTO activities (id, seq, def_id, host_uuid, state, ended, document) "
-                  "VALUES (:a, :b, :c, :d, :e, :f, :g)",
-                  {id, session.next_number("activity"), def_id, host_uuid, std::int64_t{state},
-                   std::int64_t{is_finished(state) ? 1 : 0}, json_spirit::dump_json(document)});
+  session.execute(
+      "INSERT INTO activities (id, seq, def_id, host_uuid, state, ended, document) "
+      "VALUES (:a, :b, :c, :d, :e, :f, :g)",
+      {id, session.next_number("activity"), def_id, host_uuid, std::int64_t{state},
+       std::int64_t{is_finished(state) ? 1 : 0}, json_spirit::dump_json(document)});
 }
 
 void update(Sql_Session& session, const std::string& id, Job_State state, const json_spirit::Object& document) {
-  session.execute("UPDATE activities SET state = :a, ended = :b, document = :c WHERE id = :d",
-                  {std::int64_t{state}, std::int64_t{is_finished(state) ? 1 : 0}, json_spirit::dump_json(document), id});
+  session.execute(
+      "UPDATE activities SET state = :a, ended = :b, document = :c WHERE id = :d",
+      {std::int64_t{state}, std::int64_t{is_finished(state) ? 1 : 0}, json_spirit::dump_json(document), id});
 }
 
 void set_state(json_spirit::Object& document, Job_State state, const std::string& message) {
@@ -106,10 +108,10 @@ json_spirit::Array sets_of(Sql_Session& session, const std::string& id) {
 json_spirit::Array log_of(Sql_Session& session, const std::string& id) {
   json_spirit::Array lines;
   for (const Sql_Row& row : session.query("SELECT priority, line, line_time FROM job_log WHERE job_act_id = :a "
-                                          "ORDER BY id DESC LIMIT " + std::to_string(log_lines_shown),
+                                          "ORDER BY id DESC LIMIT " +
+                                              std::to_string(log_lines_shown),
                                           {id}, 3))
-    lines.emplace_back(
-        json_spirit::Object{{"priority", row.number(0)}, {"text", row.text(1)}, {"time", row.text(2)}});
+    lines.emplace_back(json_spirit::Object{{"priority", row.number(0)}, {"text", row.text(1)}, {"time", row.text(2)}});
   std::reverse(lines.begin(), lines.end());
   return lines;
 }
@@ -124,7 +126,9 @@ Outcome Activity_Store::begin(const std::string& id, const json_spirit::Object& 
   json_spirit::object_get(definition, "name", name);
   json_spirit::object_get(definition, "host_uuid", host_uuid);
   Activity_Report report;
-  const json_spirit::Object first{{"id", id}, {"def_id", def_id}, {"state", static_cast<int>(JOB_STATE_DISPATCHING)},
+  const json_spirit::Object first{{"id", id},
+                                  {"def_id", def_id},
+                                  {"state", static_cast<int>(JOB_STATE_DISPATCHING)},
                                   {"start_time", platform::Clock::current().wall_seconds()}};
   if (Outcome outcome = report.read(first); !outcome.ok()) return outcome;
   report.document["name"] = name;

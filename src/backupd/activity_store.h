@@ -20,8 +20,8 @@ class Activity_Store {
   [[nodiscard]] Outcome begin(const std::string& id, const json_spirit::Object& definition);
   /// The agent did not take the run.
   [[nodiscard]] bool fail(const std::string& id, const std::string& message);
-  /// Takes the reports of an agent. `ended` gets the ids of the runs that ended with them. A report that comes late, for
-  /// a run that has ended, changes nothing.
+  /// Takes the reports of an agent. `ended` gets the ids of the runs that ended with them. A report that comes late,
+  /// for a run that has ended, changes nothing.
   [[nodiscard]] Outcome report(const std::string& host_uuid, const json_spirit::Array& records,
                                std::vector<std::string>& ended);
   /// Runs of a host that have not ended for this server and of which its agent does not know: they end with an error.

@@ -12,7 +12,8 @@ void Agent_Registry::put(const std::shared_ptr<Agent_Connection>& connection) {
     if (slot != connection) replaced = std::exchange(slot, connection);
   }
   if (!replaced) return;
-  D3_INFO("The agent of the host %C connected again, its former connection is closed\n", connection->host_uuid().c_str());
+  D3_INFO("The agent of the host %C connected again, its former connection is closed\n",
+          connection->host_uuid().c_str());
   replaced->close();
 }
 

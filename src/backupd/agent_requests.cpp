@@ -110,7 +110,8 @@ Outcome Agent_Requests::probe(const std::string& host_uuid, json_spirit::Array& 
     Instance_Registration instance;
     json_spirit::Object resource;
     if (!value.is_object()) return Outcome::refuse(Outcome::invalid, "the agent's \"instances\" hold no objects");
-    if (Outcome outcome = instance.read(value.get_obj(), host_uuid, Instance_Registration::Origin::agent); !outcome.ok())
+    if (Outcome outcome = instance.read(value.get_obj(), host_uuid, Instance_Registration::Origin::agent);
+        !outcome.ok())
       return outcome;
     instance.host_uuid = host_uuid;
     if (Outcome outcome = resources_.add(instance, resource); !outcome.ok()) return outcome;

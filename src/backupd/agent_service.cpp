@@ -92,8 +92,8 @@ JSON_RPC_Answer Agent_Service::hello(const std::shared_ptr<Agent_Connection>& co
     sweep(ended);
   }
   registry_.put(connection);
-  return success(json_spirit::Object{
-      {"server_time", posix_time_to_utc_text(platform::Clock::current().wall_seconds())}});
+  return success(
+      json_spirit::Object{{"server_time", posix_time_to_utc_text(platform::Clock::current().wall_seconds())}});
 }
 
 JSON_RPC_Answer Agent_Service::list_definitions(const Agent_Connection& connection, const json_spirit::Object& params) {
@@ -162,7 +162,8 @@ JSON_RPC_Answer Agent_Service::forward(const json_spirit::Object& params) {
   reader.number("timeout", seconds);
   if (Outcome outcome = reader.finish_known(); !outcome.ok()) return refuse(outcome);
   if (is_server_method(method))
-    return refuse(JSON_RPC_E_INVALID_PARAMS, "the method \"" + method + "\" is the server's alone; an agent may not ask it of another");
+    return refuse(JSON_RPC_E_INVALID_PARAMS,
+                  "the method \"" + method + "\" is the server's alone; an agent may not ask it of another");
   const json_spirit::Value* forwarded = params.find("params");
   const std::chrono::seconds timeout(std::clamp<std::int64_t>(seconds, 1, forward_largest_seconds));
   return registry_.call(host_uuid, method, forwarded == nullptr ? json_spirit::Value() : *forwarded, timeout);

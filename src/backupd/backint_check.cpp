@@ -63,7 +63,8 @@ Outcome read_backint_job(const json_spirit::Object& body, sap_hana::Backint_Back
   // These become names of directories on the pool.
   for (const std::string* name : {&job.host_uuid, &job.landscape_id, &job.database})
     if (!is_segment(*name))
-      return refuse("\"" + *name + "\" cannot be the name of a directory; \"host_uuid\", \"landscape_id\" and \"database\" "
+      return refuse("\"" + *name +
+                    "\" cannot be the name of a directory; \"host_uuid\", \"landscape_id\" and \"database\" "
                     "of a Backint job record must be");
   if (!is_uuid(job.pool_uuid)) return refuse("the \"pool_uuid\" of the Backint job record is no UUID");
   return {};
@@ -83,7 +84,8 @@ Outcome read_backint_file(const json_spirit::Value& value, const std::string& jo
   if (file.filename.empty() || file.extern_backup_id.empty())
     return refuse("a file record lacks its \"filename\" or \"extern_backup_id\"");
   if (!is_relative_path(file.storage_path))
-    return refuse("the \"storage_path\" of " + file.filename + " is not a relative path: \"" + file.storage_path + "\"");
+    return refuse("the \"storage_path\" of " + file.filename + " is not a relative path: \"" + file.storage_path +
+                  "\"");
   if (file.size > largest_stored_number || file.storage_size > largest_stored_number ||
       file.database_backup_id > largest_stored_number)
     return refuse("a number of the file record " + file.filename + " is out of range");

@@ -12,8 +12,8 @@ Outcome store_failed() {
 }
 
 Outcome no_such_job(const std::string& uuid) {
-  return Outcome::refuse(Outcome::not_found, "there is no Backint job record " + uuid +
-                                                 "; its job may have ended without a backup set");
+  return Outcome::refuse(Outcome::not_found,
+                         "there is no Backint job record " + uuid + "; its job may have ended without a backup set");
 }
 
 json_spirit::Object file_record(const Sql_Row& row) {
@@ -34,16 +34,18 @@ struct Owner {
 };
 
 std::optional<Owner> find_owner(Sql_Session& session, const std::string& uuid) {
-  const auto row = session.first("SELECT host_uuid, sid, database_name, taken FROM backint_jobs WHERE uuid = :a", {uuid}, 4);
+  const auto row =
+      session.first("SELECT host_uuid, sid, database_name, taken FROM backint_jobs WHERE uuid = :a", {uuid}, 4);
   if (!row) return std::nullopt;
   return Owner{row->text(0), row->text(1), row->text(2), row->number(3) != 0};
 }
 
 /// The record as it is stored when the same object was recorded before.
 std::optional<json_spirit::Object> find_same(Sql_Session& session, const sap_hana::Backup_File_Info& file) {
-  const auto row = session.first(std::string("SELECT ") + file_columns +
-                                     " FROM backint_files WHERE job_uuid = :a AND filename = :b AND extern_backup_id = :c",
-                                 {file.info_uuid, file.filename, file.extern_backup_id}, file_column_count);
+  const auto row =
+      session.first(std::string("SELECT ") + file_columns +
+                        " FROM backint_files WHERE job_uuid = :a AND filename = :b AND extern_backup_id = :c",
+                    {file.info_uuid, file.filename, file.extern_backup_id}, file_column_count);
   if (!row) return std::nullopt;
   return file_record(*row);
 }
@@ -55,8 +57,9 @@ Outcome compare(const json_spirit::Object& stored, const sap_hana::Backup_File_I
   if (known.from_json(record) && known.size == file.size && known.storage_path == file.storage_path &&
       known.checksum == file.checksum)
     return {Outcome::already_done, {}};
-  return Outcome::refuse(Outcome::conflict, "another object is recorded as " + file.filename + " with the external backup id " +
-                                                file.extern_backup_id + "; give the new object an id of its own");
+  return Outcome::refuse(Outcome::conflict, "another object is recorded as " + file.filename +
+                                                " with the external backup id " + file.extern_backup_id +
+                                                "; give the new object an id of its own");
 }
 
 /// The directory that the object lies in.
@@ -68,12 +71,13 @@ std::string dataset_of(const std::string& storage_path) {
 void insert_file(Sql_Session& session, const Owner& owner, sap_hana::Backup_File_Info& file) {
   const std::int64_t id = session.next_number("backint_file");
   file.id = static_cast<std::uint64_t>(id);
-  session.execute("INSERT INTO backint_files (id, job_uuid, filename, origin_path, extern_backup_id, host_uuid, sid, "
-                  "database_name, pool_uuid, dataset, set_id, document) "
-                  "VALUES (:a, :b, :c, :d, :e, :f, :g, :h, :i, :j, :k, :l)",
-                  {id, file.info_uuid, file.filename, file.origin_path, file.extern_backup_id, owner.host_uuid, owner.sid,
-                   owner.database, file.pool_uuid, dataset_of(file.storage_path), std::int64_t{0},
-                   json_spirit::dump_json(file.to_json())});
+  session.execute(
+      "INSERT INTO backint_files (id, job_uuid, filename, origin_path, extern_backup_id, host_uuid, sid, "
+      "database_name, pool_uuid, dataset, set_id, document) "
+      "VALUES (:a, :b, :c, :d, :e, :f, :g, :h, :i, :j, :k, :l)",
+      {id, file.info_uuid, file.filename, file.origin_path, file.extern_backup_id, owner.host_uuid, owner.sid,
+       owner.database, file.pool_uuid, dataset_of(file.storage_path), std::int64_t{0},
+       json_spirit::dump_json(file.to_json())});
 }
 
 }  // namespace
@@ -87,16 +91,18 @@ Outcome Backint_Store::add_job(sap_hana::Backint_Backup_Job_Info& job) {
       return false;
     }
     if (!session.first("SELECT uuid FROM pools WHERE uuid = :a", {job.pool_uuid}, 1)) {
-      outcome = Outcome::refuse(Outcome::invalid, "the pool " + job.pool_uuid + " is not registered; register it first");
+      outcome =
+          Outcome::refuse(Outcome::invalid, "the pool " + job.pool_uuid + " is not registered; register it first");
       return false;
     }
     const std::int64_t id = session.next_number("backint_job");
     job.id = static_cast<std::uint64_t>(id);
-    session.execute("INSERT INTO backint_jobs (id, uuid, host_uuid, job_act_id, sid, database_name, database_backup_id, "
-                    "landscape_id, pool_uuid, taken, document) VALUES (:a, :b, :c, :d, :e, :f, :g, :h, :i, :j, :k)",
-                    {id, job.uuid, job.host_uuid, job.job_act_id, job.sid, job.database,
-                     static_cast<std::int64_t>(job.database_backup_id), job.landscape_id, job.pool_uuid, std::int64_t{0},
-                     json_spirit::dump_json(job.to_json())});
+    session.execute(
+        "INSERT INTO backint_jobs (id, uuid, host_uuid, job_act_id, sid, database_name, database_backup_id, "
+        "landscape_id, pool_uuid, taken, document) VALUES (:a, :b, :c, :d, :e, :f, :g, :h, :i, :j, :k)",
+        {id, job.uuid, job.host_uuid, job.job_act_id, job.sid, job.database,
+         static_cast<std::int64_t>(job.database_backup_id), job.landscape_id, job.pool_uuid, std::int64_t{0},
+         json_spirit::dump_json(job.to_json())});
     return true;
   });
   return stored || !outcome.ok() ? outcome : store_failed();
@@ -180,8 +186,9 @@ Outcome Backint_Store::add_files(const std::string& job_uuid, std::vector<sap_ha
         continue;
       }
       if (owner->taken) {
-        outcome = Outcome::refuse(Outcome::conflict, "the Backint job record " + job_uuid +
-                                                         " was taken by its finished backup; nothing can be added to it");
+        outcome =
+            Outcome::refuse(Outcome::conflict, "the Backint job record " + job_uuid +
+                                                   " was taken by its finished backup; nothing can be added to it");
         return false;
       }
       insert_file(session, *owner, file);
@@ -199,8 +206,8 @@ Outcome Backint_Store::list_job_files(const std::string& job_uuid, json_spirit::
   bool known = false;
   if (!database_.read([&](Sql_Session& session) {
         known = find_owner(session, job_uuid).has_value();
-        for (const Sql_Row& row : session.query("SELECT document, id FROM backint_files WHERE job_uuid = :a ORDER BY id",
-                                                {job_uuid}, 2)) {
+        for (const Sql_Row& row :
+             session.query("SELECT document, id FROM backint_files WHERE job_uuid = :a ORDER BY id", {job_uuid}, 2)) {
           json_spirit::Object record = stored_object(row.text(0));
           record["id"] = row.number(1);
           rows.emplace_back(std::move(record));
@@ -232,8 +239,9 @@ Outcome Backint_Store::remove_file(std::int64_t id, bool force) {
       return false;
     }
     if (row->number(0) != 0 && !force) {
-      outcome = Outcome::refuse(Outcome::conflict, "the file record " + std::to_string(id) + " belongs to the kept set " +
-                                                       row->text(0) + "; remove it with force=1 if the set may go");
+      outcome =
+          Outcome::refuse(Outcome::conflict, "the file record " + std::to_string(id) + " belongs to the kept set " +
+                                                 row->text(0) + "; remove it with force=1 if the set may go");
       return false;
     }
     session.execute("DELETE FROM backint_files WHERE id = :a", {id});

@@ -56,19 +56,20 @@ Outcome read_storages(const json_spirit::Array& array, json_spirit::Array& stora
     reader.allow("upstream_pool_uuid");
     if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
     const json_spirit::Value* upstream = storage.find("upstream_pool_uuid");
-    storages.emplace_back(json_spirit::Object{{"pool_uuid", pool},
-                                              {"upstream_pool_uuid", upstream == nullptr ? json_spirit::Value() : *upstream},
-                                              {"state", state},
-                                              {"size", size}});
+    storages.emplace_back(
+        json_spirit::Object{{"pool_uuid", pool},
+                            {"upstream_pool_uuid", upstream == nullptr ? json_spirit::Value() : *upstream},
+                            {"state", state},
+                            {"size", size}});
   }
   return storages.empty() ? refuse("the set names no storage; say in which pool it lies") : Outcome();
 }
 
 /// Members that are kept as they are.
 void allow_descriptive_members(Body_Reader& reader) {
-  for (const char* key : {"id", "job_name", "job_uid", "host_uuid", "agent", "minor_resource_id", "source_name",
-                          "creation_time", "update_time", "incarnation", "metadata", "pieces", "expiration_id",
-                          "sequence_id"})
+  for (const char* key :
+       {"id", "job_name", "job_uid", "host_uuid", "agent", "minor_resource_id", "source_name", "creation_time",
+        "update_time", "incarnation", "metadata", "pieces", "expiration_id", "sequence_id"})
     reader.allow(key);
 }
 
@@ -102,7 +103,8 @@ Outcome Backup_Set_Record::read(const json_spirit::Object& body) {
   if (module.empty()) module = module_hana;
   if (first_time.empty()) first_time = start_time;
   if (std::find(std::begin(set_types), std::end(set_types), type) == std::end(set_types))
-    return refuse("the type \"" + type + "\" of the set is not known; it is full, incremental, differential, log or catalog");
+    return refuse("the type \"" + type +
+                  "\" of the set is not known; it is full, incremental, differential, log or catalog");
   for (const std::string* time : {&start_time, &first_time, &last_time})
     if (!is_utc_time(*time)) return refuse("the time \"" + *time + "\" of the set does not read YYYY-MM-DD HH:MM:SS");
   json_spirit::Array storages;

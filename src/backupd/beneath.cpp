@@ -35,7 +35,8 @@ bool is_entry_name(const std::string& name) {
          name.find('/') == std::string::npos && name.find('\0') == std::string::npos;
 }
 
-platform::Unique_Descriptor open_beneath(const std::string& root, const std::vector<std::string>& path, Missing missing) {
+platform::Unique_Descriptor open_beneath(const std::string& root, const std::vector<std::string>& path,
+                                         Missing missing) {
   platform::Unique_Descriptor at(
       ::open(platform::File_Root::current().real(root).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   for (const std::string& name : path) {
@@ -64,7 +65,8 @@ bool list_entries(const platform::Unique_Descriptor& directory, std::vector<Entr
     if (name == "." || name == ".." || ::fstatat(directory.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
       continue;
     if (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode))
-      entries.push_back({name, S_ISDIR(status.st_mode), S_ISDIR(status.st_mode) ? 0 : static_cast<std::uint64_t>(status.st_size)});
+      entries.push_back(
+          {name, S_ISDIR(status.st_mode), S_ISDIR(status.st_mode) ? 0 : static_cast<std::uint64_t>(status.st_size)});
   }
   if (errno != 0) return false;
   std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.name < b.name; });

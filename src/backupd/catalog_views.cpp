@@ -24,22 +24,26 @@ using Found = std::optional<Sql_Row>;
 
 Found find_full(Sql_Session& session, const Restore_Point& point) {
   if (point.lifeline.empty())
-    return session.first("SELECT document FROM sets WHERE resource_uuid = :a AND database_name = :b AND type = 'full' "
-                         "AND start_time <= :c ORDER BY start_time DESC, id DESC LIMIT 1",
-                         {point.resource_uuid, point.database, point.time}, 1);
-  return session.first("SELECT document FROM sets WHERE resource_uuid = :a AND lifeline = :b AND database_name = :c "
-                       "AND type = 'full' AND start_time <= :d ORDER BY start_time DESC, id DESC LIMIT 1",
-                       {point.resource_uuid, point.lifeline, point.database, point.time}, 1);
+    return session.first(
+        "SELECT document FROM sets WHERE resource_uuid = :a AND database_name = :b AND type = 'full' "
+        "AND start_time <= :c ORDER BY start_time DESC, id DESC LIMIT 1",
+        {point.resource_uuid, point.database, point.time}, 1);
+  return session.first(
+      "SELECT document FROM sets WHERE resource_uuid = :a AND lifeline = :b AND database_name = :c "
+      "AND type = 'full' AND start_time <= :d ORDER BY start_time DESC, id DESC LIMIT 1",
+      {point.resource_uuid, point.lifeline, point.database, point.time}, 1);
 }
 
 Found find_catalog(Sql_Session& session, const Restore_Point& point) {
   Found after = session.first(
-      "SELECT document FROM sets WHERE resource_uuid = :a AND lifeline = :b AND database_name = :c AND type = 'catalog' "
+      "SELECT document FROM sets WHERE resource_uuid = :a AND lifeline = :b AND database_name = :c AND type = "
+      "'catalog' "
       "AND start_time >= :d AND database_backup_id >= :e ORDER BY start_time ASC, id ASC LIMIT 1",
       {point.resource_uuid, point.lifeline, point.database, point.time, point.database_backup_id}, 1);
   if (after) return after;
   return session.first(
-      "SELECT document FROM sets WHERE resource_uuid = :a AND lifeline = :b AND database_name = :c AND type = 'catalog' "
+      "SELECT document FROM sets WHERE resource_uuid = :a AND lifeline = :b AND database_name = :c AND type = "
+      "'catalog' "
       "AND database_backup_id >= :d ORDER BY start_time DESC, id DESC LIMIT 1",
       {point.resource_uuid, point.lifeline, point.database, point.database_backup_id}, 1);
 }
@@ -61,7 +65,8 @@ Outcome Catalog_Views::ask(const std::string& module, const std::string& view, c
                          "there is no catalog view \"" + view + "\"; there are set, rselect and sets_size");
 }
 
-Outcome Catalog_Views::ask_set(const std::string& module, const json_spirit::Object& params, json_spirit::Object& result) {
+Outcome Catalog_Views::ask_set(const std::string& module, const json_spirit::Object& params,
+                               json_spirit::Object& result) {
   std::string uuid;
   Body_Reader reader(params, "the view's params");
   reader.text("uuid", uuid, Need::required);
@@ -93,9 +98,8 @@ Outcome Catalog_Views::ask_restore_sets(const json_spirit::Object& params, json_
   if (catalog && point.lifeline.empty())
     return Outcome::refuse(Outcome::invalid, "the \"lifeline\" is missing; a catalog belongs to one");
   Found row;
-  if (!database_.read([&](Sql_Session& session) {
-        row = catalog ? find_catalog(session, point) : find_full(session, point);
-      }))
+  if (!database_.read(
+          [&](Sql_Session& session) { row = catalog ? find_catalog(session, point) : find_full(session, point); }))
     return store_failed();
   json_spirit::Array rows;
   if (row) rows.emplace_back(stored_object(row->text(0)));
@@ -114,11 +118,15 @@ Outcome Catalog_Views::ask_sizes(const json_spirit::Object& params, json_spirit:
   reader.number("start_backup_id", first, Need::required);
   reader.number("end_backup_id", last, Need::required);
   if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
-  std::string sql = "SELECT coalesce(sum(source_size), 0), coalesce(sum(total_size), 0) FROM sets WHERE lifeline = :a AND "
-                    "database_backup_id >= :b AND database_backup_id <= :c AND (type <> 'full' OR database_backup_id = :d)";
+  std::string sql =
+      "SELECT coalesce(sum(source_size), 0), coalesce(sum(total_size), 0) FROM sets WHERE lifeline = :a AND "
+      "database_backup_id >= :b AND database_backup_id <= :c AND (type <> 'full' OR database_backup_id = :d)";
   if (ignore_delta) sql += " AND type <> 'incremental' AND type <> 'differential'";
   Found row;
-  if (!database_.read([&](Sql_Session& session) { row = session.first(sql, {lifeline, first, last, first}, 2); }) || !row)
+  if (!database_.read([&](Sql_Session& session) {
+        row = session.first(sql, {lifeline, first, last, first}, 2);
+      }) ||
+      !row)
     return store_failed();
   result = {{"total_source_size", row->number(0)}, {"total_size", row->number(1)}};
   return {};

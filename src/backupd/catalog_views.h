@@ -11,12 +11,15 @@ namespace backupd {
 /// The queries by which a restore chooses what it reads. Safe from any thread.
 ///
 /// "set" {"uuid"}: the set's record.
-/// "rselect" {"type": "fullbackup", "resource_uuid", "lifeline", "database", "time"}: {"rows"} with the newest full backup
+/// "rselect" {"type": "fullbackup", "resource_uuid", "lifeline", "database", "time"}: {"rows"} with the newest full
+/// backup
 ///   that began at `time` or before; an empty lifeline matches every one.
-/// "rselect" {"type": "catalog", "resource_uuid", "lifeline", "database", "database_backup_id", "time"}: {"rows"} with the
+/// "rselect" {"type": "catalog", "resource_uuid", "lifeline", "database", "database_backup_id", "time"}: {"rows"} with
+/// the
 ///   set that holds HANA's own catalog: of those made after the backup, the first begun at `time` or later, which so
 ///   knows everything up to then, else the newest.
-/// "sets_size" {"lifeline", "ignore_delta", "start_backup_id", "end_backup_id"}: {"total_source_size", "total_size"}, the
+/// "sets_size" {"lifeline", "ignore_delta", "start_backup_id", "end_backup_id"}: {"total_source_size", "total_size"},
+/// the
 ///   sums over the backup it starts from and the deltas, logs and catalogs after it up to the end; without the deltas
 ///   with ignore_delta. Other full backups in between are not read by a restore and do not count.
 class Catalog_Views {

@@ -73,8 +73,8 @@ int list_keys_of(Context& context) {
   std::vector<Access_Key> keys;
   if (!Key_Store(context.database).list(keys)) return refused(context.errors, "the keys cannot be read; see the log");
   for (const Access_Key& key : keys)
-    context.out << key.id << "\t" << role_name(key.role) << "\t" << (key.host_uuid.empty() ? "-" : key.host_uuid) << "\t"
-                << key.created << "\t" << (key.revoked.empty() ? "good" : "revoked " + key.revoked) << "\n";
+    context.out << key.id << "\t" << role_name(key.role) << "\t" << (key.host_uuid.empty() ? "-" : key.host_uuid)
+                << "\t" << key.created << "\t" << (key.revoked.empty() ? "good" : "revoked " + key.revoked) << "\n";
   return exit_ok;
 }
 

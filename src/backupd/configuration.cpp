@@ -53,7 +53,8 @@ class Reader {
     if (node == nullptr) return;
     const auto* found = node->as_integer();
     if (found == nullptr || found->get() < least || found->get() > most)
-      refuse(std::string(key) + " must be a whole number from " + std::to_string(least) + " to " + std::to_string(most));
+      refuse(std::string(key) + " must be a whole number from " + std::to_string(least) + " to " +
+             std::to_string(most));
     else
       value = static_cast<Number>(found->get());
   }
@@ -80,8 +81,9 @@ void check(Reader& reader, const Configuration& configuration) {
   if (configuration.certificate.empty() != configuration.private_key.empty())
     reader.refuse("certificate and private_key belong together; give both or none");
   if (!configuration.tls() && !is_loopback(configuration.address))
-    reader.refuse("the server would listen on " + configuration.address +
-                  " without TLS, where keys could be read on the way; give certificate and private_key, or listen on 127.0.0.1");
+    reader.refuse(
+        "the server would listen on " + configuration.address +
+        " without TLS, where keys could be read on the way; give certificate and private_key, or listen on 127.0.0.1");
   if (!configuration.host_uuid.empty() && !is_uuid(configuration.host_uuid)) reader.refuse("host_uuid must be a UUID");
   const std::string& url = configuration.public_url;
   if (!url.empty() && ((!url.starts_with("http://") && !url.starts_with("https://")) || url.ends_with('/')))
@@ -143,7 +145,8 @@ net::Server_Options Configuration::server_options() const { return {address, por
 
 bool is_loopback(const std::string& address) {
   in_addr four{};
-  if (::inet_pton(AF_INET, address.c_str(), &four) == 1) return (ntohl(four.s_addr) >> network_shift) == loopback_network;
+  if (::inet_pton(AF_INET, address.c_str(), &four) == 1)
+    return (ntohl(four.s_addr) >> network_shift) == loopback_network;
   return address == "::1" || address == "localhost";
 }
 

@@ -20,8 +20,12 @@ constexpr int busy_timeout_seconds = 30;
 /// A prepared statement with the places that its parameters and columns are bound to.
 struct Prepared {
   Prepared(soci::session& session, const std::string& sql, const Sql_Values& values, std::size_t columns)
-      : statement(session), numbers(values.size()), texts(values.size()), flags(values.size(), soci::i_ok),
-        out(columns), out_flags(columns, soci::i_ok) {
+      : statement(session),
+        numbers(values.size()),
+        texts(values.size()),
+        flags(values.size(), soci::i_ok),
+        out(columns),
+        out_flags(columns, soci::i_ok) {
     statement.alloc();
     statement.prepare(sql);
     for (std::size_t i = 0; i < columns; ++i) statement.exchange(soci::into(out[i], out_flags[i]));

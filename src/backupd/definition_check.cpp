@@ -49,10 +49,13 @@ Outcome check_entry(const std::string& entry) {
   const bool shaped = (segments.size() == instance_segments || segments.size() == database_segments) &&
                       segments.front() == "hana" && is_relative_path(segments[1]) &&
                       segments[1].find('/') == std::string::npos;
-  if (!shaped) return refuse("the source entry " + shown + " does not read hana/<instance> or hana/<instance>/<database>");
+  if (!shaped)
+    return refuse("the source entry " + shown + " does not read hana/<instance> or hana/<instance>/<database>");
   if (segments.size() == database_segments && !is_database_name(segments.back()))
-    return refuse("the source entry " + shown + " names no database that can be backed up: a name is \"SYSTEMDB\", or capital "
-                  "letters, digits and underscores, not beginning with a digit, at most 127 bytes; rename the database");
+    return refuse(
+        "the source entry " + shown +
+        " names no database that can be backed up: a name is \"SYSTEMDB\", or capital "
+        "letters, digits and underscores, not beginning with a digit, at most 127 bytes; rename the database");
   return {};
 }
 
@@ -126,7 +129,8 @@ void read_plain_members(Body_Reader& reader) {
   for (const char* key : {"ignore_pre_action_failure", "redirect_pre_action_stdout", "run_post_action_always",
                           "ignore_post_action_failure", "redirect_post_action_stdin", "write_to_history"})
     reader.flag(key, flag);
-  for (const char* key : {"max_seconds_retry", "resumption_buffer_size", "retry_count", "retry_interval", "job_revision"})
+  for (const char* key :
+       {"max_seconds_retry", "resumption_buffer_size", "retry_count", "retry_interval", "job_revision"})
     reader.number(key, number);
   json_spirit::Object schedule;
   reader.object("schedule", schedule);

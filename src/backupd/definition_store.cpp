@@ -46,9 +46,10 @@ json_spirit::Object without_own_members(json_spirit::Object document) {
 void insert(Sql_Session& session, const Definition_Summary& summary, json_spirit::Object& document) {
   document[creation_key] = posix_time_to_utc_text(platform::Clock::current().wall_seconds());
   document[revision_key] = 1;
-  session.execute("INSERT INTO job_definitions (id, seq, name, module, host_uuid, document) VALUES (:a, :b, :c, :d, :e, :f)",
-                  {summary.id, session.next_number("job_definition"), summary.name, summary.module, summary.host_uuid,
-                   json_spirit::dump_json(document)});
+  session.execute(
+      "INSERT INTO job_definitions (id, seq, name, module, host_uuid, document) VALUES (:a, :b, :c, :d, :e, :f)",
+      {summary.id, session.next_number("job_definition"), summary.name, summary.module, summary.host_uuid,
+       json_spirit::dump_json(document)});
 }
 
 void replace(Sql_Session& session, const Definition_Summary& summary, const json_spirit::Object& known,

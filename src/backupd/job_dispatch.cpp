@@ -20,7 +20,8 @@ Outcome refusal_of(const JSON_RPC_Answer& answer) {
       return Outcome::refuse(Outcome::unavailable, answer.message + "; start the agent and try again");
     case JSON_RPC_E_TIMEOUT:
       return Outcome::refuse(Outcome::timed_out, "the agent did not answer in time: " + answer.message);
-    default: return Outcome::refuse(Outcome::invalid, "the agent refused: " + answer.message);
+    default:
+      return Outcome::refuse(Outcome::invalid, "the agent refused: " + answer.message);
   }
 }
 

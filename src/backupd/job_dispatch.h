@@ -17,11 +17,13 @@ class Job_Dispatch {
       : definitions_(definitions), activities_(activities), agents_(agents) {}
 
   /// Starts the job; `job_act_id` becomes the id of the run.
-  [[nodiscard]] Outcome start(const std::string& definition_id, const json_spirit::Object& options, std::string& job_act_id);
+  [[nodiscard]] Outcome start(const std::string& definition_id, const json_spirit::Object& options,
+                              std::string& job_act_id);
   /// Asks the agent to stop the run; `answer` becomes what it said.
   [[nodiscard]] Outcome stop(const std::string& job_act_id, json_spirit::Value& answer);
 
-  /// A run as it is shown: one whose agent is away and that had not ended is "unknown", with the last known state beside.
+  /// A run as it is shown: one whose agent is away and that had not ended is "unknown", with the last known state
+  /// beside.
   void show(json_spirit::Object& record) const;
 
  private:

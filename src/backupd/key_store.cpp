@@ -46,10 +46,14 @@ Role role_from_name(const std::string& name) {
 
 const char* role_name(Role role) {
   switch (role) {
-    case role_agent: return "agent";
-    case role_viewer: return "viewer";
-    case role_operator: return "operator";
-    case role_none: break;
+    case role_agent:
+      return "agent";
+    case role_viewer:
+      return "viewer";
+    case role_operator:
+      return "operator";
+    case role_none:
+      break;
   }
   return "none";
 }

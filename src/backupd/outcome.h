@@ -9,16 +9,16 @@ namespace backupd {
 struct Outcome {
   enum Kind {
     done,
-    already_done,   ///< the same change was made before; nothing was changed
-    bad_request,    ///< cannot be understood
-    forbidden,      ///< understood, but not for this key
+    already_done,  ///< the same change was made before; nothing was changed
+    bad_request,   ///< cannot be understood
+    forbidden,     ///< understood, but not for this key
     not_found,
-    conflict,       ///< contradicts what is stored
+    conflict,  ///< contradicts what is stored
     too_large,
-    invalid,        ///< understood, but breaks a rule
-    internal,       ///< this server failed; the cause is in its log
-    unavailable,    ///< an agent or the store cannot be reached now
-    timed_out,      ///< an agent did not answer in time
+    invalid,      ///< understood, but breaks a rule
+    internal,     ///< this server failed; the cause is in its log
+    unavailable,  ///< an agent or the store cannot be reached now
+    timed_out,    ///< an agent did not answer in time
     pool_full
   };
   Kind kind = done;

@@ -32,8 +32,9 @@ Outcome check_path(const Pool_Storage::Path& path, bool root_allowed) {
     return is_entry_name(segment) && !segment.starts_with(upload_prefix);
   });
   if (sound && (root_allowed || !path.empty())) return {};
-  return Outcome::refuse(Outcome::bad_request, "the path " + text_of(path) + " is not one of a pool; it has an empty, \".\" "
-                                               "or \"..\" segment, or one that is no file name");
+  return Outcome::refuse(Outcome::bad_request, "the path " + text_of(path) +
+                                                   " is not one of a pool; it has an empty, \".\" "
+                                                   "or \"..\" segment, or one that is no file name");
 }
 
 Outcome not_there(const Pool_Storage::Path& path) {
@@ -45,7 +46,8 @@ Outcome failure(const Pool& pool, const Pool_Storage::Path& path, const char* wh
   const int cause = errno;
   if (cause == ENOENT || cause == ENOTDIR) return not_there(path);
   if (cause == ELOOP) return Outcome::refuse(Outcome::forbidden, "a link stands in the path " + text_of(path));
-  D3_ERROR("Failed to %C %C in the pool %C: %C\n", what, text_of(path).c_str(), pool.name.c_str(), std::strerror(cause));
+  D3_ERROR("Failed to %C %C in the pool %C: %C\n", what, text_of(path).c_str(), pool.name.c_str(),
+           std::strerror(cause));
   if (cause == ENOSPC || cause == EDQUOT)
     return Outcome::refuse(Outcome::pool_full, "the pool \"" + pool.name + "\" is full; make room in it");
   return Outcome::refuse(Outcome::internal, std::string("cannot ") + what + " " + text_of(path) + ": " +
@@ -183,8 +185,8 @@ Outcome Pool_Storage::put(const Pool& pool, const Path& path, const Receive& rec
   struct stat status {};
   if (::fstatat(directory.get(), path.back().c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) return exists;
   const std::uint64_t used = used_bytes(pool);
-  const std::uint64_t limit = pool.max_bytes == 0 ? std::numeric_limits<std::uint64_t>::max()
-                                                  : static_cast<std::uint64_t>(pool.max_bytes);
+  const std::uint64_t limit =
+      pool.max_bytes == 0 ? std::numeric_limits<std::uint64_t>::max() : static_cast<std::uint64_t>(pool.max_bytes);
   Upload upload(std::move(directory), limit - std::min(limit, used));
   if (!upload.valid()) return failure(pool, path, "store");
   if (!receive(upload)) {
@@ -226,7 +228,8 @@ Outcome Pool_Storage::remove(const Pool& pool, const Path& path) {
   const bool is_directory = S_ISDIR(status.st_mode);
   if (::unlinkat(directory.get(), path.back().c_str(), is_directory ? AT_REMOVEDIR : 0) != 0) {
     if (errno == ENOTEMPTY || errno == EEXIST)
-      return Outcome::refuse(Outcome::conflict, "the directory " + text_of(path) + " is not empty; remove what is in it first");
+      return Outcome::refuse(Outcome::conflict,
+                             "the directory " + text_of(path) + " is not empty; remove what is in it first");
     return failure(pool, path, "remove");
   }
   if (::fsync(directory.get()) != 0) return failure(pool, path, "remove");
@@ -257,7 +260,8 @@ bool Pool_Storage::remove_dataset(const Pool& pool, const Path& path) {
     if (::unlinkat(directory.get(), entry.name.c_str(), 0) == 0)
       add_used(pool, -static_cast<std::int64_t>(entry.size));
     else
-      D3_ERROR("Failed to remove %C from the pool %C: %C\n", entry.name.c_str(), pool.name.c_str(), std::strerror(errno));
+      D3_ERROR("Failed to remove %C from the pool %C: %C\n", entry.name.c_str(), pool.name.c_str(),
+               std::strerror(errno));
   }
   if (::unlinkat(parent.get(), path.back().c_str(), AT_REMOVEDIR) == 0) return true;
   D3_ERROR("Failed to remove the dataset %C from the pool %C: %C\n", text_of(path).c_str(), pool.name.c_str(),
@@ -288,8 +292,8 @@ void Pool_Storage::add_used(const Pool& pool, std::int64_t bytes) {
   const auto known = used_.find(pool.uuid);
   if (known == used_.end()) return;
   const auto taken = static_cast<std::uint64_t>(-bytes);
-  known->second = bytes >= 0 ? known->second + static_cast<std::uint64_t>(bytes)
-                             : known->second - std::min(known->second, taken);
+  known->second =
+      bytes >= 0 ? known->second + static_cast<std::uint64_t>(bytes) : known->second - std::min(known->second, taken);
 }
 
 }  // namespace backupd

@@ -54,24 +54,26 @@ Outcome Pool_Store::add(Pool& pool) {
       if (pool.uuid.empty()) pool.uuid = known.uuid;
       outcome = known == pool
                     ? Outcome{Outcome::already_done, {}}
-                    : Outcome::refuse(Outcome::conflict, "another pool has the name \"" + known.name + "\" and the uuid " +
-                                                             known.uuid + "; choose another name");
+                    : Outcome::refuse(Outcome::conflict, "another pool has the name \"" + known.name +
+                                                             "\" and the uuid " + known.uuid + "; choose another name");
       return outcome.ok();
     }
     if (pool.uuid.empty()) pool.uuid = make_uuid();
-    session.execute("INSERT INTO pools (uuid, name, host_uuid, url, directory, max_bytes) "
-                    "VALUES (:a, :b, :c, :d, :e, :f)",
-                    {pool.uuid, pool.name, pool.host_uuid, pool.url, pool.directory, pool.max_bytes});
+    session.execute(
+        "INSERT INTO pools (uuid, name, host_uuid, url, directory, max_bytes) "
+        "VALUES (:a, :b, :c, :d, :e, :f)",
+        {pool.uuid, pool.name, pool.host_uuid, pool.url, pool.directory, pool.max_bytes});
     return true;
   });
-  if (!stored && outcome.ok()) return Outcome::refuse(Outcome::internal, "the pool cannot be stored; see the server's log");
+  if (!stored && outcome.ok())
+    return Outcome::refuse(Outcome::internal, "the pool cannot be stored; see the server's log");
   return outcome;
 }
 
 bool Pool_Store::find(const std::string& uuid, std::optional<Pool>& pool) {
   return database_.read([&](Sql_Session& session) {
-    const auto row = session.first(std::string("SELECT ") + pool_columns + " FROM pools WHERE uuid = :a", {uuid},
-                                   pool_column_count);
+    const auto row =
+        session.first(std::string("SELECT ") + pool_columns + " FROM pools WHERE uuid = :a", {uuid}, pool_column_count);
     if (row) pool = pool_of(*row);
   });
 }
@@ -95,8 +97,8 @@ bool Pool_Store::list(const std::string& uuid, const std::string& name, List_Que
 }
 
 json_spirit::Object Pool_Store::to_json(const Pool& pool) const {
-  return {{"uuid", pool.uuid},           {"name", pool.name},           {"host_uuid", pool.host_uuid},
-          {"url", url_of(pool)},         {"directory", pool.directory}, {"max_bytes", pool.max_bytes}};
+  return {{"uuid", pool.uuid},   {"name", pool.name},           {"host_uuid", pool.host_uuid},
+          {"url", url_of(pool)}, {"directory", pool.directory}, {"max_bytes", pool.max_bytes}};
 }
 
 std::string Pool_Store::url_of(const Pool& pool) const {

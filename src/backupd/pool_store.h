@@ -32,8 +32,7 @@ struct Pool {
 class Pool_Store {
  public:
   /// `public_url`: what agents put before "/q5/pools/".
-  Pool_Store(Database& database, std::string public_url)
-      : database_(database), public_url_(std::move(public_url)) {}
+  Pool_Store(Database& database, std::string public_url) : database_(database), public_url_(std::move(public_url)) {}
 
   /// Stores `pool`, with a new uuid when it has none. The same pool again is answered as done; another one with its
   /// name or uuid is a conflict.

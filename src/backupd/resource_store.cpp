@@ -33,9 +33,9 @@ std::string landscape_of(const Instance_Registration& instance) {
 }
 
 std::string find_or_make_resource(Sql_Session& session, const Instance_Registration& instance) {
-  const auto known = session.first(
-      "SELECT resource_uuid FROM instances WHERE host_uuid = :a AND type = :b AND name = :c",
-      {instance.host_uuid, instance.type, instance.name}, 1);
+  const auto known =
+      session.first("SELECT resource_uuid FROM instances WHERE host_uuid = :a AND type = :b AND name = :c",
+                    {instance.host_uuid, instance.type, instance.name}, 1);
   if (known) return known->text(0);
   const std::string landscape = landscape_of(instance);
   const auto joined = session.first("SELECT uuid FROM resources WHERE name = :a AND type = :b AND landscape = :c",
@@ -72,10 +72,11 @@ Outcome Resource_Store::add(const Instance_Registration& instance, json_spirit::
     const std::string attributes = json_spirit::dump_json(instance.extended_attrs);
     if (session.execute("UPDATE instances SET extended_attrs = :a WHERE host_uuid = :b AND type = :c AND name = :d",
                         {attributes, instance.host_uuid, instance.type, instance.name}) == 0)
-      session.execute("INSERT INTO instances (uuid, resource_uuid, host_uuid, name, type, extended_attrs, seq) "
-                      "VALUES (:a, :b, :c, :d, :e, :f, :g)",
-                      {make_uuid(), owner, instance.host_uuid, instance.name, instance.type, attributes,
-                       session.next_number("instance")});
+      session.execute(
+          "INSERT INTO instances (uuid, resource_uuid, host_uuid, name, type, extended_attrs, seq) "
+          "VALUES (:a, :b, :c, :d, :e, :f, :g)",
+          {make_uuid(), owner, instance.host_uuid, instance.name, instance.type, attributes,
+           session.next_number("instance")});
     const auto row = session.first("SELECT uuid, name, type FROM resources WHERE uuid = :a", {owner}, 3);
     if (row) resource = resource_record(session, *row);
     return row.has_value();

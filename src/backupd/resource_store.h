@@ -22,7 +22,8 @@ struct Instance_Registration {
   [[nodiscard]] Outcome read(const json_spirit::Object& body, const std::string& default_host, Origin origin);
 };
 
-/// Systems that can be backed up (resources) and the instances they consist of, and the hosts seen. Safe from any thread.
+/// Systems that can be backed up (resources) and the instances they consist of, and the hosts seen. Safe from any
+/// thread.
 class Resource_Store {
  public:
   explicit Resource_Store(Database& database) : database_(database) {}

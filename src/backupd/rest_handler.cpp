@@ -56,12 +56,14 @@ Outcome check_query(const Route& route, const Request& request) {
 Outcome read_json_body(net::Server_Exchange& exchange, json_spirit::Object& body) {
   std::string text;
   if (!exchange.read_body(text))
-    return Outcome::refuse(Outcome::too_large, "the request's body could not be read whole; it may hold at most 16 MiB");
+    return Outcome::refuse(Outcome::too_large,
+                           "the request's body could not be read whole; it may hold at most 16 MiB");
   if (text.empty()) return {};
   json_spirit::Value value;
   std::string error;
   if (!json_spirit::load_json(text, value, &error))
-    return Outcome::refuse(Outcome::bad_request, "the request's body is not JSON: " + platform::cut_for_log(error, quoted_limit));
+    return Outcome::refuse(Outcome::bad_request,
+                           "the request's body is not JSON: " + platform::cut_for_log(error, quoted_limit));
   if (!value.is_object()) return Outcome::refuse(Outcome::bad_request, "the request's body must be a JSON object");
   body = std::move(value.get_obj());
   return {};
@@ -92,11 +94,12 @@ void Rest_Handler::handle(net::Server_Exchange& exchange) {
   if (Outcome outcome = authenticate(exchange.headers(), request.identity, known); !outcome.ok())
     return respond(exchange, outcome);
   if (!known)
-    return respond_with(exchange,
-                        error_reply(status_unauthorized, "unauthorized",
-                                    "the request shows no good key; send \"Authorization: Bearer <key>\" with a key that "
-                                    "dorsal3-backupd key add has made"),
-                        "WWW-Authenticate", "Bearer");
+    return respond_with(
+        exchange,
+        error_reply(status_unauthorized, "unauthorized",
+                    "the request shows no good key; send \"Authorization: Bearer <key>\" with a key that "
+                    "dorsal3-backupd key add has made"),
+        "WWW-Authenticate", "Bearer");
   Target target;
   if (!target.parse(exchange.target()))
     return respond(exchange, Outcome::refuse(Outcome::bad_request, "the request's target cannot be read"));

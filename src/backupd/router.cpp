@@ -59,8 +59,8 @@ Outcome read_number(const Request& request, const char* key, std::int64_t limit,
   if (text.empty()) return {};
   std::uint64_t value = 0;
   if (!parse_uint64(text, value) || value > static_cast<std::uint64_t>(limit))
-    return Outcome::refuse(Outcome::bad_request, std::string("the parameter \"") + key + "\" must be a number from 0 to " +
-                                                     std::to_string(limit));
+    return Outcome::refuse(Outcome::bad_request, std::string("the parameter \"") + key +
+                                                     "\" must be a number from 0 to " + std::to_string(limit));
   number = static_cast<std::int64_t>(value);
   return {};
 }
@@ -102,8 +102,9 @@ bool Target::parse(const std::string& target) {
     if (pair.empty()) continue;
     const std::size_t equals = pair.find('=');
     const std::string key = http_decode_string(std::string_view(pair).substr(0, equals), true);
-    const std::string value =
-        equals == std::string::npos ? std::string() : http_decode_string(std::string_view(pair).substr(equals + 1), true);
+    const std::string value = equals == std::string::npos
+                                  ? std::string()
+                                  : http_decode_string(std::string_view(pair).substr(equals + 1), true);
     if (!query.emplace(key, value).second) return false;
   }
   return true;

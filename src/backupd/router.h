@@ -84,8 +84,8 @@ struct Target {
 extern const std::vector<std::string> list_keys;
 [[nodiscard]] std::vector<std::string> with_list_keys(std::vector<std::string> keys);
 
-/// Reads limit, offset, sort and order into `query`. `sorts`: the words that "sort" may hold and their columns; the first
-/// is the default.
+/// Reads limit, offset, sort and order into `query`. `sorts`: the words that "sort" may hold and their columns; the
+/// first is the default.
 [[nodiscard]] Outcome read_list_query(const Request& request,
                                       const std::vector<std::pair<std::string, std::string>>& sorts, List_Query& query);
 

@@ -56,14 +56,34 @@ Reply post_sweep(Server_Core& core, const Request& request) {
 
 void add_agent_routes(Router& router, Server_Core& core) {
   const std::string prefix = rest_prefix;
-  router.add({"POST", prefix + "/verify", role_operator, {}, Body::json,
-              [&core](Request& request) { return post_verify(core, request); }, {}});
-  router.add({"POST", prefix + "/discover", role_operator, {}, Body::json,
-              [&core](Request& request) { return post_discover(core, request); }, {}});
-  router.add({"POST", prefix + "/agents/<host uuid>/call", role_operator, {}, Body::json,
-              [&core](Request& request) { return post_call(core, request); }, {}});
-  router.add({"POST", prefix + "/retention/sweep", role_operator, {}, Body::json,
-              [&core](Request& request) { return post_sweep(core, request); }, {}});
+  router.add({"POST",
+              prefix + "/verify",
+              role_operator,
+              {},
+              Body::json,
+              [&core](Request& request) { return post_verify(core, request); },
+              {}});
+  router.add({"POST",
+              prefix + "/discover",
+              role_operator,
+              {},
+              Body::json,
+              [&core](Request& request) { return post_discover(core, request); },
+              {}});
+  router.add({"POST",
+              prefix + "/agents/<host uuid>/call",
+              role_operator,
+              {},
+              Body::json,
+              [&core](Request& request) { return post_call(core, request); },
+              {}});
+  router.add({"POST",
+              prefix + "/retention/sweep",
+              role_operator,
+              {},
+              Body::json,
+              [&core](Request& request) { return post_sweep(core, request); },
+              {}});
 }
 
 }  // namespace backupd

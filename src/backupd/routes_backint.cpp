@@ -65,7 +65,8 @@ Reply post_job_files(Server_Core& core, const Request& request) {
   reader.array("files", array, Need::required);
   if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
   if (array.empty() || array.size() > most_files_at_once)
-    return Outcome::refuse(Outcome::invalid, "\"files\" must hold 1 to " + std::to_string(most_files_at_once) + " records");
+    return Outcome::refuse(Outcome::invalid,
+                           "\"files\" must hold 1 to " + std::to_string(most_files_at_once) + " records");
   for (const json_spirit::Value& value : array) {
     sap_hana::Backup_File_Info file;
     if (Outcome outcome = read_backint_file(value, request.parameters.at(0), file); !outcome.ok()) return outcome;
@@ -104,24 +105,64 @@ Reply delete_file(Server_Core& core, const Request& request) {
 void add_backint_routes(Router& router, Server_Core& core) {
   const std::string jobs = std::string(rest_prefix) + "/backint/jobs";
   const std::string files = std::string(rest_prefix) + "/backint/files";
-  router.add({"GET", jobs, all_roles, with_list_keys({"host_uuid", "job_act_id", "database"}), Body::none,
-              [&core](Request& request) { return get_jobs(core, request); }, {}});
-  router.add({"POST", jobs, role_agent, {}, Body::json, [&core](Request& request) { return post_job(core, request); }, {}});
-  router.add({"GET", jobs + "/<uuid>", all_roles, {}, Body::none,
-              [&core](Request& request) { return get_job(core, request); }, {}});
-  router.add({"PATCH", jobs + "/<uuid>", role_agent, {}, Body::json,
-              [&core](Request& request) { return patch_job(core, request); }, {}});
-  router.add({"DELETE", jobs + "/<uuid>", role_agent, {}, Body::none,
-              [&core](Request& request) { return delete_job(core, request); }, {}});
-  router.add({"GET", jobs + "/<uuid>/files", all_roles, {}, Body::none,
-              [&core](Request& request) { return get_job_files(core, request); }, {}});
-  router.add({"POST", jobs + "/<uuid>/files", role_agent, {}, Body::json,
-              [&core](Request& request) { return post_job_files(core, request); }, {}});
-  router.add({"GET", files, all_roles,
-              with_list_keys({"host_uuid", "sid", "database", "origin_path", "extern_backup_id"}), Body::none,
-              [&core](Request& request) { return get_files(core, request); }, {}});
-  router.add({"DELETE", files + "/<id>", role_agent | role_operator, {"force"}, Body::none,
-              [&core](Request& request) { return delete_file(core, request); }, {}});
+  router.add({"GET",
+              jobs,
+              all_roles,
+              with_list_keys({"host_uuid", "job_act_id", "database"}),
+              Body::none,
+              [&core](Request& request) { return get_jobs(core, request); },
+              {}});
+  router.add(
+      {"POST", jobs, role_agent, {}, Body::json, [&core](Request& request) { return post_job(core, request); }, {}});
+  router.add({"GET",
+              jobs + "/<uuid>",
+              all_roles,
+              {},
+              Body::none,
+              [&core](Request& request) { return get_job(core, request); },
+              {}});
+  router.add({"PATCH",
+              jobs + "/<uuid>",
+              role_agent,
+              {},
+              Body::json,
+              [&core](Request& request) { return patch_job(core, request); },
+              {}});
+  router.add({"DELETE",
+              jobs + "/<uuid>",
+              role_agent,
+              {},
+              Body::none,
+              [&core](Request& request) { return delete_job(core, request); },
+              {}});
+  router.add({"GET",
+              jobs + "/<uuid>/files",
+              all_roles,
+              {},
+              Body::none,
+              [&core](Request& request) { return get_job_files(core, request); },
+              {}});
+  router.add({"POST",
+              jobs + "/<uuid>/files",
+              role_agent,
+              {},
+              Body::json,
+              [&core](Request& request) { return post_job_files(core, request); },
+              {}});
+  router.add({"GET",
+              files,
+              all_roles,
+              with_list_keys({"host_uuid", "sid", "database", "origin_path", "extern_backup_id"}),
+              Body::none,
+              [&core](Request& request) { return get_files(core, request); },
+              {}});
+  router.add({"DELETE",
+              files + "/<id>",
+              role_agent | role_operator,
+              {"force"},
+              Body::none,
+              [&core](Request& request) { return delete_file(core, request); },
+              {}});
 }
 
 }  // namespace backupd

@@ -35,7 +35,8 @@ Reply get_restore_sets(Server_Core& core, const Request& request) {
   const std::string backup_id = request.parameter("database_backup_id");
   std::uint64_t number = 0;
   if (!backup_id.empty()) {
-    if (!parse_uint64(backup_id, number) || number > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
+    if (!parse_uint64(backup_id, number) ||
+        number > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
       return Outcome::refuse(Outcome::bad_request, "the parameter \"database_backup_id\" is not a number");
     query.where("database_backup_id", static_cast<std::int64_t>(number));
   }
@@ -57,7 +58,8 @@ Reply post_view(Server_Core& core, const Request& request) {
   Body_Reader reader(request.body, "the view's request");
   reader.object("params", params, Need::required);
   if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
-  if (Outcome outcome = core.views.ask(request.parameters.at(0), request.parameters.at(1), params, result); !outcome.ok())
+  if (Outcome outcome = core.views.ask(request.parameters.at(0), request.parameters.at(1), params, result);
+      !outcome.ok())
     return outcome;
   return json_spirit::Value(result);
 }
@@ -82,20 +84,48 @@ Reply post_alert(Server_Core& core, const Request& request) {
 
 void add_catalog_routes(Router& router, Server_Core& core) {
   const std::string prefix = rest_prefix;
-  router.add({"GET", prefix + "/sets", all_roles,
-              with_list_keys({"uuid", "resource_uuid", "database", "type", "job_id", "module"}), Body::none,
-              [&core](Request& request) { return get_sets(core, request); }, {}});
-  router.add({"GET", prefix + "/sets/restore/sets", all_roles,
-              with_list_keys({"resource_uuid", "database", "module", "database_backup_id", "type"}), Body::none,
-              [&core](Request& request) { return get_restore_sets(core, request); }, {}});
-  router.add({"POST", prefix + "/sets", role_agent, {}, Body::json,
-              [&core](Request& request) { return post_set(core, request); }, {}});
-  router.add({"POST", prefix + "/catalog/<module>/<view>", all_roles, {}, Body::json,
-              [&core](Request& request) { return post_view(core, request); }, {}});
-  router.add({"GET", prefix + "/alerts", reader_roles, with_list_keys({"job_act_id", "job_id"}), Body::none,
-              [&core](Request& request) { return get_alerts(core, request); }, {}});
-  router.add({"POST", prefix + "/alerts", role_agent, {}, Body::json,
-              [&core](Request& request) { return post_alert(core, request); }, {}});
+  router.add({"GET",
+              prefix + "/sets",
+              all_roles,
+              with_list_keys({"uuid", "resource_uuid", "database", "type", "job_id", "module"}),
+              Body::none,
+              [&core](Request& request) { return get_sets(core, request); },
+              {}});
+  router.add({"GET",
+              prefix + "/sets/restore/sets",
+              all_roles,
+              with_list_keys({"resource_uuid", "database", "module", "database_backup_id", "type"}),
+              Body::none,
+              [&core](Request& request) { return get_restore_sets(core, request); },
+              {}});
+  router.add({"POST",
+              prefix + "/sets",
+              role_agent,
+              {},
+              Body::json,
+              [&core](Request& request) { return post_set(core, request); },
+              {}});
+  router.add({"POST",
+              prefix + "/catalog/<module>/<view>",
+              all_roles,
+              {},
+              Body::json,
+              [&core](Request& request) { return post_view(core, request); },
+              {}});
+  router.add({"GET",
+              prefix + "/alerts",
+              reader_roles,
+              with_list_keys({"job_act_id", "job_id"}),
+              Body::none,
+              [&core](Request& request) { return get_alerts(core, request); },
+              {}});
+  router.add({"POST",
+              prefix + "/alerts",
+              role_agent,
+              {},
+              Body::json,
+              [&core](Request& request) { return post_alert(core, request); },
+              {}});
 }
 
 }  // namespace backupd

@@ -43,7 +43,8 @@ Reply start_job(Server_Core& core, const Request& request) {
   Body_Reader reader(request.body, "the start of a job");
   reader.object("options", options);
   if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
-  if (Outcome outcome = core.dispatch.start(request.parameters.at(0), options, job_act_id); !outcome.ok()) return outcome;
+  if (Outcome outcome = core.dispatch.start(request.parameters.at(0), options, job_act_id); !outcome.ok())
+    return outcome;
   return {json_spirit::Object{{"job_act_id", job_act_id}}, status_accepted};
 }
 
@@ -79,22 +80,62 @@ Reply stop_job(Server_Core& core, const Request& request) {
 void add_job_routes(Router& router, Server_Core& core) {
   const std::string definitions = std::string(rest_prefix) + "/job-definitions";
   const std::string jobs = std::string(rest_prefix) + "/jobs";
-  router.add({"GET", definitions, reader_roles, with_list_keys({"host_uuid", "module", "name"}), Body::none,
-              [&core](Request& request) { return get_definitions(core, request); }, {}});
-  router.add({"POST", definitions, role_operator, {}, Body::json,
-              [&core](Request& request) { return post_definition(core, request); }, {}});
-  router.add({"GET", definitions + "/<id>", reader_roles, {}, Body::none,
-              [&core](Request& request) { return get_definition(core, request); }, {}});
-  router.add({"DELETE", definitions + "/<id>", role_operator, {}, Body::none,
-              [&core](Request& request) { return delete_definition(core, request); }, {}});
-  router.add({"POST", definitions + "/<id>/start", role_operator, {}, Body::json,
-              [&core](Request& request) { return start_job(core, request); }, {}});
-  router.add({"GET", jobs, reader_roles, with_list_keys({"def_id", "host_uuid"}), Body::none,
-              [&core](Request& request) { return get_jobs(core, request); }, {}});
-  router.add({"GET", jobs + "/<act id>", reader_roles, {}, Body::none,
-              [&core](Request& request) { return get_job(core, request); }, {}});
-  router.add({"POST", jobs + "/<act id>/stop", role_operator, {}, Body::json,
-              [&core](Request& request) { return stop_job(core, request); }, {}});
+  router.add({"GET",
+              definitions,
+              reader_roles,
+              with_list_keys({"host_uuid", "module", "name"}),
+              Body::none,
+              [&core](Request& request) { return get_definitions(core, request); },
+              {}});
+  router.add({"POST",
+              definitions,
+              role_operator,
+              {},
+              Body::json,
+              [&core](Request& request) { return post_definition(core, request); },
+              {}});
+  router.add({"GET",
+              definitions + "/<id>",
+              reader_roles,
+              {},
+              Body::none,
+              [&core](Request& request) { return get_definition(core, request); },
+              {}});
+  router.add({"DELETE",
+              definitions + "/<id>",
+              role_operator,
+              {},
+              Body::none,
+              [&core](Request& request) { return delete_definition(core, request); },
+              {}});
+  router.add({"POST",
+              definitions + "/<id>/start",
+              role_operator,
+              {},
+              Body::json,
+              [&core](Request& request) { return start_job(core, request); },
+              {}});
+  router.add({"GET",
+              jobs,
+              reader_roles,
+              with_list_keys({"def_id", "host_uuid"}),
+              Body::none,
+              [&core](Request& request) { return get_jobs(core, request); },
+              {}});
+  router.add({"GET",
+              jobs + "/<act id>",
+              reader_roles,
+              {},
+              Body::none,
+              [&core](Request& request) { return get_job(core, request); },
+              {}});
+  router.add({"POST",
+              jobs + "/<act id>/stop",
+              role_operator,
+              {},
+              Body::json,
+              [&core](Request& request) { return stop_job(core, request); },
+              {}});
 }
 
 }  // namespace backupd

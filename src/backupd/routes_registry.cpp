@@ -19,7 +19,8 @@ Reply get_server(Server_Core& core) {
 Reply get_hosts(Server_Core& core, const Request& request) {
   List_Query query;
   List_Page page;
-  if (Outcome outcome = read_list_query(request, {{"name", "name"}, {"uuid", "uuid"}, {"last_seen", "last_seen"}}, query);
+  if (Outcome outcome =
+          read_list_query(request, {{"name", "name"}, {"uuid", "uuid"}, {"last_seen", "last_seen"}}, query);
       !outcome.ok())
     return outcome;
   if (!core.resources.list_hosts(query, page)) return store_unavailable();
@@ -36,7 +37,8 @@ Reply get_resources(Server_Core& core, const Request& request) {
   List_Page page;
   if (Outcome outcome = read_list_query(request, {{"name", "name"}, {"uuid", "uuid"}}, query); !outcome.ok())
     return outcome;
-  if (!core.resources.list(request.parameter("uuid"), request.parameter("name"), query, page)) return store_unavailable();
+  if (!core.resources.list(request.parameter("uuid"), request.parameter("name"), query, page))
+    return store_unavailable();
   return page;
 }
 
@@ -44,10 +46,12 @@ Reply post_resource(Server_Core& core, const Request& request) {
   Instance_Registration instance;
   json_spirit::Object resource;
   const Identity& who = request.identity;
-  if (Outcome outcome = instance.read(request.body, who.host_uuid, Instance_Registration::Origin::request); !outcome.ok())
+  if (Outcome outcome = instance.read(request.body, who.host_uuid, Instance_Registration::Origin::request);
+      !outcome.ok())
     return outcome;
   if (who.role == role_agent && instance.host_uuid != who.host_uuid)
-    return Outcome::refuse(Outcome::forbidden, "an agent registers the instances of its own host, which is " + who.host_uuid);
+    return Outcome::refuse(Outcome::forbidden,
+                           "an agent registers the instances of its own host, which is " + who.host_uuid);
   const Outcome outcome = core.resources.add(instance, resource);
   if (!outcome.ok()) return outcome;
   return {resource, status_created};
@@ -83,17 +87,43 @@ Reply stored_reply(const Outcome& outcome, json_spirit::Value record) {
 
 void add_registry_routes(Router& router, Server_Core& core) {
   const std::string prefix = rest_prefix;
-  router.add({"GET", prefix + "/server", all_roles, {}, Body::none, [&core](Request&) { return get_server(core); }, {}});
-  router.add({"GET", prefix + "/hosts", reader_roles, list_keys, Body::none,
-              [&core](Request& request) { return get_hosts(core, request); }, {}});
-  router.add({"GET", prefix + "/resources", all_roles, with_list_keys({"uuid", "name"}), Body::none,
-              [&core](Request& request) { return get_resources(core, request); }, {}});
-  router.add({"POST", prefix + "/resources", role_agent | role_operator, {}, Body::json,
-              [&core](Request& request) { return post_resource(core, request); }, {}});
-  router.add({"GET", prefix + "/pools", all_roles, with_list_keys({"uuid", "name"}), Body::none,
-              [&core](Request& request) { return get_pools(core, request); }, {}});
-  router.add({"POST", prefix + "/pools", role_operator, {}, Body::json,
-              [&core](Request& request) { return post_pool(core, request); }, {}});
+  router.add(
+      {"GET", prefix + "/server", all_roles, {}, Body::none, [&core](Request&) { return get_server(core); }, {}});
+  router.add({"GET",
+              prefix + "/hosts",
+              reader_roles,
+              list_keys,
+              Body::none,
+              [&core](Request& request) { return get_hosts(core, request); },
+              {}});
+  router.add({"GET",
+              prefix + "/resources",
+              all_roles,
+              with_list_keys({"uuid", "name"}),
+              Body::none,
+              [&core](Request& request) { return get_resources(core, request); },
+              {}});
+  router.add({"POST",
+              prefix + "/resources",
+              role_agent | role_operator,
+              {},
+              Body::json,
+              [&core](Request& request) { return post_resource(core, request); },
+              {}});
+  router.add({"GET",
+              prefix + "/pools",
+              all_roles,
+              with_list_keys({"uuid", "name"}),
+              Body::none,
+              [&core](Request& request) { return get_pools(core, request); },
+              {}});
+  router.add({"POST",
+              prefix + "/pools",
+              role_operator,
+              {},
+              Body::json,
+              [&core](Request& request) { return post_pool(core, request); },
+              {}});
 }
 
 }  // namespace backupd

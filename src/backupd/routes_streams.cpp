@@ -28,7 +28,8 @@ Outcome find_place(Server_Core& core, const Request& request, Place& place) {
 Outcome put(Server_Core& core, const Request& request, net::Server_Exchange& exchange) {
   Place place;
   if (Outcome outcome = find_place(core, request, place); !outcome.ok()) return outcome;
-  return core.storage.put(*place.pool, place.path, [&exchange](net::Body_Sink& sink) { return exchange.read_body(sink); });
+  return core.storage.put(*place.pool, place.path,
+                          [&exchange](net::Body_Sink& sink) { return exchange.read_body(sink); });
 }
 
 void handle_put(Server_Core& core, Request& request, net::Server_Exchange& exchange) {
@@ -74,7 +75,8 @@ void handle_head(Server_Core& core, Request& request, net::Server_Exchange& exch
   Place place;
   std::uint64_t bytes = 0;
   if (Outcome outcome = find_place(core, request, place); !outcome.ok()) return respond(exchange, outcome);
-  if (Outcome outcome = core.storage.size(*place.pool, place.path, bytes); !outcome.ok()) return respond(exchange, outcome);
+  if (Outcome outcome = core.storage.size(*place.pool, place.path, bytes); !outcome.ok())
+    return respond(exchange, outcome);
   net::Http_Response head;
   head.status = status_ok;
   head.headers.set("Content-Type", "application/octet-stream");

@@ -10,9 +10,9 @@ namespace {
 
 using Step = std::vector<const char*>;
 
-// A step is never edited once it was released: a change is a new step at the end. Documents are kept whole as JSON text;
-// a column beside them is there to be searched by. Numbers come from the table of counters, so that they mean the order
-// of committing on every database product.
+// A step is never edited once it was released: a change is a new step at the end. Documents are kept whole as JSON
+// text; a column beside them is there to be searched by. Numbers come from the table of counters, so that they mean the
+// order of committing on every database product.
 const std::vector<Step>& steps() {
   static const std::vector<Step> all = {
       {

@@ -33,14 +33,13 @@ bool make_directory_of(const std::string& file, std::string& error) {
 
 bool open_database(const Configuration& configuration, Database& database, std::string& error) {
   // Keys' hashes and alerts are nobody else's business.
-  return make_directory_of(configuration.database, error) &&
-         database.open(configuration.database, error);
+  return make_directory_of(configuration.database, error) && database.open(configuration.database, error);
 }
 
 bool Server::start(std::string& error) {
   if (!open_database(configuration_, database_, error)) return false;
-  core_ = std::make_unique<Server_Core>(
-      database_, Server_Core::Options{configuration_.url(configuration_.port), configuration_.host_uuid, DORSAL3_VERSION});
+  core_ = std::make_unique<Server_Core>(database_, Server_Core::Options{configuration_.url(configuration_.port),
+                                                                        configuration_.host_uuid, DORSAL3_VERSION});
   core_->clean_pools();
   http_ = std::make_unique<net::Http_Server>(core_->handler(), configuration_.server_options());
   if (!http_->start(error)) return false;

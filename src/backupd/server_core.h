@@ -23,7 +23,8 @@
 
 namespace backupd {
 
-/// The server without its listener: everything wired together, requests come in at handler(). The database must be open.
+/// The server without its listener: everything wired together, requests come in at handler(). The database must be
+/// open.
 class Server_Core {
  public:
   struct Options {

@@ -22,12 +22,14 @@ Outcome find_objects(Sql_Session& session, const Backup_Set_Record& set, Objects
   bool first = true;
   for (const Backup_Set_Record::File& file : set.files) {
     // Only external id and name together are unique; of two records the newest is meant.
-    const auto row = session.first("SELECT id, set_id FROM backint_files WHERE extern_backup_id = :a AND filename = :b "
-                                   "AND database_name = :c ORDER BY id DESC LIMIT 1",
-                                   {file.extern_backup_id, file.filename, set.database}, 2);
+    const auto row = session.first(
+        "SELECT id, set_id FROM backint_files WHERE extern_backup_id = :a AND filename = :b "
+        "AND database_name = :c ORDER BY id DESC LIMIT 1",
+        {file.extern_backup_id, file.filename, set.database}, 2);
     if (!row)
-      return Outcome::refuse(Outcome::invalid, "the set names the object " + file.filename + " (" + file.extern_backup_id +
-                                                   ") of " + set.database + ", but no such object was recorded; record it "
+      return Outcome::refuse(Outcome::invalid, "the set names the object " + file.filename + " (" +
+                                                   file.extern_backup_id + ") of " + set.database +
+                                                   ", but no such object was recorded; record it "
                                                    "with its Backint job first");
     objects.file_ids.push_back(row->number(0));
     const std::int64_t holder = row->number(1);
@@ -51,16 +53,17 @@ std::optional<json_spirit::Object> stored_set(Sql_Session& session, const char* 
   return stored_object(row->text(0));
 }
 
-void insert_set(Sql_Session& session, const Backup_Set_Record& set, const Objects& objects, json_spirit::Object& stored) {
+void insert_set(Sql_Session& session, const Backup_Set_Record& set, const Objects& objects,
+                json_spirit::Object& stored) {
   const std::int64_t id = session.next_number("set");
   stored = set.document;
   stored["id"] = id;
-  session.execute("INSERT INTO sets (id, uuid, module, type, resource_uuid, database_name, database_backup_id, job_id, "
-                  "job_act_id, lifeline, start_time, source_size, total_size, document) "
-                  "VALUES (:a, :b, :c, :d, :e, :f, :g, :h, :i, :j, :k, :l, :m, :n)",
-                  {id, set.uuid, set.module, set.type, set.resource_uuid, set.database, set.database_backup_id, set.job_id,
-                   set.job_act_id, set.lifeline, set.start_time, set.source_size, set.total_size,
-                   json_spirit::dump_json(stored)});
+  session.execute(
+      "INSERT INTO sets (id, uuid, module, type, resource_uuid, database_name, database_backup_id, job_id, "
+      "job_act_id, lifeline, start_time, source_size, total_size, document) "
+      "VALUES (:a, :b, :c, :d, :e, :f, :g, :h, :i, :j, :k, :l, :m, :n)",
+      {id, set.uuid, set.module, set.type, set.resource_uuid, set.database, set.database_backup_id, set.job_id,
+       set.job_act_id, set.lifeline, set.start_time, set.source_size, set.total_size, json_spirit::dump_json(stored)});
   for (const std::int64_t file : objects.file_ids) {
     session.execute("UPDATE backint_files SET set_id = :a WHERE id = :b", {id, file});
     session.execute("UPDATE backint_jobs SET taken = 1 WHERE uuid = (SELECT job_uuid FROM backint_files WHERE id = :a)",
@@ -69,8 +72,9 @@ void insert_set(Sql_Session& session, const Backup_Set_Record& set, const Object
 }
 
 Outcome held_elsewhere(const Backup_Set_Record& set) {
-  return Outcome::refuse(Outcome::conflict, "objects of the set " + set.uuid +
-                                                " belong to another backup set already; a set is committed once, whole");
+  return Outcome::refuse(
+      Outcome::conflict,
+      "objects of the set " + set.uuid + " belong to another backup set already; a set is committed once, whole");
 }
 
 }  // namespace
@@ -88,8 +92,9 @@ Outcome Set_Store::commit(const Backup_Set_Record& set, json_spirit::Object& sto
       return same;
     }
     if (stored_set(session, "uuid", set.uuid)) {
-      outcome = Outcome::refuse(Outcome::conflict, "a backup set " + set.uuid +
-                                                       " with other objects is stored already; make a new uuid for a new set");
+      outcome = Outcome::refuse(
+          Outcome::conflict,
+          "a backup set " + set.uuid + " with other objects is stored already; make a new uuid for a new set");
       return false;
     }
     insert_set(session, set, objects, stored);

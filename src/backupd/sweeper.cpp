@@ -52,19 +52,19 @@ bool Sweeper::remove_records(const std::string& job_act_id, Sweep_Result& result
                                             "database_backup_id FROM backint_jobs WHERE job_act_id = :a",
                                             {job_act_id}, 6)) {
       const std::string uuid = row.text(0);
-      if (session.first("SELECT id FROM backint_files WHERE job_uuid = :a AND set_id <> 0 LIMIT 1", {uuid}, 1)) continue;
+      if (session.first("SELECT id FROM backint_files WHERE job_uuid = :a AND set_id <> 0 LIMIT 1", {uuid}, 1))
+        continue;
       removed.files += session.execute("DELETE FROM backint_files WHERE job_uuid = :a", {uuid});
       removed.jobs += session.execute("DELETE FROM backint_jobs WHERE uuid = :a", {uuid});
-      if (row.number(5) != 0)
-        datasets.push_back({row.text(1), row.text(2), row.text(3), row.text(4), row.text(5)});
+      if (row.number(5) != 0) datasets.push_back({row.text(1), row.text(2), row.text(3), row.text(4), row.text(5)});
     }
     return true;
   });
   if (!done) return false;
   result.add(removed);
   if (removed.jobs != 0)
-    D3_INFO("The run %C ended without its set: removed %q Backint job records and %q file records\n", job_act_id.c_str(),
-            removed.jobs, removed.files);
+    D3_INFO("The run %C ended without its set: removed %q Backint job records and %q file records\n",
+            job_act_id.c_str(), removed.jobs, removed.files);
   return true;
 }
 
@@ -96,19 +96,20 @@ void Sweeper::sweep_dataset(const Pool& pool, const Dataset& dataset, Sweep_Resu
   if (!is_owned(dataset, owned) || owned || !storage_.list(pool, path, rows).ok()) return;
   if (!storage_.remove_dataset(pool, path)) return;
   ++result.datasets;
-  D3_INFO("Removed the dataset %C, which no record owns, from the pool %C\n", dataset.path().c_str(), pool.name.c_str());
+  D3_INFO("Removed the dataset %C, which no record owns, from the pool %C\n", dataset.path().c_str(),
+          pool.name.c_str());
 }
 
 bool Sweeper::is_owned(const Dataset& dataset, bool& owned) {
   return database_.read([&](Sql_Session& session) {
     const auto file = session.first("SELECT id FROM backint_files WHERE pool_uuid = :a AND dataset = :b LIMIT 1",
                                     {dataset.pool_uuid, dataset.path()}, 1);
-    const auto job = session.first("SELECT id FROM backint_jobs WHERE host_uuid = :a AND database_name = :b "
-                                   "AND database_backup_id = :c AND landscape_id = :d AND pool_uuid = :e LIMIT 1",
-                                   {dataset.host_uuid, dataset.database,
-                                    std::int64_t{std::strtoll(dataset.backup_id.c_str(), nullptr, 10)},
-                                    dataset.landscape_id, dataset.pool_uuid},
-                                   1);
+    const auto job = session.first(
+        "SELECT id FROM backint_jobs WHERE host_uuid = :a AND database_name = :b "
+        "AND database_backup_id = :c AND landscape_id = :d AND pool_uuid = :e LIMIT 1",
+        {dataset.host_uuid, dataset.database, std::int64_t{std::strtoll(dataset.backup_id.c_str(), nullptr, 10)},
+         dataset.landscape_id, dataset.pool_uuid},
+        1);
     owned = session.failed() || file || job;
   });
 }

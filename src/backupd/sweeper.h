@@ -6,8 +6,8 @@
 #include "backupd/activity_store.h"
 #include "backupd/database.h"
 #include "backupd/outcome.h"
-#include "backupd/pool_store.h"
 #include "backupd/pool_storage.h"
+#include "backupd/pool_store.h"
 
 namespace backupd {
 
@@ -19,9 +19,7 @@ struct Dataset {
   std::string database;
   std::string backup_id;
 
-  [[nodiscard]] std::string path() const {
-    return host_uuid + "/" + landscape_id + "/" + database + "/" + backup_id;
-  }
+  [[nodiscard]] std::string path() const { return host_uuid + "/" + landscape_id + "/" + database + "/" + backup_id; }
 };
 
 struct Sweep_Result {

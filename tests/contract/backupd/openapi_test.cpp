@@ -52,7 +52,8 @@ Operations operations_of_description() {
       operations[method + " " + path];
     } else if (line.starts_with("      x-roles: [")) {
       std::istringstream words(line.substr(line.find('[') + 1));
-      for (std::string word; words >> word;) operations[method + " " + path].insert(word.substr(0, word.find_first_of(",]")));
+      for (std::string word; words >> word;)
+        operations[method + " " + path].insert(word.substr(0, word.find_first_of(",]")));
     } else if (line.starts_with("components:")) {
       break;
     }

@@ -82,7 +82,8 @@ int Running_Server::run(const std::vector<std::string>& arguments, std::string& 
   const pid_t pid = spawn(arguments, ends[1]);
   ::close(ends[1]);
   char buffer[4096];
-  for (ssize_t got = 0; (got = ::read(ends[0], buffer, sizeof buffer)) > 0;) output.append(buffer, static_cast<std::size_t>(got));
+  for (ssize_t got = 0; (got = ::read(ends[0], buffer, sizeof buffer)) > 0;)
+    output.append(buffer, static_cast<std::size_t>(got));
   ::close(ends[0]);
   int status = 0;
   ::waitpid(pid, &status, 0);
@@ -100,8 +101,7 @@ std::string Running_Server::make_key(const std::string& role, const std::string&
 bool Running_Server::ask(const std::string& method, const std::string& target, const std::string& key,
                          const std::string& body, net::Http_Response& response) const {
   net::Net_Error error;
-  const auto connection =
-      net::Http_Transport::current().connect({false, "127.0.0.1", port_, ""}, answer_limit, error);
+  const auto connection = net::Http_Transport::current().connect({false, "127.0.0.1", port_, ""}, answer_limit, error);
   if (!connection) return false;
   net::Http_Request request;
   request.method = method;

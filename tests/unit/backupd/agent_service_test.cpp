@@ -25,9 +25,10 @@ TEST(Agent_Service, Greets_An_Agent_And_Shows_Its_Host) {
   EXPECT_EQ(json_spirit::object_require<std::string>(answer.result.get_obj(), "server_time"), "2023-11-14 22:13:20");
   const json_spirit::Array hosts = server.request("GET", "/hosts").rows();
   ASSERT_EQ(hosts.size(), 1U);
-  EXPECT_EQ(json_spirit::dump_json(hosts.front()),
-            std::string(R"({"uuid":")") + host_a +
-                R"(","name":"hana1","version":"1.0","last_seen":"2023-11-14 22:13:20","modules":["hana"],"connected":true})");
+  EXPECT_EQ(
+      json_spirit::dump_json(hosts.front()),
+      std::string(R"({"uuid":")") + host_a +
+          R"(","name":"hana1","version":"1.0","last_seen":"2023-11-14 22:13:20","modules":["hana"],"connected":true})");
 }
 
 TEST(Agent_Service, Refuses_A_Host_That_The_Key_Is_Not_For) {
@@ -56,9 +57,13 @@ TEST(Agent_Service, Keeps_What_An_Agent_Reports) {
   Memory_Server server;
   Fake_Agent agent(server, server.agent_key, obedient);
   ASSERT_TRUE(agent.hello(host_a).ok);
-  ASSERT_TRUE(agent.call("job.report", report(3, R"(,"progress":40,"set_size":1000,"start_time":1700000000,"message":"m")")).ok);
-  ASSERT_TRUE(agent.call("job.log", R"({"job_act_id":")" + run +
-                                        R"(","lines":[{"priority":4,"text":"hello","time":"2026-01-01 10:00:00"}]})").ok);
+  ASSERT_TRUE(
+      agent.call("job.report", report(3, R"(,"progress":40,"set_size":1000,"start_time":1700000000,"message":"m")"))
+          .ok);
+  ASSERT_TRUE(agent
+                  .call("job.log", R"({"job_act_id":")" + run +
+                                       R"(","lines":[{"priority":4,"text":"hello","time":"2026-01-01 10:00:00"}]})")
+                  .ok);
   const Answer job = server.request("GET", "/jobs/" + run);
   EXPECT_EQ(job.text_of("state_name"), "running");
   EXPECT_EQ(job.number_of("progress"), 40);
@@ -118,12 +123,15 @@ TEST(Agent_Service, Ends_The_Runs_That_A_Returning_Agent_Does_Not_Know) {
 
 TEST(Agent_Service, Replaces_The_Socket_Of_An_Agent_That_Comes_Again) {
   Memory_Server server;
-  Fake_Agent first(server, server.agent_key, [](const std::string&, const json_spirit::Value&) { return good("first"); });
+  Fake_Agent first(server, server.agent_key,
+                   [](const std::string&, const json_spirit::Value&) { return good("first"); });
   ASSERT_TRUE(first.hello(host_a).ok);
-  Fake_Agent second(server, server.agent_key, [](const std::string&, const json_spirit::Value&) { return good("second"); });
+  Fake_Agent second(server, server.agent_key,
+                    [](const std::string&, const json_spirit::Value&) { return good("second"); });
   ASSERT_TRUE(second.hello(host_a).ok);
   first.wait_closed();
-  const Answer answer = server.request("POST", std::string("/agents/") + host_a + "/call", R"({"method":"database.list"})");
+  const Answer answer =
+      server.request("POST", std::string("/agents/") + host_a + "/call", R"({"method":"database.list"})");
   EXPECT_EQ(answer.text, "\"second\"");
 }
 
@@ -152,8 +160,10 @@ TEST(Agent_Service, Forwards_No_Method_That_Is_The_Servers_Alone) {
   Fake_Agent asked(server, server.other_agent_key, obedient);
   ASSERT_TRUE(asked.hello(host_b).ok);
   for (const char* method : {"job.start", "job.stop", "instance.logon", "database.list", "backint.verify", "agent.x"})
-    EXPECT_EQ(asking.call("agent.forward", std::string(R"({"host_uuid":")") + host_b + R"(","method":")" + method + "\"}").code,
-              JSON_RPC_E_INVALID_PARAMS)
+    EXPECT_EQ(
+        asking.call("agent.forward", std::string(R"({"host_uuid":")") + host_b + R"(","method":")" + method + "\"}")
+            .code,
+        JSON_RPC_E_INVALID_PARAMS)
         << method;
 }
 
@@ -187,12 +197,14 @@ TEST(Agent_Service, Lists_The_Definitions_Of_A_Host) {
   ASSERT_FALSE(id.empty());
   Fake_Agent agent(server, server.agent_key, obedient);
   Fake_Agent other(server, server.other_agent_key, obedient);
-  const JSON_RPC_Answer mine = agent.call("job.def.list", std::string(R"({"module":"hana","host_uuid":")") + host_a + "\"}");
+  const JSON_RPC_Answer mine =
+      agent.call("job.def.list", std::string(R"({"module":"hana","host_uuid":")") + host_a + "\"}");
   ASSERT_TRUE(mine.ok) << mine.message;
   const json_spirit::Array rows = json_spirit::object_require<json_spirit::Array>(mine.result.get_obj(), "rows");
   ASSERT_EQ(rows.size(), 1U);
   EXPECT_EQ(json_spirit::dump_json(*rows.front().get_obj().find("target")),
-            std::string(R"({"pool_uuid":")") + pool_uuid + R"(","location":"http://backupd.test:9443/q5/pools/)" + pool_uuid + "\"}");
+            std::string(R"({"pool_uuid":")") + pool_uuid + R"(","location":"http://backupd.test:9443/q5/pools/)" +
+                pool_uuid + "\"}");
   EXPECT_EQ(json_spirit::dump_json(other.call("job.def.list", R"({"module":"hana"})").result), R"({"rows":[]})");
   EXPECT_EQ(other.call("job.def.list", R"({"uuid":")" + id + "\"}").result.get_array().size(), 1U);
   EXPECT_EQ(other.call("job.def.list", R"({"uuid":")" + uuid_of(1) + "\"}").result.get_array().size(), 0U);

@@ -112,8 +112,9 @@ TEST(Backint_Store, Stores_All_Files_Or_None) {
   EXPECT_EQ(server.agent("POST", path, R"({"files":[)" + file_json("ebid-2") + "," + other + "]}").status, 409U);
   EXPECT_EQ(server.agent("GET", path).number_of("total"), 1);
   EXPECT_EQ(server.agent("POST", path, R"({"files":[]})").status, 422U);
-  EXPECT_EQ(server.agent("POST", "/backint/jobs/" + uuid_of(9) + "/files", R"({"files":[)" + file_json("e") + "]}").status,
-            404U);
+  EXPECT_EQ(
+      server.agent("POST", "/backint/jobs/" + uuid_of(9) + "/files", R"({"files":[)" + file_json("e") + "]}").status,
+      404U);
 }
 
 TEST(Backint_Store, Refuses_Unsound_File_Records) {
@@ -127,10 +128,11 @@ TEST(Backint_Store, Refuses_Unsound_File_Records) {
     unsigned status;
   };
   const std::string directory = std::string(host_a) + "/land-1";
-  for (const Row& row : {Row{"no id", "\"extern_backup_id\":\"e\"", "\"extern_backup_id\":\"\"", 422},
-                         Row{"a path that climbs", directory, "../x", 422}, Row{"an absolute path", directory, "/x", 422},
-                         Row{"a short checksum", "00112233", "0011", 422}, Row{"an unknown key", "\"size\"", "\"bytes\"", 400},
-                         Row{"a foreign job", "{\"filename\"", "{\"info_uuid\":\"x\",\"filename\"", 422}}) {
+  for (const Row& row :
+       {Row{"no id", "\"extern_backup_id\":\"e\"", "\"extern_backup_id\":\"\"", 422},
+        Row{"a path that climbs", directory, "../x", 422}, Row{"an absolute path", directory, "/x", 422},
+        Row{"a short checksum", "00112233", "0011", 422}, Row{"an unknown key", "\"size\"", "\"bytes\"", 400},
+        Row{"a foreign job", "{\"filename\"", "{\"info_uuid\":\"x\",\"filename\"", 422}}) {
     std::string file = file_json("e");
     const std::size_t at = file.find(row.from);
     ASSERT_NE(at, std::string::npos) << row.name;

@@ -40,11 +40,12 @@ TEST(Configuration, Refuses_What_Is_Not_Sound) {
     const char* why;
   };
   for (const Row& row :
-       {Row{"address = ", "line 1"}, Row{"colour = 1", "colour is not a known key"}, Row{"port = 70000", "port must be"},
-        Row{"port = \"x\"", "port must be"}, Row{"workers = 0", "workers must be"}, Row{"database = \"x\"", "absolute path"},
-        Row{"certificate = \"/c\"", "belong together"}, Row{"address = \"0.0.0.0\"", "without TLS"},
-        Row{"address = \"192.168.0.1\"", "without TLS"}, Row{"address = \"::\"", "without TLS"},
-        Row{"host_uuid = \"x\"", "host_uuid must be"}, Row{"public_url = \"x\"", "public_url must read"}}) {
+       {Row{"address = ", "line 1"}, Row{"colour = 1", "colour is not a known key"},
+        Row{"port = 70000", "port must be"}, Row{"port = \"x\"", "port must be"}, Row{"workers = 0", "workers must be"},
+        Row{"database = \"x\"", "absolute path"}, Row{"certificate = \"/c\"", "belong together"},
+        Row{"address = \"0.0.0.0\"", "without TLS"}, Row{"address = \"192.168.0.1\"", "without TLS"},
+        Row{"address = \"::\"", "without TLS"}, Row{"host_uuid = \"x\"", "host_uuid must be"},
+        Row{"public_url = \"x\"", "public_url must read"}}) {
     Configuration configuration;
     std::string error;
     EXPECT_FALSE(Configuration::parse(row.text, "file", configuration, error)) << row.text;

@@ -60,8 +60,9 @@ TEST_F(Database_Test, Refuses_Everything_After_A_Statement_That_Failed) {
 TEST_F(Database_Test, Keeps_Numbers_Texts_And_Nulls) {
   const std::string text = "it's \"quoted\"; DROP TABLE sets; -- \xc3\xa4";
   EXPECT_TRUE(database.write([&](backupd::Sql_Session& session) {
-    session.execute("INSERT INTO access_keys (id, hash, role, host_uuid, created, revoked) VALUES (:a, :b, :c, :d, :e, :f)",
-                    {std::int64_t{9223372036854775807}, text, std::string(), std::string("h"), std::string("c"), nullptr});
+    session.execute(
+        "INSERT INTO access_keys (id, hash, role, host_uuid, created, revoked) VALUES (:a, :b, :c, :d, :e, :f)",
+        {std::int64_t{9223372036854775807}, text, std::string(), std::string("h"), std::string("c"), nullptr});
     return true;
   }));
   EXPECT_TRUE(database.read([&](backupd::Sql_Session& session) {

@@ -37,7 +37,8 @@ class Fake_Agent {
     return peer_->call(method, value, std::chrono::seconds(10));
   }
   JSON_RPC_Answer hello(const std::string& host, const std::string& more = "") {
-    return call("agent.hello", R"({"host_uuid":")" + host + R"(","name":"hana1","version":"1.0","modules":["hana"])" + more + "}");
+    return call("agent.hello",
+                R"({"host_uuid":")" + host + R"(","name":"hana1","version":"1.0","modules":["hana"])" + more + "}");
   }
   void leave() {
     if (!thread_.joinable()) return;

@@ -21,8 +21,9 @@ TEST(Definition_Store, Keeps_Replaces_And_Removes) {
   const std::string same = definition_json(R"("id":")" + id + "\"");
   EXPECT_EQ(server.request("POST", "/job-definitions", same).status, 200U);
   EXPECT_EQ(server.request("GET", path).number_of("job_revision"), 1);
-  EXPECT_EQ(server.request("POST", "/job-definitions", definition_json(R"("max_seconds_retry":9,"id":")" + id + "\"")).status,
-            201U);
+  EXPECT_EQ(
+      server.request("POST", "/job-definitions", definition_json(R"("max_seconds_retry":9,"id":")" + id + "\"")).status,
+      201U);
   EXPECT_EQ(server.request("GET", path).number_of("job_revision"), 2);
   EXPECT_EQ(server.request("GET", path).number_of("max_seconds_retry"), 9);
   EXPECT_EQ(server.request("GET", "/job-definitions").number_of("total"), 1);
@@ -48,7 +49,8 @@ TEST(Definition_Store, Refuses_Unsound_Definitions) {
         Row{"unknown compression", "zstd", "gzip", 422}, Row{"unknown pool", "333333333333", "333333333334", 422},
         Row{"host is no uuid", "11111111-1111", "x", 400}, Row{"no entries", "[\"hana/HDB00/TN1\"]", "[]", 422},
         Row{"an entry of another type", "[\"hana/HDB00/TN1\"]", "[1]", 400},
-        Row{"broken limits", "\"target\"", R"("rate_limits":{"dest_rate_limits":"[","src_rate_limits":"[]"},"target")", 422}}) {
+        Row{"broken limits", "\"target\"", R"("rate_limits":{"dest_rate_limits":"[","src_rate_limits":"[]"},"target")",
+            422}}) {
     std::string body = definition_json();
     const std::size_t at = body.find(row.from);
     ASSERT_NE(at, std::string::npos) << row.name;
@@ -67,11 +69,12 @@ TEST(Definition_Store, Checks_Database_Names) {
   };
   const std::string longest(127, 'A');
   for (const Row& row :
-       {Row{"hana/HDB00", true}, Row{"hana/HDB00/SYSTEMDB", true}, Row{"hana/HDB00/_A1", true}, Row{"/hana//HDB00/TN1", true},
-        Row{"hana/HDB00/" + longest, true}, Row{"hana/HDB00/" + longest + "A", false}, Row{"hana/HDB00/tn1", false},
-        Row{"hana/HDB00/1A", false}, Row{"hana/HDB00/A%20B", false}, Row{"hana/HDB00/A'B", false},
-        Row{"hana/HDB00/A%2FB", false}, Row{"hana/HDB00/%2e%2e", false}, Row{"hana/HDB00/\\u00c4", false}, Row{"hana", false},
-        Row{"oracle/X/Y", false}, Row{"hana/HDB00/A/B", false}, Row{"hana/%2e%2e/A", false}, Row{"", false}}) {
+       {Row{"hana/HDB00", true}, Row{"hana/HDB00/SYSTEMDB", true}, Row{"hana/HDB00/_A1", true},
+        Row{"/hana//HDB00/TN1", true}, Row{"hana/HDB00/" + longest, true}, Row{"hana/HDB00/" + longest + "A", false},
+        Row{"hana/HDB00/tn1", false}, Row{"hana/HDB00/1A", false}, Row{"hana/HDB00/A%20B", false},
+        Row{"hana/HDB00/A'B", false}, Row{"hana/HDB00/A%2FB", false}, Row{"hana/HDB00/%2e%2e", false},
+        Row{"hana/HDB00/\\u00c4", false}, Row{"hana", false}, Row{"oracle/X/Y", false}, Row{"hana/HDB00/A/B", false},
+        Row{"hana/%2e%2e/A", false}, Row{"", false}}) {
     const Answer answer = server.request("POST", "/job-definitions", definition_json("", row.entry));
     EXPECT_EQ(answer.status, row.good ? 201U : 422U) << row.entry << ": " << answer.text;
   }
@@ -107,7 +110,8 @@ TEST(Job_Dispatch, Starts_A_Job_Once) {
   // A greeting that was written before the start does not end the run.
   ASSERT_TRUE(agent.hello(host_a, R"(,"activities":[])").ok);
   EXPECT_EQ(server.request("GET", "/jobs/" + run).text_of("state_name"), "dispatching");
-  ASSERT_TRUE(agent.call("job.report", R"({"activities":[{"id":")" + run + R"(","def_id":")" + id + R"(","state":7}]})").ok);
+  ASSERT_TRUE(
+      agent.call("job.report", R"({"activities":[{"id":")" + run + R"(","def_id":")" + id + R"(","state":7}]})").ok);
   EXPECT_EQ(server.request("GET", "/jobs/" + run).text_of("name"), "nightly");
   EXPECT_EQ(server.request("POST", start).status, 202U);
   EXPECT_EQ(server.request("GET", "/jobs").number_of("total"), 2);
@@ -116,9 +120,8 @@ TEST(Job_Dispatch, Starts_A_Job_Once) {
 TEST(Job_Dispatch, Tells_Why_An_Agent_Refused_A_Start) {
   Memory_Server server;
   const std::string id = make_definition(server);
-  Fake_Agent agent(server, server.agent_key, [](const std::string&, const json_spirit::Value&) {
-    return bad(-32000, "log is not supported");
-  });
+  Fake_Agent agent(server, server.agent_key,
+                   [](const std::string&, const json_spirit::Value&) { return bad(-32000, "log is not supported"); });
   ASSERT_TRUE(agent.hello(host_a).ok);
   const Answer answer = server.request("POST", "/job-definitions/" + id + "/start");
   EXPECT_EQ(answer.status, 422U);
@@ -154,9 +157,8 @@ TEST(Agent_Requests, Registers_What_Agents_Find) {
         value));
     return good(value);
   });
-  Fake_Agent other(server, server.other_agent_key, [](const std::string&, const json_spirit::Value&) {
-    return bad(-32000, "no module");
-  });
+  Fake_Agent other(server, server.other_agent_key,
+                   [](const std::string&, const json_spirit::Value&) { return bad(-32000, "no module"); });
   ASSERT_TRUE(agent.hello(host_a).ok);
   ASSERT_TRUE(other.hello(host_b).ok);
   const Answer found = server.request("POST", "/discover");
@@ -197,8 +199,10 @@ TEST(Agent_Requests, Verifies_Every_Object_Of_A_Set) {
     json_spirit::object_get(answer.body, "ok", ok);
     EXPECT_EQ(ok, row.ok) << row.answer << " gave " << answer.text;
   }
-  EXPECT_NE(asked.find(R"({"ebid":"ebid-1","name":"/usr/sap/HDB/SYS/global/hdb/backint/DB_TN1/pipe_0","user":"TN1@HDB","size":1000})"),
-            std::string::npos)
+  EXPECT_NE(
+      asked.find(
+          R"({"ebid":"ebid-1","name":"/usr/sap/HDB/SYS/global/hdb/backint/DB_TN1/pipe_0","user":"TN1@HDB","size":1000})"),
+      std::string::npos)
       << asked;
   EXPECT_EQ(server.request("POST", "/verify", R"({"set":"none"})").status, 404U);
 }
@@ -206,8 +210,8 @@ TEST(Agent_Requests, Verifies_Every_Object_Of_A_Set) {
 TEST(Resource_Store, Joins_The_Hosts_Of_One_Landscape) {
   Memory_Server server;
   const auto body = [](const char* host, const char* landscape) {
-    return std::string(R"({"name":"HDB_HDB00","type":"hana","host_uuid":")") + host + R"(","extended_attrs":{"sid":"HDB")" +
-           landscape + "}}";
+    return std::string(R"({"name":"HDB_HDB00","type":"hana","host_uuid":")") + host +
+           R"(","extended_attrs":{"sid":"HDB")" + landscape + "}}";
   };
   const std::string shared = R"(,"landscape_id":"one")";
   const Answer first = server.request("POST", "/resources", body(host_a, shared.c_str()));
@@ -226,7 +230,8 @@ TEST(Resource_Store, Joins_The_Hosts_Of_One_Landscape) {
 TEST(Resource_Store, Keeps_Systems_Apart_That_Only_Share_A_Name) {
   Memory_Server server;
   const auto body = [](const char* host) {
-    return std::string(R"({"name":"HDB_HDB00","type":"hana","host_uuid":")") + host + R"(","extended_attrs":{"sid":"HDB"}})";
+    return std::string(R"({"name":"HDB_HDB00","type":"hana","host_uuid":")") + host +
+           R"(","extended_attrs":{"sid":"HDB"}})";
   };
   EXPECT_NE(server.request("POST", "/resources", body(host_a)).text_of("uuid"),
             server.request("POST", "/resources", body(host_b)).text_of("uuid"));

@@ -91,8 +91,9 @@ Answer Memory_Server::raw(const std::string& method, const std::string& target, 
 }
 
 void Memory_Server::add_pool(std::int64_t max_bytes) {
-  const Answer answer = request("POST", "/pools", std::string(R"({"name":"main","uuid":")") + pool_uuid +
-                                                      R"(","directory":"/pool","max_bytes":)" + std::to_string(max_bytes) + "}");
+  const Answer answer = request("POST", "/pools",
+                                std::string(R"({"name":"main","uuid":")") + pool_uuid +
+                                    R"(","directory":"/pool","max_bytes":)" + std::to_string(max_bytes) + "}");
   EXPECT_EQ(answer.status, 201U) << answer.text;
 }
 
@@ -105,7 +106,8 @@ void Memory_Server::add_object(const std::string& job_uuid, const std::string& e
   EXPECT_EQ(files.status, 201U) << files.text;
 }
 
-std::string job_json(const std::string& uuid, const std::string& job_act_id, const std::string& database, long backup_id) {
+std::string job_json(const std::string& uuid, const std::string& job_act_id, const std::string& database,
+                     long backup_id) {
   return R"({"uuid":")" + uuid + R"(","host_uuid":")" + host_a + R"(","job_act_id":")" + job_act_id +
          R"(","type":"full","location":"http://backupd.test:9443/q5/pools/x","database":")" + database +
          R"(","database_backup_id":)" + std::to_string(backup_id) +
@@ -113,7 +115,8 @@ std::string job_json(const std::string& uuid, const std::string& job_act_id, con
          R"(","landscape_id":"land-1","extended_attrs":{"io_ctl":{"max_seconds_retry":300}}})";
 }
 
-std::string file_json(const std::string& ebid, const std::string& filename, long backup_id, const std::string& database) {
+std::string file_json(const std::string& ebid, const std::string& filename, long backup_id,
+                      const std::string& database) {
   return R"({"filename":")" + filename + R"(","origin_path":"/usr/sap/HDB/SYS/global/hdb/backint/DB_TN1/)" + filename +
          R"(","size":1000,"storage_size":400,"extern_backup_id":")" + ebid + R"(","source_type":"PIPE","pool_uuid":")" +
          pool_uuid + R"(","storage_path":")" + host_a + "/land-1/" + database + "/" + std::to_string(backup_id) + "/" +
@@ -121,15 +124,17 @@ std::string file_json(const std::string& ebid, const std::string& filename, long
          std::to_string(backup_id) + R"(,"compression":"zstd","checksum":"00112233445566778899aabbccddeeff"})";
 }
 
-std::string set_json(const std::string& uuid, const std::string& ebid, const std::string& type, const std::string& start,
-                     long backup_id, const std::string& job_act_id, const std::string& database) {
-  return R"({"uuid":")" + uuid + R"(","module":"hana","type":")" + type + R"(","job_name":"nightly","job_id":"","job_act_id":")" +
-         job_act_id + R"(","host_uuid":")" + host_a + R"(","resource_uuid":")" + resource_uuid + R"(","database":")" +
-         database + R"(","database_backup_id":)" + std::to_string(backup_id) + R"(,"pool_uuid":")" + pool_uuid +
-         R"(","lifeline":")" + lifeline + R"(","incarnation":"i","start_time":")" + start + R"(","first_time":")" + start +
+std::string set_json(const std::string& uuid, const std::string& ebid, const std::string& type,
+                     const std::string& start, long backup_id, const std::string& job_act_id,
+                     const std::string& database) {
+  return R"({"uuid":")" + uuid + R"(","module":"hana","type":")" + type +
+         R"(","job_name":"nightly","job_id":"","job_act_id":")" + job_act_id + R"(","host_uuid":")" + host_a +
+         R"(","resource_uuid":")" + resource_uuid + R"(","database":")" + database + R"(","database_backup_id":)" +
+         std::to_string(backup_id) + R"(,"pool_uuid":")" + pool_uuid + R"(","lifeline":")" + lifeline +
+         R"(","incarnation":"i","start_time":")" + start + R"(","first_time":")" + start +
          R"(","last_time":"2026-12-31 23:00:00","source_size":1000,"total_size":400,"files":[{"filename":"pipe_0",)" +
-         R"("origin_path":"/usr/sap/HDB/SYS/global/hdb/backint/DB_TN1/pipe_0","storage_path":"p","extern_backup_id":")" + ebid +
-         R"(","source_type":"PIPE","size":1000,"storage_size":400}],"storages":[{"pool_uuid":")" + pool_uuid +
+         R"("origin_path":"/usr/sap/HDB/SYS/global/hdb/backint/DB_TN1/pipe_0","storage_path":"p","extern_backup_id":")" +
+         ebid + R"(","source_type":"PIPE","size":1000,"storage_size":400}],"storages":[{"pool_uuid":")" + pool_uuid +
          R"(","size":400}]})";
 }
 

@@ -127,8 +127,8 @@ TEST(Rest_Handler, Opens_WebSockets_For_Agents_Only) {
     std::string key;
     unsigned status;
   };
-  for (const Row& row : {Row{"/q5/rpc", server.operator_key, 403}, Row{"/q5/rpc", "x", 401},
-                         Row{"/q5/other", server.agent_key, 404}}) {
+  for (const Row& row :
+       {Row{"/q5/rpc", server.operator_key, 403}, Row{"/q5/rpc", "x", 401}, Row{"/q5/other", server.agent_key, 404}}) {
     unsigned status = 0;
     net::Http_Headers headers;
     headers.set("Authorization", "Bearer " + row.key);

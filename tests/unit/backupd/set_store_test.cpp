@@ -103,8 +103,10 @@ TEST(Set_Store, Refuses_Unsound_Sets) {
   for (const Row& row :
        {Row{"an object nobody recorded", "\"extern_backup_id\":\"ebid-1\"", "\"extern_backup_id\":\"ebid-9\"", 422},
         Row{"an unknown type", "\"type\":\"full\"", "\"type\":\"huge\"", 422},
-        Row{"a time in another form", "\"start_time\":\"2026-01-01 10:00:00\"", "\"start_time\":\"2026-01-01T10:00:00Z\"", 422},
-        Row{"no lifeline", "\"lifeline\"", "\"livelihood\"", 400}, Row{"no storage", "\"storages\":[", "\"storages\":[],\"pieces\":[", 422},
+        Row{"a time in another form", "\"start_time\":\"2026-01-01 10:00:00\"",
+            "\"start_time\":\"2026-01-01T10:00:00Z\"", 422},
+        Row{"no lifeline", "\"lifeline\"", "\"livelihood\"", 400},
+        Row{"no storage", "\"storages\":[", "\"storages\":[],\"pieces\":[", 422},
         Row{"an empty list of files", "\"files\":[", "\"files\":[],\"pieces\":[", 422},
         Row{"a number as text", "\"database_backup_id\":100", "\"database_backup_id\":\"100\"", 400}}) {
     std::string body = set_json(uuid_of(1), "ebid-1");
@@ -149,9 +151,9 @@ TEST(Catalog_Views, Selects_The_Full_Backup_Before_A_Time) {
     const char* time;
     std::string wanted;
   };
-  for (const Row& row : {Row{"2026-01-01 09:59:59", ""}, Row{"2026-01-01 10:00:00", uuid_of(1)},
-                         Row{"2026-01-03 09:59:59", uuid_of(1)}, Row{"2026-01-03 10:00:00", uuid_of(4)},
-                         Row{"2027-01-01 00:00:00", uuid_of(4)}}) {
+  for (const Row& row :
+       {Row{"2026-01-01 09:59:59", ""}, Row{"2026-01-01 10:00:00", uuid_of(1)}, Row{"2026-01-03 09:59:59", uuid_of(1)},
+        Row{"2026-01-03 10:00:00", uuid_of(4)}, Row{"2027-01-01 00:00:00", uuid_of(4)}}) {
     EXPECT_EQ(first_uuid(ask(server, "rselect", point("fullbackup", row.time))), row.wanted) << row.time;
     EXPECT_EQ(first_uuid(ask(server, "rselect", point("fullbackup", row.time, ""))), row.wanted) << row.time;
   }
@@ -188,10 +190,10 @@ TEST(Catalog_Views, Sums_What_A_Restore_Reads) {
   for (const Row& row : {Row{"the full alone", 100, 100, false, 1}, Row{"with delta, catalog", 100, 120, false, 3},
                          Row{"without the delta", 100, 120, true, 2}, Row{"not the other full", 100, 220, false, 5},
                          Row{"nothing", 900, 999, false, 0}}) {
-    const Answer answer =
-        ask(server, "sets_size", std::string(R"({"lifeline":")") + lifeline + R"(","ignore_delta":)" +
-                                     (row.ignore_delta ? "true" : "false") + R"(,"start_backup_id":)" +
-                                     std::to_string(row.first) + R"(,"end_backup_id":)" + std::to_string(row.last) + "}");
+    const Answer answer = ask(server, "sets_size",
+                              std::string(R"({"lifeline":")") + lifeline + R"(","ignore_delta":)" +
+                                  (row.ignore_delta ? "true" : "false") + R"(,"start_backup_id":)" +
+                                  std::to_string(row.first) + R"(,"end_backup_id":)" + std::to_string(row.last) + "}");
     EXPECT_EQ(answer.number_of("total_source_size"), row.sets * 1000) << row.name;
     EXPECT_EQ(answer.number_of("total_size"), row.sets * 400) << row.name;
   }

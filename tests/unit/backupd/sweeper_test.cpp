@@ -21,7 +21,9 @@ TEST(Sweeper, Removes_What_A_Run_Left_That_Ended_Without_Its_Set) {
   server.add_object(uuid_of(1), "ebid-1", run, "TN1", 100);
   server.add_object(uuid_of(2), "ebid-2", run, "TN1", 200);
   server.add_object(uuid_of(3), "ebid-3", uuid_of(71), "TN1", 300);
-  ASSERT_EQ(server.agent("POST", "/sets", set_json(uuid_of(1), "ebid-1", "full", "2026-01-01 10:00:00", 100, run)).status, 201U);
+  ASSERT_EQ(
+      server.agent("POST", "/sets", set_json(uuid_of(1), "ebid-1", "full", "2026-01-01 10:00:00", 100, run)).status,
+      201U);
   ASSERT_EQ(server.agent("DELETE", "/backint/jobs/" + uuid_of(2)).status, 200U);
   for (const char* id : {"100", "200", "300"}) server.root.write(dataset + id + "/pipe_0", "data");
   ASSERT_TRUE(agent.call("job.report", report(10)).ok);
@@ -54,9 +56,10 @@ TEST(Sweeper, Removes_Datasets_That_Nobody_Owns_And_Nothing_Else) {
   server.add_object(uuid_of(1), "ebid-1");
   // A backup that has begun: its record is there, its first object is not yet.
   ASSERT_EQ(server.agent("POST", "/backint/jobs", job_json(uuid_of(2), "", "TN1", 150)).status, 201U);
-  const std::vector<std::string> kept = {dataset + "100/pipe_0", dataset + "150/pipe_0", dataset + "notes/pipe_0",
-                                         std::string("/pool/") + host_b + "/land-1/TN1/200/pipe_0", "/pool/README",
-                                         "/pool/other/land-1/TN1/200/pipe_0"};
+  const std::vector<std::string> kept = {
+      dataset + "100/pipe_0",   dataset + "150/pipe_0",
+      dataset + "notes/pipe_0", std::string("/pool/") + host_b + "/land-1/TN1/200/pipe_0",
+      "/pool/README",           "/pool/other/land-1/TN1/200/pipe_0"};
   for (const std::string& path : kept) server.root.write(path, "data");
   server.root.write(dataset + "200/pipe_0", "data");
   server.root.write(dataset + "200/.pipe_1.part", "data");
@@ -69,8 +72,16 @@ TEST(Sweeper, Sweeps_File_Pools_Of_Its_Own_Host_Only) {
   Memory_Server server;
   Fake_Agent agent(server, server.agent_key, obedient);
   ASSERT_TRUE(agent.hello(host_a).ok);
-  ASSERT_EQ(server.request("POST", "/pools", std::string(R"({"name":"near","url":"file:///near","host_uuid":")") + host_a + "\"}").status, 201U);
-  ASSERT_EQ(server.request("POST", "/pools", std::string(R"({"name":"far","url":"file:///far","host_uuid":")") + host_b + "\"}").status, 201U);
+  ASSERT_EQ(server
+                .request("POST", "/pools",
+                         std::string(R"({"name":"near","url":"file:///near","host_uuid":")") + host_a + "\"}")
+                .status,
+            201U);
+  ASSERT_EQ(
+      server
+          .request("POST", "/pools", std::string(R"({"name":"far","url":"file:///far","host_uuid":")") + host_b + "\"}")
+          .status,
+      201U);
   const std::string below = std::string("/") + host_a + "/land-1/TN1/200/pipe_0";
   server.root.write("/near" + below, "data");
   server.root.write("/far" + below, "data");
