@@ -73,7 +73,8 @@ std::string ending_text(const json_spirit::Object& record) {
       return "The backup was canceled" + cause;
     case Run_Stage::skipped:
       return "Nothing was backed up: the run was skipped" +
-             (cause.empty() ? ", its condition was not met or this host is not the active one" : cause);
+             (cause.empty() ? ", the instance does not run on this host or the condition of the job was not met"
+                            : cause);
     default:
       return "The backup goes on.";
   }

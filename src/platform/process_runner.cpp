@@ -4,6 +4,7 @@
 #include <grp.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -99,6 +100,8 @@ bool prepare(const Process_Spec& spec, Prepared& prepared) {
         ::setuid(prepared.user.uid) != 0)
       fail();
   }
+  // A child does not outlive a parent that was cut off. Set after the change of user, which would clear it.
+  (void)::prctl(PR_SET_PDEATHSIG, SIGTERM);
   if (::chdir(prepared.directory.c_str()) != 0) fail();
   ::execve(prepared.program.c_str(), prepared.argv.data(), prepared.envp.data());
   fail();

@@ -28,5 +28,6 @@ TEST(Job_View, An_Ending_Names_Its_Cause) {
   EXPECT_EQ(ending_text({{"state", 10}, {"message", "Failed to execute backup\n"}}),
             "The backup FAILED: Failed to execute backup");
   EXPECT_EQ(ending_text({{"state", 17}}),
-            "Nothing was backed up: the run was skipped, its condition was not met or this host is not the active one");
+            "Nothing was backed up: the run was skipped, the instance does not run on this host or the condition of "
+            "the job was not met");
 }
