@@ -14,7 +14,6 @@
 #include "job/run_options.h"
 #include "platform/log.h"
 #include "scrt/thread_helper.h"
-#include "scrt/uuid.h"
 
 /// A job that runs one `Executor` on a detached thread of its own. Every request makes an executor of its own, which
 /// does not outlive the request.
@@ -59,6 +58,7 @@ class Default_Job_T : public Job {
   static ACE_THR_FUNC_RETURN run(void* argument);
   static int run_rollback(Job& job);
   static void end_broken_run(Job& job, const char* what);
+  static void log_broken_rollback(const Job& job, const char* what);
 };
 
 template <typename Executor>
@@ -119,7 +119,7 @@ void Default_Job_T<Executor>::end_broken_run(Job& job, const char* what) {
 template <typename Executor>
 int Default_Job_T<Executor>::run_i(const Action_Options* options) {
   set_job_thread();
-  uuid_string_to_binary(definition()->uid().c_str(), activity().uid);
+  note_user(definition()->uid());
   {
     Executor executor(static_cast<Job&>(*this));
     static_cast<void>(executor.execute(options));  // the activity tells the outcome
@@ -170,10 +170,17 @@ int Default_Job_T<Executor>::run_rollback(Job& job) {
   } catch (const abi::__forced_unwind&) {
     throw;
   } catch (const std::exception& error) {
-    D3_EMERGENCY("Unexpected error in %N:%l, the rollback of job %C was left by an exception: %C\n",
-                 job.definition()->id().c_str(), platform::cut_for_log(error.what()).c_str());
+    log_broken_rollback(job, error.what());
+  } catch (...) {
+    log_broken_rollback(job, "an exception of unknown type");
   }
   return 0;
+}
+
+template <typename Executor>
+void Default_Job_T<Executor>::log_broken_rollback(const Job& job, const char* what) {
+  D3_EMERGENCY("Unexpected error in %N:%l, the rollback of job %C was left by an exception: %C\n",
+               job.definition()->id().c_str(), platform::cut_for_log(what).c_str());
 }
 
 template <typename Executor>

@@ -58,13 +58,16 @@ bool Job::refuse(const char* request) const {
 bool Job::begin_start() {
   const std::lock_guard guard(mutex_);
   const Job_State present = state();
-  return !updating_ && Job_Activity::load(activity().enabled) && !is_active(present) &&
-         activity().change_state(present, JOB_STATE_STARTING);
+  if (updating_ || run_under_way_ || !Job_Activity::load(activity().enabled) || is_active(present) ||
+      !activity().change_state(present, JOB_STATE_STARTING))
+    return false;
+  run_under_way_ = true;
+  completed_.reset();
+  return true;
 }
 
 int Job::start(const Action_Options* options) {
   if (!begin_start()) return refuse("start") ? 0 : failed;
-  completed_.reset();
   sync(nullptr);
   if (start_i(options) == 0) return 0;
   D3_ERROR("Failed to start job %C\n", definition()->id().c_str());
@@ -128,7 +131,7 @@ int Job::remove(bool force, const Action_Options* options) {
 bool Job::begin_update() {
   {
     const std::lock_guard guard(mutex_);
-    if (updating_) return false;
+    if (updating_ || run_under_way_) return false;
     updating_ = true;
   }
   // From here on no run can be started, so the answer holds.
@@ -218,6 +221,9 @@ void Job::complete() {
   }
   sync(nullptr);
   thread_log.reset();
+  // Together, so that a run that starts at once is not taken for completed.
+  const std::lock_guard guard(mutex_);
+  run_under_way_ = false;
   completed_.set();
 }
 

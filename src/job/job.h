@@ -92,7 +92,8 @@ class Job : public ACE_Event_Handler {
   /// Publishes the activity: brings it to disk and tells the listener.
   void sync(const Action_Options* options);
   /// Ends the run after the executor returned: CANCELING becomes CANCELED, another unfinished state ERROR; then
-  /// publishes, and frees the calling thread of the job.
+  /// publishes, and frees the calling thread of the job. Only now may the job be started or updated again: the state
+  /// alone tells a finished run while its executor is still at work.
   void complete();
   /// Set when a run has been completed; reset by start.
   [[nodiscard]] platform::Wait_Event& completed() { return completed_; }
@@ -107,6 +108,10 @@ class Job : public ACE_Event_Handler {
 
   static void intrusive_add_ref(Job* job);
   static void intrusive_remove_ref(Job* job);
+
+ protected:
+  /// Notes on whose behalf the job runs, in the activity; what is no uuid leaves it alone.
+  void note_user(const std::string& uid) { record_->uid(uid); }
 
  private:
   [[nodiscard]] bool begin_start();
@@ -124,6 +129,7 @@ class Job : public ACE_Event_Handler {
   Job_Definition_Ptr definition_;
   std::vector<Job_Definition_Ptr> former_definitions_;  ///< executors hold plain references into them
   bool updating_ = false;
+  bool run_under_way_ = false;  ///< from start until complete
 };
 
 using Job_Ptr = ACE_Intrusive_Auto_Ptr<Job>;

@@ -179,17 +179,25 @@ bool Job_Activity_Record::attach() {
   return mapped;
 }
 
+void Job_Activity_Record::uid(const std::string& text) {
+  const std::lock_guard guard(mutex_);
+  uuid_string_to_binary(text.c_str(), activity_->uid);
+}
+
 void Job_Activity_Record::message(std::string_view text) {
-  const std::lock_guard guard(message_mutex_);
+  const std::lock_guard guard(mutex_);
   write_message(activity_, text);
 }
 
 std::string Job_Activity_Record::message() const {
-  const std::lock_guard guard(message_mutex_);
+  const std::lock_guard guard(mutex_);
   return message_area(activity_);
 }
 
-Job_Activity_Snapshot Job_Activity_Record::snapshot() const { return snapshot_of(*activity_, message()); }
+Job_Activity_Snapshot Job_Activity_Record::snapshot() const {
+  const std::lock_guard guard(mutex_);
+  return snapshot_of(*activity_, message_area(activity_));
+}
 
 void Job_Activity_Record::flush() {
   if (attached_ && ::msync(activity_, file_bytes, MS_SYNC) != 0)

@@ -9,7 +9,7 @@
 
 /// Owns the mapping of one activity record. Made in memory, so that a job has its activity from the start; attach puts
 /// a file under it without moving it, so references to the activity stay good for the life of this object.
-/// The operations on the message are safe from any thread; attach is for one thread, before the job is started.
+/// The operations on message, uid and snapshot are safe from any thread; attach is for one thread, before the job is started.
 class Job_Activity_Record {
  public:
   static constexpr std::size_t file_bytes = 4096;
@@ -30,6 +30,8 @@ class Job_Activity_Record {
   [[nodiscard]] bool attach();
   [[nodiscard]] bool attached() const { return attached_; }
 
+  /// Textual uuid of the user; the field stays as it is when `text` is none.
+  void uid(const std::string& text);
   void message(std::string_view text);
   [[nodiscard]] std::string message() const;
   [[nodiscard]] Job_Activity_Snapshot snapshot() const;
@@ -39,7 +41,7 @@ class Job_Activity_Record {
  private:
   Job_Activity* activity_;
   bool attached_ = false;
-  mutable std::mutex message_mutex_;
+  mutable std::mutex mutex_;  ///< guards message and uid, which are no atomics
 };
 
 /// "/var/opt/tarvex/dorsal3/agent/act"

@@ -79,6 +79,34 @@ TEST_F(Default_Job_Test, Run_Copies_The_Users_Id_Into_The_Activity) {
   EXPECT_EQ(uuid_binary_to_string(job.activity().uid), test_jobs::user_uuid);
 }
 
+TEST_F(Default_Job_Test, Run_Leaves_The_Activity_Alone_When_The_Users_Id_Is_None) {
+  definition_->uid("nobody");
+  Plain_Job job(definition_);
+  const std::string before = job.snapshot().uid;
+  job.activity().store_state(JOB_STATE_STARTING);
+  EXPECT_EQ(job.run_i(nullptr), 0);
+  EXPECT_EQ(job.snapshot().uid, before);
+}
+
+TEST_F(Default_Job_Test, Can_Be_Looked_At_While_It_Starts) {
+  const Job_Ptr job(new Plain_Job(definition_));
+  std::atomic<bool> looking = false;
+  std::atomic<bool> enough = false;
+  std::thread reader([&] {
+    do {
+      const std::string uid = job->snapshot().uid;
+      EXPECT_TRUE(uid == test_jobs::user_uuid || uid == "00000000-0000-0000-0000-000000000000") << uid;
+      looking = true;
+    } while (!enough);
+  });
+  while (!looking) std::this_thread::yield();
+  EXPECT_EQ(job->start(nullptr), 0);
+  wait_for_threads();
+  enough = true;
+  reader.join();
+  EXPECT_EQ(job->snapshot().uid, test_jobs::user_uuid);
+}
+
 TEST_F(Default_Job_Test, Run_Is_0_Whatever_The_Executor_Says) {
   Plain_Job job(definition_);
   behaviour().work = [](Job&, const Action_Options*) { return false; };
@@ -307,6 +335,10 @@ TEST_F(Default_Job_Test, Exception_Of_A_Rollback_Is_Caught) {
   EXPECT_EQ(job->rollback_i(), 0);
   wait_for_threads();
   EXPECT_EQ(log_.claim_containing("the rollback of job "), 1U);
+  behaviour().rollback = [](Job&) { throw 42; };
+  EXPECT_EQ(job->rollback_i(), 0);
+  wait_for_threads();
+  EXPECT_EQ(log_.claim_containing(" was left by an exception: an exception of unknown type\n"), 1U);
 }
 
 TEST_F(Default_Job_Test, Controllable_Job_Only_Records_Requests) {

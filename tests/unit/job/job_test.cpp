@@ -148,6 +148,7 @@ TEST_F(Job_Test, Starts_From_Every_State_In_Which_No_Run_Is_Active) {
     put_in(state);
     EXPECT_EQ(job_.start(nullptr), 0) << job_state_to_string(state);
     EXPECT_EQ(job_.state(), JOB_STATE_STARTING);
+    job_.complete();
   }
   EXPECT_EQ(job_.calls, Calls(8, "start"));
 }
@@ -165,6 +166,24 @@ TEST_F(Job_Test, Does_Not_Start_Twice) {
     EXPECT_EQ(job_.state(), state);
     expect_refused("start");
   }
+}
+
+TEST_F(Job_Test, Waits_For_The_End_Of_A_Run_And_Not_For_Its_State) {
+  ASSERT_EQ(job_.start(nullptr), 0);
+  put_in(JOB_STATE_COMPLETED);  // reported, while the executor is still there
+  job_.calls.clear();
+  EXPECT_EQ(job_.start(nullptr), -1);
+  expect_refused("start");
+  EXPECT_EQ(job_.update(test_jobs::make_definition()), -1);
+  expect_refused("update");
+  EXPECT_FALSE(job_.completed().is_set());
+
+  job_.complete();
+  EXPECT_EQ(job_.state(), JOB_STATE_COMPLETED) << "the end of the one run does not touch the state of the next";
+  EXPECT_TRUE(job_.completed().is_set());
+  EXPECT_EQ(job_.update(test_jobs::make_definition()), 0);
+  EXPECT_EQ(job_.start(nullptr), 0);
+  EXPECT_FALSE(job_.completed().is_set());
 }
 
 TEST_F(Job_Test, Does_Not_Start_While_Disabled) {
