@@ -1,5 +1,29 @@
 #include "scrt/thread_helper.h"
 
+#include <cxxabi.h>
+
+#include <exception>
+
+#include "platform/log.h"
+
+namespace {
+
+/// An exception that left the thread would end the whole process.
+void call_guarded(const std::function<void()>& function) {
+  try {
+    function();
+  } catch (const abi::__forced_unwind&) {
+    throw;
+  } catch (const std::exception& error) {
+    D3_EMERGENCY("Unexpected error in %N:%l, a thread was left by an exception: %C\n",
+                 platform::cut_for_log(error.what()).c_str());
+  } catch (...) {
+    D3_EMERGENCY("Unexpected error in %N:%l, a thread was left by an exception of unknown type\n");
+  }
+}
+
+}  // namespace
+
 Thread_Helper::Thread_Helper(int flags, int priority)
     : _tid(ACE_OS::NULL_thread), _flag(flags), _priority(priority), finished_(new platform::Wait_Event) {}
 
@@ -38,7 +62,7 @@ ACE_THR_FUNC_RETURN Thread_Helper::ACE_Thread_Func(void* argument) {
   std::atomic<bool>* const running = (self->_flag & THR_DETACHED) != 0 ? nullptr : self->_running.get();
   platform::Wait_Event* const finished = running == nullptr ? nullptr : self->finished_.get();
   self->_started->signal();
-  function();
+  call_guarded(function);
   if (running != nullptr) {
     running->store(false);
     finished->set();

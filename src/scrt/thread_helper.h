@@ -12,7 +12,8 @@
 #include "platform/clock.h"
 
 /// Runs one bound call on a thread of its own, once. Made, spawned and joined by one thread; running() and finished()
-/// may be asked from any.
+/// may be asked from any. An exception of the call ends the thread with an emergency line: a call that has a result
+/// must begin with that of a failure.
 ///
 /// With THR_DETACHED in the flags the thread is not kept: exists() and running() stay false, and the destructor does
 /// not wait; whoever spawns such a thread must keep alive what the call uses.

@@ -2,7 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <semaphore>
+#include <stdexcept>
+
+#include "support/log_capture.h"
 
 namespace {
 
@@ -32,6 +36,34 @@ TEST(Thread_Helper, A_Second_Spawn_Is_Refused_While_The_Thread_Exists) {
   EXPECT_EQ(helper.spawn([] {}), -1);
   helper.join();
   EXPECT_GE(helper.spawn([] {}), 0) << "after the join there is room again";
+}
+
+TEST(Thread_Helper, Copies_Arguments_Unless_A_Reference_Is_Bound) {
+  const auto fail = [](bool& ok) { ok = false; };
+  bool copied = true;
+  bool bound = true;
+  Thread_Helper first(joinable, ACE_DEFAULT_THREAD_PRIORITY);
+  Thread_Helper second(joinable, ACE_DEFAULT_THREAD_PRIORITY);
+  ASSERT_GE(first.spawn(fail, copied), 0);
+  ASSERT_GE(second.spawn(fail, std::ref(bound)), 0);
+  first.join();
+  second.join();
+  EXPECT_TRUE(copied);
+  EXPECT_FALSE(bound);
+}
+
+TEST(Thread_Helper, An_Exception_Ends_The_Thread_And_Not_The_Process) {
+  support::Log_Capture log;
+  Thread_Helper helper(joinable, ACE_DEFAULT_THREAD_PRIORITY);
+  ASSERT_GE(helper.spawn([] { throw std::runtime_error("no memory"); }), 0);
+  EXPECT_TRUE(helper.finished().wait_real(std::chrono::seconds(30)));
+  EXPECT_FALSE(helper.running());
+  helper.join();
+  EXPECT_EQ(log.claim_containing(", a thread was left by an exception: no memory\n"), 1U) << log.dump();
+  EXPECT_EQ(log.lines().back().priority, LM_EMERGENCY);
+  ASSERT_GE(helper.spawn([] { throw 42; }), 0);
+  helper.join();
+  EXPECT_EQ(log.claim_containing(", a thread was left by an exception of unknown type\n"), 1U) << log.dump();
 }
 
 TEST(Thread_Helper, Calls_The_Hook_Before_The_Bound_Call) {
