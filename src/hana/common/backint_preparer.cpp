@@ -22,12 +22,12 @@ bool Backint_Preparer::prepare() {
     return false;
   }
   if (!platform::is_regular_file(source_.c_str())) {
-    D3_ERROR("Source file %C does not exist\n", source_.c_str());
+    D3_ERROR("Source file %s does not exist\n", source_.c_str());
     return false;
   }
   if (platform::is_symbolic_link(target_.c_str())) return check_link();
   if (errno == ENOENT) return make_link();
-  D3_ERROR("Target file %C is exist\n", target_.c_str());
+  D3_ERROR("Target file %s is exist\n", target_.c_str());
   return false;
 }
 
@@ -36,7 +36,7 @@ bool Backint_Preparer::check_link() const {
   const ssize_t length = platform::read_link(target_.c_str(), buffer, sizeof buffer - 1);
   const std::string text(buffer, length > 0 ? static_cast<std::size_t>(length) : 0);
   if (length >= 0 && text == source_) return true;
-  D3_ERROR("Symbolic link backint '%C' is exists, linking to %C\n", target_.c_str(),
+  D3_ERROR("Symbolic link backint '%s' is exists, linking to %s\n", target_.c_str(),
            platform::cut_for_log(text).c_str());
   return false;
 }

@@ -17,7 +17,7 @@ constexpr int no_time_limit = -1;
 using json_spirit::object_require;
 
 void log_extraction_error(const json_spirit::Error& error) {
-  D3_ERROR("Failed to get HANA resource base info, %C\n", platform::cut_for_log(error.what()).c_str());
+  D3_ERROR("Failed to get HANA resource base info, %s\n", platform::cut_for_log(error.what()).c_str());
 }
 
 /// Fills one record key by key: what was read before a missing key stays.

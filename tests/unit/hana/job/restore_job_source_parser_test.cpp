@@ -71,7 +71,7 @@ TEST_F(Restore_Job_Source_Parser_Test, Reads_Entries) {
                  {"original": {"database": "B", "sid": "S"}, "restore_as": {"timepoint": "t2"}},
                  {"catalog_uuid": "c", "original": {"database": "C", "sid": "S"}, "restore_as": {"timepoint": ""}})"),
        {"|A|S|A|t1|l1", "|B|S|B|t2|l1", "c|C|S|C||l1"}},
-      {"an entry without an original takes its sid from the one before, its database not",
+      {"each entry has a set, an origin and a name of its own",
        around(R"({"catalog_uuid": "c", "original": {"database": "A", "sid": "S"}},
                  {"catalog_uuid": "d", "restore_as": {"database": "Z"}, "original": {"database": "B", "sid": "S"}})"),
        {"c|A|S|A||", "d|B|S|Z||"}},
