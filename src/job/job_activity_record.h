@@ -9,7 +9,8 @@
 
 /// Owns the mapping of one activity record. Made in memory, so that a job has its activity from the start; attach puts
 /// a file under it without moving it, so references to the activity stay good for the life of this object.
-/// The operations on message, uid and snapshot are safe from any thread; attach is for one thread, before the job is started.
+/// The operations on message, uid and snapshot are safe from any thread; attach is for one thread, before the job is
+/// started.
 class Job_Activity_Record {
  public:
   static constexpr std::size_t file_bytes = 4096;

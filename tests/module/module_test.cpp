@@ -1,5 +1,6 @@
 // Drives the built module through its exported names alone.
 
+#include <ace/Thread_Manager.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -22,6 +23,7 @@
 #include "loaded_module.h"
 #include "platform/process_runner.h"
 #include "support/log_capture.h"
+#include "support/temp_root.h"
 
 namespace {
 
@@ -377,6 +379,31 @@ TEST_F(Module_Test, Is_Really_Unloaded) {
   EXPECT_FALSE(is_mapped());
   one_round();
   EXPECT_FALSE(is_mapped()) << "also after its objects were used";
+}
+
+TEST_F(Module_Test, Is_Really_Unloaded_After_A_Run) {
+  const support::Temp_Root root;
+  {
+    const Loaded_Module module;
+    Gobble gobble = nullptr;
+    Job_Creator* const creator =
+        module.find<module_factories::Make_Job_Creator>(module_factories::hana_job_creator)(&gobble);
+    {
+      const Job_Definition_Ptr definition(new Job_Definition);
+      definition->type(JOB_DEFINITION_BACKUP);
+      definition->subtype(JOB_DEFINITION_SUBTYPE_FULL);
+      definition->source.reset(new Default_Backup_Job_Source);
+      const Job_Ptr job = creator->create(definition);
+      ASSERT_NE(job.get(), nullptr);
+      EXPECT_EQ(job->start(nullptr), 0);
+      ACE_Thread_Manager::instance()->wait();
+      EXPECT_EQ(job->state(), JOB_STATE_SKIPPED) << "there is no server to ask for the resource";
+    }
+    gobble(creator);
+  }
+  EXPECT_FALSE(is_mapped()) << "a thread has left nothing of the module behind";
+  EXPECT_TRUE(log_.claim("Failed to get resource info to check if the node is active\n")) << log_.dump();
+  log_.claim_all();
 }
 
 TEST_F(Module_Test, Ten_Thousand_Rounds_Grow_Nothing) {

@@ -19,7 +19,13 @@ TEST(Thread_Helper, Runs_The_Bound_Call_Once_And_Tells_That_It_Runs) {
   Thread_Helper helper(joinable, ACE_DEFAULT_THREAD_PRIORITY);
   EXPECT_FALSE(helper.exists());
   EXPECT_FALSE(helper.running());
-  ASSERT_GE(helper.spawn([&go, &calls](int step) { go.acquire(); calls += step; }, 3), 0);
+  ASSERT_GE(helper.spawn(
+                [&go, &calls](int step) {
+                  go.acquire();
+                  calls += step;
+                },
+                3),
+            0);
   EXPECT_TRUE(helper.exists());
   EXPECT_TRUE(helper.running()) << "spawn returns only when the thread has started";
   go.release();
@@ -85,7 +91,11 @@ TEST(Thread_Helper, A_Detached_Thread_Is_Not_Kept) {
   std::binary_semaphore done(0);
   {
     Thread_Helper helper(detached, ACE_DEFAULT_THREAD_PRIORITY);
-    ASSERT_GE(helper.spawn([&go, &done] { go.acquire(); done.release(); }), 0);
+    ASSERT_GE(helper.spawn([&go, &done] {
+      go.acquire();
+      done.release();
+    }),
+              0);
     EXPECT_FALSE(helper.exists());
     EXPECT_FALSE(helper.running());
   }
