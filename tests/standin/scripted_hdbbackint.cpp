@@ -11,6 +11,15 @@
 
 namespace fs = std::filesystem;
 
+namespace {
+
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+  for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) text.replace(at, from.size(), to);
+  return text;
+}
+
+}  // namespace
+
 int main(int count, char** values) {
   const std::string self = fs::read_symlink("/proc/self/exe");
   const std::string root = self.substr(0, self.rfind("/opt/tarvex/"));
@@ -35,7 +44,8 @@ int main(int count, char** values) {
   for (std::string line; std::getline(input, line);) {
     calls << line << '\n';
     if (!line.starts_with("#PIPE \"")) continue;
-    const std::string name = line.substr(7, line.rfind('"') - 7);
+    const std::string quoted = line.substr(7, line.rfind('"') - 7);
+    const std::string name = replaced(quoted, "\\\"", "\"");
     const std::string id = "id-" + std::to_string(::getpid()) + "-" + std::to_string(++number);
     std::ifstream pipe(root + name, std::ios::binary);
     std::ofstream copy(root + "/pool/" + id, std::ios::binary);
@@ -46,7 +56,7 @@ int main(int count, char** values) {
       size += static_cast<std::uint64_t>(pipe.gcount());
     }
     if (script == "wrong-size") ++size;
-    if (script != "silent") answers << "#SAVED \"" << id << "\" \"" << name << "\" \"" << size << "\"\n";
+    if (script != "silent") answers << "#SAVED \"" << id << "\" \"" << quoted << "\" \"" << size << "\"\n";
   }
   return 0;
 }

@@ -1,80 +1,12 @@
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
 #include <thread>
-#include <vector>
+
+#include "standin/installed_hana.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string text_of(const fs::path& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
-
-struct Output {
-  int code = -1;
-  std::string out, err;
-};
-
-/// Runs a program with files in place of its standard streams.
-Output run(const fs::path& folder, std::vector<std::string> words, const std::string& input = {}) {
-  static int number = 0;
-  const fs::path base = folder / ("run" + std::to_string(++number) + "-" + std::to_string(::getpid()));
-  const std::string in = base.string() + ".in", out = base.string() + ".out", err = base.string() + ".err";
-  std::ofstream(in) << input;
-  const pid_t child = ::fork();
-  if (child == 0) {
-    if (std::freopen(in.c_str(), "r", stdin) == nullptr || std::freopen(out.c_str(), "w", stdout) == nullptr ||
-        std::freopen(err.c_str(), "w", stderr) == nullptr)
-      ::_exit(126);
-    std::vector<char*> argv;
-    for (std::string& word : words) argv.push_back(word.data());
-    argv.push_back(nullptr);
-    ::execv(argv[0], argv.data());
-    ::_exit(127);
-  }
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), text_of(out), text_of(err)};
-}
-
-class Stand_In : public ::testing::Test {
- protected:
-  void SetUp() override {
-    std::string name = (fs::temp_directory_path() / "standin.XXXXXX").string();
-    ASSERT_NE(::mkdtemp(name.data()), nullptr);
-    root_ = name;
-    fs::create_directories(root_ / "opt/tarvex/dorsal3/bin");
-    fs::copy_file(STANDIN_BACKINT, root_ / "opt/tarvex/dorsal3/bin/hdbbackint");
-  }
-  void TearDown() override {
-    if (fs::exists(instance() / "HDB")) run(root_, {instance() / "HDB", "stop"});
-    fs::remove_all(root_);
-  }
-  void install(const std::vector<std::string>& more = {"--tenant", "TN1", "--services", "indexserver,xsengine"}) {
-    std::vector<std::string> words{STANDIN_TOOLS "/standin-hana-install", "--root", root_, "--sid", "HDB", "--nr", "00"};
-    words.insert(words.end(), more.begin(), more.end());
-    ASSERT_EQ(run(root_, words).code, 0);
-    fs::create_symlink("/opt/tarvex/dorsal3/bin/hdbbackint", root_ / "usr/sap/HDB/SYS/global/hdb/opt/hdbbackint");
-    ASSERT_EQ(run(root_, {instance() / "HDB", "start"}).code, 0);
-  }
-  [[nodiscard]] fs::path instance() const { return root_ / "usr/sap/HDB/HDB00"; }
-  Output sql(const std::string& statement, const std::string& database = "SYSTEMDB", const std::string& password = "manager") {
-    return run(root_, {instance() / "exe/hdbsql", "-x", "-quiet"},
-               "\\c -i 00 -d " + database + " -u SYSTEM -p " + password + "\n" + statement + "\n\\q\n");
-  }
-  void fault(const std::string& line) { std::ofstream(instance() / "standin/faults.conf", std::ios::app) << line << "\n"; }
-  fs::path root_;
-};
+using namespace standin_test;
+using Stand_In = Installed_HANA;
 
 TEST_F(Stand_In, Prints_Header_Quotes_And_Null) {
   install();
@@ -101,14 +33,14 @@ TEST_F(Stand_In, Ends_With_The_Low_Byte_Of_The_Error) {
 TEST_F(Stand_In, Tells_Its_State_By_Exit_Code) {
   install();
   const std::vector<std::string> list{instance() / "exe/sapcontrol", "-nr", "00", "-function", "GetProcessList"};
-  EXPECT_EQ(run(root_, list).code, 3);
+  EXPECT_EQ(run(list).code, 3);
   fault("stop_ms = 1000");
-  EXPECT_EQ(run(root_, {instance() / "exe/sapcontrol", "-nr", "00", "-function", "Stop"}).code, 0);
-  const Output stopping = run(root_, list);
+  EXPECT_EQ(run({instance() / "exe/sapcontrol", "-nr", "00", "-function", "Stop"}).code, 0);
+  const Output stopping = run(list);
   EXPECT_EQ(stopping.code, 0);
   EXPECT_NE(stopping.out.find("YELLOW, Stopping"), std::string::npos);
-  EXPECT_EQ(run(root_, {instance() / "exe/sapcontrol", "-nr", "00", "-function", "WaitforStopped", "20", "1"}).code, 0);
-  EXPECT_EQ(run(root_, list).code, 4);
+  EXPECT_EQ(run({instance() / "exe/sapcontrol", "-nr", "00", "-function", "WaitforStopped", "20", "1"}).code, 0);
+  EXPECT_EQ(run(list).code, 4);
   EXPECT_EQ(sql("\\s").code, -10709 & 0xff);
 }
 
@@ -136,14 +68,14 @@ TEST_F(Stand_In, Backs_Up_A_Chain_Over_Pipes_With_Checksums) {
 
 TEST_F(Stand_In, Fails_A_Backup_When_Backint_Does) {
   install();
-  std::ofstream(root_ / "backint.script") << "exit 1\n";
+  script("exit 1");
   const Output got = sql("BACKUP DATA FOR TN1 USING BACKINT ('x')");
   EXPECT_EQ(got.code, 447 & 0xff);
   EXPECT_NE(got.err.find("[110507] Backint exited with exit code 1 instead of 0. console output: the pool is full"),
             std::string::npos) << got.err;
-  std::ofstream(root_ / "backint.script") << "wrong-size\n";
+  script("wrong-size");
   EXPECT_NE(sql("BACKUP DATA FOR TN1 USING BACKINT ('x')").err.find("[110203]"), std::string::npos);
-  fs::remove(root_ / "usr/sap/HDB/SYS/global/hdb/opt/hdbbackint");
+  fs::remove(backint_link());
   EXPECT_NE(sql("BACKUP DATA FOR TN1 USING BACKINT ('x')").err.find("No such file or directory (2)"), std::string::npos);
 }
 
@@ -152,12 +84,7 @@ TEST_F(Stand_In, Cancels_A_Running_Backup_While_Others_Ask) {
   fault("stream_bytes_per_second = 65536");
   Output backup;
   std::thread worker([&] { backup = sql("BACKUP DATA FOR TN1 USING BACKINT ('x')"); });
-  std::string id;
-  for (int i = 0; i < 200 && id.empty(); ++i) {
-    const std::string out = sql("select BACKUP_ID from SYS_DATABASES.M_BACKUP_CATALOG where SYS_END_TIME is null").out;
-    id = out.substr(std::string("BACKUP_ID\n").size());
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
+  const std::string id = running_backup();
   const Output canceled = sql("BACKUP CANCEL FOR TN1 " + id);
   worker.join();
   EXPECT_EQ(canceled.code, 0) << canceled.err;
@@ -179,7 +106,7 @@ TEST_F(Stand_In, Stops_And_Starts_A_Tenant) {
 TEST_F(Stand_In, Has_No_Tenant_Views_In_A_Single_Container) {
   install({"--single-container", "--version", "1.00.62.380697"});
   const auto ask = [&](const std::string& text) {
-    return run(root_, {instance() / "exe/hdbsql", "-xaj", "-i00", "-u", "system", "-pmanager", text});
+    return run({instance() / "exe/hdbsql", "-xaj", "-i00", "-u", "system", "-pmanager", text});
   };
   EXPECT_EQ(ask("select * from SYS_DATABASES.M_BACKUP_CATALOG").code, 362 & 0xff);
   EXPECT_EQ(ask("select * from SYS.M_BACKUP_PROGRESS").code, 259 & 0xff);

@@ -50,7 +50,14 @@ std::vector<std::string> words_of(std::string_view line) {
   return words;
 }
 
-/// Follows symbolic links with the root before absolute targets.
+/// True for the file system's own path of something below the root, which may be written by another name of the root.
+bool is_below_root(const Layout& layout, const std::filesystem::path& path) {
+  std::error_code error;
+  const std::filesystem::path folder = std::filesystem::weakly_canonical(path.parent_path(), error);
+  return path.string().starts_with(layout.root + "/") || (folder.string() + "/").starts_with(layout.root + "/");
+}
+
+/// Follows symbolic links; documented targets are looked up below the root.
 std::string resolve(const Layout& layout, const std::string& documented) {
   constexpr int most_links = 16;
   std::string path = layout.real(documented);
@@ -58,11 +65,10 @@ std::string resolve(const Layout& layout, const std::string& documented) {
     std::error_code error;
     const std::filesystem::path target = std::filesystem::read_symlink(path, error);
     if (error) break;
-    // A target that names the root already is the file system's own path.
-    const bool below_root = target.string().starts_with(layout.root + "/");
-    path = !target.is_absolute() ? (std::filesystem::path(path).parent_path() / target).string()
-           : below_root          ? target.string()
-                                 : layout.real(target.string());
+    if (!target.is_absolute())
+      path = (std::filesystem::path(path).parent_path() / target).string();
+    else
+      path = is_below_root(layout, target) ? target.string() : layout.real(target.string());
   }
   return path;
 }

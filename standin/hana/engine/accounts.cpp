@@ -52,7 +52,8 @@ bool Accounts::set(const std::string& database, const std::string& user, std::st
 
 bool Accounts::set_locked(const std::string& database, const std::string& user, bool locked) {
   Statement row = state_.sqlite().prepare("UPDATE users SET locked=?, failures=0 WHERE db=? AND name=?");
-  return row.bind(1, locked ? 1 : 0).bind(2, database).bind(3, user).run();
+  return row.bind(1, locked ? 1 : 0).bind(2, database).bind(3, user).run() &&
+         sqlite3_changes(state_.sqlite().raw()) == 1;
 }
 
 std::optional<Sql_Error> Accounts::logon(const std::string& database, const std::string& user,

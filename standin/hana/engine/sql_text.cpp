@@ -60,9 +60,12 @@ std::vector<Token> tokenize(std::string_view sql) {
 std::string upper_outside_quotes(std::string_view sql) {
   std::string text(sql);
   char open = '\0';
-  for (char& c : text) {
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    char& c = text[at];
     if (open != '\0') {
       if (c == open) open = '\0';
+    } else if (text.compare(at, 2, "--") == 0) {
+      open = '\n';
     } else if (c == '\'' || c == '"') {
       open = c;
     } else if (c >= 'a' && c <= 'z') {

@@ -53,6 +53,9 @@ bool Sqlite::open(const std::string& path) {
   handle_.reset(handle);
   if (result != SQLITE_OK) return false;
   sqlite3_busy_timeout(handle, busy_milliseconds);
+  // A name in double quotes that nothing has is an error, not a text.
+  sqlite3_db_config(handle, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
+  sqlite3_db_config(handle, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
   return true;
 }
 

@@ -24,7 +24,9 @@ CREATE TABLE IF NOT EXISTS catalog_files(db TEXT, entry_id INTEGER, backup_id IN
 CREATE INDEX IF NOT EXISTS files_by_database ON catalog_files(db, backup_id);
 CREATE TABLE IF NOT EXISTS pages(db TEXT, page INTEGER, hash BLOB, savepoint INTEGER, PRIMARY KEY(db, page))
   WITHOUT ROWID;
-CREATE TABLE IF NOT EXISTS savepoints(db TEXT, id INTEGER, ms INTEGER, redo INTEGER, PRIMARY KEY(db, id)) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS ballast_changes(id INTEGER PRIMARY KEY, db TEXT, service TEXT, first INTEGER, pages INTEGER);
+CREATE TABLE IF NOT EXISTS savepoints(db TEXT, id INTEGER, ms INTEGER, redo INTEGER, ballast INTEGER,
+  PRIMARY KEY(db, id)) WITHOUT ROWID;
 CREATE TABLE IF NOT EXISTS redo(db TEXT, position INTEGER, commit_ms INTEGER, statement TEXT, PRIMARY KEY(db, position))
   WITHOUT ROWID;
 )";
@@ -103,7 +105,7 @@ bool System_State::add_database(const std::string& name, const std::vector<std::
 
 bool System_State::set_status(const std::string& name, const std::string& status) {
   Statement update = sqlite_.prepare("UPDATE databases SET status=? WHERE name=?");
-  return update.bind(1, status).bind(2, name).run() && write_database_list();
+  return update.bind(1, status).bind(2, name).run() && sqlite3_changes(sqlite_.raw()) == 1 && write_database_list();
 }
 
 bool System_State::write_database_list() {

@@ -1,6 +1,8 @@
 #include "engine/tables.h"
 
+#include <algorithm>
 #include <cctype>
+#include <iterator>
 
 #include "base/clock.h"
 #include "base/text.h"
@@ -90,6 +92,11 @@ Sql_Error translate(Sqlite& sqlite, const std::string& sql) {
 
 std::string hexadecimal(const std::string& data) { return "0x" + upper(hex(data.data(), data.size())); }
 
+void add_functions(Sqlite& sqlite) {
+  for (const char* name : {"TO_VARCHAR", "TO_NVARCHAR"})
+    sqlite3_create_function(sqlite.raw(), name, -1, SQLITE_UTF8, nullptr, to_varchar, nullptr, nullptr);
+}
+
 std::optional<Sql_Error> collect(Sqlite& sqlite, Statement& statement, const std::string& sql, Result& result) {
   const int columns = sqlite3_column_count(statement.raw());
   result.has_rows = columns != 0;
@@ -111,9 +118,40 @@ std::optional<Sql_Error> collect(Sqlite& sqlite, Statement& statement, const std
   return std::nullopt;
 }
 
+/// Words of the engine's that HANA reserves too; its other ones are names like any.
+bool is_reserved(std::string_view word) {
+  constexpr std::string_view words[] = {
+      "ALL",  "ALTER", "AS",    "BEFORE", "BEGIN", "CASE",    "CROSS", "CURRENT_DATE", "CURRENT_TIME", "CURRENT_TIMESTAMP",
+      "DISTINCT", "ELSE", "END", "EXCEPT", "FOR",  "FROM",    "FULL",  "GROUP",        "HAVING",       "IF",
+      "IN",   "INNER", "INTERSECT", "INTO", "IS",  "JOIN",    "LEFT",  "LIMIT",        "NATURAL",      "NULL",
+      "ON",   "ORDER", "RIGHT", "SELECT", "SET",   "UNION",   "USING", "VALUES",       "WHEN",         "WHERE", "WITH"};
+  return std::find(std::begin(words), std::end(words), word) != std::end(words);
+}
+
+/// The statement with quotes around words that stand where a table's or a column's name must, and mean something else to
+/// the engine only.
+std::string with_plain_names(const std::string& sql) {
+  std::string text;
+  std::size_t copied = 0;
+  Token before;
+  for (const Token& token : tokenize(sql)) {
+    bool name_wanted = before.kind == Token::symbol && before.value == ".";
+    for (const std::string_view word : {"FROM", "JOIN", "INTO", "UPDATE", "TABLE"})
+      name_wanted = name_wanted || (before.kind == Token::word && before.value == word);
+    const int size = static_cast<int>(token.value.size());
+    if (name_wanted && token.kind == Token::word && sqlite3_keyword_check(token.value.c_str(), size) != 0 &&
+        !is_reserved(token.value)) {
+      text += sql.substr(copied, token.at - copied) + "\"" + token.value + "\"";
+      copied = token.at + token.value.size();
+    }
+    before = token;
+  }
+  return text + sql.substr(copied);
+}
+
 /// HANA's UPSERT, in the words of the engine.
 std::string engine_words(const std::string& sql) {
-  const std::string text = upper_outside_quotes(sql);
+  const std::string text = with_plain_names(upper_outside_quotes(sql));
   const std::string_view body = trim(text);
   if (!body.starts_with("UPSERT ")) return text;
   std::string rest(body.substr(std::string_view("UPSERT ").size()));
@@ -132,19 +170,20 @@ std::string without_end(const std::string& sql) {
 
 std::optional<Sql_Error> run_select(const std::string& tables_file, const std::string& given,
                                     const std::function<bool(Sqlite&)>& attach, Result& result) {
-  const std::string sql = upper_outside_quotes(without_end(given));
+  const std::string sql = engine_words(without_end(given));
   Sqlite sqlite;
   if (!sqlite.open(tables_file) || !sqlite.execute(create_kv) || !attach(sqlite))
     return Sql_Error{2, "general error: " + sqlite.error()};
-  sqlite3_create_function(sqlite.raw(), "TO_VARCHAR", -1, SQLITE_UTF8, nullptr, to_varchar, nullptr, nullptr);
-  sqlite3_create_function(sqlite.raw(), "TO_NVARCHAR", -1, SQLITE_UTF8, nullptr, to_varchar, nullptr, nullptr);
+  add_functions(sqlite);
   Statement statement = sqlite.prepare(sql);
   if (statement.raw() == nullptr) return translate(sqlite, sql);
   return collect(sqlite, statement, sql, result);
 }
 
 bool Table_Session::open() {
-  if (!opened_) opened_ = sqlite_.open(state_.tables_file(database_)) && sqlite_.execute(create_kv);
+  if (opened_) return true;
+  opened_ = sqlite_.open(state_.tables_file(database_)) && sqlite_.execute(create_kv);
+  add_functions(sqlite_);
   return opened_;
 }
 
@@ -171,7 +210,7 @@ std::optional<Sql_Error> Table_Session::change(const std::string& given, bool au
 }
 
 std::optional<Sql_Error> Table_Session::select(const std::string& given, Result& result) {
-  const std::string sql = upper_outside_quotes(without_end(given));
+  const std::string sql = engine_words(without_end(given));
   if (!open()) return Sql_Error{2, "general error: " + sqlite_.error()};
   Statement statement = sqlite_.prepare(sql);
   if (statement.raw() == nullptr) return translate(sqlite_, sql);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 
 namespace standin {
 
@@ -22,25 +23,25 @@ bool copy_tables(const std::string& tables, const std::string& path) {
   if (!from.open(tables) || !to.open(path)) return false;
   sqlite3_backup* const copy = sqlite3_backup_init(to.raw(), "main", from.raw(), "main");
   if (copy == nullptr) return false;
+  if (copy == nullptr) return false;
   sqlite3_backup_step(copy, -1);
   return sqlite3_backup_finish(copy) == SQLITE_OK;
 }
 
-/// Tables and log are held together, tables first as a commit does, so that the position fits the pages.
+/// The log is held meanwhile: a commit needs it before it writes its pages, so the position fits them, and transactions
+/// that are open do not keep a backup waiting.
 bool copy_with_position(System_State& state, const std::string& database, Savepoint& savepoint) {
   Sqlite tables;
   if (!tables.open(state.tables_file(database))) return false;
   if (!tables.execute("CREATE TABLE IF NOT EXISTS KV(K TEXT PRIMARY KEY, V TEXT)")) return false;
-  if (!tables.execute("BEGIN IMMEDIATE")) return false;
-  bool good = state.sqlite().execute("BEGIN IMMEDIATE");
-  if (good) {
+  if (!state.sqlite().execute("BEGIN IMMEDIATE")) return false;
+  {
     Statement top = state.sqlite().prepare("SELECT coalesce(max(position),0) FROM redo WHERE db=?");
     if (top.bind(1, database).step()) savepoint.redo = top.number(0);
   }
-  if (good) state.sqlite().execute("COMMIT");
-  good = good && copy_tables(state.tables_file(database), savepoint.snapshot);
-  tables.execute("ROLLBACK");
-  return good;
+  savepoint.ballast_until = newest_ballast_change(state, database);
+  const bool good = copy_tables(state.tables_file(database), savepoint.snapshot);
+  return state.sqlite().execute("COMMIT") && good;
 }
 
 bool note_changes(System_State& state, const std::string& database, const Savepoint& savepoint) {
@@ -63,8 +64,9 @@ bool note_changes(System_State& state, const std::string& database, const Savepo
   sqlite3_reset(known.raw());
   Statement shorter = state.sqlite().prepare("DELETE FROM pages WHERE db=? AND page>=?");
   good = good && shorter.bind(1, database).bind(2, number).run();
-  Statement row = state.sqlite().prepare("INSERT OR REPLACE INTO savepoints VALUES(?,?,?,?)");
-  good = good && row.bind(1, database).bind(2, savepoint.id).bind(3, savepoint.id).bind(4, savepoint.redo).run();
+  Statement row = state.sqlite().prepare("INSERT OR REPLACE INTO savepoints VALUES(?,?,?,?,?)");
+  row.bind(1, database).bind(2, savepoint.id).bind(3, savepoint.id).bind(4, savepoint.redo);
+  good = good && row.bind(5, savepoint.ballast_until).run();
   return state.sqlite().execute(good ? "COMMIT" : "ROLLBACK") && good;
 }
 
@@ -76,13 +78,15 @@ std::uint64_t next_noise(std::uint64_t& state) {
 }
 
 /// Half text, half noise: compresses to a little more than a half.
-void fill_ballast(std::uint64_t seed, std::uint64_t page, char* buffer) {
+void fill_ballast(std::uint64_t seed, std::uint64_t page, std::uint64_t version, char* buffer) {
   static constexpr char line[] = "region=EMEA;status=released;currency=EUR;plant=1000;unit=PC;flag=0;text=standard item;";
-  std::uint64_t state = (seed + 1) * 0x9e3779b97f4a7c15ULL ^ (page + 1) * 0xbf58476d1ce4e5b9ULL;
+  std::uint64_t state = (seed + 1) * 0x9e3779b97f4a7c15ULL ^ (page + 1) * 0xbf58476d1ce4e5b9ULL ^
+                        version * 0x94d049bb133111ebULL;
   if (state == 0) state = 1;
   for (std::size_t at = 0; at < noise_bytes; at += sizeof line - 1)
     std::memcpy(buffer + at, line, std::min(sizeof line - 1, noise_bytes - at));
   std::memcpy(buffer, &page, sizeof page);
+  std::memcpy(buffer + sizeof page, &version, sizeof version);
   for (std::size_t at = noise_bytes; at < page_bytes; at += sizeof state) {
     const std::uint64_t noise = next_noise(state);
     std::memcpy(buffer + at, &noise, sizeof noise);
@@ -103,20 +107,42 @@ std::optional<Savepoint> take_savepoint(System_State& state, const std::string& 
   Statement rows = state.sqlite().prepare("SELECT page FROM pages WHERE db=? AND savepoint>? ORDER BY page");
   rows.bind(1, database).bind(2, base);
   while (rows.step()) savepoint.changed.push_back(static_cast<std::uint64_t>(rows.number(0)));
+  Statement older = state.sqlite().prepare("SELECT ballast FROM savepoints WHERE db=? AND id=?");
+  if (older.bind(1, database).bind(2, base).step()) savepoint.ballast_since = older.number(0);
   return savepoint;
 }
 
 void drop_savepoint_file(const Savepoint& savepoint) { ::unlink(savepoint.snapshot.c_str()); }
 
+void drop_left_files(const Layout& layout) {
+  std::error_code error;
+  std::vector<std::filesystem::path> left;
+  for (const auto& entry : std::filesystem::directory_iterator(layout.state("data"), error)) {
+    const std::string name = entry.path().filename();
+    if (name.find(".db.savepoint.") != std::string::npos || name.find(".db.catalog.") != std::string::npos)
+      left.push_back(entry.path());
+  }
+  for (const auto& path : left) std::filesystem::remove(path, error);
+}
+
 Volume_Stream::Volume_Stream(Content content) : content_(std::move(content)) {
   if (!content_.table_pages.empty()) snapshot_ = Descriptor(::open(content_.snapshot.c_str(), O_RDONLY | O_CLOEXEC));
+  std::uint64_t end = 0;
+  for (const Ballast_Range& range : content_.ballast) ballast_ends_.push_back(end += range.pages);
   pages_ = 1 + items() + (items() + items_per_group - 1) / items_per_group;
 }
 
-std::uint64_t Volume_Stream::page_number(std::uint64_t item) const {
+std::uint64_t Volume_Stream::items() const {
+  return content_.table_pages.size() + (ballast_ends_.empty() ? 0 : ballast_ends_.back());
+}
+
+Volume_Stream::Place Volume_Stream::place_of(std::uint64_t item) const {
   const std::uint64_t tables = content_.table_pages.size();
-  if (item < tables) return content_.table_pages[item];
-  return ballast_numbers_from + content_.ballast_first + (item - tables);
+  if (item < tables) return {content_.table_pages[item], 0, false};
+  const std::uint64_t place = item - tables;
+  const auto end = std::upper_bound(ballast_ends_.begin(), ballast_ends_.end(), place);
+  const Ballast_Range& range = content_.ballast[static_cast<std::size_t>(end - ballast_ends_.begin())];
+  return {range.first + range.pages - (*end - place), range.version, true};
 }
 
 void Volume_Stream::fill_index(std::uint64_t group, char* buffer) const {
@@ -125,7 +151,8 @@ void Volume_Stream::fill_index(std::uint64_t group, char* buffer) const {
   const std::uint64_t count = std::min(items_per_group, items() - first);
   std::memcpy(buffer, &count, sizeof count);
   for (std::uint64_t i = 0; i < count; ++i) {
-    const std::uint64_t number = page_number(first + i);
+    const Place place = place_of(first + i);
+    const std::uint64_t number = place.number + (place.ballast ? ballast_numbers_from : 0);
     std::memcpy(buffer + (i + 1) * sizeof number, &number, sizeof number);
   }
 }
@@ -137,17 +164,17 @@ bool Volume_Stream::fill(std::uint64_t page, char* buffer) {
     return true;
   }
   const std::uint64_t group = (page - 1) / (items_per_group + 1);
-  const std::uint64_t place = (page - 1) % (items_per_group + 1);
-  if (place == 0) {
+  const std::uint64_t within = (page - 1) % (items_per_group + 1);
+  if (within == 0) {
     fill_index(group, buffer);
     return true;
   }
-  const std::uint64_t item = group * items_per_group + place - 1;
-  if (item >= content_.table_pages.size()) {
-    fill_ballast(content_.ballast_seed, page_number(item) - ballast_numbers_from, buffer);
+  const Place place = place_of(group * items_per_group + within - 1);
+  if (place.ballast) {
+    fill_ballast(content_.ballast_seed, place.number, place.version, buffer);
     return true;
   }
-  return ::pread(snapshot_.get(), buffer, page_bytes, static_cast<off_t>(page_number(item) * page_bytes)) ==
+  return ::pread(snapshot_.get(), buffer, page_bytes, static_cast<off_t>(place.number * page_bytes)) ==
          static_cast<ssize_t>(page_bytes);
 }
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "base/files.h"
-#include "engine/system_state.h"
+#include "engine/ballast.h"
 
 namespace standin {
 
@@ -18,12 +18,16 @@ struct Savepoint {
   std::int64_t redo = 0;  ///< position in the redo log up to which commits are in
   std::string snapshot;   ///< file with the pages
   std::vector<std::uint64_t> changed;  ///< pages written after the base, all of them for a full backup
+  std::int64_t ballast_since = 0;      ///< the base's newest change of ballast
+  std::int64_t ballast_until = 0;      ///< the newest change of ballast that is in
 };
 
 /// Takes a savepoint; `base` is the savepoint that a delta starts from, 0 for a full backup.
 std::optional<Savepoint> take_savepoint(System_State& state, const std::string& database, std::int64_t id,
                                         std::int64_t base);
 void drop_savepoint_file(const Savepoint& savepoint);
+/// Removes what backups left when their server died.
+void drop_left_files(const Layout& layout);
 
 /// What one service writes into one destination: a header page, then groups of an index page (numbers of the pages that
 /// follow, 8 bytes each) and up to 510 pages. Never holds more than the caller's buffer.
@@ -33,8 +37,7 @@ class Volume_Stream {
     std::string header;   ///< text of the header page
     std::string snapshot; ///< file of the tables' pages
     std::vector<std::uint64_t> table_pages;
-    std::uint64_t ballast_first = 0;
-    std::uint64_t ballast_pages = 0;
+    std::vector<Ballast_Range> ballast;
     std::uint64_t ballast_seed = 0;
   };
   explicit Volume_Stream(Content content);
@@ -43,11 +46,18 @@ class Volume_Stream {
   std::optional<std::size_t> read(char* buffer, std::size_t size);
 
  private:
-  [[nodiscard]] std::uint64_t items() const { return content_.table_pages.size() + content_.ballast_pages; }
+  struct Place {
+    std::uint64_t number = 0;  ///< of the table's or the ballast's page
+    std::uint64_t version = 0;
+    bool ballast = false;
+  };
+  [[nodiscard]] std::uint64_t items() const;
+  [[nodiscard]] Place place_of(std::uint64_t item) const;
   [[nodiscard]] std::uint64_t page_number(std::uint64_t item) const;
   bool fill(std::uint64_t page, char* buffer);
   void fill_index(std::uint64_t group, char* buffer) const;
   Content content_;
+  std::vector<std::uint64_t> ballast_ends_;  ///< of each range, in places of ballast pages
   Descriptor snapshot_;
   std::uint64_t pages_ = 0;
   std::uint64_t next_ = 0;

@@ -95,6 +95,8 @@ class Backup_Run {
                         const Backup_Base& base) const;
   void log(const char* level, const std::string& text) const;
   [[nodiscard]] bool canceled() const;
+  /// Of global.ini, [backup]; the database's own layer wins.
+  [[nodiscard]] std::string setting(const char* key, const char* otherwise) const;
   [[nodiscard]] std::int64_t rate();
 
   Layout layout_;

@@ -44,6 +44,13 @@ bool Backup_Run::canceled() const {
   return at != 0 && now_ms() >= at;
 }
 
+std::string Backup_Run::setting(const char* key, const char* otherwise) const {
+  const std::string folder = layout_.database_folder(running_.request.database);
+  const std::string of_system = Ini::load(layout_.configuration("global.ini")).get("backup", key, otherwise);
+  if (folder.empty() || running_.request.database == system_database) return of_system;
+  return Ini::load(layout_.configuration(folder + "/global.ini")).get("backup", key, of_system);
+}
+
 std::int64_t Backup_Run::rate() { return faults_.number("stream_bytes_per_second", 0, running_.request.database); }
 
 std::string Backup_Run::name_of(int volume, int part, std::int64_t base_id) const {
@@ -107,9 +114,8 @@ std::string Backup_Run::write_services(System_State& state, const Savepoint& sav
       !request.prefix.starts_with(layout_.backint_directory(request.database) + "/"))
     return "[110091] Invalid path selection for data backup using backint: " + request.prefix + " must start with " +
            layout_.backint_directory(request.database);
-  const Ini ini = Ini::load(layout_.configuration("global.ini"));
-  const std::int64_t channels =
-      std::clamp<std::int64_t>(parse_number(ini.get("backup", "parallel_data_backup_backint_channels", "1")).value_or(1), 1, most_channels);
+  const std::int64_t channels = std::clamp<std::int64_t>(
+      parse_number(setting("parallel_data_backup_backint_channels", "1")).value_or(1), 1, most_channels);
   const bool delta = request.type != complete_backup;
   std::vector<std::vector<Piece>> all;
   std::size_t objects = 0;
@@ -129,16 +135,18 @@ std::string Backup_Run::write_services(System_State& state, const Savepoint& sav
       pieces.push_back(std::move(piece));
     };
     if (first) add(topology_volume, 1, {});
-    const auto ballast = static_cast<std::uint64_t>(delta ? 0 : service.ballast_pages);
-    const bool split = request.backint && channels > 1 && ballast >= pages_worth_a_channel;
+    const auto ballast =
+        delta ? ballast_changed(state, request.database, service, savepoint.ballast_since, savepoint.ballast_until)
+              : ballast_at(state, request.database, service, savepoint.ballast_until);
+    const std::uint64_t pages = count_pages(ballast);
+    const bool split = request.backint && channels > 1 && pages >= pages_worth_a_channel;
     const auto parts = static_cast<std::uint64_t>(split ? channels : 1);
     // The tables lie in the index server, or in the name server of a system database.
     const bool has_tables = service.name == "indexserver" || (service.name == "nameserver" && layout_.multi());
     for (std::uint64_t i = 0; i < parts; ++i) {
       Volume_Stream::Content content;
       if (has_tables && i == 0) content.table_pages = savepoint.changed;
-      content.ballast_first = ballast * i / parts;
-      content.ballast_pages = ballast * (i + 1) / parts - content.ballast_first;
+      content.ballast = slice(ballast, pages * i / parts, pages * (i + 1) / parts);
       content.ballast_seed = static_cast<std::uint64_t>(std::hash<std::string>{}(request.database + "/" + service.name));
       add(service.volume, static_cast<int>(i) + 1, std::move(content));
     }
@@ -168,10 +176,9 @@ std::string Backup_Run::write_service(Running_Service& service, std::vector<Piec
     }
     return {};
   }
-  const Ini ini = Ini::load(layout_.configuration("global.ini"));
   Backint_Call call{layout_, request.database, user_id_of(layout_, request.database), running_.id, objects,
-                    level_of(request.type), request.tool_option, ini.get("backup", "data_backup_parameter_file")};
-  call.response_timeout_seconds = parse_number(ini.get("backup", "backint_response_timeout", "0")).value_or(0);
+                    level_of(request.type), request.tool_option, setting("data_backup_parameter_file", "")};
+  call.response_timeout_seconds = parse_number(setting("backint_response_timeout", "0")).value_or(0);
   call.kill_after_bytes = faults_.number("kill_hdbbackint_after_bytes", -1, request.database);
   call.signal_on_cancel = faults_.take("cancel_signal", request.database).value_or("TERM") == "TERM";
   const std::int64_t die_after = faults_.number("die_server_after_bytes", -1, request.database);
@@ -232,8 +239,7 @@ bool Backup_Run::note_files(System_State& state, const std::vector<std::vector<P
 
 void Backup_Run::write_catalog_backup(System_State& state) {
   const std::string& database = running_.request.database;
-  const Ini ini = Ini::load(layout_.configuration("global.ini"));
-  const bool backint = is_true(ini.get("backup", "catalog_backup_using_backint", "false"));
+  const bool backint = is_true(setting("catalog_backup_using_backint", "false"));
   const bool same_id = faults_.take("catalog_same_id", database).value_or("no") == "yes";
   const std::int64_t id = same_id ? running_.id : next_id_();
   Catalog catalog(state);
@@ -256,7 +262,7 @@ void Backup_Run::write_catalog_backup(System_State& state) {
   if (error.empty() && backint) {
     piece.part.name = layout_.backint_directory(database) + "/log_backup_0_0_0_0";
     Backint_Call call{layout_, database, user_id_of(layout_, database), id, 1, "LOG", {},
-                      ini.get("backup", "catalog_backup_parameter_file")};
+                      setting("catalog_backup_parameter_file", "")};
     std::vector<Backint_Part> parts{piece.part};
     error = run_backint(call, parts, [] { return false; }, [](std::size_t) {}, [] { return std::int64_t{0}; });
     piece.part = parts.front();

@@ -1,5 +1,7 @@
 #include "server/faults.h"
 
+#include <algorithm>
+
 #include "base/files.h"
 #include "base/text.h"
 
@@ -41,12 +43,15 @@ bool parse_line(const std::string& raw, Line& line) {
 std::optional<std::string> Faults::take(const std::string& key, const std::string& database, const std::string& text) {
   const auto file = read_file(path_);
   if (!file) return std::nullopt;
-  for (const std::string& raw : split(*file, '\n')) {
+  const auto lines = split(*file, '\n');
+  const std::lock_guard guard(mutex_);
+  // A line that was taken out and comes back counts from the beginning.
+  std::erase_if(used_, [&](const auto& used) { return std::find(lines.begin(), lines.end(), used.first) == lines.end(); });
+  for (const std::string& raw : lines) {
     Line line;
     if (!parse_line(raw, line) || line.key != key) continue;
     if (!line.database.empty() && line.database != database) continue;
     if (!line.match.empty() && !contains_without_case(text, line.match)) continue;
-    const std::lock_guard guard(mutex_);
     const std::int64_t turn = used_[raw]++;
     if (turn < line.skip || (line.count >= 0 && turn >= line.skip + line.count)) continue;
     return line.value;

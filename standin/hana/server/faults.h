@@ -9,7 +9,7 @@
 namespace standin {
 
 /// What goes wrong on demand: "key = value | count=N | skip=N | match=TEXT | database=NAME" lines of a file that is read
-/// again at each decision. Counts belong to a line's text and last as long as the server. Safe for all threads.
+/// again at each decision. Counts belong to a line's text and last as long as the line and the server. Safe for all threads.
 class Faults {
  public:
   explicit Faults(std::string path) : path_(std::move(path)) {}

@@ -27,20 +27,27 @@ int Instance::serve() {
   System_State state;
   if (!listener.valid() || !write_pid() || !state.open(layout_)) return 1;
   Catalog(state).fail_unfinished();
+  drop_left_files(layout_);
   constexpr std::int64_t default_start_ms = 300;
   constexpr std::int64_t default_stop_ms = 100;
   constexpr int poll_ms = 50;
   const std::int64_t ready_at = start_ms_ + faults_.number("start_ms", default_start_ms);
   std::int64_t gone_at = 0;
+  // Tools may ask for the state while the backups end.
+  std::atomic<bool> backups_ended{false};
+  std::thread ending;
   for (;;) {
     const std::int64_t now = now_ms();
     Phase expected = starting;
     if (now >= ready_at) phase_.compare_exchange_strong(expected, running);
     if (phase_ == stopping && gone_at == 0) {
-      backups_.stop_all();
       gone_at = now + faults_.number("stop_ms", default_stop_ms);
+      ending = std::thread([&] {
+        backups_.stop_all();
+        backups_ended = true;
+      });
     }
-    if (gone_at != 0 && now >= gone_at) break;
+    if (backups_ended && now >= gone_at) break;
     pollfd entry{listener.get(), POLLIN, 0};
     if (::poll(&entry, 1, poll_ms) <= 0) continue;
     const int fd = ::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC);
@@ -54,6 +61,7 @@ int Instance::serve() {
       --connections_;
     }).detach();
   }
+  ending.join();
   ::unlink(socket_path.c_str());
   ::unlink(layout_.state("server.pid").c_str());
   // Connections that wait for their peers end with the process.

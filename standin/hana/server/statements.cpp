@@ -11,6 +11,8 @@ namespace standin {
 namespace {
 constexpr const char* delta_since = "1.00.100";
 constexpr std::size_t tool_option_limit = 512;
+constexpr int unknown_table = 259;
+constexpr int unknown_schema = 362;
 }  // namespace
 
 bool Statements::may(std::initializer_list<std::string_view> privileges) {
@@ -42,7 +44,12 @@ Statements::Answer Statements::run(const std::string& sql, bool autocommit, Resu
 Statements::Answer Statements::select(const std::string& sql, Result& result) {
   const bool catalog = contains_without_case(sql, "M_BACKUP") || contains_without_case(sql, "SYS_DATABASES.");
   if (catalog && !may({"CATALOG READ", "BACKUP ADMIN", "BACKUP OPERATOR", "DATABASE ADMIN"})) return missing_privilege();
-  if (tables_.in_transaction()) return tables_.select(sql, result);
+  if (tables_.in_transaction()) {
+    // The transaction sees its own tables; the views are the same for all.
+    const auto problem = tables_.select(sql, result);
+    if (!problem || (problem->code != unknown_table && problem->code != unknown_schema)) return problem;
+    result = {};
+  }
   const View_Source source{state_, database_, instance_.backups().progress(), instance_.start_ms(),
                            static_cast<int>(::getpid())};
   return run_select(state_.tables_file(database_), sql,

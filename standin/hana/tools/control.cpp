@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <cstdio>
 #include <functional>
+#include <iterator>
 #include <map>
 
 #include "base/clock.h"
@@ -9,6 +11,7 @@
 #include "catalog/backup_log.h"
 #include "catalog/catalog.h"
 #include "engine/accounts.h"
+#include "engine/ballast.h"
 #include "tools/instance_control.h"
 
 namespace {
@@ -23,11 +26,22 @@ constexpr const char* usage =
     "  start-tenant NAME | stop-tenant NAME | add-tenant NAME SERVICES MB PASSWORD-FILE\n"
     "  user DATABASE NAME PASSWORD-FILE PRIVILEGES | lock DATABASE NAME | unlock DATABASE NAME\n"
     "  replication none|primary|sync|syncmem|async [PEER-HOST PEER-SITE]\n"
-    "  time-offset SECONDS | dump\n";
+    "  change --database NAME --mb N [--service NAME]  new content for so much of a service's data\n"
+    "  time-offset SECONDS | dump\n"
+    "Names are taken as they are written; SECONDS of a recovery count from 1970.\n";
+constexpr std::int64_t pages_per_mb = 256;
 
-int recovery(const Layout& layout, const Arguments& a) {
-  const std::int64_t at = a.size() > 2 ? parse_number(a[2]).value_or(0) * 1000 : now_ms();
+int refuse(const std::string& text) {
+  std::fprintf(stderr, "standin-hana-control: %s\n", text.c_str());
+  return 1;
+}
+
+int recovery(const Layout& layout, System_State& state, const Arguments& a) {
+  const auto seconds = a.size() > 2 ? parse_number(a[2]) : now_ms() / 1000;
   const std::string outcome = a.size() > 3 ? a[3] : "finished";
+  if (!state.database(a[1])) return refuse("no database " + a[1]);
+  if (!seconds || (outcome != "finished" && outcome != "failed")) return refuse("SECONDS [finished|failed] expected");
+  const std::int64_t at = *seconds * 1000;
   const auto line = [&](const char* level, const std::string& text) {
     return append_backup_log(layout, a[1], at, at, level, "RECOVERY", text);
   };
@@ -38,6 +52,8 @@ int recovery(const Layout& layout, const Arguments& a) {
 }
 
 int replication(const Layout& layout, const Arguments& a) {
+  constexpr const char* modes[] = {"none", "primary", "sync", "syncmem", "async"};
+  if (std::find(std::begin(modes), std::end(modes), a[1]) == std::end(modes)) return refuse("no mode " + a[1]);
   const std::string path = layout.configuration("global.ini");
   Ini global = Ini::load(path);
   const bool secondary = a[1] != "none" && a[1] != "primary";
@@ -47,7 +63,8 @@ int replication(const Layout& layout, const Arguments& a) {
   global.set("system_replication", "site_name", secondary ? "ROT" : "WDF");
   global.set("system_replication", "operation_mode", "logreplay");
   Ini peer;
-  if (a.size() > 2) peer.set("peer", "host", a[2]);
+  // A secondary has a primary in any case.
+  if (a.size() > 2 || secondary) peer.set("peer", "host", a.size() > 2 ? a[2] : layout.host + "-primary");
   peer.set("peer", "site", a.size() > 3 ? a[3] : (secondary ? "WDF" : "ROT"));
   peer.set("peer", "site_id", secondary ? "1" : "2");
   return global.save(path, "global.ini", "hdbnsutil") &&
@@ -69,13 +86,32 @@ int dump(const Layout& layout, System_State& state) {
 
 int add_tenant(const Layout& layout, System_State& state, const Arguments& a) {
   const auto password = read_file(a[4]);
-  constexpr std::int64_t pages_per_mb = 256;
   const bool good = password && layout.multi() &&
                     state.add_database(a[1], split(a[2], ','), parse_number(a[3]).value_or(0) * pages_per_mb) &&
                     Accounts(state).set(a[1], "SYSTEM", split(*password, '\n').front(), "ALL") &&
                     make_directories(layout.real(layout.backint_directory(a[1]))) &&
                     make_directories(layout.real(layout.trace_directory(a[1])));
   return good ? 0 : 1;
+}
+
+int change(System_State& state, const Arguments& a) {
+  std::map<std::string, std::string> options{{"--service", ""}};
+  for (std::size_t i = 1; i + 1 < a.size(); i += 2) options[a[i]] = a[i + 1];
+  const auto megabytes = parse_number(options["--mb"]);
+  const auto database = state.database(options["--database"]);
+  if (!database || !megabytes || *megabytes <= 0) return refuse("change needs --database NAME --mb N");
+  std::string service = options["--service"];
+  if (service.empty()) service = database->name == system_database ? "nameserver" : "indexserver";
+  const auto done = change_ballast(state, database->name, service, static_cast<std::uint64_t>(*megabytes * pages_per_mb));
+  if (!done) return refuse("no data of service " + service + " in " + database->name);
+  std::printf("changed %llu pages of %s in %s from page %llu\n", static_cast<unsigned long long>(done->pages), service.c_str(),
+              database->name.c_str(), static_cast<unsigned long long>(done->first));
+  return 0;
+}
+
+int time_offset(const Layout& layout, const Arguments& a) {
+  if (!parse_number(a[1])) return refuse("SECONDS expected");
+  return write_file(layout.state("clock_offset_seconds"), a[1] + "\n") ? 0 : 1;
 }
 
 int set_user(System_State& state, const Arguments& a) {
@@ -111,7 +147,7 @@ int main(int count, char** values) {
   const std::map<std::string, Verb> verbs{
       {"fault", {2, [&] { return done(append_file(faults, a[1] + "\n")); }}},
       {"no-faults", {1, [&] { return done(write_file(faults, "")); }}},
-      {"recovery", {2, [&] { return recovery(*layout, a); }}},
+      {"recovery", {2, [&] { return recovery(*layout, state, a); }}},
       {"start-tenant", {2, [&] { return done(state.set_status(a[1], "YES")); }}},
       {"stop-tenant", {2, [&] { return done(state.set_status(a[1], "NO")); }}},
       {"add-tenant", {5, [&] { return add_tenant(*layout, state, a); }}},
@@ -119,7 +155,8 @@ int main(int count, char** values) {
       {"lock", {3, [&] { return done(Accounts(state).set_locked(a[1], a[2], true)); }}},
       {"unlock", {3, [&] { return done(Accounts(state).set_locked(a[1], a[2], false)); }}},
       {"replication", {2, [&] { return replication(*layout, a); }}},
-      {"time-offset", {2, [&] { return done(write_file(layout->state("clock_offset_seconds"), a[1] + "\n")); }}},
+      {"time-offset", {2, [&] { return time_offset(*layout, a); }}},
+      {"change", {5, [&] { return change(state, a); }}},
       {"dump", {1, [&] { return dump(*layout, state); }}}};
   const auto verb = verbs.find(a[0]);
   if (verb != verbs.end() && a.size() >= verb->second.least) return verb->second.run();

@@ -46,6 +46,12 @@ int stop(const Layout& layout) {
   return 0;
 }
 
+int kill_hard(const Layout& layout) {
+  if (!kill_instance(layout) || !wait_for_phase(layout, "stopped", stop_limit_seconds)) return 1;
+  std::printf("hdbdaemon is killed.\n");
+  return 0;
+}
+
 int info(const Layout& layout) {
   const Instance_State state = instance_state(layout);
   const std::string user = lower(layout.sid) + "adm";
@@ -82,7 +88,8 @@ int main(int count, char** values) {
   }
   const std::string verb = count > 1 ? values[1] : "";
   if (verb == "start") return start(*layout);
-  if (verb == "stop" || verb == "kill" || verb == "kill-9") return stop(*layout);
+  if (verb == "stop") return stop(*layout);
+  if (verb == "kill" || verb == "kill-9") return kill_hard(*layout);
   if (verb == "restart") {
     const int stopped = stop(*layout);
     return stopped != 0 ? stopped : start(*layout);

@@ -13,6 +13,7 @@ constexpr const char* rule = "~~~~~~~~~~~~~~~~~~~~~~~~";
 /// What the configuration says of replication; the second site stands in the stand-in's own section.
 struct Replication {
   std::string mode, operation, site_id, site_name, peer_host, peer_site, peer_id;
+  bool mode_told = true;
   explicit Replication(const Layout& layout) {
     const Ini ini = Ini::load(layout.configuration("global.ini"));
     const auto get = [&](const char* key, const char* otherwise) { return ini.get("system_replication", key, otherwise); };
@@ -24,16 +25,23 @@ struct Replication {
     peer_host = own.get("peer", "host");
     peer_site = own.get("peer", "site", "SITE2");
     peer_id = own.get("peer", "site_id", "2");
+    mode_told = fault_setting(layout, "replication_mode_missing").empty();
   }
   [[nodiscard]] bool primary() const { return mode == "primary"; }
+  [[nodiscard]] bool has_peer() const { return !peer_host.empty(); }
+  [[nodiscard]] const char* told_mode() const { return mode_told ? mode.c_str() : ""; }
+  [[nodiscard]] const std::string& primary_site() const { return primary() ? site_name : peer_site; }
+  [[nodiscard]] const std::string& secondary_site() const { return primary() ? peer_site : site_name; }
+  [[nodiscard]] std::string secondary_mode() const { return primary() ? "sync" : mode; }
+  [[nodiscard]] std::string secondary_operation() const { return primary() ? "logreplay" : operation; }
 };
 
 void print_mapping(const Layout& layout, const Replication& r) {
-  const bool peers = !r.peer_host.empty();
-  const std::string primary = r.primary() ? r.site_name : r.peer_site;
-  const std::string secondary = r.primary() ? r.peer_site : r.site_name;
-  const std::string secondary_mode = r.primary() ? "sync" : r.mode;
-  const std::string operation = r.primary() ? "logreplay" : r.operation;
+  const bool peers = r.has_peer();
+  const std::string primary = r.primary_site();
+  const std::string secondary = r.secondary_site();
+  const std::string secondary_mode = r.secondary_mode();
+  const std::string operation = r.secondary_operation();
   std::printf("Host Mappings:\n~~~~~~~~~~~~~~\n\n");
   if (peers) std::printf("%s -> [%s] %s\n", layout.host.c_str(), r.peer_site.c_str(), r.peer_host.c_str());
   std::printf("%s -> [%s] %s\n\n\nSite Mappings:\n~~~~~~~~~~~~~~\n", layout.host.c_str(), r.site_name.c_str(), layout.host.c_str());
@@ -56,36 +64,49 @@ void print_state(const Layout& layout, const Replication& r, bool online, bool o
   if (!online && !only_configuration) std::printf("nameserver %s:%d not responding.\n", layout.host.c_str(), layout.port(1));
   std::printf("\nSystem Replication State\n%s\n\n", rule);
   if (!only_configuration) std::printf("online: %s\n\n", online ? "true" : "false");
-  const std::string phase = fault_setting(layout, "replication_mode_missing");
-  std::printf("mode: %s\n", phase.empty() ? r.mode.c_str() : "");
+  std::printf("mode: %s\n", r.told_mode());
   if (r.mode != "none") {
     if (!only_configuration) std::printf("operation mode: %s\n", r.operation.c_str());
     std::printf("site id: %s\nsite name: %s\n", r.site_id.c_str(), r.site_name.c_str());
     if (!r.primary() && !only_configuration)
       std::printf("active primary site: %s\n\nprimary masters: %s\n", r.peer_id.c_str(), r.peer_host.c_str());
     if (!only_configuration && online) {
-      const bool has_peer = !r.peer_host.empty();
-      std::printf("\nis source system: %s\nis secondary/consumer system: %s\nhas secondaries/consumers attached: %s\nis a "
+      std::printf("\n\nis source system: %s\nis secondary/consumer system: %s\nhas secondaries/consumers attached: %s\nis a "
                   "takeover active: false\nis primary suspended: false\n\n", r.primary() ? "true" : "false",
-                  r.primary() ? "false" : "true", r.primary() && has_peer ? "true" : "false");
+                  r.primary() ? "false" : "true", r.primary() && r.has_peer() ? "true" : "false");
       print_mapping(layout, r);
     }
   }
   std::printf("done.\n");
 }
 
+void print_sites_for_sapcontrol(const Replication& r) {
+  const auto site = [](const char* key, const std::string& name, const std::string& value) {
+    std::printf("%s/%s=%s\n", key, name.c_str(), value.c_str());
+  };
+  site("siteTier", r.primary_site(), "1");
+  if (r.has_peer()) site("siteTier", r.secondary_site(), "2");
+  site("siteReplicationMode", r.primary_site(), "primary");
+  if (r.has_peer()) site("siteReplicationMode", r.secondary_site(), r.secondary_mode());
+  site("siteOperationMode", r.primary_site(), "primary");
+  if (!r.has_peer()) return;
+  site("siteOperationMode", r.secondary_site(), r.secondary_operation());
+  site("siteMapping", r.primary_site(), r.secondary_site());
+}
+
 void print_for_sapcontrol(const Layout& layout, const Replication& r, bool online, bool only_configuration) {
   std::printf("SAPCONTROL-OK: <begin>\n");
   if (!only_configuration) std::printf("online=%s\n", online ? "true" : "false");
-  std::printf("mode=%s\n", r.mode.c_str());
+  std::printf("mode=%s\n", r.told_mode());
   if (r.mode != "none") {
     if (!only_configuration) std::printf("operation mode=%s\n", r.operation.c_str());
     std::printf("site id=%s\nsite name=%s\n", r.site_id.c_str(), r.site_name.c_str());
     if (!only_configuration && online) {
-      const bool has_peer = !r.peer_host.empty();
       std::printf("isSource=%s\nisConsumer=%s\nhasConsumers=%s\nisTakeoverActive=false\nisPrimarySuspended=false\n"
                   "mapping/%s=%s/%s\n", r.primary() ? "true" : "false", r.primary() ? "false" : "true",
-                  r.primary() && has_peer ? "true" : "false", layout.host.c_str(), r.site_name.c_str(), layout.host.c_str());
+                  r.primary() && r.has_peer() ? "true" : "false", layout.host.c_str(), r.site_name.c_str(), layout.host.c_str());
+      if (r.has_peer()) std::printf("mapping/%s=%s/%s\n", layout.host.c_str(), r.peer_site.c_str(), r.peer_host.c_str());
+      print_sites_for_sapcontrol(r);
     }
   }
   std::printf("SAPCONTROL-OK: <end>\ndone.\n");

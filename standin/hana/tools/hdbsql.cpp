@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <iostream>
@@ -17,11 +18,18 @@ constexpr const char* welcome_text = "\nWelcome to the SAP HANA Database interac
                                      "                    \nType:  \\h for help with commands          \n       \\q to quit"
                                      "                         \n\n";
 
-/// Statements of an input file, parted outside quotes; a line that begins with a backslash is a command up to the separator.
+/// Statements of an input file, parted outside quotes and comments, which are left out; one that begins with a backslash is
+/// a command.
 std::vector<std::string> statements_of(const std::string& text, char separator) {
   std::vector<std::string> statements(1);
   char open = '\0';
-  for (const char c : text) {
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const char c = text[at];
+    if (open == '\0' && text.compare(at, 2, "--") == 0) {
+      at = std::min(text.find('\n', at), text.size());
+      statements.back() += '\n';
+      continue;
+    }
     if (open == '\0' && c == separator) {
       statements.emplace_back();
       continue;
@@ -48,8 +56,10 @@ int run_file(Hdbsql_Options& options, Hdbsql_Session& session) {
     std::fprintf(stderr, "Cannot open file %s: %s\n", options.input_file.c_str(), std::strerror(error));
     return error;
   }
-  for (std::size_t i = 0; i < options.variables.size(); ++i)
-    text = replace_all(*text, "&" + std::to_string(i + 1), options.variables[i]);
+  // "&1" must not be taken out of "&10".
+  for (std::size_t i = options.variables.size(); i != 0; --i)
+    text = replace_all(*text, "&" + std::to_string(i), options.variables[i - 1]);
+  if (options.connect.given && !session.connect(options.connect, false)) return code_of(options, session);
   const char separator = options.statement_separator.empty() ? ';' : options.statement_separator[0];
   for (const std::string& statement : statements_of(*text, separator)) {
     if (!session.run(statement) && !options.error_exit.empty()) return code_of(options, session);

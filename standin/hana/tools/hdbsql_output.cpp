@@ -48,15 +48,21 @@ std::string cell_text(const Hdbsql_Options& options, const std::string& cell) {
   }
 }
 
-void print_aligned(const std::vector<std::vector<std::string>>& table, const std::vector<bool>& numeric, std::FILE* out) {
+/// Signs of UTF-8 text.
+std::size_t width_of(const std::string& text) {
+  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xc0) != 0x80; }));
+}
+
+void print_aligned(const std::vector<std::vector<std::string>>& table, const std::vector<bool>& numeric, bool with_header,
+                   std::FILE* out) {
   std::vector<std::size_t> widths(numeric.size(), 1);
   for (const auto& row : table)
-    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
-  for (std::size_t line = 0; line < table.size(); ++line) {
+    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], width_of(row[i]));
+  for (std::size_t line = with_header ? 0 : 1; line < table.size(); ++line) {
     std::string text = "|";
     std::string rule = "|";
     for (std::size_t i = 0; i < widths.size(); ++i) {
-      const std::string pad(widths[i] - table[line][i].size(), ' ');
+      const std::string pad(widths[i] - width_of(table[line][i]), ' ');
       const bool right = numeric[i] && line != 0;
       text += " " + (right ? pad + table[line][i] : table[line][i] + pad) + " |";
       rule += " " + std::string(widths[i], '-') + " |";
@@ -84,7 +90,7 @@ void print_rows(const Hdbsql_Options& options, const Message& answer, double ove
     table.push_back(std::move(row));
   }
   if (options.aligned) {
-    print_aligned(table, numeric, out);
+    print_aligned(table, numeric, !options.no_header, out);
   } else {
     for (std::size_t i = options.no_header ? 1 : 0; i < table.size(); ++i)
       std::fprintf(out, "%s\n", join(table[i], options.separator).c_str());

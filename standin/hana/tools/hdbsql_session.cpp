@@ -12,6 +12,7 @@ namespace standin {
 
 namespace {
 constexpr int not_connected = -10821;
+constexpr int logon_refused = 10;
 constexpr int connect_failed = -10709;
 constexpr const char* cancel_phrase = "canceled by user";
 }  // namespace
@@ -136,6 +137,11 @@ bool Hdbsql_Session::run(const std::string& statement) {
     return true;
   }
   if (!connected() && !tried_ && options_.connect.given && !connect(options_.connect, false)) return false;
+  if (!connected() && !tried_ && !options_.input_file.empty()) {
+    std::fprintf(stderr, "Single Sign-On authentication failed\n");
+    last_code_ = logon_refused;
+    return false;
+  }
   if (!connected()) return fail(not_connected, "Session not connected", "");
   const auto begin = std::chrono::steady_clock::now();
   std::optional<Message> answer;

@@ -65,6 +65,11 @@ bool stop_instance(const Layout& layout) {
   return ask(layout.state("socket"), {"STOP"}).has_value();
 }
 
+bool kill_instance(const Layout& layout) {
+  const Instance_State state = instance_state(layout);
+  return state.phase == "stopped" || ::kill(state.pid, SIGKILL) == 0;
+}
+
 bool wait_for_phase(const Layout& layout, const std::string& phase, int timeout_seconds) {
   for (std::int64_t waited = 0; waited <= timeout_seconds * 1000LL; waited += step_ms) {
     if (instance_state(layout).phase == phase) return true;

@@ -20,6 +20,8 @@ Instance_State instance_state(const Layout& layout);
 bool start_instance(const Layout& layout);
 /// Asks for the stop and returns.
 bool stop_instance(const Layout& layout);
+/// Ends the server at once, as a crash does.
+bool kill_instance(const Layout& layout);
 bool wait_for_phase(const Layout& layout, const std::string& phase, int timeout_seconds);
 /// The value of a key of the fault file, without counting.
 std::string fault_setting(const Layout& layout, const std::string& key);
