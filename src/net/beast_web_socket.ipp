@@ -172,19 +172,23 @@ class Beast_Web_Socket final : public Web_Socket {
       write_next();
   }
 
-  /// What is under way ends with an error once the socket below is closed; then the loop runs out.
+  /// Nothing more comes or goes: the loop ends, and with it whoever waits.
   void give_up(beast::error_code error) {
     {
       const std::lock_guard lock(mutex_);
       if (!closing_) reason_ = describe(error);
     }
-    beast::get_lowest_layer(*stream_).close();
+    end_loop();
   }
 
   void say_farewell() {
-    stream_->async_close(websocket::close_code::normal, [this](beast::error_code) {
-      beast::get_lowest_layer(*stream_).close();
-    });
+    stream_->async_close(websocket::close_code::normal, [this](beast::error_code) { end_loop(); });
+  }
+
+  /// The timer of the pings would keep the loop for up to half the idle limit: nobody waits for it.
+  void end_loop() {
+    beast::get_lowest_layer(*stream_).close();
+    loop_.stop();
   }
 
   static std::string describe(beast::error_code error) {
