@@ -118,6 +118,45 @@ TEST_F(HANA_Faults, Hide_Progress_And_Entries_For_A_While) {
   EXPECT_EQ(states(), "successful\n");
 }
 
+TEST_F(HANA_Faults, Write_Ends_Late_And_Let_The_Catalog_Backup_Share_An_Id) {
+  install();
+  fault("catalog_end_late_ms = 1500 | count=1");
+  fault("catalog_same_id = yes");
+  ASSERT_EQ(sql("BACKUP DATA FOR TN1 USING BACKINT ('x') ASYNCHRONOUS").code, 0);
+  const std::string open = "select count(*) from SYS_DATABASES.M_BACKUP_PROGRESS p join SYS_DATABASES.M_BACKUP_CATALOG c on "
+                           "c.BACKUP_ID = p.BACKUP_ID where c.STATE_NAME='running' and p.BACKUP_SIZE > 0 and p.BACKUP_SIZE = "
+                           "p.TRANSFERRED_SIZE";
+  for (int i = 0; i < 100 && value_of(open) == "0\n"; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_NE(value_of(open), "0\n");
+  EXPECT_EQ(states(), "running\n");
+  const std::string ended = "select count(*) from SYS_DATABASES.M_BACKUP_CATALOG where ENTRY_TYPE_NAME='log backup' and "
+                            "STATE_NAME='successful'";
+  for (int i = 0; i < 500 && value_of(ended) == "0\n"; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_EQ(value_of("select count(*) from SYS_DATABASES.M_BACKUP_CATALOG where ENTRY_TYPE_NAME='log backup' and BACKUP_ID in "
+                     "(select BACKUP_ID from SYS_DATABASES.M_BACKUP_CATALOG where ENTRY_TYPE_NAME='complete data backup' and "
+                     "STATE_NAME='successful')"), "1\n");
+}
+
+TEST_F(HANA_Faults, Let_Go_Of_The_Pipes_Without_A_Signal) {
+  install();
+  fault("stream_bytes_per_second = 262144");
+  fault("cancel_signal = none");
+  fault("cancel_pending_ms = 1");
+  Output backup;
+  std::thread worker([&] { backup = sql("BACKUP DATA FOR TN1 USING BACKINT ('x')"); });
+  const std::string id = running_backup();
+  for (int i = 0; i < 100 && !std::filesystem::exists(root_ / "pool"); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_EQ(sql("BACKUP CANCEL FOR TN1 " + id).code, 0);
+  worker.join();
+  EXPECT_NE(backup.err.find("Backup was canceled by user"), std::string::npos) << backup.err;
+  std::string log;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(instance()))
+    if (entry.path().filename() == "backint.log") log += text_of(entry.path());
+  EXPECT_EQ(count_of(log, "backint terminated:"), 2) << log;
+  EXPECT_EQ(count_of(log, "exit code: 0"), 2) << log;
+}
+
 TEST_F(HANA_Faults, Answer_To_States_That_Are_There_Already) {
   install();
   fault("already_there = ok | count=1");

@@ -269,15 +269,23 @@ std::string run_backint(const Backint_Call& call, std::vector<Backint_Part>& par
       // HANA signals before it lets go of the pipes: an early end of the stream must not look like a good one.
       std::vector<std::thread> writers;
       std::vector<Descriptor> pipes(parts.size());
+      std::vector<char> opened(parts.size(), 0);
       for (std::size_t i = 0; i < parts.size(); ++i)
         writers.emplace_back([&, i] {
           pipes[i] = open_pipe(call.layout.real(parts[i].name), watch);
+          opened[i] = pipes[i].valid();
           if (pipes[i].valid()) parts[i].result = write_stream(streams[i], pipes[i].get(), watch);
           if (canceled() && call.signal_on_cancel) process.send(SIGTERM);
           pipes[i].reset();
         });
       for (std::thread& writer : writers) writer.join();
+      // HANA opens every pipe once, also those of a backup that it gave up.
+      const Stream_Watch until_end{[&] { return process.ended(); }, {}, {}};
+      std::vector<std::thread> openers;
+      for (std::size_t i = 0; i < parts.size(); ++i)
+        if (opened[i] == 0) openers.emplace_back([&, i] { open_pipe(call.layout.real(parts[i].name), until_end); });
       wait_for_end(process, call, canceled);
+      for (std::thread& opener : openers) opener.join();
       const int code = process.finish();
       const std::string output = read_file(call.layout.real(out)).value_or(std::string());
       if (canceled())
