@@ -2,12 +2,20 @@
 
 #include <cerrno>
 #include <map>
+#include <utility>
 
 namespace {
 
+/// A lock and how many pointers to it were handed out. Counted here and not by the pointers themselves: whoever takes
+/// the next lock of an id must see all that was done under the one before, and only the registry orders the two.
+struct Entry {
+  Job_Mutex lock;
+  std::size_t users = 0;
+};
+
 struct Registry {
   std::mutex mutex;
-  std::map<std::string, std::weak_ptr<Job_Mutex>> locks;  // guarded by mutex
+  std::map<std::string, Entry> locks;  // guarded by mutex
 };
 
 /// Never destroyed: a lock may be let go while the process ends.
@@ -16,25 +24,24 @@ Registry& registry() {
   return *the_registry;
 }
 
-/// Forgets the entry with the last pointer, unless a new lock of that id has taken its place.
-void forget(const std::string& id, Job_Mutex* lock) {
-  {
-    const std::lock_guard guard(registry().mutex);
-    const auto found = registry().locks.find(id);
-    if (found != registry().locks.end() && found->second.expired()) registry().locks.erase(found);
-  }
-  delete lock;
+Job_Mutex* take(const std::string& id) {
+  const std::lock_guard guard(registry().mutex);
+  Entry& entry = registry().locks[id];
+  ++entry.users;
+  return &entry.lock;
+}
+
+void give_back(const std::string& id) {
+  const std::lock_guard guard(registry().mutex);
+  const auto found = registry().locks.find(id);
+  if (--found->second.users == 0) registry().locks.erase(found);
 }
 
 }  // namespace
 
 std::shared_ptr<Job_Mutex> Job_Mutex::get(const std::string& id) {
-  const std::lock_guard guard(registry().mutex);
-  std::weak_ptr<Job_Mutex>& entry = registry().locks[id];
-  if (std::shared_ptr<Job_Mutex> present = entry.lock()) return present;
-  std::shared_ptr<Job_Mutex> made(new Job_Mutex, [id](Job_Mutex* lock) { forget(id, lock); });
-  entry = made;
-  return made;
+  auto back = [id](Job_Mutex*) { give_back(id); };
+  return std::shared_ptr<Job_Mutex>(take(id), std::move(back));
 }
 
 std::size_t Job_Mutex::count() {
