@@ -7,8 +7,8 @@
 
 namespace dorsal3 {
 
-/// Bytes of the objects that were stored so far for a run: what the server's object records sum up to. It grows object by
-/// object. A run whose records cannot be read now keeps its last count.
+/// Bytes of the objects that were stored so far for a run: what the server's object records sum up to. It grows object
+/// by object. A run whose records cannot be read now keeps its last count.
 class Received_Bytes {
  public:
   [[nodiscard]] std::uint64_t count(Server_Client& server, const std::string& job_act_id);

@@ -19,14 +19,21 @@ constexpr std::size_t npos = static_cast<std::size_t>(-1);
 
 const char* type_name(Value_type type) {
   switch (type) {
-    case obj_type: return "object";
-    case array_type: return "array";
+    case obj_type:
+      return "object";
+    case array_type:
+      return "array";
     case str_type:
-    case secure_str_type: return "string";
-    case bool_type: return "boolean";
-    case int_type: return "integer";
-    case real_type: return "number";
-    case null_type: return "null";
+    case secure_str_type:
+      return "string";
+    case bool_type:
+      return "boolean";
+    case int_type:
+      return "integer";
+    case real_type:
+      return "number";
+    case null_type:
+      return "null";
   }
   return "unknown";
 }
@@ -160,9 +167,12 @@ double Value::get_real() const {
 bool Value::operator==(const Value& other) const {
   if (storage_.index() != other.storage_.index()) return false;
   switch (type()) {
-    case obj_type: return get_obj() == other.get_obj();
-    case array_type: return get_array() == other.get_array();
-    default: return storage_ == other.storage_;
+    case obj_type:
+      return get_obj() == other.get_obj();
+    case array_type:
+      return get_array() == other.get_array();
+    default:
+      return storage_ == other.storage_;
   }
 }
 

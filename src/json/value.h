@@ -166,8 +166,8 @@ struct Load_Limits {
   std::size_t depth = 100;
 };
 
-/// Reads one JSON document. False with a reason ("line 3: ...", "deeper than 100 levels") in `error` when it is not one.
-/// Strings whose key stands in `secure_keys` (null-ended list, or null) become secure strings.
+/// Reads one JSON document. False with a reason ("line 3: ...", "deeper than 100 levels") in `error` when it is not
+/// one. Strings whose key stands in `secure_keys` (null-ended list, or null) become secure strings.
 [[nodiscard]] bool load_json(std::string_view text, Value& value, std::string* error = nullptr,
                              const Load_Limits& limits = {}, const char* const* secure_keys = nullptr);
 

@@ -147,14 +147,24 @@ class Value_Writer {
 
   void write(const Value& value) {
     switch (value.type()) {
-      case obj_type: return write_object(value.get_obj());
-      case array_type: return write_array(value.get_array());
-      case str_type: return yajl_write(generator_, value.get_str());
-      case secure_str_type: return yajl_write(generator_, mask_ ? "***" : value.get_secure_str().view());
-      case bool_type: yajl_gen_bool(generator_, value.get_bool() ? 1 : 0); return;
-      case int_type: return write_integer(value);
-      case real_type: return write_real(value.get_real());
-      case null_type: yajl_gen_null(generator_); return;
+      case obj_type:
+        return write_object(value.get_obj());
+      case array_type:
+        return write_array(value.get_array());
+      case str_type:
+        return yajl_write(generator_, value.get_str());
+      case secure_str_type:
+        return yajl_write(generator_, mask_ ? "***" : value.get_secure_str().view());
+      case bool_type:
+        yajl_gen_bool(generator_, value.get_bool() ? 1 : 0);
+        return;
+      case int_type:
+        return write_integer(value);
+      case real_type:
+        return write_real(value.get_real());
+      case null_type:
+        yajl_gen_null(generator_);
+        return;
     }
   }
 

@@ -32,9 +32,7 @@ int on_number(void* context, const char* text, std::size_t length) {
 int on_string(void* context, const unsigned char* text, std::size_t length) {
   return parse_of(context).handler.handle_string_i(text_of(text), length);
 }
-int on_start_map(void* context) {
-  return parse_of(context).enter() && parse_of(context).handler.handle_start_map_i();
-}
+int on_start_map(void* context) { return parse_of(context).enter() && parse_of(context).handler.handle_start_map_i(); }
 int on_map_key(void* context, const unsigned char* text, std::size_t length) {
   return parse_of(context).handler.handle_map_key_i(text_of(text), length);
 }
@@ -50,7 +48,7 @@ int on_end_array(void* context) {
   return parse_of(context).handler.handle_end_array_i();
 }
 
-constexpr yajl_callbacks callbacks = {on_null,   on_boolean,   nullptr,    nullptr,    on_number,      on_string,
+constexpr yajl_callbacks callbacks = {on_null,      on_boolean, nullptr,    nullptr,        on_number,   on_string,
                                       on_start_map, on_map_key, on_end_map, on_start_array, on_end_array};
 
 std::string describe_error(yajl_handle parser, std::string_view text) {

@@ -35,8 +35,8 @@ class YAJL_Handler {
 /// Outcome of one document.
 struct JSON_Parse_Result {
   bool ok = false;
-  int code = 0;          ///< the handler's JSON_Parser_Error, 0 when the text itself is not JSON
-  std::string message;   ///< what, where, why; empty when ok
+  int code = 0;         ///< the handler's JSON_Parser_Error, 0 when the text itself is not JSON
+  std::string message;  ///< what, where, why; empty when ok
 };
 
 /// Drives yajl over `text` (UTF-8, validated) into `handler`. Linear in the input; refuses documents of more than

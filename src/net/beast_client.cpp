@@ -36,7 +36,8 @@ std::string host_field(const Endpoint& endpoint) {
 }
 
 bool fail_stream(Net_Error& error, const Endpoint& endpoint, const std::string& what, beast::error_code cause) {
-  if (cause == beast::error::timeout) return fail(error, Net_Error::timeout, what + " " + place(endpoint) + ": timed out");
+  if (cause == beast::error::timeout)
+    return fail(error, Net_Error::timeout, what + " " + place(endpoint) + ": timed out");
   if (cause == http::error::end_of_stream || cause == http::error::partial_message || cause == asio::error::eof ||
       cause == asio::ssl::error::stream_truncated)
     return fail(error, Net_Error::closed, what + " " + place(endpoint) + ": the connection was closed before the end");
@@ -80,7 +81,8 @@ bool set_up_tls(asio::ssl::context& context, const Endpoint& endpoint, Net_Error
   else
     context.load_verify_file(platform::File_Root::current().real(endpoint.ca_file), cause);
   if (cause)
-    return fail(error, Net_Error::tls, "cannot read the accepted authorities from " + endpoint.ca_file + ": " + cause.message());
+    return fail(error, Net_Error::tls,
+                "cannot read the accepted authorities from " + endpoint.ca_file + ": " + cause.message());
   return true;
 }
 
@@ -101,17 +103,17 @@ bool secure(asio::io_context& loop, Tls_Stream& stream, const Endpoint& endpoint
   if (!set_expected_name(ssl, endpoint.host))
     return fail(error, Net_Error::tls, "cannot verify a host of the name " + endpoint.host);
   beast::get_lowest_layer(stream).expires_after(timeout);
-  const beast::error_code cause = run_operation(
-      loop, [&](Store_Outcome done) { stream.async_handshake(asio::ssl::stream_base::client, done); });
+  const beast::error_code cause =
+      run_operation(loop, [&](Store_Outcome done) { stream.async_handshake(asio::ssl::stream_base::client, done); });
   if (!cause) return true;
   if (cause == beast::error::timeout)
     return fail(error, Net_Error::timeout, "TLS with " + place(endpoint) + ": timed out");
   const long verified = SSL_get_verify_result(ssl);
   return fail(error, Net_Error::tls,
               "TLS with " + place(endpoint) + ": " +
-                  (verified == X509_V_OK ? cause.message()
-                                         : std::string("the certificate is not accepted: ") +
-                                               X509_verify_cert_error_string(verified)));
+                  (verified == X509_V_OK
+                       ? cause.message()
+                       : std::string("the certificate is not accepted: ") + X509_verify_cert_error_string(verified)));
 }
 
 bool open_stream(Dialled<Plain_Stream>& dialled, const Endpoint& endpoint, std::chrono::nanoseconds timeout,
@@ -244,9 +246,9 @@ class Beast_Connection final : public Http_Connection {
     Response_Sink target(response.body, success ? sink : nullptr);
     const Transfer received = receive_body(channel, parser, target);
     if (received.failed == Failed_Side::body)
-      return fail(error, Net_Error::body,
-                  what + " " + place(endpoint_) +
-                      (target.streams() ? ": its receiver gave up" : ": its body is too large"));
+      return fail(
+          error, Net_Error::body,
+          what + " " + place(endpoint_) + (target.streams() ? ": its receiver gave up" : ": its body is too large"));
     if (!received.ok()) return fail_stream(error, endpoint_, what, received.error);
     response.status = status;
     response.headers = copy_fields(parser.get());
@@ -292,9 +294,8 @@ std::unique_ptr<Web_Socket> make_web_socket(const Endpoint& endpoint, const std:
     if (!bearer.empty()) request.set(http::field::authorization, "Bearer " + std::string(bearer.view()));
   }));
   websocket::response_type answer;
-  const beast::error_code cause = run_operation(*dialled.loop, [&](Store_Outcome done) {
-    stream->async_handshake(answer, host_field(endpoint), target, done);
-  });
+  const beast::error_code cause = run_operation(
+      *dialled.loop, [&](Store_Outcome done) { stream->async_handshake(answer, host_field(endpoint), target, done); });
   // The decorator refers to the caller's key.
   stream->set_option(websocket::stream_base::decorator([](websocket::request_type&) {}));
   if (cause == websocket::error::upgrade_declined) {

@@ -21,7 +21,7 @@ namespace {
 using tcp = asio::ip::tcp;
 
 constexpr int http_1_1 = 11;
-constexpr std::chrono::seconds idle_limit{60};       ///< between requests, and for a whole head
+constexpr std::chrono::seconds idle_limit{60};  ///< between requests, and for a whole head
 constexpr std::chrono::seconds body_stall_limit{60};
 constexpr std::chrono::seconds tls_limit{10};
 constexpr std::chrono::seconds linger_limit{2};
@@ -99,8 +99,8 @@ class Beast_Exchange final : public Server_Exchange {
   bool finish() {
     if (!responded_) respond(refusal(status_internal, "internal", "the server gave no answer"));
     if (!sent_) return false;
-    if (!broken_ && !parser_.is_done() && parser_.content_length_remaining().value_or(drain_limit_bytes + 1) <= drain_limit_bytes &&
-        !awaits_continue()) {
+    if (!broken_ && !parser_.is_done() &&
+        parser_.content_length_remaining().value_or(drain_limit_bytes + 1) <= drain_limit_bytes && !awaits_continue()) {
       Discard rest;
       broken_ = !receive_body(channel_, parser_, rest).ok();
     }
@@ -121,7 +121,7 @@ class Beast_Exchange final : public Server_Exchange {
   Http_Headers headers_;
   std::string peer_;
   bool keep_alive_;
-  bool broken_ = false;     ///< the rest of the body cannot be read
+  bool broken_ = false;  ///< the rest of the body cannot be read
   bool responded_ = false;
   bool sent_ = false;       ///< the whole answer
   bool continued_ = false;  ///< the client was told to send its body
@@ -200,8 +200,7 @@ struct Http_Server::Impl {
   std::list<Session> sessions;  ///< accept thread only; after it has ended, stop
   unsigned short port = 0;
 
-  Impl(Http_Handler& a_handler, Server_Options some_options)
-      : handler(a_handler), options(std::move(some_options)) {}
+  Impl(Http_Handler& a_handler, Server_Options some_options) : handler(a_handler), options(std::move(some_options)) {}
 
   bool listen(std::string& error) {
     beast::error_code cause;

@@ -17,7 +17,8 @@ bool same_name(std::string_view a, std::string_view b) {
 bool is_letter(char c) { return lower(c) >= 'a' && lower(c) <= 'z'; }
 
 bool is_name_character(char c) {
-  return is_letter(c) || (c >= '0' && c <= '9') || std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
+  return is_letter(c) || (c >= '0' && c <= '9') ||
+         std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
 }
 
 constexpr unsigned char first_printable = 0x20;

@@ -46,7 +46,7 @@ class Http_Handler {
 
 struct Server_Options {
   std::string address = "127.0.0.1";
-  unsigned short port = 0;  ///< 0: any free one
+  unsigned short port = 0;       ///< 0: any free one
   std::string certificate_file;  ///< documented paths; TLS when set
   std::string private_key_file;
   unsigned workers = 8;  ///< each stands for 32 connections at once; a connection beyond them is answered with 503

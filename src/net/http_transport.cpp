@@ -31,8 +31,7 @@ Http_Transport& Http_Transport::current() {
   return replaced != nullptr ? *replaced : beast_transport();
 }
 
-Scoped_Http_Transport::Scoped_Http_Transport(Http_Transport& transport)
-    : previous_(replacement.exchange(&transport)) {}
+Scoped_Http_Transport::Scoped_Http_Transport(Http_Transport& transport) : previous_(replacement.exchange(&transport)) {}
 
 Scoped_Http_Transport::~Scoped_Http_Transport() { replacement.store(previous_); }
 

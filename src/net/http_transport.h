@@ -61,8 +61,7 @@ class Http_Transport {
                                                                  Net_Error& error) = 0;
   /// Opens a WebSocket at `target`; `bearer` goes into the Authorization field. Messages are pinged by the
   /// implementation, so that a dead peer is noticed within a minute.
-  [[nodiscard]] virtual std::unique_ptr<Web_Socket> open_web_socket(const Endpoint& endpoint,
-                                                                    const std::string& target,
+  [[nodiscard]] virtual std::unique_ptr<Web_Socket> open_web_socket(const Endpoint& endpoint, const std::string& target,
                                                                     const secure_string& bearer,
                                                                     std::chrono::nanoseconds timeout,
                                                                     Net_Error& error) = 0;

@@ -47,8 +47,7 @@ JSON_RPC_Message read_reply(const Object& object, bool has_id, JSON_RPC_Message 
 }
 
 JSON_RPC_Message read_request(const Object& object, bool has_id, const Value& method, JSON_RPC_Message message) {
-  if (!method.is_string())
-    return refuse(std::move(message), JSON_RPC_E_INVALID_REQUEST, "\"method\" is not a string");
+  if (!method.is_string()) return refuse(std::move(message), JSON_RPC_E_INVALID_REQUEST, "\"method\" is not a string");
   message.method = method.get_str();
   if (const Value* params = object.find("params")) {
     if (!params->is_object() && !params->is_array())

@@ -45,8 +45,7 @@ struct JSON_RPC_Peer::Impl {
   bool ended = false;
   std::vector<std::thread> workers;  ///< changed by constructor and finish only
 
-  Impl(net::Web_Socket& a_socket, Handler a_handler, unsigned count)
-      : socket(a_socket), handler(std::move(a_handler)) {
+  Impl(net::Web_Socket& a_socket, Handler a_handler, unsigned count) : socket(a_socket), handler(std::move(a_handler)) {
     for (unsigned i = 0; i < count; ++i) workers.emplace_back([this] { run_requests(); });
   }
 
@@ -68,8 +67,7 @@ struct JSON_RPC_Peer::Impl {
         take_answer(message);
         return;
       case JSON_RPC_Message::invalid:
-        D3_WARNING("Refused a malformed JSON-RPC message: %C\n",
-                   platform::cut_for_log(message.error_message).c_str());
+        D3_WARNING("Refused a malformed JSON-RPC message: %C\n", platform::cut_for_log(message.error_message).c_str());
         send(json_rpc_error_text(message.id, message.error_code, message.error_message));
         return;
     }
@@ -179,8 +177,7 @@ void JSON_RPC_Peer::serve() {
   impl_->finish();
 }
 
-JSON_RPC_Answer JSON_RPC_Peer::call(const std::string& method, const Value& params,
-                                    std::chrono::nanoseconds timeout) {
+JSON_RPC_Answer JSON_RPC_Peer::call(const std::string& method, const Value& params, std::chrono::nanoseconds timeout) {
   std::int64_t id = 0;
   const std::shared_ptr<Impl::Open_Call> call = impl_->open_call(id);
   if (!call) return failure(JSON_RPC_E_NOT_CONNECTED, not_connected);

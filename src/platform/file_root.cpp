@@ -25,8 +25,8 @@ std::string File_Root::real(std::string_view documented) const {
 }
 
 std::string File_Root::documented(std::string_view real) const {
-  const bool below = !prefix_.empty() && real.starts_with(prefix_) &&
-                     (real.size() == prefix_.size() || real[prefix_.size()] == '/');
+  const bool below =
+      !prefix_.empty() && real.starts_with(prefix_) && (real.size() == prefix_.size() || real[prefix_.size()] == '/');
   if (!below) return std::string(real);
   std::string rest(real.substr(prefix_.size()));
   return rest.empty() ? "/" : rest;

@@ -105,9 +105,7 @@ ssize_t read_link(const char* path, char* buffer, std::size_t size) {
   return static_cast<ssize_t>(kept);
 }
 
-int make_link(const char* target, const char* path) {
-  return ::symlink(real(target).c_str(), real(path).c_str());
-}
+int make_link(const char* target, const char* path) { return ::symlink(real(target).c_str(), real(path).c_str()); }
 
 char* dirname_r(const char* path, char* buffer, std::size_t size, char separator) {
   const char* last = std::strrchr(path, separator);

@@ -29,13 +29,13 @@ class Output_Sink {
 /// What to run. Paths are documented ones; the runner puts the file root before them.
 struct Process_Spec {
   std::string program;
-  std::vector<std::string> arguments;  ///< without the program's own name
-  std::string name;                    ///< argv[0]; the program's path when empty
+  std::vector<std::string> arguments;              ///< without the program's own name
+  std::string name;                                ///< argv[0]; the program's path when empty
   std::map<std::string, std::string> environment;  ///< the child's whole environment: nothing is inherited
   std::string working_directory;                   ///< "/" when empty
-  std::string user;                    ///< OS user to become when the caller is root; empty: stay
-  secure_string input;                 ///< standard input, then end of file
-  std::chrono::nanoseconds idle_interval{0};  ///< 0: on_idle is never called
+  std::string user;                                ///< OS user to become when the caller is root; empty: stay
+  secure_string input;                             ///< standard input, then end of file
+  std::chrono::nanoseconds idle_interval{0};       ///< 0: on_idle is never called
 };
 
 struct Exit_Status {

@@ -8,8 +8,8 @@
 
 /// A limit for a part of the day, in local time.
 struct Rate_Control_Entry {
-  unsigned start_time = 0;  ///< seconds of the day
-  unsigned end_time = 0;    ///< seconds of the day, exclusive; before start_time: over midnight
+  unsigned start_time = 0;                 ///< seconds of the day
+  unsigned end_time = 0;                   ///< seconds of the day, exclusive; before start_time: over midnight
   std::uint64_t max_bytes_per_second = 0;  ///< 0: no limit
   [[nodiscard]] bool operator==(const Rate_Control_Entry&) const = default;
 };

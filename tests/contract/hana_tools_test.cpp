@@ -54,9 +54,9 @@ class HANA_Tools_Contract : public testing::Test {
     root_.emplace();
     const std::string secret = root_->path() + "/password";
     std::ofstream(secret) << tricky_password << "\n";
-    ASSERT_TRUE(run_outside("standin-hana-install",
-                            {"--root", root_->path(), "--sid", "HDB", "--nr", "00", "--host", "hanahost", "--version",
-                             "2.00.059.00.1632920961", "--tenant", "TN1", "--tenant", "TN2", "--password-file", secret}));
+    ASSERT_TRUE(run_outside("standin-hana-install", {"--root", root_->path(), "--sid", "HDB", "--nr", "00", "--host",
+                                                     "hanahost", "--version", "2.00.059.00.1632920961", "--tenant",
+                                                     "TN1", "--tenant", "TN2", "--password-file", secret}));
     ASSERT_TRUE(Instance_Controller("HDB").start("HDB00"));
   }
   static void TearDownTestSuite() {

@@ -63,7 +63,8 @@ std::string talk(unsigned short port, const std::string& bytes, bool half_close 
   if (half_close) ::shutdown(fd, SHUT_WR);
   std::string got;
   char buffer[4096];
-  for (ssize_t now; (now = ::recv(fd, buffer, sizeof buffer, 0)) > 0;) got.append(buffer, static_cast<std::size_t>(now));
+  for (ssize_t now; (now = ::recv(fd, buffer, sizeof buffer, 0)) > 0;)
+    got.append(buffer, static_cast<std::size_t>(now));
   ::close(fd);
   return got;
 }
@@ -352,11 +353,10 @@ TEST_F(Tls_Faults, Only_A_Trusted_Certificate_Of_The_Right_Name_Is_Accepted) {
     const char* trusted;
     bool good;
   };
-  for (const Row& row : {Row{"name", "a", "localhost", "a", true}, Row{"address", "a", "127.0.0.1", "a", true},
-                         Row{"other authority", "a", "localhost", "b", false},
-                         Row{"system's authorities", "a", "localhost", "", false},
-                         Row{"other name", "c", "localhost", "c", false},
-                         Row{"authority missing", "a", "localhost", "none", false}}) {
+  for (const Row& row :
+       {Row{"name", "a", "localhost", "a", true}, Row{"address", "a", "127.0.0.1", "a", true},
+        Row{"other authority", "a", "localhost", "b", false}, Row{"system's authorities", "a", "localhost", "", false},
+        Row{"other name", "c", "localhost", "c", false}, Row{"authority missing", "a", "localhost", "none", false}}) {
     SCOPED_TRACE(row.name);
     EXPECT_EQ(ask(serve(row.certificate, row.host, row.trusted)), row.good) << error.text;
     if (!row.good) {

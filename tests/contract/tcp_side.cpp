@@ -32,9 +32,7 @@ class Tcp_Side final : public Transport_Side {
     EXPECT_TRUE(server_.start(error)) << error;
   }
   net::Http_Transport& transport() override { return net::beast_transport(); }
-  net::Endpoint endpoint() const override {
-    return {tls_, "127.0.0.1", server_.port(), tls_ ? "/etc/server.pem" : ""};
-  }
+  net::Endpoint endpoint() const override { return {tls_, "127.0.0.1", server_.port(), tls_ ? "/etc/server.pem" : ""}; }
 
  private:
   support::Temp_Root root_;

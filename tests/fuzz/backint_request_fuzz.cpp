@@ -18,7 +18,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       const bool ambiguous = entry.name.ends_with('\\') &&
                              (entry.name.front() == '"' || entry.name.find_first_of(" \t") != std::string::npos);
       if (entry.name.empty() || ambiguous) continue;
-      if (!split_line(quote_parameter(entry.name), tokens) || tokens.size() != 1 || tokens[0] != entry.name) std::abort();
+      if (!split_line(quote_parameter(entry.name), tokens) || tokens.size() != 1 || tokens[0] != entry.name)
+        std::abort();
     }
   }
   return 0;

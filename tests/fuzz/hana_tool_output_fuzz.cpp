@@ -11,8 +11,8 @@
 #include "hana/common/replication_output.h"
 #include "hana/common/sap_control_output.h"
 
-// What HANA's tools print and what its files hold, read by every parser; and a statement, which must never reach hdbsql in a
-// line of its own.
+// What HANA's tools print and what its files hold, read by every parser; and a statement, which must never reach hdbsql
+// in a line of its own.
 
 namespace {
 

@@ -117,7 +117,8 @@ class Memory_Exchange final : public net::Server_Exchange {
   bool streams_ = false;
 
   bool take(const char* data, std::size_t size, net::Body_Sink& sink) {
-    const std::size_t allowed = fault_.kind == Http_Fault::cut_request ? fault_.bytes - std::min(taken_, fault_.bytes) : size;
+    const std::size_t allowed =
+        fault_.kind == Http_Fault::cut_request ? fault_.bytes - std::min(taken_, fault_.bytes) : size;
     const std::size_t passed = std::min(allowed, size);
     taken_ += passed;
     if (seen.size() < net::http_body_limit_bytes) seen.append(data, passed);
@@ -141,7 +142,8 @@ class Memory_Exchange final : public net::Server_Exchange {
   }
 
   bool give(const char* data, std::size_t size) {
-    const std::size_t allowed = fault_.kind == Http_Fault::cut_reply ? fault_.bytes - std::min(given_, fault_.bytes) : size;
+    const std::size_t allowed =
+        fault_.kind == Http_Fault::cut_reply ? fault_.bytes - std::min(given_, fault_.bytes) : size;
     const std::size_t passed = std::min(allowed, size);
     given_ += passed;
     if (streams_) {
@@ -244,8 +246,7 @@ std::unique_ptr<net::Http_Connection> Fake_Http_Transport::connect(const net::En
 std::unique_ptr<net::Web_Socket> Fake_Http_Transport::open_web_socket(const net::Endpoint& endpoint,
                                                                       const std::string& target,
                                                                       const secure_string& bearer,
-                                                                      std::chrono::nanoseconds,
-                                                                      net::Net_Error& error) {
+                                                                      std::chrono::nanoseconds, net::Net_Error& error) {
   error = {};
   if (!take_connection(endpoint, error)) return nullptr;
   net::Http_Headers headers;

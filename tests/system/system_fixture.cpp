@@ -57,7 +57,8 @@ void System_Fixture::TearDown() {
   std::vector<std::string> left;
   (void)eventually([&] { return (left = processes_below(root_)).empty(); }, std::chrono::seconds(5));
   EXPECT_TRUE(left.empty()) << "left behind: " << left.front();
-  if (HasFailure() || std::getenv("DORSAL3_TEST_LOGS") != nullptr) std::cerr << "--- agent\n" << agent_log() << "--- backupd\n" << slurp(real("/log/backupd.log"));
+  if (HasFailure() || std::getenv("DORSAL3_TEST_LOGS") != nullptr)
+    std::cerr << "--- agent\n" << agent_log() << "--- backupd\n" << slurp(real("/log/backupd.log"));
 }
 
 std::string System_Fixture::program(const std::string& name) const { return real(install) + "/bin/" + name; }

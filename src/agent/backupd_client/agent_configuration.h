@@ -12,9 +12,9 @@ struct Agent_Configuration {
   std::string server_url;  ///< "http[s]://host:port", without a trailing '/'
   std::string ca_file;     ///< documented path of the accepted authorities; empty: the system's
   std::string host_uuid;
-  std::string host_name;        ///< the system's own when the file does not say
-  secure_string access_key;     ///< when it stands in the file itself
-  std::string access_key_file;  ///< documented path of a file that holds it
+  std::string host_name;             ///< the system's own when the file does not say
+  secure_string access_key;          ///< when it stands in the file itself
+  std::string access_key_file;       ///< documented path of a file that holds it
   std::vector<std::string> modules;  ///< module names, "hana" for "hana.so"
   std::string log_file;              ///< documented path; empty: standard error alone
   unsigned heartbeat_seconds = 60;
@@ -27,8 +27,8 @@ struct Agent_Configuration {
   /// Unknown keys and values of a wrong type are refused.
   [[nodiscard]] static bool load(Agent_Configuration& configuration, std::string& error);
   /// The same from text; `source` names it in messages.
-  [[nodiscard]] static bool parse(const std::string& text, const std::string& source, Agent_Configuration& configuration,
-                                  std::string& error);
+  [[nodiscard]] static bool parse(const std::string& text, const std::string& source,
+                                  Agent_Configuration& configuration, std::string& error);
 
   /// The key for backupd: the one configured, or, where the caller may not read that file, the copy that the agent
   /// keeps for the SAP group. A key that everybody may read is refused.

@@ -34,8 +34,8 @@ Catalog_Operator::Catalog_Operator(int retries, int retry_seconds)
     : retries_(retries < 0 ? JSON_HTTP_Session::DEFAULT_RETRYS : retries),
       retry_seconds_(std::clamp(retry_seconds, 0, max_retry_seconds)) {}
 
-bool Catalog_Operator::get_view(const std::string& module, const std::string& view,
-                                const json_spirit::Object& params, json_spirit::Value& result) const {
+bool Catalog_Operator::get_view(const std::string& module, const std::string& view, const json_spirit::Object& params,
+                                json_spirit::Value& result) const {
   std::string path = view_path;
   append_segment(path, module);
   path += '/';

@@ -18,9 +18,9 @@ class Catalog_Operator {
   [[nodiscard]] bool get_view(const std::string& module, const std::string& view, const json_spirit::Object& params,
                               json_spirit::Value& result) const;
 
-  /// Commits `set`: true when it is on backupd's disk. That is what `durable` asks for; backupd never answers earlier, so
-  /// false makes no difference. Committing a set again whose objects are stored already succeeds and changes nothing.
-  /// False with the cause logged.
+  /// Commits `set`: true when it is on backupd's disk. That is what `durable` asks for; backupd never answers earlier,
+  /// so false makes no difference. Committing a set again whose objects are stored already succeeds and changes
+  /// nothing. False with the cause logged.
   [[nodiscard]] bool commit(const Backup_Set& set, bool durable) const;
 
  private:

@@ -76,8 +76,7 @@ bool get_pool_info(const std::string& uuid, const char* name, Pool_Info& info, b
 
   const Object* const row = find_row(reply, uuid);
   if (row == nullptr) {
-    D3_ERROR("backupd knows no pool %C; check the target of the job definition\n",
-             platform::cut_for_log(uuid).c_str());
+    D3_ERROR("backupd knows no pool %C; check the target of the job definition\n", platform::cut_for_log(uuid).c_str());
     return false;
   }
   info = read_pool(*row, session.session()->url());

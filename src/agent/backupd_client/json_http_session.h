@@ -8,10 +8,10 @@
 
 /// Why a request to backupd failed.
 struct JSON_HTTP_Failure {
-  unsigned status = 0;   ///< HTTP status of the last answer; 0: no whole answer came
-  std::string code;      ///< the server's word for it ("conflict", "not_found"), empty without one
-  std::string message;   ///< what, where and why, on one line
-  unsigned attempts = 0; ///< how often it was sent. After more than one, a 409 may be the echo of an earlier success.
+  unsigned status = 0;    ///< HTTP status of the last answer; 0: no whole answer came
+  std::string code;       ///< the server's word for it ("conflict", "not_found"), empty without one
+  std::string message;    ///< what, where and why, on one line
+  unsigned attempts = 0;  ///< how often it was sent. After more than one, a 409 may be the echo of an earlier success.
 };
 
 /// Requests with JSON bodies to one server. A request is sent again, after a growing pause, when no answer came or the
@@ -39,7 +39,8 @@ class JSON_HTTP_Session {
   /// `path` with query, percent-encoded, from "/". True on 2xx with the answer's document in `reply` (null when the
   /// answer has no body). False otherwise with `reply` null: with `failure` given the reason goes there and the caller
   /// reports it; without, it is logged here as an error.
-  [[nodiscard]] bool get(const std::string& path, json_spirit::Value& reply, JSON_HTTP_Failure* failure = nullptr) const;
+  [[nodiscard]] bool get(const std::string& path, json_spirit::Value& reply,
+                         JSON_HTTP_Failure* failure = nullptr) const;
   [[nodiscard]] bool post(const std::string& path, const json_spirit::Value& body, json_spirit::Value& reply,
                           JSON_HTTP_Failure* failure = nullptr) const;
   [[nodiscard]] bool put(const std::string& path, const json_spirit::Value& body, json_spirit::Value& reply,
@@ -47,7 +48,8 @@ class JSON_HTTP_Session {
   [[nodiscard]] bool patch(const std::string& path, const json_spirit::Value& body, json_spirit::Value& reply,
                            JSON_HTTP_Failure* failure = nullptr) const;
   /// DELETE.
-  [[nodiscard]] bool del(const std::string& path, json_spirit::Value& reply, JSON_HTTP_Failure* failure = nullptr) const;
+  [[nodiscard]] bool del(const std::string& path, json_spirit::Value& reply,
+                         JSON_HTTP_Failure* failure = nullptr) const;
 
  private:
   HTTP_Session_var session_;

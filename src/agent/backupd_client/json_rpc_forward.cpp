@@ -45,13 +45,10 @@ bool json_rpc_forward(const std::string& host_uuid, const json_spirit::Value& pa
     fail(method, host_uuid, JSON_RPC_E_NOT_CONNECTED, "this program has no connection to other agents");
 
   const std::chrono::seconds limit = limit_of(method, params);
-  const json_spirit::Object envelope{{"host_uuid", host_uuid},
-                                     {"method", method},
-                                     {"params", params},
-                                     {"timeout", static_cast<long>(limit.count())}};
+  const json_spirit::Object envelope{
+      {"host_uuid", host_uuid}, {"method", method}, {"params", params}, {"timeout", static_cast<long>(limit.count())}};
   JSON_RPC_Answer answer = channel->call(forward_method, envelope, limit + answer_grace);
-  if (!answer.ok)
-    fail(method, host_uuid, answer.code, answer.message + " (code " + std::to_string(answer.code) + ")");
+  if (!answer.ok) fail(method, host_uuid, answer.code, answer.message + " (code " + std::to_string(answer.code) + ")");
   if (result == nullptr) return true;
 
   if (answer.result.type() != expected)

@@ -46,8 +46,8 @@ constexpr std::chrono::seconds forward_limit{60};
 /// Starting, stopping and restarting a HANA instance take their time.
 constexpr std::chrono::seconds forward_control_limit{3600};
 
-/// Sends a JSON-RPC request through backupd to the agent of `host_uuid` and waits for its reply. With `result` the reply
-/// goes there and must be of type `expected`; without, it is dropped. True on success; throws Forward_Error otherwise,
-/// `result` is then left alone. Logs nothing: the caller catches and reports. Any thread.
+/// Sends a JSON-RPC request through backupd to the agent of `host_uuid` and waits for its reply. With `result` the
+/// reply goes there and must be of type `expected`; without, it is dropped. True on success; throws Forward_Error
+/// otherwise, `result` is then left alone. Logs nothing: the caller catches and reports. Any thread.
 bool json_rpc_forward(const std::string& host_uuid, const json_spirit::Value& params, const std::string& method,
                       json_spirit::Value* result = nullptr, json_spirit::Value_type expected = json_spirit::obj_type);

@@ -15,7 +15,9 @@ class Recorder : public YAJL_Parser<Nothing> {
  public:
   bool handle_string_i(const char* text, std::size_t length) override { return note("s:" + std::string(text, length)); }
   bool handle_start_map_i() override { return note("{"); }
-  bool handle_map_key_i(const char* text, std::size_t length) override { return note("k:" + std::string(text, length)); }
+  bool handle_map_key_i(const char* text, std::size_t length) override {
+    return note("k:" + std::string(text, length));
+  }
   bool handle_end_map_i() override { return note("}"); }
   Result result() override { return Result(); }
 

@@ -13,11 +13,19 @@ struct Decode_Row {
 };
 
 TEST(Http_Decode_String, Undoes_What_Is_Whole_And_Keeps_The_Rest) {
-  for (const Decode_Row& row :
-       {Decode_Row{"", "", ""}, {"abc", "abc", "abc"}, {"a%20b", "a b", "a b"}, {"a+b", "a+b", "a b"},
-        {"%2f%2F", "//", "//"}, {"%c3%a4", "\xc3\xa4", "\xc3\xa4"}, {"%", "%", "%"}, {"%4", "%4", "%4"},
-        {"%4g", "%4g", "%4g"}, {"%%41", "%A", "%A"}, {"%zz%41", "%zzA", "%zzA"}, {"a%00b", "a\0b"s, "a\0b"s},
-        {"%2541", "%41", "%41"}}) {
+  for (const Decode_Row& row : {Decode_Row{"", "", ""},
+                                {"abc", "abc", "abc"},
+                                {"a%20b", "a b", "a b"},
+                                {"a+b", "a+b", "a b"},
+                                {"%2f%2F", "//", "//"},
+                                {"%c3%a4", "\xc3\xa4", "\xc3\xa4"},
+                                {"%", "%", "%"},
+                                {"%4", "%4", "%4"},
+                                {"%4g", "%4g", "%4g"},
+                                {"%%41", "%A", "%A"},
+                                {"%zz%41", "%zzA", "%zzA"},
+                                {"a%00b", "a\0b"s, "a\0b"s},
+                                {"%2541", "%41", "%41"}}) {
     EXPECT_EQ(http_decode_string(row.text), row.decoded) << row.text;
     EXPECT_EQ(http_decode_string(row.text, true), row.decoded_with_blanks) << row.text;
   }

@@ -77,10 +77,12 @@ TEST_F(Json_Rpc_Peer, A_Handler_That_Throws_Is_An_Internal_Error) {
 
 TEST_F(Json_Rpc_Peer, A_Notification_Is_Handled_And_Not_Answered) {
   std::atomic<int> seen{0};
-  start([&](const std::string& method, const Value&) {
-    if (method == "n") ++seen;
-    return good(seen.load());
-  }, 1);
+  start(
+      [&](const std::string& method, const Value&) {
+        if (method == "n") ++seen;
+        return good(seen.load());
+      },
+      1);
   say(R"({"jsonrpc":"2.0","method":"n"})");
   say(R"({"jsonrpc":"2.0","id":2,"method":"m"})");
   EXPECT_EQ(next(), R"({"jsonrpc":"2.0","id":2,"result":1})");
@@ -91,8 +93,7 @@ TEST_F(Json_Rpc_Peer, A_Malformed_Message_Is_Refused_And_The_Next_One_Served) {
   say("nonsense");
   EXPECT_EQ(next().substr(0, 53), R"({"jsonrpc":"2.0","id":null,"error":{"code":-32700,"me)");
   say(R"({"jsonrpc":"2.0","id":3,"method":7})");
-  EXPECT_EQ(next(),
-            R"({"jsonrpc":"2.0","id":3,"error":{"code":-32600,"message":"\"method\" is not a string"}})");
+  EXPECT_EQ(next(), R"({"jsonrpc":"2.0","id":3,"error":{"code":-32600,"message":"\"method\" is not a string"}})");
   say(R"({"jsonrpc":"2.0","id":4,"method":"m"})");
   EXPECT_EQ(next(), R"({"jsonrpc":"2.0","id":4,"result":1})");
 }
@@ -156,10 +157,12 @@ TEST_F(Json_Rpc_Peer, Sends_A_Notification) {
 
 TEST_F(Json_Rpc_Peer, A_Flood_Of_Requests_Is_Refused_And_Not_Kept) {
   platform::Wait_Event release;
-  start([&](const std::string&, const Value&) {
-    (void)release.wait_real(patience);
-    return good(1);
-  }, 1);
+  start(
+      [&](const std::string&, const Value&) {
+        (void)release.wait_real(patience);
+        return good(1);
+      },
+      1);
   constexpr int flood = 1100;
   for (int i = 1; i <= flood; ++i) say(R"({"jsonrpc":"2.0","id":)" + std::to_string(i) + R"(,"method":"m"})");
   EXPECT_NE(next().find("too many requests are waiting"), std::string::npos);

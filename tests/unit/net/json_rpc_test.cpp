@@ -12,15 +12,14 @@ TEST(Json_Rpc_Message, Tells_The_Kinds_Apart) {
     const char* text;
     JSON_RPC_Message::Kind kind;
   };
-  for (const Row& row :
-       {Row{R"({"jsonrpc":"2.0","id":1,"method":"m","params":{}})", JSON_RPC_Message::request},
-        Row{R"({"jsonrpc":"2.0","id":"x","method":"m"})", JSON_RPC_Message::request},
-        Row{R"({"jsonrpc":"2.0","id":null,"method":"m"})", JSON_RPC_Message::request},
-        Row{R"({"jsonrpc":"2.0","method":"m","params":[1]})", JSON_RPC_Message::notification},
-        Row{R"({"jsonrpc":"2.0","id":1,"result":null})", JSON_RPC_Message::result},
-        Row{R"({"jsonrpc":"2.0","id":1,"error":{"code":-1,"message":"no"}})", JSON_RPC_Message::error},
-        Row{R"({"jsonrpc":"2.0","id":null,"error":{"code":-32700,"message":"no","data":[1]}})",
-            JSON_RPC_Message::error}})
+  for (const Row& row : {Row{R"({"jsonrpc":"2.0","id":1,"method":"m","params":{}})", JSON_RPC_Message::request},
+                         Row{R"({"jsonrpc":"2.0","id":"x","method":"m"})", JSON_RPC_Message::request},
+                         Row{R"({"jsonrpc":"2.0","id":null,"method":"m"})", JSON_RPC_Message::request},
+                         Row{R"({"jsonrpc":"2.0","method":"m","params":[1]})", JSON_RPC_Message::notification},
+                         Row{R"({"jsonrpc":"2.0","id":1,"result":null})", JSON_RPC_Message::result},
+                         Row{R"({"jsonrpc":"2.0","id":1,"error":{"code":-1,"message":"no"}})", JSON_RPC_Message::error},
+                         Row{R"({"jsonrpc":"2.0","id":null,"error":{"code":-32700,"message":"no","data":[1]}})",
+                             JSON_RPC_Message::error}})
     EXPECT_EQ(JSON_RPC_Message::parse(row.text).kind, row.kind) << row.text;
 }
 
@@ -29,23 +28,28 @@ TEST(Json_Rpc_Message, Refuses_With_The_Fitting_Code) {
     std::string text;
     int code;
   };
-  for (const Row& row : {Row{"", JSON_RPC_E_PARSE}, Row{"{", JSON_RPC_E_PARSE}, Row{"nonsense", JSON_RPC_E_PARSE},
-                         Row{"{}{}", JSON_RPC_E_PARSE}, Row{std::string(10000, '['), JSON_RPC_E_PARSE},
-                         Row{"\"\xff\xfe\"", JSON_RPC_E_PARSE}, Row{"1", JSON_RPC_E_INVALID_REQUEST},
-                         Row{"[]", JSON_RPC_E_INVALID_REQUEST}, Row{"{}", JSON_RPC_E_INVALID_REQUEST},
-                         Row{R"({"id":1,"method":"m"})", JSON_RPC_E_INVALID_REQUEST},
-                         Row{R"({"jsonrpc":2.0,"id":1,"method":"m"})", JSON_RPC_E_INVALID_REQUEST},
-                         Row{R"({"jsonrpc":"1.0","id":1,"method":"m"})", JSON_RPC_E_INVALID_REQUEST},
-                         Row{R"({"jsonrpc":"2.0","id":1})", JSON_RPC_E_INVALID_REQUEST},
-                         Row{R"({"jsonrpc":"2.0","id":{},"method":"m"})", JSON_RPC_E_INVALID_REQUEST},
-                         Row{R"({"jsonrpc":"2.0","id":true,"method":"m"})", JSON_RPC_E_INVALID_REQUEST},
-                         Row{R"({"jsonrpc":"2.0","id":1,"method":7})", JSON_RPC_E_INVALID_REQUEST},
-                         Row{R"({"jsonrpc":"2.0","id":1,"method":"m","params":"p"})", JSON_RPC_E_INVALID_REQUEST},
-                         Row{R"({"jsonrpc":"2.0","result":1})", JSON_RPC_E_INVALID_REQUEST},
-                         Row{R"({"jsonrpc":"2.0","id":1,"result":1,"error":{}})", JSON_RPC_E_INVALID_REQUEST},
-                         Row{R"({"jsonrpc":"2.0","id":1,"error":"no"})", JSON_RPC_E_INVALID_REQUEST},
-                         Row{R"({"jsonrpc":"2.0","id":1,"error":{"code":"x","message":"y"}})",
-                             JSON_RPC_E_INVALID_REQUEST}}) {
+  for (const Row& row :
+       {Row{"", JSON_RPC_E_PARSE},
+        Row{"{", JSON_RPC_E_PARSE},
+        Row{"nonsense", JSON_RPC_E_PARSE},
+        Row{"{}{}", JSON_RPC_E_PARSE},
+        Row{std::string(10000, '['), JSON_RPC_E_PARSE},
+        Row{"\"\xff\xfe\"", JSON_RPC_E_PARSE},
+        Row{"1", JSON_RPC_E_INVALID_REQUEST},
+        Row{"[]", JSON_RPC_E_INVALID_REQUEST},
+        Row{"{}", JSON_RPC_E_INVALID_REQUEST},
+        Row{R"({"id":1,"method":"m"})", JSON_RPC_E_INVALID_REQUEST},
+        Row{R"({"jsonrpc":2.0,"id":1,"method":"m"})", JSON_RPC_E_INVALID_REQUEST},
+        Row{R"({"jsonrpc":"1.0","id":1,"method":"m"})", JSON_RPC_E_INVALID_REQUEST},
+        Row{R"({"jsonrpc":"2.0","id":1})", JSON_RPC_E_INVALID_REQUEST},
+        Row{R"({"jsonrpc":"2.0","id":{},"method":"m"})", JSON_RPC_E_INVALID_REQUEST},
+        Row{R"({"jsonrpc":"2.0","id":true,"method":"m"})", JSON_RPC_E_INVALID_REQUEST},
+        Row{R"({"jsonrpc":"2.0","id":1,"method":7})", JSON_RPC_E_INVALID_REQUEST},
+        Row{R"({"jsonrpc":"2.0","id":1,"method":"m","params":"p"})", JSON_RPC_E_INVALID_REQUEST},
+        Row{R"({"jsonrpc":"2.0","result":1})", JSON_RPC_E_INVALID_REQUEST},
+        Row{R"({"jsonrpc":"2.0","id":1,"result":1,"error":{}})", JSON_RPC_E_INVALID_REQUEST},
+        Row{R"({"jsonrpc":"2.0","id":1,"error":"no"})", JSON_RPC_E_INVALID_REQUEST},
+        Row{R"({"jsonrpc":"2.0","id":1,"error":{"code":"x","message":"y"}})", JSON_RPC_E_INVALID_REQUEST}}) {
     const JSON_RPC_Message message = JSON_RPC_Message::parse(row.text);
     EXPECT_EQ(message.kind, JSON_RPC_Message::invalid) << row.text.substr(0, 80);
     EXPECT_EQ(message.error_code, row.code) << row.text.substr(0, 80);
@@ -69,7 +73,8 @@ TEST(Json_Rpc_Text, Is_Written_To_The_Byte) {
 }
 
 TEST(Json_Rpc_Text, Is_Read_Back_As_Written) {
-  const JSON_RPC_Message request = JSON_RPC_Message::parse(json_rpc_request_text(7, "m\"\n", Object{{"a", "\xc3\xa4"}}));
+  const JSON_RPC_Message request =
+      JSON_RPC_Message::parse(json_rpc_request_text(7, "m\"\n", Object{{"a", "\xc3\xa4"}}));
   EXPECT_EQ(request.kind, JSON_RPC_Message::request);
   EXPECT_EQ(request.method, "m\"\n");
   EXPECT_EQ(request.params, Value(Object{{"a", "\xc3\xa4"}}));

@@ -142,7 +142,7 @@ TEST(Files, File_Names_Are_Encoded_So_That_None_Leaves_Its_Directory) {
   struct {
     const char* name;
     const char* wanted;
-  } const cases[] = {{"TN1", "TN1"}, {"a-b", "a-b"},       {"a_b", "a%5Fb"},       {"../x", "%2E%2E%2Fx"},
+  } const cases[] = {{"TN1", "TN1"},   {"a-b", "a-b"},         {"a_b", "a%5Fb"}, {"../x", "%2E%2E%2Fx"},
                      {"a b", "a%20b"}, {"\xc3\xa4", "%C3%A4"}, {"", ""}};
   for (const auto& row : cases) EXPECT_EQ(encode_file_name(row.name), row.wanted) << row.name;
 }

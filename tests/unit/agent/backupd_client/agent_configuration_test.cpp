@@ -72,8 +72,7 @@ TEST(Agent_Configuration_Parse, Refuses_With_What_And_Why) {
         Row{good + "stop_limit_seconds = 99999999999\n", "f: stop_limit_seconds must be a whole number of seconds"},
         Row{good + "access_key = \"k\"\naccess_key_file = \"/k\"\n",
             "f: access_key and access_key_file exclude each other"},
-        Row{good + "access_key = \"a b\"\n", "f holds no usable access key"},
-        Row{good + "x = \n", "f: line 3: "}}) {
+        Row{good + "access_key = \"a b\"\n", "f holds no usable access key"}, Row{good + "x = \n", "f: line 3: "}}) {
     Agent_Configuration read;
     read.host_name = "kept";
     std::string error;

@@ -67,9 +67,9 @@ TEST_F(Read_First_Catalog, Gives_The_First_Row) {
     const char* answer;
     Value value;
   };
-  for (const Row& row : {Row{R"({"total":2,"rows":[{"a":1},{"a":2}]})", Object{{"a", 1}}},
-                         Row{R"({"total":0,"rows":[]})", Value()}, Row{R"({"uuid":"x"})", Object{{"uuid", "x"}}},
-                         Row{R"({"total":1,"rows":["text"]})", "text"}}) {
+  for (const Row& row :
+       {Row{R"({"total":2,"rows":[{"a":1},{"a":2}]})", Object{{"a", 1}}}, Row{R"({"total":0,"rows":[]})", Value()},
+        Row{R"({"uuid":"x"})", Object{{"uuid", "x"}}}, Row{R"({"total":1,"rows":["text"]})", "text"}}) {
     backupd.expect("GET", "/q5/r/v2/resources?uuid=u", "", 200, row.answer);
     EXPECT_TRUE(read_first_catalog("/q5/r/v2/resources?uuid=u", value, 10, -1)) << row.answer;
     EXPECT_EQ(value, row.value) << row.answer;
@@ -183,9 +183,10 @@ class Get_Pool_Info : public Client_Fixture {
 };
 
 TEST_F(Get_Pool_Info, Reads_The_Record) {
-  backupd.expect("GET", "/q5/r/v2/pools?uuid=p+1", "", 200,
-                 R"({"total":1,"rows":[{"uuid":"p 1","name":"n","host_uuid":"h","url":"file:///d","device_exists":true,)"
-                 R"("multidevice":true,"ext_attrs":{"a":"b","c":1},"node_addrs":["x",2]}]})");
+  backupd.expect(
+      "GET", "/q5/r/v2/pools?uuid=p+1", "", 200,
+      R"({"total":1,"rows":[{"uuid":"p 1","name":"n","host_uuid":"h","url":"file:///d","device_exists":true,)"
+      R"("multidevice":true,"ext_attrs":{"a":"b","c":1},"node_addrs":["x",2]}]})");
   ASSERT_TRUE(get());
   EXPECT_EQ(info.uuid, "p 1");
   EXPECT_EQ(info.name, "n");

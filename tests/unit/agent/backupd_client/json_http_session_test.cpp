@@ -102,9 +102,9 @@ TEST_F(Json_Http_Session, Never_Tries_Later_Than_The_Retry_Timeout) {
     int timeout;
     Sleeps sleeps;
   };
-  for (const Row& row : {Row{10, 10, {1, 2, 4}}, Row{10, 8, {1, 2, 4}}, Row{10, 7, {1, 2}}, Row{10, 0, {}},
-                         Row{0, 300, {}}, Row{-1, 300, {}}, Row{3, 300, {1, 2, 4}},
-                         Row{9, -1, {1, 2, 4, 8, 16, 32, 64, 64, 64}}}) {
+  for (const Row& row :
+       {Row{10, 10, {1, 2, 4}}, Row{10, 8, {1, 2, 4}}, Row{10, 7, {1, 2}}, Row{10, 0, {}}, Row{0, 300, {}},
+        Row{-1, 300, {}}, Row{3, 300, {1, 2, 4}}, Row{9, -1, {1, 2, 4, 8, 16, 32, 64, 64, 64}}}) {
     SCOPED_TRACE(testing::Message() << row.retries << " " << row.timeout);
     clock.forget_sleeps();
     network.refuse_connections(100);
@@ -127,10 +127,10 @@ TEST_F(Json_Http_Session, Tells_What_The_Server_Said) {
     const char* code;
     const char* why;
   };
-  for (const Row& row : {Row{R"({"error":{"code":"conflict","message":"set twice"}})", "conflict",
-                             "409 conflict: set twice"},
-                         Row{R"({"error":{"message":"set twice"}})", "", "409: set twice"}, Row{"", "", "409"},
-                         Row{"plain\nlines", "", "409: plain"}, Row{R"({"error":7})", "", R"(409: {"error":7})"}}) {
+  for (const Row& row :
+       {Row{R"({"error":{"code":"conflict","message":"set twice"}})", "conflict", "409 conflict: set twice"},
+        Row{R"({"error":{"message":"set twice"}})", "", "409: set twice"}, Row{"", "", "409"},
+        Row{"plain\nlines", "", "409: plain"}, Row{R"({"error":7})", "", R"(409: {"error":7})"}}) {
     network.fault({Http_Fault::answer, 0, 409, row.body});
     EXPECT_FALSE(session.get("/g?a=b", reply, &failure));
     EXPECT_EQ(failure.code, row.code);

@@ -46,8 +46,9 @@ TEST_F(Json_Rpc_Forward, Wraps_The_Call_And_Gives_The_Reply) {
   EXPECT_TRUE(json_rpc_forward("h1", params, "hana.instance.control", &result, json_spirit::obj_type));
   EXPECT_EQ(result, Value(Object{{"state", 1}}));
   EXPECT_EQ(channel.method, "agent.forward");
-  EXPECT_EQ(json_spirit::dump_json(channel.params),
-            R"({"host_uuid":"h1","method":"hana.instance.control","params":{"action":"state","sid":"ABC"},"timeout":60})");
+  EXPECT_EQ(
+      json_spirit::dump_json(channel.params),
+      R"({"host_uuid":"h1","method":"hana.instance.control","params":{"action":"state","sid":"ABC"},"timeout":60})");
 }
 
 TEST_F(Json_Rpc_Forward, Waits_An_Hour_Only_Where_An_Instance_Changes_Its_State) {
@@ -57,13 +58,13 @@ TEST_F(Json_Rpc_Forward, Waits_An_Hour_Only_Where_An_Instance_Changes_Its_State)
     long seconds;
   };
   channel.answer.ok = true;
-  for (const Row& row : {Row{"hana.instance.control", Object{{"action", "start"}}, 3600},
-                         Row{"hana.instance.control", Object{{"action", "stop"}}, 3600},
-                         Row{"hana.instance.control", Object{{"action", "restart"}}, 3600},
-                         Row{"hana.instance.control", Object{{"action", "state"}}, 60},
-                         Row{"hana.instance.control", Object{{"action", 1}}, 60},
-                         Row{"hana.instance.control", Value(), 60},
-                         Row{"hana.file.download", Object{{"action", "start"}}, 60}}) {
+  for (const Row& row :
+       {Row{"hana.instance.control", Object{{"action", "start"}}, 3600},
+        Row{"hana.instance.control", Object{{"action", "stop"}}, 3600},
+        Row{"hana.instance.control", Object{{"action", "restart"}}, 3600},
+        Row{"hana.instance.control", Object{{"action", "state"}}, 60},
+        Row{"hana.instance.control", Object{{"action", 1}}, 60}, Row{"hana.instance.control", Value(), 60},
+        Row{"hana.file.download", Object{{"action", "start"}}, 60}}) {
     EXPECT_TRUE(json_rpc_forward("h1", row.params, row.method));
     EXPECT_EQ(channel.params.get_obj().find("timeout")->get_int64(), row.seconds) << row.method;
     EXPECT_EQ(channel.timeout, std::chrono::seconds(row.seconds + 5)) << row.method;
