@@ -61,7 +61,7 @@ class Bench {
     const fs::path key = root_ / "var/opt/tarvex/dorsal3/agent/access_key";
     std::ofstream(key) << "the-key\n";
     fs::permissions(key, fs::perms::owner_read | fs::perms::owner_write);
-    program_ = hdbbackint::install_agent(root_.string(), HDBBACKINT_PROGRAM, DORSAL3_LIBRARY);
+    program_ = hdbbackint::install_agent(root_.string(), HDBBACKINT_PROGRAM);
   }
   ~Bench() { fs::remove_all(root_); }
 

@@ -55,14 +55,12 @@ class Child {
   rusage usage_{};
 };
 
-/// Lays the built program and its library out below `root` as an installation does; returns the program's real path.
-inline std::string install_agent(const std::string& root, const std::string& program, const std::string& library) {
+/// Lays the built program out below `root` as an installation does; returns the program's real path.
+inline std::string install_agent(const std::string& root, const std::string& program) {
   namespace fs = std::filesystem;
   const fs::path base = fs::path(root) / "opt/tarvex/dorsal3";
   fs::create_directories(base / "bin");
-  fs::create_directories(base / "lib");
   fs::copy_file(program, base / "bin/hdbbackint", fs::copy_options::overwrite_existing);
-  fs::copy_file(library, base / "lib" / fs::path(library).filename(), fs::copy_options::overwrite_existing);
   return (base / "bin/hdbbackint").string();
 }
 

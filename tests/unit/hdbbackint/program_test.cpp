@@ -15,7 +15,7 @@ class Program : public Agent_Fixture {
     root_.write("/etc/opt/tarvex/dorsal3/agent.toml",
                 "server_url = \"http://127.0.0.1:" + std::to_string(listener_.port()) +
                     "\"\nhost_uuid = \"99999999-0b0a-4908-8706-050403020100\"\n");
-    program_ = install_agent(root_.path(), HDBBACKINT_PROGRAM, DORSAL3_LIBRARY);
+    program_ = install_agent(root_.path(), HDBBACKINT_PROGRAM);
   }
 
   Child start(const std::string& function, const std::string& input) {
