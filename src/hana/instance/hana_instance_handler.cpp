@@ -107,11 +107,11 @@ int HANA_Instance_Handler::logon(const char* instance_name, const char* username
   if (find_instance(instance_name) == nullptr) return LOGON_OK;
   HDBSQL_Executor executor("");
   if (!executor.init(instance_name, "", username, *password)) {
-    D3_ERROR("Failed to login HANA database instance '%C', failed to init hdbsql\n", instance_name);
+    D3_ERROR("Failed to login HANA database instance '%s', failed to init hdbsql\n", instance_name);
     return LOGON_FAILED;
   }
   if (executor.execute(status_command, nullptr)) return LOGON_OK;
   errno = LOGON_REFUSED;  // the log entry's error number
-  D3_ERROR("Failed to login HANA database instance '%C'\n", instance_name);
+  D3_ERROR("Failed to login HANA database instance '%s'\n", instance_name);
   return LOGON_REFUSED;
 }

@@ -308,21 +308,49 @@ TEST_F(Data_Backup, Asks_For_No_Progress_On_A_Version_Without_The_View) {
   claim_first_backups();
 }
 
-TEST_F(Data_Backup, Waits_For_Another_Run_Of_The_Resource) {
+TEST_F(Data_Backup, Holds_The_Lock_Of_The_Resource_For_The_Whole_Run) {
+  set_entries({"hana/HDB00/SYSTEMDB", "hana/HDB00/TN1"});
+  let_backint_store(backup_id);
+  expect_cmd("SYSTEMDB", std::string("BACKUP DATA  ") + tail);
+  expect_times();
+  expect_tenant_backup("TN1");
+  Executor& executor = ready_executor();
+  const std::shared_ptr<Job_Mutex> mutex = Job_Mutex::get(backup_test::resource_uuid);
+  // The first thing a run asks of backupd is to store a Backint record, the last is to commit a set.
+  std::atomic<int> looks = 0;
+  std::atomic<int> found_free = 0;
+  backupd_.intercept = [&](const std::string&, const std::string&) -> std::optional<net::Http_Response> {
+    ++looks;
+    if (mutex->tryacquire() == 0) {
+      ++found_free;
+      EXPECT_EQ(mutex->release(), 0);
+    }
+    return std::nullopt;
+  };
+  EXPECT_TRUE(executor.execute_backup(nullptr));
+  EXPECT_GT(looks.load(), 0);
+  EXPECT_EQ(found_free.load(), 0);
+  EXPECT_EQ(mutex->tryacquire(), 0) << "given back at the end";
+  EXPECT_EQ(mutex->release(), 0);
+  claim_first_backups();
+}
+
+TEST_F(Data_Backup, Does_Nothing_While_Another_Run_Holds_The_Lock_Of_The_Resource) {
   set_entries({"hana/HDB00"});
   Executor& executor = ready_executor();
   const std::shared_ptr<Job_Mutex> mutex = Job_Mutex::get(backup_test::resource_uuid);
   ASSERT_EQ(mutex->acquire(), 0);
-  std::atomic<bool> released = false;
-  std::atomic<bool> waited = false;
+  platform::Wait_Event ended;
   std::thread runner([&] {
     EXPECT_TRUE(executor.execute_backup(nullptr));
-    waited = released.load();
+    ended.set();
   });
-  released = true;
+  // A run that does not wait is through in a moment.
+  EXPECT_FALSE(ended.wait_real(std::chrono::milliseconds(100)));
+  EXPECT_TRUE(progress().empty());
   ASSERT_EQ(mutex->release(), 0);
   runner.join();
-  EXPECT_TRUE(waited);
+  EXPECT_EQ(progress(), (Percentages{1, 100}));
 }
 
 TEST_F(Data_Backup, Fails_Silently_When_The_Lock_Cannot_Be_Taken) {
