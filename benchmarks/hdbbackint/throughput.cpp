@@ -184,13 +184,19 @@ int main(int argc, char** argv) {
               disk.c_str());
   const auto none = [&] { return bench.agent("none", 1, bench.pattern()); };
   const auto zstd = [&] { return bench.agent("zstd", 1, bench.pattern()); };
-  bench.compare("dd bs=1M conv=fdatasync",
-                [&] { return bench.tool({"/bin/dd", "if=PIPE", "of=TARGET", "bs=1M", "conv=fdatasync", "status=none"}); },
-                none);
+  bench.compare(
+      "dd bs=1M conv=fdatasync",
+      [&] {
+        return bench.tool({"/bin/dd", "if=PIPE", "of=TARGET", "bs=1M", "conv=fdatasync", "status=none"});
+      },
+      none);
   for (const char* threads : {"-T1", "-T2"}) {
     const std::string command = std::string("zstd -1 ") + threads + " -q -f -o TARGET < PIPE && sync TARGET";
     bench.compare((std::string("zstd -1 ") + threads + " and sync").c_str(),
-                  [&] { return bench.tool({"/bin/sh", "-c", command}); }, zstd);
+                  [&] {
+                    return bench.tool({"/bin/sh", "-c", command});
+                  },
+                  zstd);
   }
   const std::string zeros(mib, '\0');
   for (const std::size_t streams : {1U, 8U, 32U}) {

@@ -72,7 +72,8 @@ bool parse_command_line(const std::vector<std::string>& arguments, Command_Line&
       command.show = argument == "-v" ? Command_Line::Show::version : Command_Line::Show::details;
       continue;
     }
-    const bool known = argument.size() == 2 && argument[0] == '-' && with_value.find(argument[1]) != std::string_view::npos;
+    const bool known =
+        argument.size() == 2 && argument[0] == '-' && with_value.find(argument[1]) != std::string_view::npos;
     if (!known) {
       error = "unknown option '" + argument + "'";
       return false;

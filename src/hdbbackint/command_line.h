@@ -16,8 +16,8 @@ struct Command_Line {
   Function function = Function::none;
   std::string user;
   std::string parameter_file;
-  std::string input;   ///< documented path; empty: standard input
-  std::string output;  ///< documented path; empty: standard output
+  std::string input;                     ///< documented path; empty: standard input
+  std::string output;                    ///< documented path; empty: standard output
   std::uint64_t database_backup_id = 0;  ///< 0: not given
   std::uint64_t object_count = 0;        ///< of the whole backup, over all processes; 0: not given
   std::string level;

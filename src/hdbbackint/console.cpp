@@ -51,8 +51,8 @@ std::string Cause_Capture::text() const {
 
 void open_log() {
   ACE_Log_Msg* log = ACE_Log_Msg::instance();
-  auto stream = std::make_unique<std::ofstream>(
-      real_path(platform::product_paths::agent_state("hdbbackint.log")), std::ios::app);
+  auto stream =
+      std::make_unique<std::ofstream>(real_path(platform::product_paths::agent_state("hdbbackint.log")), std::ios::app);
   unsigned long flags = 0;
   if (stream->is_open()) {
     log->msg_ostream(stream.release(), true);

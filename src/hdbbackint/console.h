@@ -6,8 +6,8 @@
 
 namespace hdbbackint {
 
-/// Tells one failure: one line on standard error, which HANA shows to the administrator, and one in the log. Line breaks
-/// in `text` become blanks. Any thread.
+/// Tells one failure: one line on standard error, which HANA shows to the administrator, and one in the log. Line
+/// breaks in `text` become blanks. Any thread.
 void report_failure(std::string_view text);
 
 /// Keeps the last error line that this thread logs while the object lives: the cause of a failure in a lower layer, for

@@ -29,8 +29,9 @@ constexpr int connect_retries = 3;
 void show_version(Command_Line::Show show) {
   std::string text = std::string("\"backint ") + own_interface + "\" \"" + tool_name + "\"\n";
   if (show == Command_Line::Show::details) {
-    text += "Backint agent for SAP HANA: saves to and restores from the storage pools of a Dorsal3 backup server.\n"
-            "Methods: none, lzop, zstd. Checksum: XXH3-128.\n";
+    text +=
+        "Backint agent for SAP HANA: saves to and restores from the storage pools of a Dorsal3 backup server.\n"
+        "Methods: none, lzop, zstd. Checksum: XXH3-128.\n";
   }
   [[maybe_unused]] const ssize_t written = ::write(STDOUT_FILENO, text.data(), text.size());
 }
@@ -74,8 +75,8 @@ bool check_request(const Call& call) {
 
 bool connect(Call& call) {
   const Cause_Capture cause;
-  call.session = Common_HTTP_Session_Factory::create(Common_HTTP_Session_Factory::SESSION_BACKUPD, nullptr,
-                                                     connect_retries);
+  call.session =
+      Common_HTTP_Session_Factory::create(Common_HTTP_Session_Factory::SESSION_BACKUPD, nullptr, connect_retries);
   if (call.session) return true;
   call.fail_all("cannot reach backupd at " + call.configuration.server_url + ": " + cause.text());
   return false;

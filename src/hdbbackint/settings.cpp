@@ -39,9 +39,8 @@ bool read_job_settings(const sap_hana::Backint_Backup_Job_Info& job, Job_Setting
     return false;
   }
   settings.job = job;
-  settings.compression = job.compression.empty()
-                             ? COMPR_NONE
-                             : compression_name_to_value(job.compression.data(), job.compression.size());
+  settings.compression =
+      job.compression.empty() ? COMPR_NONE : compression_name_to_value(job.compression.data(), job.compression.size());
   json_spirit::Object io_ctl;
   json_spirit::object_get(job.extended_attrs, "io_ctl", io_ctl);
   std::uint64_t seconds = 0;
@@ -52,8 +51,7 @@ bool read_job_settings(const sap_hana::Backint_Backup_Job_Info& job, Job_Setting
     error = "the Backint job record " + job.uuid + " is malformed: " + error;
     return false;
   }
-  settings.max_seconds_retry = static_cast<unsigned>(
-      std::min<std::uint64_t>(seconds, std::numeric_limits<int>::max()));
+  settings.max_seconds_retry = static_cast<unsigned>(std::min<std::uint64_t>(seconds, std::numeric_limits<int>::max()));
   return true;
 }
 

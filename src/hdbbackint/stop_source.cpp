@@ -20,9 +20,7 @@ void Stop_Source::request() {
   for (const std::function<void()>& listener : listeners_) listener();
 }
 
-bool Stop_Source::wait(std::chrono::nanoseconds span) {
-  return !platform::Clock::current().wait_for(event_, span);
-}
+bool Stop_Source::wait(std::chrono::nanoseconds span) { return !platform::Clock::current().wait_for(event_, span); }
 
 Stop_Source::Listener::Listener(Stop_Source& source, std::function<void()> on_stop) : source_(source) {
   const std::lock_guard<std::mutex> guard(source_.mutex_);

@@ -37,8 +37,7 @@ Exponential_Backoff_Iterator Exponential_Backoff_Iterator::end_of_range() const 
 
 void Exponential_Backoff_Iterator::compute() {
   const std::uint64_t factor = std::min<std::uint64_t>(slot_time_exp_, capped_);
-  const std::uint64_t delay =
-      std::min<std::uint64_t>(slot_time_ * factor, std::numeric_limits<unsigned>::max());
+  const std::uint64_t delay = std::min<std::uint64_t>(slot_time_ * factor, std::numeric_limits<unsigned>::max());
   value_ = static_cast<unsigned>(delay);
   if (jitter_) value_ = draw(value_);
 }

@@ -4,22 +4,38 @@ namespace http_encode_detail {
 
 unsigned keeping_flag(char c) {
   switch (c) {
-    case ':': return 0x8;
-    case '(': return 0x10;
-    case ')': return 0x20;
-    case '\'': return 0x40;
-    case '*': return 0x80;
-    case '!': return 0x200;
-    case '#': return 0x400;
-    case '$': return 0x800;
-    case '&': return 0x1000;
-    case '+': return 0x2000;
-    case ',': return 0x4000;
-    case ';': return 0x8000;
-    case '=': return 0x10000;
-    case '?': return 0x20000;
-    case '@': return 0x40000;
-    default: return 0;
+    case ':':
+      return 0x8;
+    case '(':
+      return 0x10;
+    case ')':
+      return 0x20;
+    case '\'':
+      return 0x40;
+    case '*':
+      return 0x80;
+    case '!':
+      return 0x200;
+    case '#':
+      return 0x400;
+    case '$':
+      return 0x800;
+    case '&':
+      return 0x1000;
+    case '+':
+      return 0x2000;
+    case ',':
+      return 0x4000;
+    case ';':
+      return 0x8000;
+    case '=':
+      return 0x10000;
+    case '?':
+      return 0x20000;
+    case '@':
+      return 0x40000;
+    default:
+      return 0;
   }
 }
 

@@ -228,9 +228,10 @@ TEST(Client_IO_Connect, Refuses_What_Is_No_Pool) {
     const char* url;
     const char* wanted;
   };
-  for (const Row& row : {Row{"", "unknown scheme"}, Row{"ftp://host/x", "unknown scheme"}, Row{"/pool", "unknown scheme"},
-                         Row{"file://", "malformed"}, Row{"file://relative", "malformed"},
-                         Row{"file:///missing", "No such file"}, Row{"file:///file", "storage pool"}}) {
+  for (const Row& row :
+       {Row{"", "unknown scheme"}, Row{"ftp://host/x", "unknown scheme"}, Row{"/pool", "unknown scheme"},
+        Row{"file://", "malformed"}, Row{"file://relative", "malformed"}, Row{"file:///missing", "No such file"},
+        Row{"file:///file", "storage pool"}}) {
     Client_IO_Ex pool;
     EXPECT_FALSE(pool.connect(row.url)) << row.url;
     EXPECT_NE(pool.error().find(row.wanted), std::string::npos) << row.url << ": " << pool.error();
@@ -308,7 +309,8 @@ TEST(Client_IO_Http, Tells_What_May_Be_Tried_Again) {
   EXPECT_NE(writer->error().find("the storage pool is full"), std::string::npos) << writer->error();
   fixture.server().fill_pool(false);
 
-  fixture.transport().fault({support::Http_Fault::answer, 0, 503, R"({"error":{"code":"unavailable","message":"starting"}})"});
+  fixture.transport().fault(
+      {support::Http_Fault::answer, 0, 503, R"({"error":{"code":"unavailable","message":"starting"}})"});
   EXPECT_FALSE(pool.exists("dir/object"));
   EXPECT_TRUE(pool.transient());
 

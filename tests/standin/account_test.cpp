@@ -19,11 +19,13 @@ TEST_F(HANA_Accounts, Ask_For_The_Privilege_Of_Each_Statement) {
        {Case{"BACKUP DATA USING FILE ('a')", "CATALOG READ", "BACKUP OPERATOR"},
         Case{"BACKUP DATA FOR TN1 USING FILE ('b')", "BACKUP ADMIN", "BACKUP ADMIN,DATABASE BACKUP ADMIN"},
         Case{"select count(*) as N from SYS.M_BACKUP_CATALOG", "INIFILE ADMIN", "CATALOG READ"},
-        Case{"ALTER SYSTEM ALTER CONFIGURATION ('global.ini','SYSTEM') SET ('backup','x') = 'y'", "DATABASE ADMIN", "INIFILE ADMIN"},
+        Case{"ALTER SYSTEM ALTER CONFIGURATION ('global.ini','SYSTEM') SET ('backup','x') = 'y'", "DATABASE ADMIN",
+             "INIFILE ADMIN"},
         Case{"ALTER SYSTEM STOP DATABASE TN1", "DATABASE START", "DATABASE STOP"}}) {
     const Output refused = as(one.too_few, one.statement);
     EXPECT_EQ(refused.code, 258 & 0xff) << one.statement;
-    EXPECT_EQ(refused.err.find("* 258: insufficient privilege: Detailed info for this error can be found with guid '"), 0U);
+    EXPECT_EQ(refused.err.find("* 258: insufficient privilege: Detailed info for this error can be found with guid '"),
+              0U);
     const Output good = as(one.enough, one.statement);
     EXPECT_EQ(good.code, 0) << one.statement << "\n" << good.err;
   }
@@ -65,7 +67,8 @@ TEST_F(HANA_Accounts, Warn_Of_An_Old_Password_Before_A_Good_Result) {
 }
 
 TEST_F(HANA_Accounts, Belong_To_Databases_Of_Any_Name) {
-  const std::vector<std::string> names{"A.B", "with blank", "sl/ash", "..", "quo\"te", "apo'strophe", "\u00e4\u4e2d", "-x", "%2F"};
+  const std::vector<std::string> names{"A.B",         "with blank",   "sl/ash", "..", "quo\"te",
+                                       "apo'strophe", "\u00e4\u4e2d", "-x",     "%2F"};
   std::vector<std::string> words{"--data-mb", "1"};
   for (const std::string& name : names) words.insert(words.end(), {"--tenant", name});
   install(words);
@@ -79,11 +82,16 @@ TEST_F(HANA_Accounts, Belong_To_Databases_Of_Any_Name) {
     EXPECT_EQ(put.code, 0) << name << "\n" << put.err;
     const Output backup = sql("BACKUP DATA FOR " + quoted + " USING BACKINT ('p')");
     EXPECT_EQ(backup.code, 0) << name << "\n" << backup.err;
-    EXPECT_EQ(value_of("select count(*) from SYS_DATABASES.M_BACKUP_CATALOG where ENTRY_TYPE_NAME='complete data backup' and "
-                       "STATE_NAME='successful' and DATABASE_NAME='" + text + "'"), "1\n") << name;
+    EXPECT_EQ(
+        value_of("select count(*) from SYS_DATABASES.M_BACKUP_CATALOG where ENTRY_TYPE_NAME='complete data backup' and "
+                 "STATE_NAME='successful' and DATABASE_NAME='" +
+                 text + "'"),
+        "1\n")
+        << name;
     EXPECT_EQ(sql("ALTER SYSTEM STOP DATABASE " + quoted).code, 0) << name;
   }
-  EXPECT_EQ(value_of("select count(distinct DATABASE_NAME) from SYS.M_DATABASES"), std::to_string(names.size() + 1) + "\n");
+  EXPECT_EQ(value_of("select count(distinct DATABASE_NAME) from SYS.M_DATABASES"),
+            std::to_string(names.size() + 1) + "\n");
 }
 
 }  // namespace

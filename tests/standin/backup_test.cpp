@@ -34,20 +34,22 @@ std::map<std::uint64_t, std::string> pages_of(const std::string& stream) {
 class Data_Backup : public Installed_HANA {
  protected:
   /// The stream that hdbbackint kept under a destination's name.
-  std::string stream(const std::string& name) {
-    return text_of(root_ / "pool" / id_of(name));
-  }
+  std::string stream(const std::string& name) { return text_of(root_ / "pool" / id_of(name)); }
   std::string id_of(const std::string& name) {
-    const std::string id = value_of("select EXTERNAL_BACKUP_ID from SYS_DATABASES.M_BACKUP_CATALOG_FILES where "
-                                    "DESTINATION_PATH like '%/" + name + "'");
+    const std::string id = value_of(
+        "select EXTERNAL_BACKUP_ID from SYS_DATABASES.M_BACKUP_CATALOG_FILES where "
+        "DESTINATION_PATH like '%/" +
+        name + "'");
     return id.substr(0, id.find('\n'));
   }
   std::string streams_of(const std::string& prefix) {
-    return value_of("select count(*) from SYS_DATABASES.M_BACKUP_CATALOG_FILES where DESTINATION_PATH like '%/" + prefix + "_%'");
+    return value_of("select count(*) from SYS_DATABASES.M_BACKUP_CATALOG_FILES where DESTINATION_PATH like '%/" +
+                    prefix + "_%'");
   }
   std::string newest_id() {
-    const std::string id = value_of("select max(BACKUP_ID) from SYS_DATABASES.M_BACKUP_CATALOG where ENTRY_TYPE_NAME <> 'log "
-                                    "backup'");
+    const std::string id = value_of(
+        "select max(BACKUP_ID) from SYS_DATABASES.M_BACKUP_CATALOG where ENTRY_TYPE_NAME <> 'log "
+        "backup'");
     return id.substr(0, id.find('\n'));
   }
   Output backup(const std::string& kind, const std::string& prefix) {
@@ -62,7 +64,8 @@ TEST_F(Data_Backup, Goes_Into_Files) {
   EXPECT_EQ(fs::file_size(folder / "f_databackup_0_1"), page_bytes);
   EXPECT_GT(pages_of(text_of(folder / "f_databackup_3_1")).size(), 256U);
   EXPECT_EQ(value_of("select count(*) from SYS_DATABASES.M_BACKUP_CATALOG_FILES where DESTINATION_TYPE_NAME='file' and "
-                     "EXTERNAL_BACKUP_ID is null"), "3\n");
+                     "EXTERNAL_BACKUP_ID is null"),
+            "3\n");
   EXPECT_FALSE(fs::exists(root_ / "backint.calls"));
   const Output elsewhere = sql("BACKUP DATA USING FILE ('/backup/else/f')");
   EXPECT_EQ(elsewhere.code, 0) << elsewhere.err;
@@ -74,7 +77,8 @@ TEST_F(Data_Backup, Takes_Differences_Against_The_Full_One_And_Increments_Agains
   ASSERT_EQ(control({"change", "--database", "TN1", "--mb", "1"}).code, 0);
   ASSERT_EQ(backup("", "full").code, 0);
   const std::string full = newest_id();
-  ASSERT_EQ(control({"change", "--database", "TN1", "--mb", "1"}).out, "changed 256 pages of indexserver in TN1 from page 256\n");
+  ASSERT_EQ(control({"change", "--database", "TN1", "--mb", "1"}).out,
+            "changed 256 pages of indexserver in TN1 from page 256\n");
   ASSERT_EQ(backup("INCREMENTAL", "i1").code, 0);
   const std::string first = newest_id();
   ASSERT_EQ(control({"change", "--database", "TN1", "--mb", "1"}).code, 0);
@@ -147,8 +151,9 @@ TEST_F(Data_Backup, Runs_While_A_Transaction_Is_Open) {
   fault("slow_statement = 1500 | match=DUMMY");
   Output writer;
   std::thread worker([&] {
-    writer = run({instance() / "exe/hdbsql", "-x", "-quiet", "-z", "-i", "00", "-d", "TN1", "-u", "SYSTEM", "-p", "manager"},
-                 "UPSERT KV VALUES ('k','late')\nselect TO_VARCHAR(1) as A from DUMMY\nCOMMIT\n");
+    writer =
+        run({instance() / "exe/hdbsql", "-x", "-quiet", "-z", "-i", "00", "-d", "TN1", "-u", "SYSTEM", "-p", "manager"},
+            "UPSERT KV VALUES ('k','late')\nselect TO_VARCHAR(1) as A from DUMMY\nCOMMIT\n");
   });
   ASSERT_EQ(backup("", "x").code, 0);
   EXPECT_EQ(sql("select count(*) as N from KV", "TN1").out, "N\n0\n");
@@ -163,7 +168,8 @@ TEST_F(Data_Backup, Calls_Hdbbackint_By_Documented_Paths_However_It_Is_Linked) {
   const fs::path program = root_ / "opt/tarvex/dorsal3/bin/hdbbackint";
   fs::create_symlink(root_, root_.string() + ".alias");
   fs::create_symlink("hdbbackint", program.parent_path() / "other");
-  const std::string targets[] = {"/opt/tarvex/dorsal3/bin/hdbbackint", program.string(), "/opt/tarvex/dorsal3/bin/other",
+  const std::string targets[] = {"/opt/tarvex/dorsal3/bin/hdbbackint", program.string(),
+                                 "/opt/tarvex/dorsal3/bin/other",
                                  root_.string() + ".alias/opt/tarvex/dorsal3/bin/hdbbackint",
                                  "../../../../../../../opt/tarvex/dorsal3/bin/hdbbackint"};
   for (const std::string& target : targets) {
@@ -176,7 +182,8 @@ TEST_F(Data_Backup, Calls_Hdbbackint_By_Documented_Paths_However_It_Is_Linked) {
     EXPECT_EQ(calls.find(root_.string()), std::string::npos) << calls;
     EXPECT_NE(calls.find(" -i /var/tmp/hdbbackint_HDB."), std::string::npos) << calls;
     EXPECT_NE(calls.find(" -o /var/tmp/hdbbackint_HDB."), std::string::npos) << calls;
-    EXPECT_NE(calls.find("#PIPE \"/usr/sap/HDB/SYS/global/hdb/backint/DB_TN1/x_databackup_0_1\""), std::string::npos) << calls;
+    EXPECT_NE(calls.find("#PIPE \"/usr/sap/HDB/SYS/global/hdb/backint/DB_TN1/x_databackup_0_1\""), std::string::npos)
+        << calls;
   }
   fs::remove(root_.string() + ".alias");
   EXPECT_TRUE(fs::is_empty(root_ / "var/tmp"));
@@ -204,8 +211,9 @@ TEST_F(Data_Backup, Ends_As_The_Fault_Says_When_It_Is_Canceled) {
     EXPECT_NE(sql("BACKUP CANCEL FOR TN1 " + id).err.find("is already being canceled"), std::string::npos);
     worker.join();
     EXPECT_EQ(done.code, one.code) << one.outcome << done.err;
-    EXPECT_EQ(done.out, one.code == 0 ? ""
-                                      : "* 447: backup could not be completed: Backup was canceled by user SQLSTATE: HY000\n");
+    EXPECT_EQ(done.out, one.code == 0
+                            ? ""
+                            : "* 447: backup could not be completed: Backup was canceled by user SQLSTATE: HY000\n");
     expected += one.state;
     EXPECT_EQ(states(), expected);
     EXPECT_EQ(sql("BACKUP CANCEL FOR TN1 " + id).code, 447 & 0xff);

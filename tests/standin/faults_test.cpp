@@ -91,8 +91,11 @@ TEST_F(HANA_Faults, Kill_Hdbbackint_In_A_Backup) {
   fault("kill_hdbbackint_after_bytes = 100000 | count=1");
   const Output got = sql("BACKUP DATA FOR TN1 USING BACKINT ('x')");
   EXPECT_EQ(got.code, 447 & 0xff);
-  EXPECT_NE(got.err.find("[110507] Backint exited with exit code 137 instead of 0. console output: No additional Information "
-                         "was received"), std::string::npos) << got.err;
+  EXPECT_NE(
+      got.err.find("[110507] Backint exited with exit code 137 instead of 0. console output: No additional Information "
+                   "was received"),
+      std::string::npos)
+      << got.err;
   EXPECT_EQ(states(), "failed\n");
   EXPECT_EQ(sql("BACKUP DATA FOR TN1 USING BACKINT ('y')").code, 0);
 }
@@ -123,18 +126,23 @@ TEST_F(HANA_Faults, Write_Ends_Late_And_Let_The_Catalog_Backup_Share_An_Id) {
   fault("catalog_end_late_ms = 1500 | count=1");
   fault("catalog_same_id = yes");
   ASSERT_EQ(sql("BACKUP DATA FOR TN1 USING BACKINT ('x') ASYNCHRONOUS").code, 0);
-  const std::string open = "select count(*) from SYS_DATABASES.M_BACKUP_PROGRESS p join SYS_DATABASES.M_BACKUP_CATALOG c on "
-                           "c.BACKUP_ID = p.BACKUP_ID where c.STATE_NAME='running' and p.BACKUP_SIZE > 0 and p.BACKUP_SIZE = "
-                           "p.TRANSFERRED_SIZE";
+  const std::string open =
+      "select count(*) from SYS_DATABASES.M_BACKUP_PROGRESS p join SYS_DATABASES.M_BACKUP_CATALOG c on "
+      "c.BACKUP_ID = p.BACKUP_ID where c.STATE_NAME='running' and p.BACKUP_SIZE > 0 and p.BACKUP_SIZE = "
+      "p.TRANSFERRED_SIZE";
   for (int i = 0; i < 100 && value_of(open) == "0\n"; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_NE(value_of(open), "0\n");
   EXPECT_EQ(states(), "running\n");
-  const std::string ended = "select count(*) from SYS_DATABASES.M_BACKUP_CATALOG where ENTRY_TYPE_NAME='log backup' and "
-                            "STATE_NAME='successful'";
+  const std::string ended =
+      "select count(*) from SYS_DATABASES.M_BACKUP_CATALOG where ENTRY_TYPE_NAME='log backup' and "
+      "STATE_NAME='successful'";
   for (int i = 0; i < 500 && value_of(ended) == "0\n"; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  EXPECT_EQ(value_of("select count(*) from SYS_DATABASES.M_BACKUP_CATALOG where ENTRY_TYPE_NAME='log backup' and BACKUP_ID in "
-                     "(select BACKUP_ID from SYS_DATABASES.M_BACKUP_CATALOG where ENTRY_TYPE_NAME='complete data backup' and "
-                     "STATE_NAME='successful')"), "1\n");
+  EXPECT_EQ(
+      value_of(
+          "select count(*) from SYS_DATABASES.M_BACKUP_CATALOG where ENTRY_TYPE_NAME='log backup' and BACKUP_ID in "
+          "(select BACKUP_ID from SYS_DATABASES.M_BACKUP_CATALOG where ENTRY_TYPE_NAME='complete data backup' and "
+          "STATE_NAME='successful')"),
+      "1\n");
 }
 
 TEST_F(HANA_Faults, Let_Go_Of_The_Pipes_Without_A_Signal) {

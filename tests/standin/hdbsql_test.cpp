@@ -40,16 +40,18 @@ TEST_F(HDBSQL_Tool, Tells_Why_A_File_Does_Not_Run) {
   const Output nobody = run({instance() / "exe/hdbsql", "-E", "4", "-I", file});
   EXPECT_EQ(nobody.code, 4);
   EXPECT_EQ(nobody.err, "Single Sign-On authentication failed\n");
-  const Output refused = run({instance() / "exe/hdbsql", "-i", "00", "-u", "SYSTEM", "-p", "wrong", "-d", "TN1", "-I", file});
+  const Output refused =
+      run({instance() / "exe/hdbsql", "-i", "00", "-u", "SYSTEM", "-p", "wrong", "-d", "TN1", "-I", file});
   EXPECT_EQ(refused.code, 10);
   EXPECT_EQ(refused.err, "* 10: authentication failed SQLSTATE: 28000\n");
 }
 
 TEST_F(HDBSQL_Tool, Runs_Connects_Comments_And_Variables_Of_A_File) {
   install();
-  const std::string file = write("f.sql",
-                                 "\\connect -i 00 -d TN1 -u SYSTEM -p manager;\n-- it's; a comment\nselect '&1' as one, '&10' "
-                                 "as ten from DUMMY; select DATABASE_NAME from SYS.M_DATABASES where DATABASE_NAME <> ';'");
+  const std::string file =
+      write("f.sql",
+            "\\connect -i 00 -d TN1 -u SYSTEM -p manager;\n-- it's; a comment\nselect '&1' as one, '&10' "
+            "as ten from DUMMY; select DATABASE_NAME from SYS.M_DATABASES where DATABASE_NAME <> ';'");
   const Output got = run({instance() / "exe/hdbsql", "-I", file, "-V", "a,b,c,d,e,f,g,h,i,j"});
   EXPECT_EQ(got.code, 0) << got.err;
   EXPECT_EQ(got.out, "ONE,TEN\n\"a\",\"j\"\nDATABASE_NAME\n\"TN1\"\n");
@@ -57,26 +59,29 @@ TEST_F(HDBSQL_Tool, Runs_Connects_Comments_And_Variables_Of_A_File) {
 
 TEST_F(HDBSQL_Tool, Prints_In_The_Form_Asked_For) {
   install();
-  const std::string query = "select 'a' as K, '\u00e4\"' as V1, 12 as N, null as X from DUMMY union all "
-                            "select 'bbb', 'line' || char(10), 3, 'y' from DUMMY";
+  const std::string query =
+      "select 'a' as K, '\u00e4\"' as V1, 12 as N, null as X from DUMMY union all "
+      "select 'bbb', 'line' || char(10), 3, 'y' from DUMMY";
   struct Case {
     std::vector<std::string> options;
     const char* out;
   };
-  const Case cases[] = {
-      {{"-x"}, "K,V1,N,X\n\"a\",\"\u00e4\\\"\",12,?\n\"bbb\",\"line\\n\",3,\"y\"\n"},
-      {{"-xa", "-F", "|"}, "\"a\"|\"\u00e4\\\"\"|12|?\n\"bbb\"|\"line\\n\"|3|\"y\"\n"},
-      {{"-xaC", "-g", "none"}, "a,\u00e4\",12,none\nbbb,line\n,3,y\n"}};
+  const Case cases[] = {{{"-x"}, "K,V1,N,X\n\"a\",\"\u00e4\\\"\",12,?\n\"bbb\",\"line\\n\",3,\"y\"\n"},
+                        {{"-xa", "-F", "|"}, "\"a\"|\"\u00e4\\\"\"|12|?\n\"bbb\"|\"line\\n\"|3|\"y\"\n"},
+                        {{"-xaC", "-g", "none"}, "a,\u00e4\",12,none\nbbb,line\n,3,y\n"}};
   for (const Case& one : cases) {
     std::vector<std::string> words = one.options;
     words.push_back(query);
     EXPECT_EQ(hdbsql(words).out, one.out);
   }
-  EXPECT_EQ(hdbsql({"-xA", "select 'a' as K, '\u00e4' as V1, 12 as N from DUMMY union all select 'bbb', 'v', 3 from DUMMY"}).out,
-            "| K   | V1 | N  |\n| --- | -- | -- |\n| a   | \u00e4  | 12 |\n| bbb | v  |  3 |\n");
+  EXPECT_EQ(
+      hdbsql({"-xA", "select 'a' as K, '\u00e4' as V1, 12 as N from DUMMY union all select 'bbb', 'v', 3 from DUMMY"})
+          .out,
+      "| K   | V1 | N  |\n| --- | -- | -- |\n| a   | \u00e4  | 12 |\n| bbb | v  |  3 |\n");
   const std::string remark = hdbsql({"select 1 as A from DUMMY"}).out;
   EXPECT_EQ(remark.find("A\n1\n1 row selected (overall time "), 0U) << remark;
-  EXPECT_NE(hdbsql({"select * from SYS.M_BACKUP_CATALOG"}).out.find("\n0 rows selected (overall time "), std::string::npos);
+  EXPECT_NE(hdbsql({"select * from SYS.M_BACKUP_CATALOG"}).out.find("\n0 rows selected (overall time "),
+            std::string::npos);
 }
 
 TEST_F(HDBSQL_Tool, Writes_And_Appends_Its_Output_To_A_File) {
@@ -95,12 +100,12 @@ TEST_F(HDBSQL_Tool, Tells_Unknown_Names_From_Wrong_Syntax) {
     const char* statement;
     int code;
   };
-  for (const Case& one : {Case{"select * from TRANSACTION", 259}, Case{"select * from SYS.INDEX", 259},
-                          Case{"delete from KEY", 259}, Case{"upsert TRIGGER values ('a')", 259},
-                          Case{"select * from WHERE", 257}, Case{"select * frm DUMMY", 257},
-                          Case{"select * from NONE.T", 362}, Case{"select \"none\" from DUMMY", 260},
-                          Case{"select NONE from DUMMY", 260}, Case{"select NONE() from DUMMY", 328},
-                          Case{"BACKUP CANCEL FOR TN1 x", 257}, Case{"RECOVER DATA FOR TN1 CLEAR LOG", 7}}) {
+  for (const Case& one :
+       {Case{"select * from TRANSACTION", 259}, Case{"select * from SYS.INDEX", 259}, Case{"delete from KEY", 259},
+        Case{"upsert TRIGGER values ('a')", 259}, Case{"select * from WHERE", 257}, Case{"select * frm DUMMY", 257},
+        Case{"select * from NONE.T", 362}, Case{"select \"none\" from DUMMY", 260}, Case{"select NONE from DUMMY", 260},
+        Case{"select NONE() from DUMMY", 328}, Case{"BACKUP CANCEL FOR TN1 x", 257},
+        Case{"RECOVER DATA FOR TN1 CLEAR LOG", 7}}) {
     const Output got = hdbsql({one.statement});
     EXPECT_EQ(got.err.find("* " + std::to_string(one.code) + ": "), 0U) << one.statement << "\n" << got.err;
     EXPECT_EQ(got.code, one.code & 0xff) << one.statement;
@@ -110,9 +115,12 @@ TEST_F(HDBSQL_Tool, Tells_Unknown_Names_From_Wrong_Syntax) {
 TEST_F(HDBSQL_Tool, Keeps_A_Transaction_Until_It_Commits) {
   install();
   const auto session = [&](const std::string& text) {
-    return run({instance() / "exe/hdbsql", "-x", "-quiet", "-z", "-i", "00", "-d", "TN1", "-u", "SYSTEM", "-p", "manager"}, text);
+    return run(
+        {instance() / "exe/hdbsql", "-x", "-quiet", "-z", "-i", "00", "-d", "TN1", "-u", "SYSTEM", "-p", "manager"},
+        text);
   };
-  const Output own = session("UPSERT KV VALUES ('k','lost')\nselect V from KV\nROLLBACK\nselect count(*) as N from KV\n");
+  const Output own =
+      session("UPSERT KV VALUES ('k','lost')\nselect V from KV\nROLLBACK\nselect count(*) as N from KV\n");
   EXPECT_EQ(own.out, "V\n\"lost\"\nN\n0\n") << own.err;
   EXPECT_EQ(session("UPSERT KV VALUES ('k','lost')\n").code, 0);
   EXPECT_EQ(sql("select count(*) as N from KV", "TN1").out, "N\n0\n");

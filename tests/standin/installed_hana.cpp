@@ -92,7 +92,8 @@ std::string Installed_HANA::value_of(const std::string& query) {
 }
 
 Output Installed_HANA::hdbsql(const std::vector<std::string>& words, const std::string& input) {
-  std::vector<std::string> all{instance() / "exe/hdbsql", "-i", "00", "-d", "SYSTEMDB", "-u", "SYSTEM", "-p", "manager"};
+  std::vector<std::string> all{
+      instance() / "exe/hdbsql", "-i", "00", "-d", "SYSTEMDB", "-u", "SYSTEM", "-p", "manager"};
   all.insert(all.end(), words.begin(), words.end());
   return run(all, input);
 }

@@ -28,10 +28,12 @@ class Installed_HANA : public ::testing::Test {
   void install(const std::vector<std::string>& more = {"--tenant", "TN1", "--services", "indexserver,xsengine"});
   void start();
   [[nodiscard]] std::filesystem::path instance() const { return root_ / "usr/sap/HDB/HDB00"; }
-  [[nodiscard]] std::filesystem::path backint_link() const { return root_ / "usr/sap/HDB/SYS/global/hdb/opt/hdbbackint"; }
+  [[nodiscard]] std::filesystem::path backint_link() const {
+    return root_ / "usr/sap/HDB/SYS/global/hdb/opt/hdbbackint";
+  }
   /// Statements by standard input behind "\c", without remarks.
-  Output sql(const std::string& statement, const std::string& database = "SYSTEMDB", const std::string& password = "manager",
-             const std::string& user = "SYSTEM");
+  Output sql(const std::string& statement, const std::string& database = "SYSTEMDB",
+             const std::string& password = "manager", const std::string& user = "SYSTEM");
   /// The bare values of a query in the system database.
   std::string value_of(const std::string& query);
   /// hdbsql with logon options of the system database before `words`.

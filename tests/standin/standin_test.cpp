@@ -10,7 +10,8 @@ using Stand_In = Installed_HANA;
 
 TEST_F(Stand_In, Prints_Header_Quotes_And_Null) {
   install();
-  const Output got = sql("select DATABASE_NAME, ACTIVE_STATUS, FALLBACK_SNAPSHOT_CREATE_TIME as T from SYS.M_DATABASES");
+  const Output got =
+      sql("select DATABASE_NAME, ACTIVE_STATUS, FALLBACK_SNAPSHOT_CREATE_TIME as T from SYS.M_DATABASES");
   EXPECT_EQ(got.code, 0) << got.err;
   EXPECT_EQ(got.out, "DATABASE_NAME,ACTIVE_STATUS,T\n\"SYSTEMDB\",\"YES\",?\n\"TN1\",\"YES\",?\n");
 }
@@ -57,12 +58,15 @@ TEST_F(Stand_In, Backs_Up_A_Chain_Over_Pipes_With_Checksums) {
   EXPECT_NE(calls.find("-c 3 -l INCREMENTAL"), std::string::npos);
   EXPECT_NE(calls.find("#TOOLOPTION \"job_uuid=f;\"\n"), std::string::npos);
   EXPECT_NE(calls.find("/usr/sap/HDB/SYS/global/hdb/backint/DB_TN1/f_databackup_0_1"), std::string::npos);
-  const Output types = sql("select ENTRY_TYPE_NAME, STATE_NAME from SYS_DATABASES.M_BACKUP_CATALOG where DATABASE_NAME='TN1' "
-                           "and ENTRY_TYPE_NAME <> 'log backup' order by BACKUP_ID");
-  EXPECT_EQ(types.out, "ENTRY_TYPE_NAME,STATE_NAME\n\"complete data backup\",\"successful\"\n\"incremental data backup\","
-                       "\"successful\"\n");
-  const Output sizes = sql("select count(*) as N from SYS_DATABASES.M_BACKUP_PROGRESS where BACKUP_SIZE = TRANSFERRED_SIZE "
-                           "and BACKUP_SIZE > 0 and DATABASE_NAME='TN1'");
+  const Output types =
+      sql("select ENTRY_TYPE_NAME, STATE_NAME from SYS_DATABASES.M_BACKUP_CATALOG where DATABASE_NAME='TN1' "
+          "and ENTRY_TYPE_NAME <> 'log backup' order by BACKUP_ID");
+  EXPECT_EQ(types.out,
+            "ENTRY_TYPE_NAME,STATE_NAME\n\"complete data backup\",\"successful\"\n\"incremental data backup\","
+            "\"successful\"\n");
+  const Output sizes =
+      sql("select count(*) as N from SYS_DATABASES.M_BACKUP_PROGRESS where BACKUP_SIZE = TRANSFERRED_SIZE "
+          "and BACKUP_SIZE > 0 and DATABASE_NAME='TN1'");
   EXPECT_EQ(sizes.out, "N\n2\n");
 }
 
@@ -72,11 +76,13 @@ TEST_F(Stand_In, Fails_A_Backup_When_Backint_Does) {
   const Output got = sql("BACKUP DATA FOR TN1 USING BACKINT ('x')");
   EXPECT_EQ(got.code, 447 & 0xff);
   EXPECT_NE(got.err.find("[110507] Backint exited with exit code 1 instead of 0. console output: the pool is full"),
-            std::string::npos) << got.err;
+            std::string::npos)
+      << got.err;
   script("wrong-size");
   EXPECT_NE(sql("BACKUP DATA FOR TN1 USING BACKINT ('x')").err.find("[110203]"), std::string::npos);
   fs::remove(backint_link());
-  EXPECT_NE(sql("BACKUP DATA FOR TN1 USING BACKINT ('x')").err.find("No such file or directory (2)"), std::string::npos);
+  EXPECT_NE(sql("BACKUP DATA FOR TN1 USING BACKINT ('x')").err.find("No such file or directory (2)"),
+            std::string::npos);
 }
 
 TEST_F(Stand_In, Cancels_A_Running_Backup_While_Others_Ask) {
@@ -117,8 +123,11 @@ TEST_F(Stand_In, Has_No_Tenant_Views_In_A_Single_Container) {
 
 TEST_F(Stand_In, Writes_Configuration_And_Obeys_Faults) {
   install();
-  EXPECT_EQ(sql("ALTER SYSTEM ALTER CONFIGURATION ('global.ini','SYSTEM') SET ('backup','catalog_backup_using_backint') = 'true' "
-                "WITH RECONFIGURE").code, 0);
+  EXPECT_EQ(sql("ALTER SYSTEM ALTER CONFIGURATION ('global.ini','SYSTEM') SET "
+                "('backup','catalog_backup_using_backint') = 'true' "
+                "WITH RECONFIGURE")
+                .code,
+            0);
   EXPECT_EQ(sql("BACKUP DATA USING BACKINT ('x')").code, 0);
   EXPECT_NE(text_of(root_ / "backint.calls").find("/backint/SYSTEMDB/log_backup_0_0_0_0"), std::string::npos);
   fault("fail_statement = 7: feature not supported | match=DUMMY | count=1");

@@ -7,7 +7,8 @@
 #include <mutex>
 #include <vector>
 
-/// A bounded stream of bytes from one thread to one other. Either side may close at any time; a side that waits is woken.
+/// A bounded stream of bytes from one thread to one other. Either side may close at any time; a side that waits is
+/// woken.
 class Byte_Handover {
  public:
   explicit Byte_Handover(std::size_t capacity_bytes);

@@ -49,7 +49,8 @@ class Pool_Reader {
 };
 
 /// A connection to one storage pool, over "file://" or "http[s]://" by the url. Paths are relative to the url, with
-/// '/' between segments; an empty, "." or ".." segment is refused. Used by one thread; open as many as there are streams.
+/// '/' between segments; an empty, "." or ".." segment is refused. Used by one thread; open as many as there are
+/// streams.
 class Client_IO_Ex {
  public:
   explicit Client_IO_Ex(Client_IO_Options options = {});

@@ -207,9 +207,8 @@ class File_Transport : public Client_IO_Ex::Transport {
       return nullptr;
     }
     const std::string temporary = directory + "/." + make_uuid() + temporary_suffix;
-    platform::Unique_Descriptor file(
-        ::open(real(temporary).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-               platform::mode_private_file));
+    platform::Unique_Descriptor file(::open(
+        real(temporary).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, platform::mode_private_file));
     // The lock tells a writer at work from a file that a killed one left.
     if (!file.valid() || ::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
       fail(failure_of("cannot create", where, errno));

@@ -44,8 +44,8 @@ std::string message_of(const net::Http_Response& response) {
   json_spirit::Object error;
   std::string message;
   if (!response.body.empty() && json_spirit::load_json(response.body, body) && body.is_object() &&
-      json_spirit::object_get(body.get_obj(), "error", error) &&
-      json_spirit::object_get(error, "message", message) && !message.empty()) {
+      json_spirit::object_get(body.get_obj(), "error", error) && json_spirit::object_get(error, "message", message) &&
+      !message.empty()) {
     return message;
   }
   return "HTTP status " + std::to_string(response.status);
@@ -181,7 +181,8 @@ class Http_Reader : public Pool_Reader {
 
 class Http_Transport_IO : public Client_IO_Ex::Transport {
  public:
-  Http_Transport_IO(net::Endpoint endpoint, std::string base) : endpoint_(std::move(endpoint)), base_(std::move(base)) {}
+  Http_Transport_IO(net::Endpoint endpoint, std::string base)
+      : endpoint_(std::move(endpoint)), base_(std::move(base)) {}
 
   bool connect() override {
     Agent_Configuration configuration;

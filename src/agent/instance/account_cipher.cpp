@@ -57,8 +57,7 @@ bool seal(const secure_string& key, std::string_view context, const secure_strin
       EVP_EncryptUpdate(cipher.get(), bytes_of(made.data), &length, bytes_of(text.view()), length_of(text.view())) ==
           1 &&
       EVP_EncryptFinal_ex(cipher.get(), rest, &length) == 1 &&
-      EVP_CIPHER_CTX_ctrl(cipher.get(), EVP_CTRL_GCM_GET_TAG, static_cast<int>(cipher_tag_bytes),
-                          made.tag.data()) == 1;
+      EVP_CIPHER_CTX_ctrl(cipher.get(), EVP_CTRL_GCM_GET_TAG, static_cast<int>(cipher_tag_bytes), made.tag.data()) == 1;
   if (done) sealed = std::move(made);
   return done;
 }

@@ -173,9 +173,10 @@ bool Account_Store::load(Accounts& accounts) {
   secure_string content;
   Accounts found;
   if (!unseal(key, cipher_context, sealed, content) || !read_accounts(content.view(), found)) {
-    D3_ERROR("The accounts '%C' cannot be decrypted: the file was changed or belongs to another key than '%C'; it is left "
-             "as it is\n",
-             file.c_str(), key_path().c_str());
+    D3_ERROR(
+        "The accounts '%C' cannot be decrypted: the file was changed or belongs to another key than '%C'; it is left "
+        "as it is\n",
+        file.c_str(), key_path().c_str());
     return false;
   }
   accounts = std::move(found);
@@ -197,9 +198,9 @@ bool Account_Store::save(const Accounts& accounts) {
     D3_ERROR("Failed to encrypt the accounts\n");
     return false;
   }
-  const json_spirit::Object envelope{{"format", format_name},       {"version", format_version},
-                                     {"cipher", cipher_name},       {"nonce", to_hex(sealed.nonce)},
-                                     {"tag", to_hex(sealed.tag)},   {"data", to_hex(sealed.data)}};
+  const json_spirit::Object envelope{{"format", format_name},     {"version", format_version},
+                                     {"cipher", cipher_name},     {"nonce", to_hex(sealed.nonce)},
+                                     {"tag", to_hex(sealed.tag)}, {"data", to_hex(sealed.data)}};
   if (platform::write_file_durably(file, json_spirit::dump_json_pretty(envelope) + "\n", platform::mode_private_file))
     return true;
   D3_ERROR("Failed to write the accounts '%C': %m\n", file.c_str());

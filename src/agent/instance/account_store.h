@@ -22,8 +22,8 @@ using Accounts = std::map<Account_Key, Account>;
 /// "accounts.key" beside it (docs/formats/accounts.md). One thread at a time.
 class Account_Store {
  public:
-  /// Reads the file. No file is success with no accounts. False, with a message, when it cannot be read, is not ours, was
-  /// changed, or does not belong to the key; `accounts` is then left alone and nothing on the disk is touched.
+  /// Reads the file. No file is success with no accounts. False, with a message, when it cannot be read, is not ours,
+  /// was changed, or does not belong to the key; `accounts` is then left alone and nothing on the disk is touched.
   [[nodiscard]] static bool load(Accounts& accounts);
   /// Replaces the file durably; makes the key when there is none yet. False with a message.
   [[nodiscard]] static bool save(const Accounts& accounts);

@@ -166,8 +166,7 @@ bool Instance_Manager::set_account(const std::string& type, const std::string& n
       !is_acceptable("uid", uid, true) || !is_acceptable("user name", username, false) ||
       !is_acceptable("password", password.view(), false))
     return false;
-  return change_accounts(
-      [&](Accounts& accounts) { accounts[{type, name, uid}] = Account{username, password, extra}; });
+  return change_accounts([&](Accounts& accounts) { accounts[{type, name, uid}] = Account{username, password, extra}; });
 }
 
 bool Instance_Manager::remove_account(const std::string& type, const std::string& name, const std::string& uid) {

@@ -30,8 +30,8 @@ class Instance_Manager {
   Instance_Manager(const Instance_Manager&) = delete;
   Instance_Manager& operator=(const Instance_Manager&) = delete;
 
-  /// Reads what is kept. Call once, before others use the object. False, with a message, when a file cannot be read or is
-  /// not ours: it is then left as it is, and every change of what it holds is refused.
+  /// Reads what is kept. Call once, before others use the object. False, with a message, when a file cannot be read or
+  /// is not ours: it is then left as it is, and every change of what it holds is refused.
   [[nodiscard]] bool open();
 
   /// The record of an instance; null when there is none or an argument is null. Records given out are not changed.
@@ -43,8 +43,8 @@ class Instance_Manager {
   /// Forgets an instance and its accounts. True when it is not there in the end.
   [[nodiscard]] bool remove(const std::string& type, const std::string& name);
 
-  /// The account stored for (type, name, uid), else the one for (type, name, ""). 0, or -1 when there is none; the outputs
-  /// are then left alone. `extra` may be null; a null `uid` counts as empty.
+  /// The account stored for (type, name, uid), else the one for (type, name, ""). 0, or -1 when there is none; the
+  /// outputs are then left alone. `extra` may be null; a null `uid` counts as empty.
   [[nodiscard]] int get_account(const char* type, const char* instance_manager_name, const char* uid,
                                 std::string& username, secure_string& password, std::string* extra = nullptr) const;
   /// Stores an account or replaces it. Refused, with a message: an empty type, name, user or password,
@@ -62,8 +62,8 @@ class Instance_Manager {
   [[nodiscard]] bool change_instances(const std::function<void(Registry&)>& change);
   [[nodiscard]] bool change_accounts(const std::function<void(Accounts&)>& change);
 
-  std::mutex change_mutex_;    ///< one change at a time; taken before mutex_
-  mutable std::mutex mutex_;   ///< guards what follows
+  std::mutex change_mutex_;   ///< one change at a time; taken before mutex_
+  mutable std::mutex mutex_;  ///< guards what follows
   Registry registry_;
   Accounts accounts_;
   bool instances_readable_ = true;

@@ -81,9 +81,10 @@ bool Instance_Store::load(std::vector<Instance>& instances) {
   }
   std::string error;
   if (parse(content, instances, error)) return true;
-  D3_ERROR("The file '%C' is not a file of instances (%C): it is left as it is; move it away and discover the instances "
-           "anew\n",
-           file.c_str(), platform::cut_for_log(error).c_str());
+  D3_ERROR(
+      "The file '%C' is not a file of instances (%C): it is left as it is; move it away and discover the instances "
+      "anew\n",
+      file.c_str(), platform::cut_for_log(error).c_str());
   return false;
 }
 

@@ -31,11 +31,11 @@ bool Backup_File_Info::from_json(const json_spirit::Object& object, std::string*
   try {
     Backup_File_Info read;
     Record_Reader read_key(object);
-    read_key("id", read.id)("info_uuid", read.info_uuid)("filename", read.filename)(
-        "origin_path", read.origin_path)("size", read.size)("storage_size", read.storage_size)(
-        "extern_backup_id", read.extern_backup_id)("source_type", read.source_type)("pool_uuid", read.pool_uuid)(
-        "storage_path", read.storage_path)("backup_time", read.backup_time)("location", read.location)(
-        "database_backup_id", read.database_backup_id)("compression", read.compression)("checksum", read.checksum);
+    read_key("id", read.id)("info_uuid", read.info_uuid)("filename", read.filename)("origin_path", read.origin_path)(
+        "size", read.size)("storage_size", read.storage_size)("extern_backup_id", read.extern_backup_id)(
+        "source_type", read.source_type)("pool_uuid", read.pool_uuid)("storage_path", read.storage_path)(
+        "backup_time", read.backup_time)("location", read.location)("database_backup_id", read.database_backup_id)(
+        "compression", read.compression)("checksum", read.checksum);
     *this = std::move(read);
     return true;
   } catch (const json_spirit::Error& failure) {

@@ -129,8 +129,7 @@ bool Backint_Catalog_helper::get_job(const char* uuid, Backint_Backup_Job_Info& 
   }
   std::string error = "it is no object";
   if (reply.is_object() && job.from_json(reply.get_obj(), &error)) return true;
-  D3_ERROR("The Backint job '%C' as backupd tells it cannot be read: %C\n", uuid,
-           platform::cut_for_log(error).c_str());
+  D3_ERROR("The Backint job '%C' as backupd tells it cannot be read: %C\n", uuid, platform::cut_for_log(error).c_str());
   return false;
 }
 

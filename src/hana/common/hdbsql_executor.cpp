@@ -55,9 +55,10 @@ bool HDBSQL_Executor::init(const std::string& instance_mgr_name, const std::stri
   std::string instance_name;
   if (instance == nullptr || !json_spirit::object_get(instance->options, "sid", sid) ||
       !json_spirit::object_get(instance->options, "instance_name", instance_name)) {
-    D3_ERROR("The agent knows no HANA instance '%C' with a system id and an instance name: discover the instances of "
-             "this host\n",
-             platform::cut_for_log(instance_mgr_name).c_str());
+    D3_ERROR(
+        "The agent knows no HANA instance '%C' with a system id and an instance name: discover the instances of "
+        "this host\n",
+        platform::cut_for_log(instance_mgr_name).c_str());
     return false;
   }
   return init(sid, instance_name, database, username, password);
@@ -104,8 +105,7 @@ HDBSQL_Outcome HDBSQL_Executor::run(const std::string& sql, Text_Process_Handler
                                     ACE_Log_Msg_Callback_var log) const {
   const Scoped_Log_Callback to_job_log(std::move(log));
   if (!initialize_) return {HDBSQL_Failure::not_initialized, 0, "the executor is not bound to a database"};
-  platform::Process_Spec spec =
-      instance_tool(sid_, instance_name_of(instance_number_), tool_path(), tool_arguments);
+  platform::Process_Spec spec = instance_tool(sid_, instance_name_of(instance_number_), tool_path(), tool_arguments);
   const HDBSQL_Logon logon{instance_number_, database_, username_, password_.view()};
   if (!make_hdbsql_input(logon, sql, spec.input))
     return {HDBSQL_Failure::bad_statement, 0, "the statement is empty or holds a null byte"};
@@ -136,7 +136,8 @@ bool HDBSQL_Executor::execute(const std::string& sql, Text_Process_Handler* hand
     case HDBSQL_Failure::statement:
       D3_ERROR("HANA %C refused '%C': %C\n", target().c_str(), statement.c_str(), reason);
       break;
-    default: D3_ERROR("Failed to execute '%C': %C\n", statement.c_str(), reason);
+    default:
+      D3_ERROR("Failed to execute '%C': %C\n", statement.c_str(), reason);
   }
   return false;
 }

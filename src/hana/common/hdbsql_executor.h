@@ -36,7 +36,8 @@ struct HDBSQL_Outcome {
 /// several threads at once; init may not run beside them.
 class HDBSQL_Executor {
  public:
-  /// `tool`: program to run instead of the instance's hdbsql: a name in the instance's directory of programs, or a path.
+  /// `tool`: program to run instead of the instance's hdbsql: a name in the instance's directory of programs, or a
+  /// path.
   explicit HDBSQL_Executor(const std::string& tool = {});
 
   /// Binds to a database of an installed instance. Looks the instance up, never logs on. An empty `database` is the

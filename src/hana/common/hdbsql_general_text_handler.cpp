@@ -25,8 +25,8 @@ bool is_remark(std::string_view line) {
   return rest.starts_with(" selected (") || rest.starts_with(" affected (");
 }
 
-/// Column names are printed bare. An expression without an alias shows its own text, whose commas inside parentheses and
-/// literals part nothing.
+/// Column names are printed bare. An expression without an alias shows its own text, whose commas inside parentheses
+/// and literals part nothing.
 std::vector<std::string> split_header(std::string_view text) {
   std::vector<std::string> names(1);
   int depth = 0;
@@ -46,12 +46,18 @@ std::vector<std::string> split_header(std::string_view text) {
 /// The character that an escape stands for; 0 when it stands for none.
 char unescaped(char c) {
   switch (c) {
-    case 'n': return '\n';
-    case 'r': return '\r';
-    case 't': return '\t';
-    case quote: return quote;
-    case escape: return escape;
-    default: return 0;
+    case 'n':
+      return '\n';
+    case 'r':
+      return '\r';
+    case 't':
+      return '\t';
+    case quote:
+      return quote;
+    case escape:
+      return escape;
+    default:
+      return 0;
   }
 }
 

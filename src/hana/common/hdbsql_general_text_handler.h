@@ -12,10 +12,10 @@ namespace sap_hana {
 
 /// Parses the tables that hdbsql prints: a header line, then rows of cells joined by commas, text in double quotes.
 ///
-/// Error lines, and the closing remark that counts rows, are no part of a table. Inside quotes a backslash escapes (line
-/// end, tab, quote, backslash); a quoted cell may run over several lines. A row is kept with the cells it has, so it can be
-/// shorter than the header. One handler can take several runs: after a close, the first line of the next run begins a
-/// new table, and a run that prints nothing leaves the old one.
+/// Error lines, and the closing remark that counts rows, are no part of a table. Inside quotes a backslash escapes
+/// (line end, tab, quote, backslash); a quoted cell may run over several lines. A row is kept with the cells it has, so
+/// it can be shorter than the header. One handler can take several runs: after a close, the first line of the next run
+/// begins a new table, and a run that prints nothing leaves the old one.
 class HDBSQL_General_Text_Handler : public Text_Process_Handler {
  public:
   using Key = std::map<std::string, int>;

@@ -14,8 +14,8 @@ bool is_capital(char c) { return c >= 'A' && c <= 'Z'; }
 bool is_plain(char c) { return is_digit(c) || is_capital(c) || (c >= 'a' && c <= 'z') || c == '_'; }
 
 /// In hdbsql's line mode a line is a statement, and a backslash at its end joins it with the next. So every line end
-/// inside the statement gets one: what follows a line end is never a statement or a command of its own. Outside quotes a
-/// blank parts the words whatever the join puts between them.
+/// inside the statement gets one: what follows a line end is never a statement or a command of its own. Outside quotes
+/// a blank parts the words whatever the join puts between them.
 void append_joined(std::string_view sql, secure_string& input) {
   char open = '\0';
   std::size_t start = 0;

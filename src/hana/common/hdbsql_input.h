@@ -17,8 +17,8 @@ struct HDBSQL_Logon {
   std::string_view password;
 };
 
-/// What hdbsql is given on its standard input for one statement: its connect command, the statement on joined lines, its
-/// quit command. False when the statement is blank or holds a null byte.
+/// What hdbsql is given on its standard input for one statement: its connect command, the statement on joined lines,
+/// its quit command. False when the statement is blank or holds a null byte.
 [[nodiscard]] bool make_hdbsql_input(const HDBSQL_Logon& logon, std::string_view sql, secure_string& input);
 
 /// A value of hdbsql's connect command: as it is when it is made of letters, digits and '_', else in double quotes with

@@ -17,7 +17,7 @@ namespace {
 constexpr std::string_view connected_answer = "Connected to ";
 /// Errors of hdbsql itself, which carry no number.
 constexpr std::array<std::string_view, 2> unnumbered_logon_errors = {"Bad connect options",
-                                                                      "Single Sign-On authentication failed"};
+                                                                     "Single Sign-On authentication failed"};
 constexpr std::string_view warning_prefix = "Warning: ";
 
 constexpr int error_authentication_failed = 10;
@@ -52,8 +52,10 @@ HDBSQL_Failure classify_hdbsql_error(int code) {
     case error_authentication_failed:
     case error_password_change_needed:
     case error_user_deactivated:
-    case error_user_locked: return HDBSQL_Failure::logon;
-    default: return code <= first_connection_error ? HDBSQL_Failure::connection : HDBSQL_Failure::statement;
+    case error_user_locked:
+      return HDBSQL_Failure::logon;
+    default:
+      return code <= first_connection_error ? HDBSQL_Failure::connection : HDBSQL_Failure::statement;
   }
 }
 

@@ -11,8 +11,8 @@
 
 namespace sap_hana {
 
-/// The number in an error line of hdbsql ("* 259: invalid table name ..."); false when it is none. Warnings, which begin
-/// with "Warning: ", are none.
+/// The number in an error line of hdbsql ("* 259: invalid table name ..."); false when it is none. Warnings, which
+/// begin with "Warning: ", are none.
 [[nodiscard]] bool parse_hdbsql_error(std::string_view line, int& code);
 
 /// What kind of failure an error number means.
@@ -44,8 +44,8 @@ class HDBSQL_Output final : public platform::Output_Sink {
   const secure_string& password_;
   Line_Assembler output_lines_;
   Line_Assembler error_lines_;
-  bool first_line_ = true;     ///< no line of standard output was seen
-  bool in_error_ = false;      ///< lines that follow belong to the first error
+  bool first_line_ = true;  ///< no line of standard output was seen
+  bool in_error_ = false;   ///< lines that follow belong to the first error
   bool has_error_ = false;
   int code_ = 0;
   std::string error_;

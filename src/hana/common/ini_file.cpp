@@ -27,8 +27,8 @@ Ini_File Ini_File::parse(std::string_view text) {
     if (line.empty() || line.front() == '#' || line.front() == ';') continue;
     if (line.front() == '[') {
       const std::size_t close = line.find(']');
-      current = close == std::string_view::npos ? nullptr
-                                                : &ini.sections_[std::string(trim(line.substr(1, close - 1)))];
+      current =
+          close == std::string_view::npos ? nullptr : &ini.sections_[std::string(trim(line.substr(1, close - 1)))];
       continue;
     }
     const std::size_t equals = line.find('=');

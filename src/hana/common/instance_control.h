@@ -6,8 +6,8 @@
 
 namespace sap_hana {
 
-/// State, start and stop of the instances of one system on this host, through sapcontrol and the instance's HDB command.
-/// Used by one thread at a time.
+/// State, start and stop of the instances of one system on this host, through sapcontrol and the instance's HDB
+/// command. Used by one thread at a time.
 class Instance_Controller {
  public:
   enum Instance_State { INSTANCE_STATE_UNKNOWN = 0, INSTANCE_STATE_RUNNING = 1, INSTANCE_STATE_STOPPED = 2 };
@@ -19,8 +19,8 @@ class Instance_Controller {
   /// message, when it cannot be told; `state` is then unknown.
   [[nodiscard]] bool get_state(ACE_UINT16 instance_number, Instance_State& state);
   [[nodiscard]] bool get_state(const std::string& instance_name, Instance_State& state);
-  /// Each returns when it is done: true when the instance has reached the state. False, with a message, when the command
-  /// failed or the state was not reached in time.
+  /// Each returns when it is done: true when the instance has reached the state. False, with a message, when the
+  /// command failed or the state was not reached in time.
   [[nodiscard]] bool start(const std::string& instance_name);
   [[nodiscard]] bool stop(const std::string& instance_name);
   [[nodiscard]] bool restart(const std::string& instance_name);

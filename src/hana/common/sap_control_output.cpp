@@ -17,10 +17,17 @@ constexpr int exit_all_stopped = 4;
 
 bool state_of_process_list(int exit_code, Instance_Controller::Instance_State& state) {
   switch (exit_code) {
-    case exit_all_running: state = Instance_Controller::INSTANCE_STATE_RUNNING; return true;
-    case exit_all_stopped: state = Instance_Controller::INSTANCE_STATE_STOPPED; return true;
-    case exit_mixed: state = Instance_Controller::INSTANCE_STATE_UNKNOWN; return true;
-    default: return false;
+    case exit_all_running:
+      state = Instance_Controller::INSTANCE_STATE_RUNNING;
+      return true;
+    case exit_all_stopped:
+      state = Instance_Controller::INSTANCE_STATE_STOPPED;
+      return true;
+    case exit_mixed:
+      state = Instance_Controller::INSTANCE_STATE_UNKNOWN;
+      return true;
+    default:
+      return false;
   }
 }
 

@@ -19,8 +19,10 @@ bool System_Config_Manager::alter(const char* section, const char* key, const ch
 
 bool System_Config_Manager::alter_log_mode(LOG_MODE mode) {
   switch (mode) {
-    case LOG_MODE_OVERWRITE: return alter("persistence", "log_mode", "overwrite");
-    case LOG_MODE_NORMAL: return alter("persistence", "log_mode", "normal");
+    case LOG_MODE_OVERWRITE:
+      return alter("persistence", "log_mode", "overwrite");
+    case LOG_MODE_NORMAL:
+      return alter("persistence", "log_mode", "normal");
     default:
       D3_ERROR("Log mode %d is not known to HANA\n", static_cast<int>(mode));
       return false;

@@ -35,8 +35,7 @@ constexpr Action stop_action{"stop", "STOP", "NO", "STOPPING", "already stopped"
 
 bool get_status(const HDBSQL_Executor& executor, const std::string& database, std::string& status) {
   HDBSQL_General_Text_Handler handler;
-  const std::string sql =
-      "select ACTIVE_STATUS from SYS.M_DATABASES where DATABASE_NAME=" + sql_literal(database);
+  const std::string sql = "select ACTIVE_STATUS from SYS.M_DATABASES where DATABASE_NAME=" + sql_literal(database);
   if (!executor.execute(sql, &handler, nullptr)) return false;
   if (last_value(handler, "ACTIVE_STATUS", status)) return true;
   D3_ERROR("HANA system %C has no database '%C'\n", executor.sid().c_str(),

@@ -33,8 +33,8 @@ void Object_Saver::save() {
     error_ = problem.what();
   }
   if (saved) {
-    D3_INFO("Saved %C as %C, %Q bytes, %Q stored\n", platform::cut_for_log(entry_.name).c_str(),
-            storage_path_.c_str(), stream_.raw_bytes, stream_.stored_bytes);
+    D3_INFO("Saved %C as %C, %Q bytes, %Q stored\n", platform::cut_for_log(entry_.name).c_str(), storage_path_.c_str(),
+            stream_.raw_bytes, stream_.stored_bytes);
     call.answers.saved(ebid_, entry_.name, stream_.raw_bytes);
     return;
   }
@@ -42,8 +42,7 @@ void Object_Saver::save() {
 }
 
 bool Object_Saver::open_source() {
-  const auto kind =
-      entry_.kind == Request_Entry::Kind::pipe ? Object_Source::Kind::pipe : Object_Source::Kind::file;
+  const auto kind = entry_.kind == Request_Entry::Kind::pipe ? Object_Source::Kind::pipe : Object_Source::Kind::file;
   source_ = Object_Source::open(kind, entry_.name, stop_, error_);
   return source_ != nullptr;
 }

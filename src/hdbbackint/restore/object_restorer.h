@@ -5,8 +5,8 @@
 
 namespace hdbbackint {
 
-/// Restores one object: finds its record, reads it from its pool, checks it, gives it to HANA, answers. One thread; used
-/// once.
+/// Restores one object: finds its record, reads it from its pool, checks it, gives it to HANA, answers. One thread;
+/// used once.
 class Object_Restorer {
  public:
   Object_Restorer(const Call& call, const Request_Entry& entry);

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <cstdlib>
 #include <cstddef>
+#include <cstdlib>
 #include <memory>
 #include <new>
 

@@ -21,9 +21,9 @@ namespace {
 class Open_Release {
  public:
   Open_Release(const std::string& path, Stop_Source& stop)
-      : listener_(stop, [this, path] {
-          reader_.reset(::open(real_path(path).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-        }) {}
+      : listener_(stop,
+                  [this, path] { reader_.reset(::open(real_path(path).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)); }) {
+  }
 
  private:
   platform::Unique_Descriptor reader_;
@@ -74,9 +74,8 @@ std::unique_ptr<Object_Destination> Object_Destination::open_pipe(const std::str
 std::unique_ptr<Object_Destination> Object_Destination::open_file(const std::string& path, Stop_Source& stop,
                                                                   std::string& error) {
   const std::string temporary = path.substr(0, path.rfind('/') + 1) + "." + make_uuid() + ".tmp";
-  platform::Unique_Descriptor file(::open(real_path(temporary).c_str(),
-                                          O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                                          platform::mode_sap_file));
+  platform::Unique_Descriptor file(::open(
+      real_path(temporary).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, platform::mode_sap_file));
   if (!file.valid()) {
     error = "cannot write " + path + ": " + std::strerror(errno);
     return nullptr;
@@ -118,8 +117,8 @@ bool Object_Destination::finish() {
     file_.reset();
     return true;
   }
-  const bool stored = ::fsync(file_.get()) == 0 &&
-                      std::rename(real_path(temporary_).c_str(), real_path(path_).c_str()) == 0;
+  const bool stored =
+      ::fsync(file_.get()) == 0 && std::rename(real_path(temporary_).c_str(), real_path(path_).c_str()) == 0;
   if (!stored) return fail(std::strerror(errno));
   temporary_.clear();
   return platform::sync_directory(path_.substr(0, path_.rfind('/') + 1)) || fail(std::strerror(errno));

@@ -81,8 +81,8 @@ bool Resuming_Writer::recover() {
     }
     D3_WARNING("Transfer of %C is tried again: %C\n", target_.path.c_str(), platform::cut_for_log(error_).c_str());
     if (!window_.wait()) {
-      error_ += stop_.requested() ? "; stopped" : "; gave up after " +
-                std::to_string(target_.options.max_seconds_retry) + " seconds";
+      error_ += stop_.requested() ? "; stopped"
+                                  : "; gave up after " + std::to_string(target_.options.max_seconds_retry) + " seconds";
       return false;
     }
     if (replay()) return true;

@@ -16,7 +16,7 @@ namespace hdbbackint {
 struct Pool_Target {
   std::string url;
   std::string path;
-  Client_IO_Options options;               ///< with max_seconds_retry
+  Client_IO_Options options;                 ///< with max_seconds_retry
   std::uint64_t resumption_buffer_size = 0;  ///< bytes
 };
 

@@ -6,8 +6,8 @@
 
 namespace hdbbackint {
 
-/// How long a broken transfer is tried again: at most `max_seconds` from its first failure, with pauses that grow to ten
-/// seconds. One thread.
+/// How long a broken transfer is tried again: at most `max_seconds` from its first failure, with pauses that grow to
+/// ten seconds. One thread.
 class Retry_Window {
  public:
   Retry_Window(unsigned max_seconds, Stop_Source& stop) : limit_(max_seconds), stop_(stop) {}

@@ -80,8 +80,7 @@ std::chrono::nanoseconds Shared_Rate::book(Direction direction, std::uint64_t by
   const std::lock_guard<std::mutex> guard(mutex_);
   const bool locked = file_.valid() && ::flock(file_.get(), LOCK_EX) == 0;
   if (locked) load();
-  const std::int64_t now =
-      std::chrono::nanoseconds(platform::Clock::current().steady_now().time_since_epoch()).count();
+  const std::int64_t now = std::chrono::nanoseconds(platform::Clock::current().steady_now().time_since_epoch()).count();
   Account& account = accounts_[direction];
   if (account.free_at_ns > now + furthest_booking.count()) account.free_at_ns = now;
   account.free_at_ns = std::max(account.free_at_ns, now - burst.count());

@@ -24,16 +24,15 @@ class Shared_Rate {
   /// `job_uuid` empty: for this process alone.
   explicit Shared_Rate(const std::string& job_uuid);
 
-  /// Books `bytes` (at most 1 GiB) at `bytes_per_second` (not 0) and returns how long to wait before they may move. What is booked
-  /// adds up exactly: rounding and late wake-ups do not change the rate in the long run.
-  [[nodiscard]] std::chrono::nanoseconds book(Direction direction, std::uint64_t bytes,
-                                              std::uint64_t bytes_per_second);
+  /// Books `bytes` (at most 1 GiB) at `bytes_per_second` (not 0) and returns how long to wait before they may move.
+  /// What is booked adds up exactly: rounding and late wake-ups do not change the rate in the long run.
+  [[nodiscard]] std::chrono::nanoseconds book(Direction direction, std::uint64_t bytes, std::uint64_t bytes_per_second);
 
  private:
   struct Account {
-    std::int64_t free_at_ns = 0;        ///< steady time at which all that was booked is paid for
-    std::uint64_t remainder = 0;        ///< of the last division, so that no part of a nanosecond is lost
-    std::uint64_t bytes_per_second = 0; ///< to which the remainder belongs
+    std::int64_t free_at_ns = 0;         ///< steady time at which all that was booked is paid for
+    std::uint64_t remainder = 0;         ///< of the last division, so that no part of a nanosecond is lost
+    std::uint64_t bytes_per_second = 0;  ///< to which the remainder belongs
   };
   using Accounts = std::array<Account, directions>;
 

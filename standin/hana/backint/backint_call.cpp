@@ -257,15 +257,15 @@ std::string run_backint(const Backint_Call& call, std::vector<Backint_Part>& par
                          "  command: " + join(arguments, " ") + "\n  pid: " + std::to_string(process.pid()) +
                              "\n  input:\n" + indented(input));
       std::atomic<std::uint64_t> total{0};
-      const Stream_Watch watch{[&] { return canceled() || process.ended(); },
-                               [&](std::size_t size) {
-                                 total += size;
-                                 transferred(size);
-                                 if (call.kill_after_bytes >= 0 &&
-                                     total >= static_cast<std::uint64_t>(call.kill_after_bytes))
-                                   process.send(SIGKILL);
-                               },
-                               bytes_per_second};
+      const Stream_Watch watch{
+          [&] { return canceled() || process.ended(); },
+          [&](std::size_t size) {
+            total += size;
+            transferred(size);
+            if (call.kill_after_bytes >= 0 && total >= static_cast<std::uint64_t>(call.kill_after_bytes))
+              process.send(SIGKILL);
+          },
+          bytes_per_second};
       // HANA signals before it lets go of the pipes: an early end of the stream must not look like a good one.
       std::vector<std::thread> writers;
       std::vector<Descriptor> pipes(parts.size());
@@ -295,7 +295,8 @@ std::string run_backint(const Backint_Call& call, std::vector<Backint_Part>& par
                 " instead of 0. console output: " + one_line(process.text()) + ", ";
       for (const Backint_Part& part : parts)
         if (error.empty() && !part.result.complete)
-          error = "[110203] Not all data could be written: Expected " + std::to_string(page_bytes) + " but transferred 0";
+          error =
+              "[110203] Not all data could be written: Expected " + std::to_string(page_bytes) + " but transferred 0";
       if (error.empty()) error = read_answers(output, parts);
       append_backint_log(call.layout, call.database, "backint terminated:\n",
                          "  pid: " + std::to_string(process.pid()) + "\n  exit code: " + std::to_string(code) +

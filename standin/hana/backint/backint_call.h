@@ -33,7 +33,8 @@ struct Backint_Call {
   bool signal_on_cancel = true;
 };
 
-/// Makes the pipes, runs hdbbackint, serves it and reads its answers. The error's text, empty when all parts were saved.
+/// Makes the pipes, runs hdbbackint, serves it and reads its answers. The error's text, empty when all parts were
+/// saved.
 std::string run_backint(const Backint_Call& call, std::vector<Backint_Part>& parts,
                         const std::function<bool()>& canceled, const std::function<void(std::size_t)>& transferred,
                         const std::function<std::int64_t()>& bytes_per_second);

@@ -10,9 +10,9 @@ namespace standin {
 
 /// What happens to a stream on its way to its destination.
 struct Stream_Watch {
-  std::function<bool()> stopped;                     ///< the backup was cancelled or the reader has ended
-  std::function<void(std::size_t)> transferred;      ///< bytes that were taken
-  std::function<std::int64_t()> bytes_per_second;    ///< 0: as fast as it goes
+  std::function<bool()> stopped;                   ///< the backup was cancelled or the reader has ended
+  std::function<void(std::size_t)> transferred;    ///< bytes that were taken
+  std::function<std::int64_t()> bytes_per_second;  ///< 0: as fast as it goes
 };
 
 struct Stream_Result {

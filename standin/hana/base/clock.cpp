@@ -37,8 +37,7 @@ void set_clock_offset_file(const std::string& path) { offset_file() = path; }
 std::int64_t now_ms() {
   using namespace std::chrono;
   std::int64_t now = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
-  if (const auto text = read_file(offset_file()))
-    now += parse_number(trim(*text)).value_or(0) * ms_per_second;
+  if (const auto text = read_file(offset_file())) now += parse_number(trim(*text)).value_or(0) * ms_per_second;
   return now;
 }
 

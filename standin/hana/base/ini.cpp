@@ -44,8 +44,8 @@ void Ini::set(const std::string& section, const std::string& key, const std::str
       entry.value = value;
       return;
     }
-  const auto behind = std::find_if(entries_.rbegin(), entries_.rend(),
-                                   [&](const Entry& entry) { return entry.section == section; });
+  const auto behind =
+      std::find_if(entries_.rbegin(), entries_.rend(), [&](const Entry& entry) { return entry.section == section; });
   entries_.insert(behind == entries_.rend() ? entries_.end() : behind.base(), {section, key, value});
 }
 
@@ -54,7 +54,8 @@ void Ini::unset(std::string_view section, std::string_view key) {
 }
 
 bool Ini::save(const std::string& path, const std::string& name, const std::string& who) const {
-  std::string text = "# " + name + " last modified " + local_time_text(now_ms(), "%Y-%m-%d %H:%M:%S") + " by " + who + "\n";
+  std::string text =
+      "# " + name + " last modified " + local_time_text(now_ms(), "%Y-%m-%d %H:%M:%S") + " by " + who + "\n";
   const std::string* section = nullptr;
   for (const Entry& entry : entries_) {
     if (section == nullptr || *section != entry.section) text += "\n[" + entry.section + "]\n";

@@ -7,12 +7,12 @@ namespace standin {
 
 /// Where one instance lies. "Documented" paths begin with /usr/sap or /var; `real` puts the root before them.
 struct Layout {
-  std::string root;      ///< without trailing '/', empty for none
-  std::string sid;       ///< "PRD"
-  std::string number;    ///< "00"
+  std::string root;    ///< without trailing '/', empty for none
+  std::string sid;     ///< "PRD"
+  std::string number;  ///< "00"
   std::string host;
   std::string version;
-  std::string mode;      ///< "multi" or "single"
+  std::string mode;  ///< "multi" or "single"
 
   [[nodiscard]] bool multi() const { return mode == "multi"; }
   [[nodiscard]] std::string real(const std::string& documented) const { return root + documented; }

@@ -17,7 +17,8 @@ class View {
       : sqlite_(sqlite), table_(std::move(schema) + "." + name), with_database_(with_database) {
     int count = 1;
     for (const char* c = columns; *c != '\0'; ++c) count += *c == ',' ? 1 : 0;
-    good_ = sqlite_.execute("CREATE TABLE " + table_ + "(" + (with_database ? "DATABASE_NAME TEXT," : "") + columns + ")");
+    good_ =
+        sqlite_.execute("CREATE TABLE " + table_ + "(" + (with_database ? "DATABASE_NAME TEXT," : "") + columns + ")");
     std::string marks = with_database ? "?,?" : "?";
     for (int i = 1; i < count; ++i) marks += ",?";
     insert_ = sqlite_.prepare("INSERT INTO " + table_ + " VALUES(" + marks + ")");
@@ -92,7 +93,8 @@ void fill_files(View& view, const View_Source& source, const Database& database)
 }
 
 constexpr const char* progress_columns =
-    "BACKUP_ID,HOST,PORT,SERVICE_NAME,ENTRY_TYPE_NAME,SYS_START_TIME,UTC_START_TIME,SYS_END_TIME,UTC_END_TIME,STATE_NAME,"
+    "BACKUP_ID,HOST,PORT,SERVICE_NAME,ENTRY_TYPE_NAME,SYS_START_TIME,UTC_START_TIME,SYS_END_TIME,UTC_END_TIME,STATE_"
+    "NAME,"
     "BACKUP_SIZE,TRANSFERRED_SIZE";
 void fill_progress(View& view, const View_Source& source, const Database& database) {
   for (const Progress_Row& row : source.progress) {
@@ -110,7 +112,11 @@ void fill_services(View& view, const View_Source& source, const Database& databa
     view.begin(database.name);
     view.text(source.state.layout().host).number(service.port).text(service.name).number(source.process_id);
     const bool master = service.name == "nameserver" || service.name == "indexserver";
-    view.text(master ? "master" : "").text("YES").number(service.sql_port).text(master ? "MASTER" : "NONE").text("TRUE");
+    view.text(master ? "master" : "")
+        .text("YES")
+        .number(service.sql_port)
+        .text(master ? "MASTER" : "NONE")
+        .text("TRUE");
     view.end();
   }
 }
@@ -151,13 +157,20 @@ void fill_inifiles(View& view, const View_Source& source, const Database& databa
 
 void fill_landscape(View& view, const View_Source& source, const Database& database) {
   view.begin(database.name);
-  view.text(source.state.layout().host).text("YES").text("OK").text("MASTER 1").text("MASTER").text("WORKER").text("MASTER");
+  view.text(source.state.layout().host)
+      .text("YES")
+      .text("OK")
+      .text("MASTER 1")
+      .text("MASTER")
+      .text("WORKER")
+      .text("MASTER");
   view.end();
 }
 
 using Filler = std::function<void(View&, const View_Source&, const Database&)>;
 
-bool fill_schema(Sqlite& sqlite, const std::string& schema, const std::string& sql, const View_Source& source, bool all) {
+bool fill_schema(Sqlite& sqlite, const std::string& schema, const std::string& sql, const View_Source& source,
+                 bool all) {
   const Layout& layout = source.state.layout();
   bool good = true;
   const auto fill = [&](const char* name, const char* columns, const Filler& filler) {

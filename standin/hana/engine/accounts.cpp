@@ -30,8 +30,10 @@ std::string hash_of(std::string_view password, const std::string& salt) {
 Sql_Error locked_error() {
   constexpr std::int64_t lock_ms = 1440LL * 60 * 1000;
   const std::string until = timestamp_text(now_ms() + lock_ms, true).substr(0, 27);
-  return {416, "user is locked; try again later: lock time is 1440 minutes; user is locked until " + until +
-                   " (given in UTC) [1440," + until + "]", "28000"};
+  return {416,
+          "user is locked; try again later: lock time is 1440 minutes; user is locked until " + until +
+              " (given in UTC) [1440," + until + "]",
+          "28000"};
 }
 
 Sql_Error missing_privilege() {
@@ -46,7 +48,11 @@ bool Accounts::set(const std::string& database, const std::string& user, std::st
   std::string salt(salt_bytes, '\0');
   if (RAND_bytes(reinterpret_cast<unsigned char*>(salt.data()), salt_bytes) != 1) return false;
   Statement row = state_.sqlite().prepare("INSERT OR REPLACE INTO users VALUES(?,?,?,?,?,0,0)");
-  row.bind(1, database).bind(2, user).bind_blob(3, salt).bind_blob(4, hash_of(password, salt)).bind(5, upper(privileges));
+  row.bind(1, database)
+      .bind(2, user)
+      .bind_blob(3, salt)
+      .bind_blob(4, hash_of(password, salt))
+      .bind(5, upper(privileges));
   return row.run();
 }
 
@@ -68,8 +74,9 @@ std::optional<Sql_Error> Accounts::logon(const std::string& database, const std:
   const bool good = given.size() == wanted.size() && CRYPTO_memcmp(given.data(), wanted.data(), wanted.size()) == 0;
   if (good && row.number(3) == 0) return std::nullopt;
   row = Statement();
-  Statement count = state_.sqlite().prepare("UPDATE users SET failures=CASE WHEN ? THEN 0 ELSE failures+1 END "
-                                            "WHERE db=? AND name=?");
+  Statement count = state_.sqlite().prepare(
+      "UPDATE users SET failures=CASE WHEN ? THEN 0 ELSE failures+1 END "
+      "WHERE db=? AND name=?");
   if (!count.bind(1, good ? 1 : 0).bind(2, database).bind(3, user).run()) return Sql_Error{2, "general error"};
   if (good) return std::nullopt;
   return refused;

@@ -23,8 +23,9 @@ std::vector<Ballast_Range> laid_over(const std::vector<Ballast_Range>& ranges, c
 
 std::vector<Ballast_Range> with_changes(System_State& state, const std::string& database, const Service& service,
                                         std::int64_t since, std::int64_t until, std::vector<Ballast_Range> ranges) {
-  Statement rows = state.sqlite().prepare("SELECT id, first, pages FROM ballast_changes WHERE db=? AND service=? AND id>? "
-                                          "AND id<=? ORDER BY id");
+  Statement rows = state.sqlite().prepare(
+      "SELECT id, first, pages FROM ballast_changes WHERE db=? AND service=? AND id>? "
+      "AND id<=? ORDER BY id");
   rows.bind(1, database).bind(2, service.name).bind(3, since).bind(4, until);
   while (rows.step())
     ranges = laid_over(ranges, {static_cast<std::uint64_t>(rows.number(1)), static_cast<std::uint64_t>(rows.number(2)),
@@ -36,14 +37,15 @@ std::vector<Ballast_Range> with_changes(System_State& state, const std::string& 
 
 }  // namespace
 
-std::optional<Ballast_Range> change_ballast(System_State& state, const std::string& database, const std::string& service,
-                                            std::uint64_t pages) {
+std::optional<Ballast_Range> change_ballast(System_State& state, const std::string& database,
+                                            const std::string& service, std::uint64_t pages) {
   if (!state.sqlite().execute("BEGIN IMMEDIATE")) return std::nullopt;
   Statement size = state.sqlite().prepare("SELECT ballast FROM services WHERE db=? AND name=?");
   size.bind(1, database).bind(2, service);
   const auto all = size.step() ? static_cast<std::uint64_t>(size.number(0)) : 0;
-  Statement last = state.sqlite().prepare("SELECT first+pages FROM ballast_changes WHERE db=? AND service=? ORDER BY id "
-                                          "DESC LIMIT 1");
+  Statement last = state.sqlite().prepare(
+      "SELECT first+pages FROM ballast_changes WHERE db=? AND service=? ORDER BY id "
+      "DESC LIMIT 1");
   last.bind(1, database).bind(2, service);
   const std::uint64_t first = all != 0 && last.step() ? static_cast<std::uint64_t>(last.number(0)) % all : 0;
   const std::uint64_t wanted = std::min(pages, all);

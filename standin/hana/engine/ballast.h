@@ -17,10 +17,10 @@ struct Ballast_Range {
   std::uint64_t version = 0;
 };
 
-/// Gives the next `pages` pages of the service a new content, going on behind the last change and round to the first page;
-/// at most all pages. What was changed; nothing when there is no such service or no ballast.
-std::optional<Ballast_Range> change_ballast(System_State& state, const std::string& database, const std::string& service,
-                                            std::uint64_t pages);
+/// Gives the next `pages` pages of the service a new content, going on behind the last change and round to the first
+/// page; at most all pages. What was changed; nothing when there is no such service or no ballast.
+std::optional<Ballast_Range> change_ballast(System_State& state, const std::string& database,
+                                            const std::string& service, std::uint64_t pages);
 /// The number of the newest change in the database, 0 for none.
 std::int64_t newest_ballast_change(System_State& state, const std::string& database);
 /// All pages as they were after the change `until`, in ascending order.

@@ -51,8 +51,8 @@ std::vector<Database> System_State::databases() {
   Statement rows = sqlite_.prepare("SELECT name, status FROM databases ORDER BY position");
   while (rows.step()) found.push_back({rows.text(0), rows.text(1), {}});
   for (Database& database : found) {
-    Statement services = sqlite_.prepare(
-        "SELECT name, volume, port, sql_port, ballast FROM services WHERE db=? ORDER BY volume");
+    Statement services =
+        sqlite_.prepare("SELECT name, volume, port, sql_port, ballast FROM services WHERE db=? ORDER BY volume");
     services.bind(1, database.name);
     while (services.step())
       database.services.push_back({services.text(0), static_cast<int>(services.number(1)),

@@ -28,7 +28,7 @@ void to_varchar(sqlite3_context* context, int count, sqlite3_value** values) {
     std::string_view picture;
     std::size_t at, size;
   };
-  constexpr Part parts[] = {{"YYYY", 0, 4}, {"HH24", 11, 2}, {"MM", 5, 2}, {"DD", 8, 2},
+  constexpr Part parts[] = {{"YYYY", 0, 4}, {"HH24", 11, 2}, {"MM", 5, 2},  {"DD", 8, 2},
                             {"MI", 14, 2},  {"SS", 17, 2},   {"FF3", 20, 3}};
   const std::string picture = upper(reinterpret_cast<const char*>(sqlite3_value_text(values[1])));
   std::string out;
@@ -105,11 +105,19 @@ std::optional<Sql_Error> collect(Sqlite& sqlite, Statement& statement, const std
     std::vector<Cell> row;
     for (int i = 0; i < columns; ++i) {
       switch (sqlite3_column_type(statement.raw(), i)) {
-        case SQLITE_NULL: row.push_back({'0', {}}); break;
+        case SQLITE_NULL:
+          row.push_back({'0', {}});
+          break;
         case SQLITE_INTEGER:
-        case SQLITE_FLOAT: row.push_back({'n', statement.text(i)}); break;
-        case SQLITE_BLOB: row.push_back({'b', hexadecimal(statement.text(i))}); break;
-        default: row.push_back({'t', statement.text(i)}); break;
+        case SQLITE_FLOAT:
+          row.push_back({'n', statement.text(i)});
+          break;
+        case SQLITE_BLOB:
+          row.push_back({'b', hexadecimal(statement.text(i))});
+          break;
+        default:
+          row.push_back({'t', statement.text(i)});
+          break;
       }
     }
     result.rows.push_back(std::move(row));
@@ -120,16 +128,20 @@ std::optional<Sql_Error> collect(Sqlite& sqlite, Statement& statement, const std
 
 /// Words of the engine's that HANA reserves too; its other ones are names like any.
 bool is_reserved(std::string_view word) {
-  constexpr std::string_view words[] = {
-      "ALL",  "ALTER", "AS",    "BEFORE", "BEGIN", "CASE",    "CROSS", "CURRENT_DATE", "CURRENT_TIME", "CURRENT_TIMESTAMP",
-      "DISTINCT", "ELSE", "END", "EXCEPT", "FOR",  "FROM",    "FULL",  "GROUP",        "HAVING",       "IF",
-      "IN",   "INNER", "INTERSECT", "INTO", "IS",  "JOIN",    "LEFT",  "LIMIT",        "NATURAL",      "NULL",
-      "ON",   "ORDER", "RIGHT", "SELECT", "SET",   "UNION",   "USING", "VALUES",       "WHEN",         "WHERE", "WITH"};
+  constexpr std::string_view words[] = {"ALL",      "ALTER", "AS",           "BEFORE",       "BEGIN",
+                                        "CASE",     "CROSS", "CURRENT_DATE", "CURRENT_TIME", "CURRENT_TIMESTAMP",
+                                        "DISTINCT", "ELSE",  "END",          "EXCEPT",       "FOR",
+                                        "FROM",     "FULL",  "GROUP",        "HAVING",       "IF",
+                                        "IN",       "INNER", "INTERSECT",    "INTO",         "IS",
+                                        "JOIN",     "LEFT",  "LIMIT",        "NATURAL",      "NULL",
+                                        "ON",       "ORDER", "RIGHT",        "SELECT",       "SET",
+                                        "UNION",    "USING", "VALUES",       "WHEN",         "WHERE",
+                                        "WITH"};
   return std::find(std::begin(words), std::end(words), word) != std::end(words);
 }
 
-/// The statement with quotes around words that stand where a table's or a column's name must, and mean something else to
-/// the engine only.
+/// The statement with quotes around words that stand where a table's or a column's name must, and mean something else
+/// to the engine only.
 std::string with_plain_names(const std::string& sql) {
   std::string text;
   std::size_t copied = 0;
@@ -190,7 +202,8 @@ bool Table_Session::open() {
 std::optional<Sql_Error> Table_Session::change(const std::string& given, bool autocommit, Result& result) {
   const std::string sql = engine_words(without_end(given));
   if (!open()) return Sql_Error{2, "general error: " + sqlite_.error()};
-  if (pending_.empty() && !sqlite_.execute("BEGIN IMMEDIATE")) return Sql_Error{131, "transaction rolled back by lock wait timeout: " + sqlite_.error()};
+  if (pending_.empty() && !sqlite_.execute("BEGIN IMMEDIATE"))
+    return Sql_Error{131, "transaction rolled back by lock wait timeout: " + sqlite_.error()};
   std::optional<Sql_Error> error;
   {
     Statement statement = sqlite_.prepare(sql);

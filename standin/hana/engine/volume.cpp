@@ -79,9 +79,10 @@ std::uint64_t next_noise(std::uint64_t& state) {
 
 /// Half text, half noise: compresses to a little more than a half.
 void fill_ballast(std::uint64_t seed, std::uint64_t page, std::uint64_t version, char* buffer) {
-  static constexpr char line[] = "region=EMEA;status=released;currency=EUR;plant=1000;unit=PC;flag=0;text=standard item;";
-  std::uint64_t state = (seed + 1) * 0x9e3779b97f4a7c15ULL ^ (page + 1) * 0xbf58476d1ce4e5b9ULL ^
-                        version * 0x94d049bb133111ebULL;
+  static constexpr char line[] =
+      "region=EMEA;status=released;currency=EUR;plant=1000;unit=PC;flag=0;text=standard item;";
+  std::uint64_t state =
+      (seed + 1) * 0x9e3779b97f4a7c15ULL ^ (page + 1) * 0xbf58476d1ce4e5b9ULL ^ version * 0x94d049bb133111ebULL;
   if (state == 0) state = 1;
   for (std::size_t at = 0; at < noise_bytes; at += sizeof line - 1)
     std::memcpy(buffer + at, line, std::min(sizeof line - 1, noise_bytes - at));

@@ -15,8 +15,8 @@ inline constexpr std::size_t page_bytes = 4096;
 /// The database as it was at one moment: a copy of its tables' pages, whose changes since earlier savepoints are known.
 struct Savepoint {
   std::int64_t id = 0;
-  std::int64_t redo = 0;  ///< position in the redo log up to which commits are in
-  std::string snapshot;   ///< file with the pages
+  std::int64_t redo = 0;               ///< position in the redo log up to which commits are in
+  std::string snapshot;                ///< file with the pages
   std::vector<std::uint64_t> changed;  ///< pages written after the base, all of them for a full backup
   std::int64_t ballast_since = 0;      ///< the base's newest change of ballast
   std::int64_t ballast_until = 0;      ///< the newest change of ballast that is in
@@ -34,8 +34,8 @@ void drop_left_files(const Layout& layout);
 class Volume_Stream {
  public:
   struct Content {
-    std::string header;   ///< text of the header page
-    std::string snapshot; ///< file of the tables' pages
+    std::string header;    ///< text of the header page
+    std::string snapshot;  ///< file of the tables' pages
     std::vector<std::uint64_t> table_pages;
     std::vector<Ballast_Range> ballast;
     std::uint64_t ballast_seed = 0;

@@ -30,7 +30,8 @@ std::string kernel_host() {
 }
 
 bool fill(const Layout& layout, System_State& state, const std::vector<std::string>& tenants,
-          const std::vector<std::string>& services, std::int64_t pages, const std::string& user, const std::string& password) {
+          const std::vector<std::string>& services, std::int64_t pages, const std::string& user,
+          const std::string& password) {
   std::vector<std::string> names = tenants;
   if (layout.multi())
     names.insert(names.begin(), system_database);
@@ -81,8 +82,11 @@ int main(int count, char** values) {
   }
   std::error_code error;
   const std::string root = std::filesystem::absolute(get("--root", ""), error).lexically_normal().string();
-  Layout layout{root.ends_with('/') ? root.substr(0, root.size() - 1) : root, get("--sid", ""), get("--nr", "00"),
-                get("--host", kernel_host().c_str()), get("--version", "2.00.059.00.1632920961"),
+  Layout layout{root.ends_with('/') ? root.substr(0, root.size() - 1) : root,
+                get("--sid", ""),
+                get("--nr", "00"),
+                get("--host", kernel_host().c_str()),
+                get("--version", "2.00.059.00.1632920961"),
                 single ? "single" : "multi"};
   std::string password = "manager";
   if (options.contains("--password-file")) {
@@ -96,7 +100,8 @@ int main(int count, char** values) {
   System_State state;
   if (!state.open(layout)) return fail("the state cannot be written");
   const std::int64_t pages = parse_number(get("--data-mb", "4")).value_or(0) * pages_per_mb;
-  if (!fill(layout, state, tenants, split(get("--services", "indexserver"), ','), pages, get("--user", "SYSTEM"), password))
+  if (!fill(layout, state, tenants, split(get("--services", "indexserver"), ','), pages, get("--user", "SYSTEM"),
+            password))
     return fail("the databases cannot be made");
   return 0;
 }

@@ -38,11 +38,11 @@ std::string manifest_text(const std::string& version) {
   parts.resize(std::max<std::size_t>(parts.size(), 5));
   const std::string build = parts[4].empty() ? "0" : parts[4];
   const std::string patch = parts[3].empty() ? "00" : parts[3];
-  return "comptype: HDB\nkeycaption: SAP HANA DATABASE\nrelease: " + parts[0] + "." + parts[1] + "\nrev-number: " +
-         parts[2] + "\nrev-patchlevel: " + patch + "\nrev-changelist: " + build + "\ndate: " +
-         local_time_text(parse_number(build).value_or(0) * 1000, "%Y-%m-%d %H:%M:%S") +
-         "\nplatform: linuxx86_64\nfullversion: " + parts[0] + "." + parts[1] + "." + parts[2] + "." + patch + " Build " +
-         build + "-1530\n";
+  return "comptype: HDB\nkeycaption: SAP HANA DATABASE\nrelease: " + parts[0] + "." + parts[1] +
+         "\nrev-number: " + parts[2] + "\nrev-patchlevel: " + patch + "\nrev-changelist: " + build +
+         "\ndate: " + local_time_text(parse_number(build).value_or(0) * 1000, "%Y-%m-%d %H:%M:%S") +
+         "\nplatform: linuxx86_64\nfullversion: " + parts[0] + "." + parts[1] + "." + parts[2] + "." + patch +
+         " Build " + build + "-1530\n";
 }
 
 /// Adds the line unless the file has one for the same name already.
@@ -77,20 +77,24 @@ bool write_configuration(const Layout& layout) {
 bool write_profiles(const Layout& layout) {
   const std::string name = layout.sid + "_" + layout.instance_name() + "_" + layout.host;
   const std::string profile = layout.system_directory() + "/SYS/profile/" + name;
-  const std::string line = "LD_LIBRARY_PATH=" + layout.instance_directory() + "/exe:$LD_LIBRARY_PATH; export "
-                           "LD_LIBRARY_PATH; " + layout.instance_directory() + "/exe/sapstartsrv pf=" + profile +
-                           " -D -u " + lower(layout.sid) + "adm\n";
+  const std::string line = "LD_LIBRARY_PATH=" + layout.instance_directory() +
+                           "/exe:$LD_LIBRARY_PATH; export "
+                           "LD_LIBRARY_PATH; " +
+                           layout.instance_directory() + "/exe/sapstartsrv pf=" + profile + " -D -u " +
+                           lower(layout.sid) + "adm\n";
   const std::string services = layout.real("/usr/sap/sapservices");
   std::string text = read_file(services).value_or("#!/bin/sh\n");
   if (text.find(line) == std::string::npos) text += line;
   return write_file(services, text, 0644) &&
          write_file(layout.real(layout.system_directory() + "/SYS/profile/DEFAULT.PFL"),
                     "SAPSYSTEMNAME = " + layout.sid + "\nSAPGLOBALHOST = " + layout.host + "\n", 0644) &&
-         write_file(layout.real(profile), "SAPSYSTEMNAME = " + layout.sid + "\nSAPSYSTEM = " + layout.number +
-                                              "\nINSTANCE_NAME = " + layout.instance_name() + "\nSAPLOCALHOST = " +
-                                              layout.host + "\n", 0644) &&
+         write_file(layout.real(profile),
+                    "SAPSYSTEMNAME = " + layout.sid + "\nSAPSYSTEM = " + layout.number +
+                        "\nINSTANCE_NAME = " + layout.instance_name() + "\nSAPLOCALHOST = " + layout.host + "\n",
+                    0644) &&
          write_file(layout.real(layout.host_directory() + "/daemon.ini"), "[daemon]\ninstances = \n", 0644) &&
-         write_file(layout.real(layout.host_directory() + "/sapprofile.ini"), "SAPSYSTEMNAME = " + layout.sid + "\n", 0644);
+         write_file(layout.real(layout.host_directory() + "/sapprofile.ini"), "SAPSYSTEMNAME = " + layout.sid + "\n",
+                    0644);
 }
 
 bool write_accounts(const Layout& layout) {

@@ -17,7 +17,8 @@ std::int64_t Backups::next_id() {
 std::optional<Sql_Error> Backups::start(System_State& state, const Backup_Request& request,
                                         std::shared_ptr<Running_Backup>& running) {
   const auto database = state.database(request.database);
-  if (!database) return Sql_Error{447, "backup could not be completed: [332] invalid database name: " + request.database};
+  if (!database)
+    return Sql_Error{447, "backup could not be completed: [332] invalid database name: " + request.database};
   if (database->status != "YES")
     return Sql_Error{447, "backup could not be completed: [2000009] database " + request.database + " is not started"};
   Catalog catalog(state);
@@ -25,8 +26,9 @@ std::optional<Sql_Error> Backups::start(System_State& state, const Backup_Reques
   if (request.type != complete_backup) {
     base = catalog.base_of_delta(request.database, request.type == differential_backup);
     if (!base)
-      return Sql_Error{447, "backup could not be completed: [110043] A delta backup is not possible, there is no full data "
-                            "backup of the database"};
+      return Sql_Error{447,
+                       "backup could not be completed: [110043] A delta backup is not possible, there is no full data "
+                       "backup of the database"};
   }
   auto fresh = std::make_shared<Running_Backup>();
   fresh->request = request;
@@ -76,7 +78,8 @@ std::optional<Sql_Error> Backups::wait(Running_Backup& running) {
 std::optional<Sql_Error> Backups::cancel(System_State& state, const std::string& database, std::int64_t id) {
   const std::lock_guard guard(mutex_);
   const auto found = newest_.find(database);
-  const auto not_running = Sql_Error{447, "backup could not be canceled: backup " + std::to_string(id) + " is not running"};
+  const auto not_running =
+      Sql_Error{447, "backup could not be canceled: backup " + std::to_string(id) + " is not running"};
   if (found == newest_.end() || !found->second || found->second->id != id) return not_running;
   Running_Backup& running = *found->second;
   {
@@ -85,7 +88,8 @@ std::optional<Sql_Error> Backups::cancel(System_State& state, const std::string&
   }
   if (running.cancel_asked) {
     if (faults_.take("cancel_again", database).value_or("accept") == "refuse")
-      return Sql_Error{447, "backup could not be canceled: backup " + std::to_string(id) + " is already being canceled"};
+      return Sql_Error{447,
+                       "backup could not be canceled: backup " + std::to_string(id) + " is already being canceled"};
     return std::nullopt;
   }
   running.cancel_outcome = faults_.take("cancel", database).value_or("canceled");

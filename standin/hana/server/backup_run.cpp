@@ -63,8 +63,8 @@ std::string Backup_Run::name_of(int volume, int part, std::int64_t base_id) cons
   std::string name = request.prefix.starts_with('/') ? request.prefix : base + "/" + request.prefix;
   name += "_databackup_";
   if (request.type != complete_backup)
-    name += std::string(request.type == incremental_backup ? "incremental_" : "differential_") + std::to_string(base_id) +
-            "_" + std::to_string(running_.id) + "_";
+    name += std::string(request.type == incremental_backup ? "incremental_" : "differential_") +
+            std::to_string(base_id) + "_" + std::to_string(running_.id) + "_";
   return name + std::to_string(volume) + "_" + std::to_string(part);
 }
 
@@ -147,7 +147,8 @@ std::string Backup_Run::write_services(System_State& state, const Savepoint& sav
       Volume_Stream::Content content;
       if (has_tables && i == 0) content.table_pages = savepoint.changed;
       content.ballast = slice(ballast, pages * i / parts, pages * (i + 1) / parts);
-      content.ballast_seed = static_cast<std::uint64_t>(std::hash<std::string>{}(request.database + "/" + service.name));
+      content.ballast_seed =
+          static_cast<std::uint64_t>(std::hash<std::string>{}(request.database + "/" + service.name));
       add(service.volume, static_cast<int>(i) + 1, std::move(content));
     }
     first = false;
@@ -176,8 +177,14 @@ std::string Backup_Run::write_service(Running_Service& service, std::vector<Piec
     }
     return {};
   }
-  Backint_Call call{layout_, request.database, user_id_of(layout_, request.database), running_.id, objects,
-                    level_of(request.type), request.tool_option, setting("data_backup_parameter_file", "")};
+  Backint_Call call{layout_,
+                    request.database,
+                    user_id_of(layout_, request.database),
+                    running_.id,
+                    objects,
+                    level_of(request.type),
+                    request.tool_option,
+                    setting("data_backup_parameter_file", "")};
   call.response_timeout_seconds = parse_number(setting("backint_response_timeout", "0")).value_or(0);
   call.kill_after_bytes = faults_.number("kill_hdbbackint_after_bytes", -1, request.database);
   call.signal_on_cancel = faults_.take("cancel_signal", request.database).value_or("TERM") == "TERM";
@@ -196,8 +203,8 @@ std::string Backup_Run::write_service(Running_Service& service, std::vector<Piec
     note_checksum(running_.id, service.service.name, pieces[i]);
   }
   log(error.empty() ? "INFO" : "ERROR", "state of service: " + service.service.name + ", " + layout_.host + ":" +
-                                            std::to_string(service.service.port) + ", volume: " +
-                                            std::to_string(service.service.volume) + ", " +
+                                            std::to_string(service.service.port) +
+                                            ", volume: " + std::to_string(service.service.volume) + ", " +
                                             (error.empty() ? "BackupFinished" : "BackupError"));
   return error;
 }
@@ -208,10 +215,10 @@ std::string Backup_Run::write_to_file(Piece& piece, Running_Service& service) {
   const Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0640));
   if (!file.valid()) return "[110001] cannot create file " + piece.part.name;
   Volume_Stream stream(piece.part.content);
-  piece.part.result = write_stream(stream, file.get(),
-                                   {[this] { return canceled(); },
-                                    [&](std::size_t bytes) { service.transferred += static_cast<std::int64_t>(bytes); },
-                                    [this] { return rate(); }});
+  piece.part.result = write_stream(
+      stream, file.get(),
+      {[this] { return canceled(); },
+       [&](std::size_t bytes) { service.transferred += static_cast<std::int64_t>(bytes); }, [this] { return rate(); }});
   note_checksum(running_.id, service.service.name, piece);
   return piece.part.result.complete ? std::string() : "[110203] Not all data could be written: " + piece.part.name;
 }
@@ -223,14 +230,19 @@ void Backup_Run::note_checksum(std::int64_t id, const std::string& service, cons
                   piece.part.result.sha256 + "\n");
 }
 
-bool Backup_Run::note_files(System_State& state, const std::vector<std::vector<Piece>>& all, const Savepoint& savepoint) {
+bool Backup_Run::note_files(System_State& state, const std::vector<std::vector<Piece>>& all,
+                            const Savepoint& savepoint) {
   Catalog catalog(state);
   bool good = true;
   for (std::size_t i = 0; i < all.size(); ++i)
     for (const Piece& piece : all[i]) {
-      Catalog_File file{piece.volume, piece.volume == topology_volume ? "topology" : "volume",
-                        running_.services[i]->service.name, static_cast<std::int64_t>(piece.part.result.bytes),
-                        piece.part.name, running_.request.backint ? "backint" : "file", piece.part.external_id,
+      Catalog_File file{piece.volume,
+                        piece.volume == topology_volume ? "topology" : "volume",
+                        running_.services[i]->service.name,
+                        static_cast<std::int64_t>(piece.part.result.bytes),
+                        piece.part.name,
+                        running_.request.backint ? "backint" : "file",
+                        piece.part.external_id,
                         savepoint.redo};
       good = catalog.add_file(running_.request.database, running_.entry, running_.id, file) && good;
     }
@@ -261,10 +273,17 @@ void Backup_Run::write_catalog_backup(System_State& state) {
   service.service.name = "catalog";
   if (error.empty() && backint) {
     piece.part.name = layout_.backint_directory(database) + "/log_backup_0_0_0_0";
-    Backint_Call call{layout_, database, user_id_of(layout_, database), id, 1, "LOG", {},
+    Backint_Call call{layout_,
+                      database,
+                      user_id_of(layout_, database),
+                      id,
+                      1,
+                      "LOG",
+                      {},
                       setting("catalog_backup_parameter_file", "")};
     std::vector<Backint_Part> parts{piece.part};
-    error = run_backint(call, parts, [] { return false; }, [](std::size_t) {}, [] { return std::int64_t{0}; });
+    error = run_backint(
+        call, parts, [] { return false; }, [](std::size_t) {}, [] { return std::int64_t{0}; });
     piece.part = parts.front();
     note_checksum(id, "catalog", piece);
   } else if (error.empty()) {

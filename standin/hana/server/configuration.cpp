@@ -59,7 +59,8 @@ std::optional<Sql_Error> alter_configuration(System_State& state, const std::str
   if (!reader.at_end()) return reader.error();
   for (const Change& change : changes)
     if (set && !supported(change))
-      return Sql_Error{2048, "column store error: unsupported value '" + change.value + "' for parameter " + change.key};
+      return Sql_Error{2048,
+                       "column store error: unsupported value '" + change.value + "' for parameter " + change.key};
 
   const Layout& layout = state.layout();
   std::string folder;
@@ -78,7 +79,8 @@ std::optional<Sql_Error> alter_configuration(System_State& state, const std::str
       ini.set(change.section, change.key, change.value);
     else
       ini.unset(change.section, change.key);
-  if (!ini.save(path, file, "hdbindexserver")) return Sql_Error{2, "general error: configuration file could not be written"};
+  if (!ini.save(path, file, "hdbindexserver"))
+    return Sql_Error{2, "general error: configuration file could not be written"};
   return std::nullopt;
 }
 

@@ -8,8 +8,8 @@
 
 namespace standin {
 
-/// The rest of "ALTER SYSTEM ALTER CONFIGURATION": ('file','layer'[,'target']) SET ('s','k')='v', ... | UNSET ('s','k'), ...
-/// [WITH RECONFIGURE] [COMMENT '...'].
+/// The rest of "ALTER SYSTEM ALTER CONFIGURATION": ('file','layer'[,'target']) SET ('s','k')='v', ... | UNSET
+/// ('s','k'), ... [WITH RECONFIGURE] [COMMENT '...'].
 std::optional<Sql_Error> alter_configuration(System_State& state, const std::string& database, Token_Reader& reader);
 
 }  // namespace standin

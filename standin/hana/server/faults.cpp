@@ -46,7 +46,8 @@ std::optional<std::string> Faults::take(const std::string& key, const std::strin
   const auto lines = split(*file, '\n');
   const std::lock_guard guard(mutex_);
   // A line that was taken out and comes back counts from the beginning.
-  std::erase_if(used_, [&](const auto& used) { return std::find(lines.begin(), lines.end(), used.first) == lines.end(); });
+  std::erase_if(used_,
+                [&](const auto& used) { return std::find(lines.begin(), lines.end(), used.first) == lines.end(); });
   for (const std::string& raw : lines) {
     Line line;
     if (!parse_line(raw, line) || line.key != key) continue;

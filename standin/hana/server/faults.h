@@ -8,13 +8,15 @@
 
 namespace standin {
 
-/// What goes wrong on demand: "key = value | count=N | skip=N | match=TEXT | database=NAME" lines of a file that is read
-/// again at each decision. Counts belong to a line's text and last as long as the line and the server. Safe for all threads.
+/// What goes wrong on demand: "key = value | count=N | skip=N | match=TEXT | database=NAME" lines of a file that is
+/// read again at each decision. Counts belong to a line's text and last as long as the line and the server. Safe for
+/// all threads.
 class Faults {
  public:
   explicit Faults(std::string path) : path_(std::move(path)) {}
   /// The value of the first line that applies; its count goes down.
-  std::optional<std::string> take(const std::string& key, const std::string& database = {}, const std::string& text = {});
+  std::optional<std::string> take(const std::string& key, const std::string& database = {},
+                                  const std::string& text = {});
   std::int64_t number(const std::string& key, std::int64_t otherwise, const std::string& database = {});
 
  private:

@@ -39,8 +39,9 @@ class Session {
   }
 
   Message refused() {
-    return error({-10709, "Connection failed (RTE:[89006] System call 'connect' failed, rc=111:Connection refused (" +
-                              instance_.layout().host + ":" + port_ + "))",
+    return error({-10709,
+                  "Connection failed (RTE:[89006] System call 'connect' failed, rc=111:Connection refused (" +
+                      instance_.layout().host + ":" + port_ + "))",
                   "HY000"});
   }
 
@@ -70,8 +71,14 @@ class Session {
     if (faults.take("lock_account", database_, message[2])) return error(locked_error());
     if (auto problem = Accounts(state_).logon(database_, message[2], message[3])) return error(*problem);
     statements_ = std::make_unique<Statements>(instance_, state_, database_, message[2]);
-    return {"A", faults.take("password_warning", database_) ? "warning431=1" : "", "0", "0",
-            instance_.layout().sid, database_, instance_.layout().host, instance_.layout().version};
+    return {"A",
+            faults.take("password_warning", database_) ? "warning431=1" : "",
+            "0",
+            "0",
+            instance_.layout().sid,
+            database_,
+            instance_.layout().host,
+            instance_.layout().version};
   }
 
   std::string directives_of(const std::string& sql) {
@@ -88,7 +95,8 @@ class Session {
     if (faults.take("die_server", database_, sql)) ::kill(::getpid(), SIGKILL);
     const std::string directives = directives_of(sql);
     constexpr std::int64_t for_ever_ms = 1000LL * 3600 * 24;
-    if (const auto hang = faults.take("hang_statement", database_, sql)) hang_for(parse_number(*hang).value_or(0) * 1000, for_ever_ms);
+    if (const auto hang = faults.take("hang_statement", database_, sql))
+      hang_for(parse_number(*hang).value_or(0) * 1000, for_ever_ms);
     if (const auto slow = faults.take("slow_statement", database_, sql)) sleep_ms(parse_number(*slow).value_or(0));
     if (const auto fail = faults.take("fail_statement", database_, sql)) {
       const std::size_t colon = fail->find(':');

@@ -43,7 +43,8 @@ Statements::Answer Statements::run(const std::string& sql, bool autocommit, Resu
 
 Statements::Answer Statements::select(const std::string& sql, Result& result) {
   const bool catalog = contains_without_case(sql, "M_BACKUP") || contains_without_case(sql, "SYS_DATABASES.");
-  if (catalog && !may({"CATALOG READ", "BACKUP ADMIN", "BACKUP OPERATOR", "DATABASE ADMIN"})) return missing_privilege();
+  if (catalog && !may({"CATALOG READ", "BACKUP ADMIN", "BACKUP OPERATOR", "DATABASE ADMIN"}))
+    return missing_privilege();
   if (tables_.in_transaction()) {
     // The transaction sees its own tables; the views are the same for all.
     const auto problem = tables_.select(sql, result);
@@ -52,15 +53,14 @@ Statements::Answer Statements::select(const std::string& sql, Result& result) {
   }
   const View_Source source{state_, database_, instance_.backups().progress(), instance_.start_ms(),
                            static_cast<int>(::getpid())};
-  return run_select(state_.tables_file(database_), sql,
-                    [&](Sqlite& sqlite) { return attach_views(sqlite, sql, source); }, result);
+  return run_select(
+      state_.tables_file(database_), sql, [&](Sqlite& sqlite) { return attach_views(sqlite, sql, source); }, result);
 }
 
 Statements::Answer Statements::read_database(Token_Reader& reader, std::string& name) {
   name = database_;
   if (!reader.accept("FOR")) return std::nullopt;
-  if (reader.accept_words({"FULL", "SYSTEM"}))
-    return Sql_Error{7, "feature not supported: backup of the full system"};
+  if (reader.accept_words({"FULL", "SYSTEM"})) return Sql_Error{7, "feature not supported: backup of the full system"};
   if (!reader.accept_name(name)) return reader.error();
   if (!state_.layout().multi()) return Sql_Error{7, "feature not supported: FOR in a single-container system"};
   if (name != database_ && database_ != system_database)

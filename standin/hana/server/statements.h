@@ -10,7 +10,10 @@ namespace standin {
 class Statements {
  public:
   Statements(Instance& instance, System_State& state, std::string database, std::string user)
-      : instance_(instance), state_(state), database_(std::move(database)), user_(std::move(user)),
+      : instance_(instance),
+        state_(state),
+        database_(std::move(database)),
+        user_(std::move(user)),
         tables_(state, database_) {}
   std::optional<Sql_Error> run(const std::string& sql, bool autocommit, Result& result);
 

@@ -45,9 +45,10 @@ int recovery(const Layout& layout, System_State& state, const Arguments& a) {
   const auto line = [&](const char* level, const std::string& text) {
     return append_backup_log(layout, a[1], at, at, level, "RECOVERY", text);
   };
-  const bool good = line("INFO", "RECOVER DATA started") &&
-                    (outcome == "failed" ? line("ERROR", "RECOVER DATA finished with error: [448] recovery could not be completed")
-                                         : line("INFO", "RECOVER DATA finished successfully"));
+  const bool good =
+      line("INFO", "RECOVER DATA started") &&
+      (outcome == "failed" ? line("ERROR", "RECOVER DATA finished with error: [448] recovery could not be completed")
+                           : line("INFO", "RECOVER DATA finished successfully"));
   return good ? 0 : 1;
 }
 
@@ -68,17 +69,20 @@ int replication(const Layout& layout, const Arguments& a) {
   peer.set("peer", "site", a.size() > 3 ? a[3] : (secondary ? "WDF" : "ROT"));
   peer.set("peer", "site_id", secondary ? "1" : "2");
   return global.save(path, "global.ini", "hdbnsutil") &&
-                 peer.save(layout.state("replication.conf"), "replication.conf", "control") ? 0 : 1;
+                 peer.save(layout.state("replication.conf"), "replication.conf", "control")
+             ? 0
+             : 1;
 }
 
 int dump(const Layout& layout, System_State& state) {
-  std::printf("instance %s %s %s %s\n", layout.sid.c_str(), layout.number.c_str(), layout.version.c_str(), instance_state(layout).phase.c_str());
+  std::printf("instance %s %s %s %s\n", layout.sid.c_str(), layout.number.c_str(), layout.version.c_str(),
+              instance_state(layout).phase.c_str());
   Catalog catalog(state);
   for (const Database& database : state.databases()) {
     std::printf("database %s %s\n", database.name.c_str(), database.status.c_str());
     for (const Service& service : database.services)
-      std::printf("service %s volume %d port %d sql %d pages %lld\n", service.name.c_str(), service.volume, service.port,
-                  service.sql_port, static_cast<long long>(service.ballast_pages));
+      std::printf("service %s volume %d port %d sql %d pages %lld\n", service.name.c_str(), service.volume,
+                  service.port, service.sql_port, static_cast<long long>(service.ballast_pages));
     std::fputs(catalog.text(database.name).c_str(), stdout);
   }
   return 0;
@@ -102,10 +106,11 @@ int change(System_State& state, const Arguments& a) {
   if (!database || !megabytes || *megabytes <= 0) return refuse("change needs --database NAME --mb N");
   std::string service = options["--service"];
   if (service.empty()) service = database->name == system_database ? "nameserver" : "indexserver";
-  const auto done = change_ballast(state, database->name, service, static_cast<std::uint64_t>(*megabytes * pages_per_mb));
+  const auto done =
+      change_ballast(state, database->name, service, static_cast<std::uint64_t>(*megabytes * pages_per_mb));
   if (!done) return refuse("no data of service " + service + " in " + database->name);
-  std::printf("changed %llu pages of %s in %s from page %llu\n", static_cast<unsigned long long>(done->pages), service.c_str(),
-              database->name.c_str(), static_cast<unsigned long long>(done->first));
+  std::printf("changed %llu pages of %s in %s from page %llu\n", static_cast<unsigned long long>(done->pages),
+              service.c_str(), database->name.c_str(), static_cast<unsigned long long>(done->first));
   return 0;
 }
 

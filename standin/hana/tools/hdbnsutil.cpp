@@ -16,7 +16,9 @@ struct Replication {
   bool mode_told = true;
   explicit Replication(const Layout& layout) {
     const Ini ini = Ini::load(layout.configuration("global.ini"));
-    const auto get = [&](const char* key, const char* otherwise) { return ini.get("system_replication", key, otherwise); };
+    const auto get = [&](const char* key, const char* otherwise) {
+      return ini.get("system_replication", key, otherwise);
+    };
     mode = get("actual_mode", get("mode", "none").c_str());
     operation = mode == "primary" ? "primary" : get("operation_mode", "logreplay");
     site_id = get("site_id", "1");
@@ -44,7 +46,8 @@ void print_mapping(const Layout& layout, const Replication& r) {
   const std::string operation = r.secondary_operation();
   std::printf("Host Mappings:\n~~~~~~~~~~~~~~\n\n");
   if (peers) std::printf("%s -> [%s] %s\n", layout.host.c_str(), r.peer_site.c_str(), r.peer_host.c_str());
-  std::printf("%s -> [%s] %s\n\n\nSite Mappings:\n~~~~~~~~~~~~~~\n", layout.host.c_str(), r.site_name.c_str(), layout.host.c_str());
+  std::printf("%s -> [%s] %s\n\n\nSite Mappings:\n~~~~~~~~~~~~~~\n", layout.host.c_str(), r.site_name.c_str(),
+              layout.host.c_str());
   std::printf("%s (primary/%s)\n", primary.c_str(), peers ? "primary" : "");
   if (peers) std::printf("    |---%s (%s/%s)\n", secondary.c_str(), secondary_mode.c_str(), operation.c_str());
   std::printf("\nTier of %s: 1\n", primary.c_str());
@@ -53,15 +56,16 @@ void print_mapping(const Layout& layout, const Replication& r) {
   if (peers) std::printf("Replication mode of %s: %s\n", secondary.c_str(), secondary_mode.c_str());
   std::printf("\nOperation mode of %s: primary\n", primary.c_str());
   if (peers) {
-    std::printf("Operation mode of %s: %s\n\nMapping: %s -> %s\n", secondary.c_str(), operation.c_str(), primary.c_str(),
-                secondary.c_str());
+    std::printf("Operation mode of %s: %s\n\nMapping: %s -> %s\n", secondary.c_str(), operation.c_str(),
+                primary.c_str(), secondary.c_str());
   } else {
     std::printf("\n");
   }
 }
 
 void print_state(const Layout& layout, const Replication& r, bool online, bool only_configuration) {
-  if (!online && !only_configuration) std::printf("nameserver %s:%d not responding.\n", layout.host.c_str(), layout.port(1));
+  if (!online && !only_configuration)
+    std::printf("nameserver %s:%d not responding.\n", layout.host.c_str(), layout.port(1));
   std::printf("\nSystem Replication State\n%s\n\n", rule);
   if (!only_configuration) std::printf("online: %s\n\n", online ? "true" : "false");
   std::printf("mode: %s\n", r.told_mode());
@@ -71,9 +75,11 @@ void print_state(const Layout& layout, const Replication& r, bool online, bool o
     if (!r.primary() && !only_configuration)
       std::printf("active primary site: %s\n\nprimary masters: %s\n", r.peer_id.c_str(), r.peer_host.c_str());
     if (!only_configuration && online) {
-      std::printf("\n\nis source system: %s\nis secondary/consumer system: %s\nhas secondaries/consumers attached: %s\nis a "
-                  "takeover active: false\nis primary suspended: false\n\n", r.primary() ? "true" : "false",
-                  r.primary() ? "false" : "true", r.primary() && r.has_peer() ? "true" : "false");
+      std::printf(
+          "\n\nis source system: %s\nis secondary/consumer system: %s\nhas secondaries/consumers attached: %s\nis a "
+          "takeover active: false\nis primary suspended: false\n\n",
+          r.primary() ? "true" : "false", r.primary() ? "false" : "true",
+          r.primary() && r.has_peer() ? "true" : "false");
       print_mapping(layout, r);
     }
   }
@@ -102,10 +108,14 @@ void print_for_sapcontrol(const Layout& layout, const Replication& r, bool onlin
     if (!only_configuration) std::printf("operation mode=%s\n", r.operation.c_str());
     std::printf("site id=%s\nsite name=%s\n", r.site_id.c_str(), r.site_name.c_str());
     if (!only_configuration && online) {
-      std::printf("isSource=%s\nisConsumer=%s\nhasConsumers=%s\nisTakeoverActive=false\nisPrimarySuspended=false\n"
-                  "mapping/%s=%s/%s\n", r.primary() ? "true" : "false", r.primary() ? "false" : "true",
-                  r.primary() && r.has_peer() ? "true" : "false", layout.host.c_str(), r.site_name.c_str(), layout.host.c_str());
-      if (r.has_peer()) std::printf("mapping/%s=%s/%s\n", layout.host.c_str(), r.peer_site.c_str(), r.peer_host.c_str());
+      std::printf(
+          "isSource=%s\nisConsumer=%s\nhasConsumers=%s\nisTakeoverActive=false\nisPrimarySuspended=false\n"
+          "mapping/%s=%s/%s\n",
+          r.primary() ? "true" : "false", r.primary() ? "false" : "true",
+          r.primary() && r.has_peer() ? "true" : "false", layout.host.c_str(), r.site_name.c_str(),
+          layout.host.c_str());
+      if (r.has_peer())
+        std::printf("mapping/%s=%s/%s\n", layout.host.c_str(), r.peer_site.c_str(), r.peer_host.c_str());
       print_sites_for_sapcontrol(r);
     }
   }

@@ -12,14 +12,16 @@ namespace {
 
 using namespace standin;
 
-constexpr const char* version_text = "HDBSQL version 2.20.20.1712178305, the SAP HANA Database interactive terminal.\n"
-                                     "Copyright 2000-2024 by SAP SE.\n";
-constexpr const char* welcome_text = "\nWelcome to the SAP HANA Database interactive terminal.\n                       "
-                                     "                    \nType:  \\h for help with commands          \n       \\q to quit"
-                                     "                         \n\n";
+constexpr const char* version_text =
+    "HDBSQL version 2.20.20.1712178305, the SAP HANA Database interactive terminal.\n"
+    "Copyright 2000-2024 by SAP SE.\n";
+constexpr const char* welcome_text =
+    "\nWelcome to the SAP HANA Database interactive terminal.\n                       "
+    "                    \nType:  \\h for help with commands          \n       \\q to quit"
+    "                         \n\n";
 
-/// Statements of an input file, parted outside quotes and comments, which are left out; one that begins with a backslash is
-/// a command.
+/// Statements of an input file, parted outside quotes and comments, which are left out; one that begins with a
+/// backslash is a command.
 std::vector<std::string> statements_of(const std::string& text, char separator) {
   std::vector<std::string> statements(1);
   char open = '\0';

@@ -10,8 +10,8 @@ namespace standin {
 
 namespace {
 
-/// Words parted by blanks; double quotes keep blanks, a doubled one inside them is a quote. Quotes of the user's name stay
-/// so that its letter case is kept.
+/// Words parted by blanks; double quotes keep blanks, a doubled one inside them is a quote. Quotes of the user's name
+/// stay so that its letter case is kept.
 std::vector<std::string> words_of(const std::string& text) {
   std::vector<std::string> words;
   std::size_t at = 0;
@@ -46,21 +46,32 @@ void set_host(Connect_Options& connect, const std::string& value) {
 bool set_connect(Connect_Options& connect, char letter, const std::string& value) {
   connect.given = true;
   switch (letter) {
-    case 'n': set_host(connect, value); return true;
-    case 'i': connect.instance = value; return true;
-    case 'd': connect.database = unquoted(value); return true;
-    case 'u': connect.user = sql_name(value); return true;
-    case 'p': connect.password = unquoted(value); return true;
-    case 'U': connect.key = value; return true;
-    default: return false;
+    case 'n':
+      set_host(connect, value);
+      return true;
+    case 'i':
+      connect.instance = value;
+      return true;
+    case 'd':
+      connect.database = unquoted(value);
+      return true;
+    case 'u':
+      connect.user = sql_name(value);
+      return true;
+    case 'p':
+      connect.password = unquoted(value);
+      return true;
+    case 'U':
+      connect.key = value;
+      return true;
+    default:
+      return false;
   }
 }
 
 }  // namespace
 
-std::string sql_name(const std::string& name) {
-  return name.starts_with('"') ? unquoted(name) : upper(name);
-}
+std::string sql_name(const std::string& name) { return name.starts_with('"') ? unquoted(name) : upper(name); }
 
 bool read_connect(const std::string& text, Connect_Options& connect) {
   connect = {};
@@ -79,30 +90,50 @@ bool read_connect(const std::string& text, Connect_Options& connect) {
 }
 
 bool read_options(int count, char** values, Hdbsql_Options& options, std::string& error) {
-  const std::map<std::string, bool> long_options{
-      {"-quiet", false}, {"-attemptencrypt", false}, {"-ssltrustcert", false}, {"-sslcreatecert", false},
-      {"-separatorownline", false}, {"-strictseparatorline", false}, {"-fn", false}, {"-h2", false},
-      {"-sslprovider", true}, {"-ssltruststore", true}, {"-sslkeystore", true}, {"-sslhostnameincert", true},
-      {"-resultencoding", true}};
-  const std::map<char, std::function<void()>> flags{
-      {'a', [&] { options.no_header = true; }},   {'x', [&] { options.no_remarks = true; }},
-      {'C', [&] { options.no_escape = true; }},   {'A', [&] { options.aligned = true; }},
-      {'z', [&] { options.autocommit = false; }}, {'m', [&] { options.multi_line = true; }},
-      {'h', [&] { options.help = true; }},        {'v', [&] { options.version = true; }},
-      {'j', [] {}},                               {'e', [] {}},
-      {'r', [] {}},                               {'Q', [] {}},
-      {'f', [] {}}};
+  const std::map<std::string, bool> long_options{{"-quiet", false},
+                                                 {"-attemptencrypt", false},
+                                                 {"-ssltrustcert", false},
+                                                 {"-sslcreatecert", false},
+                                                 {"-separatorownline", false},
+                                                 {"-strictseparatorline", false},
+                                                 {"-fn", false},
+                                                 {"-h2", false},
+                                                 {"-sslprovider", true},
+                                                 {"-ssltruststore", true},
+                                                 {"-sslkeystore", true},
+                                                 {"-sslhostnameincert", true},
+                                                 {"-resultencoding", true}};
+  const std::map<char, std::function<void()>> flags{{'a', [&] { options.no_header = true; }},
+                                                    {'x', [&] { options.no_remarks = true; }},
+                                                    {'C', [&] { options.no_escape = true; }},
+                                                    {'A', [&] { options.aligned = true; }},
+                                                    {'z', [&] { options.autocommit = false; }},
+                                                    {'m', [&] { options.multi_line = true; }},
+                                                    {'h', [&] { options.help = true; }},
+                                                    {'v', [&] { options.version = true; }},
+                                                    {'j', [] {}},
+                                                    {'e', [] {}},
+                                                    {'r', [] {}},
+                                                    {'Q', [] {}},
+                                                    {'f', [] {}}};
   const std::map<char, std::function<void(const std::string&)>> valued{
       {'I', [&](const std::string& v) { options.input_file = v; }},
       {'o', [&](const std::string& v) { options.output_file = v; }},
-      {'O', [&](const std::string& v) { options.output_file = v; options.append = true; }},
+      {'O',
+       [&](const std::string& v) {
+         options.output_file = v;
+         options.append = true;
+       }},
       {'E', [&](const std::string& v) { options.error_exit = v; }},
       {'F', [&](const std::string& v) { options.separator = v; }},
       {'g', [&](const std::string& v) { options.null_text = v; }},
       {'c', [&](const std::string& v) { options.statement_separator = v; }},
       {'V', [&](const std::string& v) { options.variables = split(v, ','); }},
-      {'Z', [](const std::string&) {}}, {'S', [](const std::string&) {}}, {'b', [](const std::string&) {}},
-      {'B', [](const std::string&) {}}, {'T', [](const std::string&) {}}};
+      {'Z', [](const std::string&) {}},
+      {'S', [](const std::string&) {}},
+      {'b', [](const std::string&) {}},
+      {'B', [](const std::string&) {}},
+      {'T', [](const std::string&) {}}};
   int at = 1;
   for (; at < count; ++at) {
     const std::string word = values[at];

@@ -30,11 +30,20 @@ std::string escaped(const std::string& value) {
   std::string text = "\"";
   for (const char c : value) {
     switch (c) {
-      case '\n': text += "\\n"; break;
-      case '\t': text += "\\t"; break;
-      case '\r': text += "\\r"; break;
-      case '"': text += "\\\""; break;
-      default: text += c;
+      case '\n':
+        text += "\\n";
+        break;
+      case '\t':
+        text += "\\t";
+        break;
+      case '\r':
+        text += "\\r";
+        break;
+      case '"':
+        text += "\\\"";
+        break;
+      default:
+        text += c;
     }
   }
   return text + "\"";
@@ -42,9 +51,12 @@ std::string escaped(const std::string& value) {
 
 std::string cell_text(const Hdbsql_Options& options, const std::string& cell) {
   switch (cell[0]) {
-    case '0': return options.null_text;
-    case 't': return options.no_escape || options.aligned ? cell.substr(1) : escaped(cell.substr(1));
-    default: return cell.substr(1);
+    case '0':
+      return options.null_text;
+    case 't':
+      return options.no_escape || options.aligned ? cell.substr(1) : escaped(cell.substr(1));
+    default:
+      return cell.substr(1);
   }
 }
 
@@ -53,8 +65,8 @@ std::size_t width_of(const std::string& text) {
   return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xc0) != 0x80; }));
 }
 
-void print_aligned(const std::vector<std::vector<std::string>>& table, const std::vector<bool>& numeric, bool with_header,
-                   std::FILE* out) {
+void print_aligned(const std::vector<std::vector<std::string>>& table, const std::vector<bool>& numeric,
+                   bool with_header, std::FILE* out) {
   std::vector<std::size_t> widths(numeric.size(), 1);
   for (const auto& row : table)
     for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], width_of(row[i]));

@@ -21,8 +21,8 @@ bool Hdbsql_Session::fail(int code, const std::string& text, const std::string& 
   last_code_ = code;
   std::fflush(out_);
   const bool to_stdout = errors_to_stdout_ && text.find(cancel_phrase) != std::string::npos;
-  std::fprintf(to_stdout ? out_ : stderr, "* %d: %s%s%s\n", code, text.c_str(), state.empty() ? "" : " SQLSTATE: ",
-               state.c_str());
+  std::fprintf(to_stdout ? out_ : stderr, "* %d: %s%s%s\n", code, text.c_str(),
+               state.empty() ? "" : " SQLSTATE: ", state.c_str());
   return false;
 }
 
@@ -38,8 +38,9 @@ bool Hdbsql_Session::connect(const Connect_Options& connect, bool told) {
   connect_ = connect;
   if (!connect.key.empty()) return fail(-10104, "Invalid value for KEY (" + connect.key + ")", "HY000");
   const std::string port = port_of(connect);
-  const std::string refused = "Connection failed (RTE:[89006] System call 'connect' failed, rc=111:Connection refused (" +
-                              (connect.host.empty() ? "localhost" : connect.host) + ":" + port + "))";
+  const std::string refused =
+      "Connection failed (RTE:[89006] System call 'connect' failed, rc=111:Connection refused (" +
+      (connect.host.empty() ? "localhost" : connect.host) + ":" + port + "))";
   const bool own = port.size() == 5 && port.substr(1, 2) == layout_.number;
   if (own) connection_ = connect_to(layout_.state("socket"));
   if (!connection_.valid()) return fail(connect_failed, refused, "HY000");
@@ -69,8 +70,11 @@ bool Hdbsql_Session::status() {
   else
     std::fprintf(out_, "database      : %s\n", greeting_[4].c_str());
   std::fprintf(out_, "user          : %s\nkernel version: %s\n", connect_.user.c_str(), greeting_[7].c_str());
-  std::fprintf(out_, "SQLDBC version:        libSQLDBCHDB 2.20.020.1712178305\nautocommit    : %s\nlocale        : en_US.UTF-8\n"
-                     "input encoding: UTF8\n", options_.autocommit ? "ON" : "OFF");
+  std::fprintf(
+      out_,
+      "SQLDBC version:        libSQLDBCHDB 2.20.020.1712178305\nautocommit    : %s\nlocale        : en_US.UTF-8\n"
+      "input encoding: UTF8\n",
+      options_.autocommit ? "ON" : "OFF");
   if (hana2) std::fprintf(out_, "sql port      : %s:%s\n", greeting_[6].c_str(), port_of(connect_).c_str());
   return true;
 }
@@ -101,7 +105,8 @@ bool Hdbsql_Session::command(const std::string& line) {
     options_.autocommit = upper(trim(rest)) != "OFF";
     return true;
   }
-  if (name == "\\m" || name == "\\mu" || name == "\\pa" || name == "\\es" || name == "\\al" || name == "\\h") return true;
+  if (name == "\\m" || name == "\\mu" || name == "\\pa" || name == "\\es" || name == "\\al" || name == "\\h")
+    return true;
   if (name != "\\s") {
     std::fprintf(stderr, "Unknown command %s\n", name.c_str());
     last_code_ = 1;

@@ -45,9 +45,11 @@ int process_list(const Layout& layout, bool script) {
     green += row.color == "GREEN" ? 1 : 0;
     gray += row.color == "GRAY" ? 1 : 0;
     if (script)
-      std::printf("%zu name: %s\n%zu description: %s\n%zu dispstatus: %s\n%zu textstatus: %s\n%zu starttime: %s\n%zu "
-                  "elapsedtime: %s\n%zu pid: %s\n", i, row.name.c_str(), i, row.description.c_str(), i, row.color.c_str(),
-                  i, row.text.c_str(), i, row.since.c_str(), i, row.elapsed.c_str(), i, row.pid.c_str());
+      std::printf(
+          "%zu name: %s\n%zu description: %s\n%zu dispstatus: %s\n%zu textstatus: %s\n%zu starttime: %s\n%zu "
+          "elapsedtime: %s\n%zu pid: %s\n",
+          i, row.name.c_str(), i, row.description.c_str(), i, row.color.c_str(), i, row.text.c_str(), i,
+          row.since.c_str(), i, row.elapsed.c_str(), i, row.pid.c_str());
     else
       std::printf("%s, %s, %s, %s, %s, %s, %s\n", row.name.c_str(), row.description.c_str(), row.color.c_str(),
                   row.text.c_str(), row.since.c_str(), row.elapsed.c_str(), row.pid.c_str());
@@ -94,16 +96,19 @@ int run(const Layout& layout, const std::string& function, const std::vector<std
     header("OK");
     const std::string phase = instance_state(layout).phase;
     const int number = static_cast<int>(parse_number(layout.number).value_or(0));
-    std::printf("hostname, instanceNr, httpPort, httpsPort, startPriority, features, dispstatus\n%s, %d, 5%02d13, 5%02d14, "
-                "0.3, HDB|HDB_WORKER, %s\n", layout.host.c_str(), number, number, number,
-                phase == "running" ? "GREEN" : (phase == "stopped" ? "GRAY" : "YELLOW"));
+    std::printf(
+        "hostname, instanceNr, httpPort, httpsPort, startPriority, features, dispstatus\n%s, %d, 5%02d13, 5%02d14, "
+        "0.3, HDB|HDB_WORKER, %s\n",
+        layout.host.c_str(), number, number, number,
+        phase == "running" ? "GREEN" : (phase == "stopped" ? "GRAY" : "YELLOW"));
     return exit_done;
   }
   if (function == "GetInstanceProperties") {
     header("OK");
-    std::printf("property, propertytype, value\nINSTANCE_NAME, string, %s\nSAPSYSTEMNAME, string, %s\nSAPSYSTEM, string, "
-                "%s\nSAPLOCALHOST, string, %s\n", layout.instance_name().c_str(), layout.sid.c_str(),
-                layout.number.c_str(), layout.host.c_str());
+    std::printf(
+        "property, propertytype, value\nINSTANCE_NAME, string, %s\nSAPSYSTEMNAME, string, %s\nSAPSYSTEM, string, "
+        "%s\nSAPLOCALHOST, string, %s\n",
+        layout.instance_name().c_str(), layout.sid.c_str(), layout.number.c_str(), layout.host.c_str());
     return exit_done;
   }
   header(function == "StartService" ? "OK" : "FAIL: unknown function");
@@ -119,7 +124,7 @@ int main(int count, char** values) {
   for (int i = 1; i < count; ++i) {
     const std::string word = values[i];
     const std::string value = i + 1 < count ? values[i + 1] : "";
-    if (word == "-nr" || word == "-function" || word == "-format" || word == "-prot" || word == "-host" ) {
+    if (word == "-nr" || word == "-function" || word == "-format" || word == "-prot" || word == "-host") {
       ++i;
       if (word == "-nr") number = value;
       if (word == "-function") function = value;

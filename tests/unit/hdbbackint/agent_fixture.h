@@ -120,7 +120,8 @@ class Agent_Fixture : public testing::Test {
     ::unlink(root_.real(path).c_str());
     make_pipe(name);
     std::thread hana([&] { EXPECT_TRUE(write_pipe(path, content)); });
-    const Outcome outcome = call("backup", "#TOOLOPTION \"job_uuid=" + std::string(job_uuid) + ";\"\n#PIPE " + path, more);
+    const Outcome outcome =
+        call("backup", "#TOOLOPTION \"job_uuid=" + std::string(job_uuid) + ";\"\n#PIPE " + path, more);
     hana.join();
     EXPECT_EQ(outcome.exit_code, 0);
     EXPECT_EQ(outcome.answers.size(), 1U);

@@ -52,7 +52,8 @@ TEST_F(Backup, Answers_Give_Raw_Sizes_And_The_Version) {
   const Outcome outcome = call("backup", "#PIPE " + pipe + "\n", {"-s", "7"}, "HDB", "9.99");
   hana.join();
   EXPECT_EQ(outcome.exit_code, 0);
-  EXPECT_TRUE(outcome.software_id.starts_with("#SOFTWAREID \"backint 1.50\" \"Dorsal3 hdbbackint ")) << outcome.software_id;
+  EXPECT_TRUE(outcome.software_id.starts_with("#SOFTWAREID \"backint 1.50\" \"Dorsal3 hdbbackint "))
+      << outcome.software_id;
   ASSERT_EQ(outcome.answers.size(), 1U);
   EXPECT_EQ(outcome.answers[0], "#SAVED \"" + ebid_of(outcome.answers[0]) + "\" \"" + pipe + "\" 1000001");
 }
@@ -109,10 +110,10 @@ TEST_F(Backup, Bad_Entries_Fail_Alone) {
   root_.write("/data/file with \"quotes\"", "content of a file");
   const std::string directory = pipe_directory;
   std::thread hana([&] { EXPECT_TRUE(write_pipe(good, "good")); });
-  const Outcome outcome = call("backup", "#TOOLOPTION \"job_uuid=" + std::string(job_uuid) + ";\"\n" +
-                                             "#PIPE " + directory + "/missing\n#PIPE " + directory + "/plain 5\n#PIPE " +
-                                             good + "\n#FILE \"/data/file with \\\"quotes\\\"\"\n#FILE " + directory +
-                                             "\n#PIPE relative\n");
+  const Outcome outcome =
+      call("backup", "#TOOLOPTION \"job_uuid=" + std::string(job_uuid) + ";\"\n" + "#PIPE " + directory +
+                         "/missing\n#PIPE " + directory + "/plain 5\n#PIPE " + good +
+                         "\n#FILE \"/data/file with \\\"quotes\\\"\"\n#FILE " + directory + "\n#PIPE relative\n");
   hana.join();
   EXPECT_EQ(outcome.exit_code, 1);
   std::size_t saved = 0;

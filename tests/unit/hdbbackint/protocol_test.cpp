@@ -147,8 +147,8 @@ TEST(Interface_Version, Answers_The_Highest_That_Both_Know) {
     const char* answered;
     bool timestamps;
   };
-  const Row rows[] = {{"", "1.00", false},     {"1.00", "1.00", false},  {"1.04", "1.04", false},
-                      {"1.06", "1.04", false}, {"1.5", "1.04", false},   {"1.50", "1.50", true},
+  const Row rows[] = {{"", "1.00", false},      {"1.00", "1.00", false}, {"1.04", "1.04", false},
+                      {"1.06", "1.04", false},  {"1.5", "1.04", false},  {"1.50", "1.50", true},
                       {"1.50.2", "1.50", true}, {"9.99", "1.50", true},  {"1.100", "1.50", true},
                       {"0.9", "1.00", false}};
   for (const Row& row : rows) {
@@ -162,9 +162,15 @@ TEST(Tool_Option, Value_Of_A_Key) {
     const char* option;
     const char* wanted;
   };
-  const Row rows[] = {{"job_uuid=1;", "1"},    {"job_uuid=1", "1"},        {" job_uuid = 1 ; x=2", "1"},
-                      {"x=2;job_uuid=1;", "1"}, {"xjob_uuid=1;", ""},       {"", ""},
-                      {";;;", ""},             {"job_uuid", ""},           {"job_uuid=;", ""},
+  const Row rows[] = {{"job_uuid=1;", "1"},
+                      {"job_uuid=1", "1"},
+                      {" job_uuid = 1 ; x=2", "1"},
+                      {"x=2;job_uuid=1;", "1"},
+                      {"xjob_uuid=1;", ""},
+                      {"", ""},
+                      {";;;", ""},
+                      {"job_uuid", ""},
+                      {"job_uuid=;", ""},
                       {"a=b=c;job_uuid=d=e;", "d=e"}};
   for (const Row& row : rows) EXPECT_EQ(tool_option_value(row.option, "job_uuid"), row.wanted) << row.option;
 }
@@ -176,8 +182,9 @@ TEST(User_Id, Database_And_System) {
     const char* sid;
     const char* database;
   };
-  const Row rows[] = {{"TN1@HDB", true, "HDB", "TN1"}, {"HDB", true, "HDB", ""}, {"A@B@HDB", true, "HDB", "A@B"},
-                      {"", false, "", ""},             {"@HDB", false, "", ""},  {"TN1@", false, "", ""}};
+  const Row rows[] = {{"TN1@HDB", true, "HDB", "TN1"}, {"HDB", true, "HDB", ""},
+                      {"A@B@HDB", true, "HDB", "A@B"}, {"", false, "", ""},
+                      {"@HDB", false, "", ""},         {"TN1@", false, "", ""}};
   for (const Row& row : rows) {
     User_Id user;
     EXPECT_EQ(parse_user_id(row.text, user), row.ok) << row.text;

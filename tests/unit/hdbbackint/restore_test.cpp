@@ -125,7 +125,8 @@ TEST_F(Restore, Reader_That_Goes_Away_Fails_That_Object_Alone) {
     ::close(fd);
     content = read_pipe(path_of(two));
   });
-  const Outcome outcome = call("restore", "#EBID " + lost + " " + path_of(one) + "\n#EBID " + whole + " " + path_of(two));
+  const Outcome outcome =
+      call("restore", "#EBID " + lost + " " + path_of(one) + "\n#EBID " + whole + " " + path_of(two));
   hana.join();
   EXPECT_EQ(outcome.exit_code, 1);
   EXPECT_EQ(content, "whole");
@@ -135,8 +136,7 @@ TEST_F(Restore, Reader_That_Goes_Away_Fails_That_Object_Alone) {
 
 TEST_F(Restore, Files_Are_Made_And_Pipes_Are_Not) {
   root_.write("/data/config", "content of a file");
-  const Outcome saved =
-      call("backup", "#TOOLOPTION \"job_uuid=" + std::string(job_uuid) + ";\"\n#FILE /data/config\n");
+  const Outcome saved = call("backup", "#TOOLOPTION \"job_uuid=" + std::string(job_uuid) + ";\"\n#FILE /data/config\n");
   ASSERT_EQ(saved.exit_code, 0) << log_.dump();
   const std::string ebid = ebid_of(saved.answers.at(0));
   EXPECT_EQ(call("restore", "#EBID " + ebid + " /data/config /data/copy").exit_code, 0);

@@ -118,8 +118,7 @@ TEST(Dataset_Path, Has_Four_Safe_Segments_And_A_Unique_Name) {
   job.database_backup_id = 0;
   job.landscape_id.clear();
   job.database = "../A/B";
-  EXPECT_EQ(object_path(job, "..", "e-1", COMPR_NONE),
-            std::string("host-1/_/%2E%2E%2FA%2FB/") + uuid + "/%2E%2E.e-1");
+  EXPECT_EQ(object_path(job, "..", "e-1", COMPR_NONE), std::string("host-1/_/%2E%2E%2FA%2FB/") + uuid + "/%2E%2E.e-1");
   const std::string path = object_path(job, std::string(255, '%'), std::string(36, 'e'), COMPR_LZOP);
   EXPECT_LE(path.size() - path.rfind('/'), 255U);
 }

@@ -28,9 +28,9 @@ TEST(Http_Encode, Each_Flag_Lets_Its_Character_Stand) {
   struct {
     const char* text;
     unsigned flag;
-  } const cases[] = {{":", 0x8},    {"(", 0x10},   {")", 0x20},    {"'", 0x40},    {"*", 0x80},    {"!", 0x200},
-                     {"#", 0x400},  {"$", 0x800},  {"&", 0x1000},  {"+", 0x2000},  {",", 0x4000},  {";", 0x8000},
-                     {"=", 0x10000}, {"?", 0x20000}, {"@", 0x40000}};
+  } const cases[] = {{":", 0x8},    {"(", 0x10},   {")", 0x20},    {"'", 0x40},    {"*", 0x80},
+                     {"!", 0x200},  {"#", 0x400},  {"$", 0x800},   {"&", 0x1000},  {"+", 0x2000},
+                     {",", 0x4000}, {";", 0x8000}, {"=", 0x10000}, {"?", 0x20000}, {"@", 0x40000}};
   for (const auto& row : cases) {
     EXPECT_EQ(encode(row.text, row.flag), row.text) << row.text;
     EXPECT_EQ(encode(row.text, 0).front(), '%') << row.text;
@@ -59,7 +59,8 @@ TEST(Query_String_Builder, Joins_Pairs_And_Encodes_As_Told) {
 TEST(Query_String_Builder, An_Empty_Key_Does_Not_Take_The_First_Place) {
   std::string query;
   Builder builder(std::back_inserter(query));
-  builder("", "dropped")(static_cast<const char*>(nullptr), "dropped")("a", static_cast<const char*>(nullptr))("b", "1");
+  builder("", "dropped")(static_cast<const char*>(nullptr), "dropped")("a", static_cast<const char*>(nullptr))("b",
+                                                                                                               "1");
   EXPECT_EQ(query, "a&b=1");
 }
 

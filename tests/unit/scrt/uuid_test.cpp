@@ -27,8 +27,8 @@ TEST(Uuid, Text_And_Binary_Are_One_To_One) {
 
 TEST(Uuid, A_Bad_Text_Leaves_The_Output) {
   unsigned char binary[uuid_bytes] = {1};
-  for (const char* text : {"", "6ba7b810", "6ba7b810-9dad-11d1-80b4-00c04fd430cg", "6ba7b810+9dad-11d1-80b4-00c04fd430c8",
-                           "6ba7b810-9dad-11d1-80b4-00c04fd430c8x"})
+  for (const char* text : {"", "6ba7b810", "6ba7b810-9dad-11d1-80b4-00c04fd430cg",
+                           "6ba7b810+9dad-11d1-80b4-00c04fd430c8", "6ba7b810-9dad-11d1-80b4-00c04fd430c8x"})
     EXPECT_FALSE(uuid_string_to_binary(text, binary)) << text;
   EXPECT_FALSE(uuid_string_to_binary(nullptr, binary));
   EXPECT_EQ(binary[0], 1);
@@ -36,8 +36,7 @@ TEST(Uuid, A_Bad_Text_Leaves_The_Output) {
 
 TEST(Uuid, Name_Based_Ones_Follow_The_Published_Sample) {
   // The namespace of host names and "www.example.com", a sample published with the method.
-  EXPECT_EQ(uuid_v5("6ba7b810-9dad-11d1-80b4-00c04fd430c8", "www.example.com"),
-            "2ed6657d-e927-568b-95e1-2665a8aea6a2");
+  EXPECT_EQ(uuid_v5("6ba7b810-9dad-11d1-80b4-00c04fd430c8", "www.example.com"), "2ed6657d-e927-568b-95e1-2665a8aea6a2");
   EXPECT_EQ(uuid_v5("no uuid", "x"), "");
 }
 

@@ -243,8 +243,9 @@ TEST_F(Instance_Manager_Test, Tells_What_Is_Wrong_With_The_Key) {
 
 TEST_F(Instance_Manager_Test, Leaves_A_Damaged_Instance_File_As_It_Is) {
   keep_one();
-  for (const std::string text : {"", "[]", "{\"format\": \"other\", \"version\": 1, \"instances\": []}",
-                                 "{\"format\": \"dorsal3-instances\", \"version\": 1, \"instances\": [{\"type\": 1}]}"}) {
+  for (const std::string text :
+       {"", "[]", "{\"format\": \"other\", \"version\": 1, \"instances\": []}",
+        "{\"format\": \"dorsal3-instances\", \"version\": 1, \"instances\": [{\"type\": 1}]}"}) {
     root_.write(instances_file, text, 0600);
     Instance_Manager manager;
     EXPECT_FALSE(manager.open()) << text;

@@ -19,10 +19,11 @@ constexpr const char* job_path = "/q5/r/v2/backint/jobs/11111111-2222-4333-8444-
 class Backupd_Records_Test : public testing::Test {
  protected:
   Backupd_Records_Test() {
-    root_.write("/etc/opt/tarvex/dorsal3/agent.toml",
-                "server_url = \"http://127.0.0.1:4711\"\nhost_uuid = \"33333333-3333-4333-8333-333333333333\"\naccess_key "
-                "= \"the-key-of-this-host\"\n",
-                0600);
+    root_.write(
+        "/etc/opt/tarvex/dorsal3/agent.toml",
+        "server_url = \"http://127.0.0.1:4711\"\nhost_uuid = \"33333333-3333-4333-8333-333333333333\"\naccess_key "
+        "= \"the-key-of-this-host\"\n",
+        0600);
     JSON_HTTP_Session session(
         std::make_shared<HTTP_Session>(net::Endpoint{false, "127.0.0.1", 4711, {}}, secure_string("key")));
     EXPECT_TRUE(helper_.init(session));
@@ -141,8 +142,9 @@ TEST_F(Resource_Info_Getter_Test, Fails_With_The_Error_Of_The_Key) {
 }
 
 TEST_F(Resource_Info_Getter_Test, Keeps_What_Was_Read_Before_A_Failure) {
-  const std::string answer = resource_with(
-      std::string("[") + first_instance + R"(, {"name": "n2", "uuid": "i2", "host_uuid": "h2", "extended_attrs": {}}])");
+  const std::string answer =
+      resource_with(std::string("[") + first_instance +
+                    R"(, {"name": "n2", "uuid": "i2", "host_uuid": "h2", "extended_attrs": {}}])");
   expect_resource(answer);
   Instances_Info instances;
   EXPECT_FALSE(Resource_Info_Getter("r1").get_instances_info(instances));

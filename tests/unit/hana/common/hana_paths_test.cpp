@@ -12,10 +12,20 @@ TEST(HANA_Paths, Tells_System_Ids) {
   const struct {
     const char* text;
     bool wanted;
-  } rows[] = {{"HDB", true},  {"H01", true},   {"A00", true},    {"", false},    {"hdb", false}, {"1DB", false},
-              {"HD", false},  {"HDBX", false}, {"H/B", false},   {"..A", false}, {"H B", false}, {"H\xc4"
-                                                                                                  "B",
-                                                                                                  false}};
+  } rows[] = {{"HDB", true},
+              {"H01", true},
+              {"A00", true},
+              {"", false},
+              {"hdb", false},
+              {"1DB", false},
+              {"HD", false},
+              {"HDBX", false},
+              {"H/B", false},
+              {"..A", false},
+              {"H B", false},
+              {"H\xc4"
+               "B",
+               false}};
   for (const auto& row : rows) EXPECT_EQ(is_sid(row.text), row.wanted) << row.text;
 }
 
@@ -24,9 +34,8 @@ TEST(HANA_Paths, Tells_Instance_Names_And_Their_Numbers) {
     const char* text;
     bool wanted;
     ACE_UINT16 number;
-  } rows[] = {{"HDB00", true, 0}, {"HDB07", true, 7},   {"HDB97", true, 97},  {"hdb00", false, 0},
-              {"HDB0", false, 0}, {"HDB000", false, 0}, {"HDBxx", false, 0},  {"../00", false, 0},
-              {"", false, 0}};
+  } rows[] = {{"HDB00", true, 0},   {"HDB07", true, 7},  {"HDB97", true, 97}, {"hdb00", false, 0}, {"HDB0", false, 0},
+              {"HDB000", false, 0}, {"HDBxx", false, 0}, {"../00", false, 0}, {"", false, 0}};
   for (const auto& row : rows) {
     ACE_UINT16 number = 4711;
     EXPECT_EQ(is_instance_name(row.text), row.wanted) << row.text;

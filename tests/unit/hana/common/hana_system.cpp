@@ -32,7 +32,8 @@ support::Scripted_Child not_started(int error) {
 
 HANA_System::HANA_System() {
   install("HDB", "HDB00", "hanahost", "2.00.059.00 Build 1632920961-1530");
-  configure("global.ini", "# global.ini last modified 2026-05-10 14:46:02 by hdbnameserver\n[multidb]\nmode = multidb\n");
+  configure("global.ini",
+            "# global.ini last modified 2026-05-10 14:46:02 by hdbnameserver\n[multidb]\nmode = multidb\n");
   configure("nameserver.ini", test_data("hana_ini/single_host_nameserver.ini"));
 }
 
@@ -46,7 +47,8 @@ void HANA_System::install(const std::string& sid, const std::string& instance_na
   std::string text = root_.exists(services) ? root_.read(services) : "#!/bin/sh\n";
   const std::string exe = sap_hana::executable_directory(sid, instance_name);
   text += "LD_LIBRARY_PATH=" + exe + ":$LD_LIBRARY_PATH; export LD_LIBRARY_PATH; " + exe + "/sapstartsrv pf=/usr/sap/" +
-          sid + "/SYS/profile/" + sid + "_" + instance_name + "_" + host + " -D -u " + sap_hana::system_user(sid) + "\n";
+          sid + "/SYS/profile/" + sid + "_" + instance_name + "_" + host + " -D -u " + sap_hana::system_user(sid) +
+          "\n";
   root_.write(services, text);
 }
 

@@ -16,7 +16,8 @@ namespace hana_test {
 
 inline constexpr const char* password = "Tr1cky \"pass\\word";
 
-/// HANA system HDB with tenants, instance HDB00 on host "hanahost", below a temporary root; scripted tools, virtual time.
+/// HANA system HDB with tenants, instance HDB00 on host "hanahost", below a temporary root; scripted tools, virtual
+/// time.
 class HANA_System : public testing::Test {
  protected:
   HANA_System();

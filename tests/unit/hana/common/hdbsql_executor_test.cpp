@@ -309,8 +309,7 @@ TEST_F(HDBSQL_Executor_Test, Sends_Its_Messages_To_The_Callback_Of_The_Call) {
   EXPECT_FALSE(executor.execute("BACKUP CANCEL 17", nullptr));
   EXPECT_EQ(callback->lines,
             (std::vector<std::string>{
-                "hdbsql: done\n",
-                "HANA HDB_HDB00 database 'SYSTEMDB' refused 'BACKUP CANCEL 17': * 3: refused\n"}));
+                "hdbsql: done\n", "HANA HDB_HDB00 database 'SYSTEMDB' refused 'BACKUP CANCEL 17': * 3: refused\n"}));
   EXPECT_EQ(log_.claim_containing("* 3: refused"), 2U);
 }
 

@@ -29,8 +29,8 @@ TEST(HDBSQL_Input, Quotes_What_Is_Not_Plain) {
   const struct {
     const char* value;
     const char* wanted;
-  } rows[] = {{"Abc_123", "Abc_123"}, {"", "\"\""},          {"a b", "\"a b\""},       {"-n", "\"-n\""},
-              {"a\"b", "\"a\"\"b\""}, {"a\\", "\"a\\\""},    {"p;w$'#", "\"p;w$'#\""}, {"\"q\"", "\"\"\"q\"\"\""},
+  } rows[] = {{"Abc_123", "Abc_123"},        {"", "\"\""},       {"a b", "\"a b\""},       {"-n", "\"-n\""},
+              {"a\"b", "\"a\"\"b\""},        {"a\\", "\"a\\\""}, {"p;w$'#", "\"p;w$'#\""}, {"\"q\"", "\"\"\"q\"\"\""},
               {"p\xc3\xa4", "\"p\xc3\xa4\""}};
   for (const auto& row : rows) {
     secure_string input;
@@ -93,14 +93,10 @@ TEST(HDBSQL_Input, Writes_Names_And_Texts_Of_Statements) {
     const char* text;
     const char* identifier;
     const char* literal;
-  } rows[] = {{"TN1", "TN1", "'TN1'"},
-              {"_A", "_A", "'_A'"},
-              {"1A", "\"1A\"", "'1A'"},
-              {"tn1", "\"tn1\"", "'tn1'"},
-              {"", "\"\"", "''"},
-              {"a\"b", "\"a\"\"b\"", "'a\"b'"},
-              {"o'x", "\"o'x\"", "'o''x'"},
-              {"T; DROP", "\"T; DROP\"", "'T; DROP'"}};
+  } rows[] = {{"TN1", "TN1", "'TN1'"},      {"_A", "_A", "'_A'"},
+              {"1A", "\"1A\"", "'1A'"},     {"tn1", "\"tn1\"", "'tn1'"},
+              {"", "\"\"", "''"},           {"a\"b", "\"a\"\"b\"", "'a\"b'"},
+              {"o'x", "\"o'x\"", "'o''x'"}, {"T; DROP", "\"T; DROP\"", "'T; DROP'"}};
   for (const auto& row : rows) {
     EXPECT_EQ(sql_identifier(row.text), row.identifier);
     EXPECT_EQ(sql_literal(row.text), row.literal);

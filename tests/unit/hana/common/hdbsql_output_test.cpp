@@ -43,7 +43,7 @@ TEST(HDBSQL_Error_Line, Tells_A_Refused_Logon_From_A_Failing_Statement) {
   const struct {
     int code;
     HDBSQL_Failure wanted;
-  } rows[] = {{10, HDBSQL_Failure::logon},          {414, HDBSQL_Failure::logon},    {416, HDBSQL_Failure::logon},
+  } rows[] = {{10, HDBSQL_Failure::logon},          {414, HDBSQL_Failure::logon},     {416, HDBSQL_Failure::logon},
               {-10709, HDBSQL_Failure::connection}, {259, HDBSQL_Failure::statement}, {447, HDBSQL_Failure::statement},
               {1, HDBSQL_Failure::statement}};
   for (const auto& row : rows) EXPECT_EQ(classify_hdbsql_error(row.code), row.wanted) << row.code;

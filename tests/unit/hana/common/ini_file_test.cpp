@@ -11,7 +11,8 @@ class Ini_File_Test : public hana_test::HANA_System {};
 
 TEST_F(Ini_File_Test, Reads_Sections_And_Keys) {
   const Ini_File ini = Ini_File::parse(
-      "# written by\r\n[multidb]\r\nmode = multidb\r\n\r\n; note\n[persistence]\nbasepath=/a = b\n empty =\nno key line\n"
+      "# written by\r\n[multidb]\r\nmode = multidb\r\n\r\n; note\n[persistence]\nbasepath=/a = b\n empty =\nno key "
+      "line\n"
       "mode = 1\nmode = 2\n[broken\nlost = 1\n[multidb]\nsingletenant = yes");
   ASSERT_NE(ini.find("multidb", "mode"), nullptr);
   EXPECT_EQ(*ini.find("multidb", "mode"), "multidb");

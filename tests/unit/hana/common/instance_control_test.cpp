@@ -80,8 +80,8 @@ TEST_F(Instance_Controller_Test, Asks_The_Start_Service) {
 
 TEST_F(Instance_Controller_Test, Asks_HDB_When_The_Start_Service_Is_Down) {
   script("sapcontrol", {child(test_data("sapcontrol/refused.txt"), 1), hana_test::not_started(ENOENT)});
-  script("HDB", {child(test_data("sapcontrol/hdb_info_running.txt")),
-                 child(test_data("sapcontrol/hdb_info_stopped.txt"))});
+  script("HDB",
+         {child(test_data("sapcontrol/hdb_info_running.txt")), child(test_data("sapcontrol/hdb_info_stopped.txt"))});
   Instance_Controller::Instance_State state = Instance_Controller::INSTANCE_STATE_UNKNOWN;
   EXPECT_TRUE(controller_.get_state("HDB00", state));
   EXPECT_EQ(state, Instance_Controller::INSTANCE_STATE_RUNNING);
@@ -99,7 +99,8 @@ TEST_F(Instance_Controller_Test, Fails_When_Neither_Tells) {
   EXPECT_EQ(state, Instance_Controller::INSTANCE_STATE_UNKNOWN);
   expect_error(
       "Failed to get the state of HANA instance HDB_HDB00: sapcontrol ended with exit code 1: FAIL: NIECONN_REFUSED "
-      "(Connection refused), NiRawConnect failed in plugin_fopen(); HDB info ended with exit code 1: HDB: not for you\n");
+      "(Connection refused), NiRawConnect failed in plugin_fopen(); HDB info ended with exit code 1: HDB: not for "
+      "you\n");
 }
 
 TEST_F(Instance_Controller_Test, Refuses_What_Is_Not_Installed) {

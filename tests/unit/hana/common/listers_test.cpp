@@ -27,9 +27,12 @@ TEST_F(HANA_Listers_Test, Tells_Systems_With_Tenants_By_Their_Configuration) {
   const struct {
     const char* text;
     bool wanted;
-  } rows[] = {{"[multidb]\nmode = multidb\n", true},   {"[multidb]\nmode=MultiDB\n", true},
-              {"[multidb]\nmode = singledb\n", false}, {"[multidb]\nsingletenant = yes\n", false},
-              {"[persistence]\nmode = multidb\n", false}, {"# [multidb]\n# mode = multidb\n", false},
+  } rows[] = {{"[multidb]\nmode = multidb\n", true},
+              {"[multidb]\nmode=MultiDB\n", true},
+              {"[multidb]\nmode = singledb\n", false},
+              {"[multidb]\nsingletenant = yes\n", false},
+              {"[persistence]\nmode = multidb\n", false},
+              {"# [multidb]\n# mode = multidb\n", false},
               {"", false}};
   for (const auto& row : rows) {
     configure("global.ini", row.text);
@@ -161,8 +164,12 @@ TEST(HANA_Listers, Compare_Host_Names) {
     const char* left;
     const char* right;
     bool wanted;
-  } rows[] = {{"h1", "h1", true},           {"H1", "h1", true},        {"h1.example.com", "h1", true},
-              {"h1.a.com", "h1.b.com", false}, {"h1", "h2", false},    {"h1", "h11", false},
+  } rows[] = {{"h1", "h1", true},
+              {"H1", "h1", true},
+              {"h1.example.com", "h1", true},
+              {"h1.a.com", "h1.b.com", false},
+              {"h1", "h2", false},
+              {"h1", "h11", false},
               {"", "h1", false}};
   for (const auto& row : rows) EXPECT_EQ(same_host(row.left, row.right), row.wanted) << row.left << " " << row.right;
 }
@@ -222,32 +229,35 @@ TEST_F(HANA_Listers_Test, Finds_The_Trace_Directories) {
   root_.make_directory("/usr/sap/HDB/HDB00/work");
   std::vector<std::string> dirs = {"replaced"};
   EXPECT_TRUE(Environ_Getter::instance()->get_trace_dirs("HDB", dirs));
-  EXPECT_EQ(dirs, (std::vector<std::string>{"/usr/sap/HDB/HDB00/hanahost/trace", "/usr/sap/HDB/HDB00/otherhost/trace"}));
+  EXPECT_EQ(dirs,
+            (std::vector<std::string>{"/usr/sap/HDB/HDB00/hanahost/trace", "/usr/sap/HDB/HDB00/otherhost/trace"}));
   EXPECT_FALSE(Environ_Getter::instance()->get_trace_dirs("QQQ", dirs));
   EXPECT_EQ(dirs.size(), 2U);
   expect_error("HANA system 'QQQ' has no trace directory on this host\n");
 }
 
 TEST_F(HANA_Listers_Test, Lists_The_Databases_With_The_System_Database_First) {
-  script("hdbsql", {child("DATABASE_NAME,DESCRIPTION,ACTIVE_STATUS,OS_USER,OS_GROUP\n\"TN1\",\"Sales\",\"YES\",\"tn1user\","
-                          "\"tn1group\"\n\"SYSTEMDB\",\"SystemDB-HDB-00\",\"YES\",\"\",\"\"\n\"ABC\",?,\"NO\",?,?\n")});
+  script("hdbsql",
+         {child("DATABASE_NAME,DESCRIPTION,ACTIVE_STATUS,OS_USER,OS_GROUP\n\"TN1\",\"Sales\",\"YES\",\"tn1user\","
+                "\"tn1group\"\n\"SYSTEMDB\",\"SystemDB-HDB-00\",\"YES\",\"\",\"\"\n\"ABC\",?,\"NO\",?,?\n")});
   Database_Lister lister("HDB", "HDB00", "SYSTEM", secure_string("S1"));
   std::list<Database_Info> infos;
   ASSERT_TRUE(lister.list(infos, ""));
-  EXPECT_EQ(last_statement(), "select DATABASE_NAME, DESCRIPTION, ACTIVE_STATUS, OS_USER, OS_GROUP from SYS.M_DATABASES");
+  EXPECT_EQ(last_statement(),
+            "select DATABASE_NAME, DESCRIPTION, ACTIVE_STATUS, OS_USER, OS_GROUP from SYS.M_DATABASES");
   std::string seen;
   for (const Database_Info& info : infos)
     seen += info.name + "|" + info.description + "|" + (info.active ? "1" : "0") + "|" + info.os_user + "|" +
             info.os_group + "\n";
-  EXPECT_EQ(seen,
-            "SYSTEMDB|SystemDB-HDB-00|1|hdbadm|sapsys\nABC||0|hdbadm|sapsys\nTN1|Sales|1|tn1user|tn1group\n");
+  EXPECT_EQ(seen, "SYSTEMDB|SystemDB-HDB-00|1|hdbadm|sapsys\nABC||0|hdbadm|sapsys\nTN1|Sales|1|tn1user|tn1group\n");
   EXPECT_EQ(infos.front().instance_info.dir_executable, "/usr/sap/HDB/HDB00/exe");
 }
 
 TEST_F(HANA_Listers_Test, Lists_One_Database) {
-  script("hdbsql", {child("DATABASE_NAME,DESCRIPTION,ACTIVE_STATUS,OS_USER,OS_GROUP\n\"TN1\",\"\",\"STARTING\",\"\",\"\"\n"),
-                    child("DATABASE_NAME,DESCRIPTION,ACTIVE_STATUS,OS_USER,OS_GROUP\n"),
-                    child("", 2, "* 258: insufficient privilege\n"), child("garbage\nmore,garbage\n")});
+  script("hdbsql",
+         {child("DATABASE_NAME,DESCRIPTION,ACTIVE_STATUS,OS_USER,OS_GROUP\n\"TN1\",\"\",\"STARTING\",\"\",\"\"\n"),
+          child("DATABASE_NAME,DESCRIPTION,ACTIVE_STATUS,OS_USER,OS_GROUP\n"),
+          child("", 2, "* 258: insufficient privilege\n"), child("garbage\nmore,garbage\n")});
   HDBSQL_Executor executor("");
   ASSERT_TRUE(executor.init("HDB", "HDB00", "", "SYSTEM", secure_string("S1")));
   Database_Lister lister(executor);

@@ -68,8 +68,8 @@ TEST_F(Replication_State_Test, Does_Not_Look_At_The_Exit_Code) {
 }
 
 TEST_F(Replication_State_Test, Asks_Again_While_There_Is_No_Mode) {
-  script("hdbnsutil", {child(test_data("hdbnsutil/starting.txt")), child("", 1),
-                       child(test_data("hdbnsutil/secondary.txt"))});
+  script("hdbnsutil",
+         {child(test_data("hdbnsutil/starting.txt")), child("", 1), child(test_data("hdbnsutil/secondary.txt"))});
   State state;
   EXPECT_TRUE(getter_.get_state(state));
   EXPECT_EQ(state.mode, "syncmem");
@@ -84,8 +84,8 @@ TEST_F(Replication_State_Test, Asks_Without_The_Services_In_The_End) {
   State state;
   EXPECT_TRUE(getter_.get_state(state));
   EXPECT_EQ(state.mode, "async");
-  EXPECT_EQ(questions(), (std::vector<std::string>{"-sr_state", "-sr_state", "-sr_state", "-sr_state",
-                                                   "-sr_stateConfiguration"}));
+  EXPECT_EQ(questions(),
+            (std::vector<std::string>{"-sr_state", "-sr_state", "-sr_state", "-sr_state", "-sr_stateConfiguration"}));
   EXPECT_EQ(clock_.sleeps(), (std::vector<double>{10, 10, 10}));
 }
 

@@ -11,9 +11,7 @@ using hana_test::child;
 /// The statements that hdbsql is given, answered in order.
 class Scripted_Statements : public hana_test::HANA_System {
  protected:
-  Scripted_Statements() {
-    EXPECT_TRUE(executor_.init("HDB", "HDB00", "", "SYSTEM", secure_string("S1")));
-  }
+  Scripted_Statements() { EXPECT_TRUE(executor_.init("HDB", "HDB00", "", "SYSTEM", secure_string("S1"))); }
   std::vector<std::string> statements() {
     std::vector<std::string> seen;
     for (const support::Seen_Call& call : runner_.calls()) {
@@ -22,9 +20,7 @@ class Scripted_Statements : public hana_test::HANA_System {
     }
     return seen;
   }
-  static support::Scripted_Child status(const std::string& text) {
-    return child("ACTIVE_STATUS\n\"" + text + "\"\n");
-  }
+  static support::Scripted_Child status(const std::string& text) { return child("ACTIVE_STATUS\n\"" + text + "\"\n"); }
 
   HDBSQL_Executor executor_{""};
 };
@@ -62,7 +58,8 @@ TEST_F(Tenant_Database_Controller_Test, Waits_For_A_Start_That_Is_Under_Way) {
 }
 
 TEST_F(Tenant_Database_Controller_Test, Takes_Already_Running_For_Success) {
-  script("hdbsql", {status("NO"), child("", 2, "* 2: general error: database 'TN1' is already running SQLSTATE: HY000\n")});
+  script("hdbsql",
+         {status("NO"), child("", 2, "* 2: general error: database 'TN1' is already running SQLSTATE: HY000\n")});
   EXPECT_TRUE(Tenant_Database_Controller(executor_).start("TN1"));
 }
 
@@ -71,7 +68,9 @@ TEST_F(Tenant_Database_Controller_Test, Quotes_Names_That_Are_Not_Plain) {
     const char* name;
     const char* where;
     const char* statement;
-  } rows[] = {{"TN_1", "'TN_1'", "TN_1"}, {"tn1", "'tn1'", "\"tn1\""}, {"a'b", "'a''b'", "\"a'b\""},
+  } rows[] = {{"TN_1", "'TN_1'", "TN_1"},
+              {"tn1", "'tn1'", "\"tn1\""},
+              {"a'b", "'a''b'", "\"a'b\""},
               {"T\"; DROP", "'T\"; DROP'", "\"T\"\"; DROP\""}};
   for (const auto& row : rows) {
     runner_.clear_rules();
@@ -126,15 +125,14 @@ TEST_F(System_Config_Manager_Test, Changes_The_System_Layer_At_Once) {
   EXPECT_TRUE(manager.alter_catalog_backup_using_backint(false));
   const std::string head = "ALTER SYSTEM ALTER CONFIGURATION ('global.ini','SYSTEM') SET ('";
   const std::string tail = "' WITH RECONFIGURE";
-  EXPECT_EQ(statements(), (std::vector<std::string>{
-                              head + "persistence','log_mode') = 'normal" + tail,
-                              head + "persistence','log_mode') = 'overwrite" + tail,
-                              head + "persistence','enable_auto_log_backup') = 'yes" + tail,
-                              head + "persistence','enable_auto_log_backup') = 'no" + tail,
-                              head + "backup','log_backup_using_backint') = 'true" + tail,
-                              head + "backup','log_backup_using_backint') = 'false" + tail,
-                              head + "backup','catalog_backup_using_backint') = 'true" + tail,
-                              head + "backup','catalog_backup_using_backint') = 'false" + tail}));
+  EXPECT_EQ(statements(), (std::vector<std::string>{head + "persistence','log_mode') = 'normal" + tail,
+                                                    head + "persistence','log_mode') = 'overwrite" + tail,
+                                                    head + "persistence','enable_auto_log_backup') = 'yes" + tail,
+                                                    head + "persistence','enable_auto_log_backup') = 'no" + tail,
+                                                    head + "backup','log_backup_using_backint') = 'true" + tail,
+                                                    head + "backup','log_backup_using_backint') = 'false" + tail,
+                                                    head + "backup','catalog_backup_using_backint') = 'true" + tail,
+                                                    head + "backup','catalog_backup_using_backint') = 'false" + tail}));
 }
 
 TEST_F(System_Config_Manager_Test, Refuses_An_Unknown_Mode_And_Tells_A_Failure) {

@@ -64,12 +64,14 @@ TEST_F(HANA_Instance_Handler_Test, Finds_The_Instances_Of_This_Host) {
   const Instance& found = *instances.at("HDB_HDB00");
   EXPECT_EQ(found.type, "hana");
   EXPECT_EQ(found.name, "HDB_HDB00");
-  EXPECT_EQ(json_spirit::dump_json(found.options),
-            R"({"sid":"HDB","version":"2.00.059.00","instance_number":0,"instance_name":"HDB00","localhost":"hanahost",)"
-            R"("dir_executable":"/usr/sap/HDB/HDB00/exe","multi_container":true})");
-  EXPECT_EQ(json_spirit::dump_json(instances.at("ABC_HDB42")->options),
-            R"({"sid":"ABC","version":"1.00.122.05","instance_number":42,"instance_name":"HDB42","localhost":"virtualhost",)"
-            R"("dir_executable":"/usr/sap/ABC/HDB42/exe","multi_container":false})");
+  EXPECT_EQ(
+      json_spirit::dump_json(found.options),
+      R"({"sid":"HDB","version":"2.00.059.00","instance_number":0,"instance_name":"HDB00","localhost":"hanahost",)"
+      R"("dir_executable":"/usr/sap/HDB/HDB00/exe","multi_container":true})");
+  EXPECT_EQ(
+      json_spirit::dump_json(instances.at("ABC_HDB42")->options),
+      R"({"sid":"ABC","version":"1.00.122.05","instance_number":42,"instance_name":"HDB42","localhost":"virtualhost",)"
+      R"("dir_executable":"/usr/sap/ABC/HDB42/exe","multi_container":false})");
 }
 
 TEST_F(HANA_Instance_Handler_Test, Asks_Each_System_Once_For_Its_Tenants) {
@@ -97,14 +99,11 @@ TEST_F(HANA_Instance_Handler_Test, Is_Open_Only_When_It_Runs_And_Is_No_Secondary
     int sapcontrol;
     std::string replication;
     const char* wanted;
-  } rows[] = {{"running", 3, "mode: none\n", "open"},
-              {"primary", 3, test_data("hdbnsutil/primary.txt"), "open"},
-              {"unknown mode", 3, "mode: something\n", "open"},
-              {"sync", 3, "mode: sync\n", "error"},
-              {"async", 3, "mode: async\n", "error"},
-              {"syncmem", 3, test_data("hdbnsutil/secondary.txt"), "error"},
-              {"stopped", 4, "mode: none\n", "error"},
-              {"starting", 0, "mode: none\n", "error"}};
+  } rows[] = {
+      {"running", 3, "mode: none\n", "open"},           {"primary", 3, test_data("hdbnsutil/primary.txt"), "open"},
+      {"unknown mode", 3, "mode: something\n", "open"}, {"sync", 3, "mode: sync\n", "error"},
+      {"async", 3, "mode: async\n", "error"},           {"syncmem", 3, test_data("hdbnsutil/secondary.txt"), "error"},
+      {"stopped", 4, "mode: none\n", "error"},          {"starting", 0, "mode: none\n", "error"}};
   for (const auto& row : rows) {
     script_state(row.sapcontrol, row.replication);
     EXPECT_EQ(state_of("HDB_HDB00"), row.wanted) << row.name;
@@ -116,8 +115,8 @@ TEST_F(HANA_Instance_Handler_Test, Is_In_Error_When_Nothing_Is_Known) {
   keep("NO_NUMBER", {{"sid", "HDB"}});
   keep("TEXT_NUMBER", {{"sid", "HDB"}, {"instance_number", "0"}});
   keep("LARGE_NUMBER", {{"sid", "HDB"}, {"instance_number", 70000}});
-  for (const char* name : {static_cast<const char*>(nullptr), "", "QQQ_HDB00", "NO_SID", "NO_NUMBER", "TEXT_NUMBER",
-                           "LARGE_NUMBER"})
+  for (const char* name :
+       {static_cast<const char*>(nullptr), "", "QQQ_HDB00", "NO_SID", "NO_NUMBER", "TEXT_NUMBER", "LARGE_NUMBER"})
     EXPECT_EQ(state_of(name), "error") << (name == nullptr ? "null" : name);
   EXPECT_TRUE(runner_.calls().empty());
   keep("GONE_HDB07", {{"sid", "HDB"}, {"instance_number", 7}});
@@ -130,8 +129,7 @@ TEST_F(HANA_Instance_Handler_Test, Logs_On_With_The_Status_Command) {
   const secure_string password(hana_test::password);
   EXPECT_EQ(handler_.logon("HDB_HDB00", "SYSTEM", &password, nullptr), 0);
   ASSERT_EQ(runner_.calls().size(), 1U);
-  EXPECT_EQ(runner_.calls().front().input,
-            "\\c -i 00 -d SYSTEMDB -u SYSTEM -p \"Tr1cky \"\"pass\\word\"\n\\s\n\\q\n");
+  EXPECT_EQ(runner_.calls().front().input, "\\c -i 00 -d SYSTEMDB -u SYSTEM -p \"Tr1cky \"\"pass\\word\"\n\\s\n\\q\n");
   EXPECT_EQ(log_.dump().find("pass"), std::string::npos) << log_.dump();
 }
 
