@@ -26,8 +26,8 @@ target_compile_options(dorsal3_base INTERFACE
   -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
   -Wcast-align -Wunused -Wconversion -Wno-sign-conversion -Wno-missing-field-initializers -Wimplicit-fallthrough -Wformat=2
   # No build path may stand in a message.
-  "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/src/="
-  "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=")
+  "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/="
+  "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/src/=")
 target_compile_definitions(dorsal3_base INTERFACE BOOST_ALL_NO_LIB)
 
 if(DORSAL3_SANITIZE STREQUAL "address")
@@ -36,6 +36,11 @@ if(DORSAL3_SANITIZE STREQUAL "address")
   target_link_options(dorsal3_base INTERFACE -fsanitize=address,undefined)
 elseif(DORSAL3_SANITIZE STREQUAL "thread")
   target_compile_options(dorsal3_base INTERFACE -fsanitize=thread -fno-omit-frame-pointer)
+  # The sanitizer does not know fences: g++ warns of each, and Asio works without its own.
+  target_compile_definitions(dorsal3_base INTERFACE BOOST_ASIO_DISABLE_FENCED_BLOCK)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(dorsal3_base INTERFACE -Wno-tsan)
+  endif()
   target_link_options(dorsal3_base INTERFACE -fsanitize=thread)
 elseif(NOT DORSAL3_SANITIZE STREQUAL "")
   message(FATAL_ERROR "DORSAL3_SANITIZE is '${DORSAL3_SANITIZE}': use address, thread or nothing")
