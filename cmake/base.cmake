@@ -26,8 +26,8 @@ target_compile_options(dorsal3_base INTERFACE
   -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
   -Wcast-align -Wunused -Wconversion -Wno-sign-conversion -Wno-missing-field-initializers -Wimplicit-fallthrough -Wformat=2
   # No build path may stand in a message.
-  "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/="
-  "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/src/=")
+  "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/src/="
+  "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=")
 target_compile_definitions(dorsal3_base INTERFACE BOOST_ALL_NO_LIB)
 
 if(DORSAL3_SANITIZE STREQUAL "address")
