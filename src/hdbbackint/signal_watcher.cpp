@@ -34,6 +34,8 @@ Signal_Watcher::Signal_Watcher(Stop_Source& stop) : stop_(stop) {
   ::pthread_sigmask(SIG_BLOCK, &stopping, nullptr);
   // A reader that goes away is an answer of write, not the end of the process.
   ::signal(SIGPIPE, SIG_IGN);
+  // The same for a file that outgrows the limit of the user.
+  ::signal(SIGXFSZ, SIG_IGN);
   signals_.reset(::signalfd(-1, &stopping, SFD_CLOEXEC));
   parent_.reset(open_parent());
   ended_.reset(::eventfd(0, EFD_CLOEXEC));

@@ -26,6 +26,10 @@ constexpr std::size_t lzo_memory_bytes = std::max<std::size_t>(LZO1X_1_MEM_COMPR
 /// The most that lzo1x makes of `size` bytes.
 constexpr std::size_t lzo_bound(std::size_t size) { return size + size / 16 + 64 + 3; }
 
+static_assert(block_bytes % lzop::largest_block_bytes == 0);
+constexpr std::size_t lzo_blocks = block_bytes / lzop::largest_block_bytes;
+constexpr std::size_t lzo_output_bytes = lzo_blocks * (lzo_block_head_bytes + lzo_bound(lzop::largest_block_bytes));
+
 void put_be16(std::string& text, std::uint16_t value) {
   text += static_cast<char>(value >> 8);
   text += static_cast<char>(value);
@@ -40,6 +44,28 @@ void put_be32(char* to, std::uint32_t value) {
 
 std::uint32_t adler32(const char* data, std::size_t size) {
   return lzo_adler32(lzop::adler32_start, reinterpret_cast<const unsigned char*>(data), size);
+}
+
+/// Writes one block of the container, at most lzop::largest_block_bytes of data, to `to`. Bytes written, 0 on failure.
+std::size_t put_lzop_block(int level, const char* data, std::size_t size, char* to, unsigned char* work, int& result) {
+  char* body = to + lzo_block_head_bytes;
+  auto* out = reinterpret_cast<unsigned char*>(body);
+  const auto* from = reinterpret_cast<const unsigned char*>(data);
+  lzo_uint compressed = 0;
+  result = level >= first_thorough_lzo_level
+               ? lzo1x_999_compress_level(from, size, out, &compressed, work, nullptr, 0, nullptr,
+                                          std::min(level, most_thorough_lzo_level))
+               : lzo1x_1_compress(from, size, out, &compressed, work);
+  if (result != LZO_E_OK) return 0;
+  // A block that compression does not make smaller is stored as it is.
+  if (compressed >= size) {
+    std::memcpy(body, data, size);
+    compressed = size;
+  }
+  put_be32(to, static_cast<std::uint32_t>(size));
+  put_be32(to + 4, static_cast<std::uint32_t>(compressed));
+  put_be32(to + 8, adler32(data, size));
+  return lzo_block_head_bytes + compressed;
 }
 
 std::string make_lzop_header() {
@@ -124,28 +150,18 @@ bool Block_Encoder::encode_zstd(int level, const char* data, std::size_t size, B
 
 bool Block_Encoder::encode_lzop(int level, const char* data, std::size_t size, Buffer& out, std::size_t& out_size,
                                 std::string& error) {
-  char* to = out.reserve(lzo_block_head_bytes + lzo_bound(block_bytes));
-  char* body = to + lzo_block_head_bytes;
+  char* to = out.reserve(lzo_output_bytes);
   auto* work = reinterpret_cast<unsigned char*>(lzo_memory_.reserve(lzo_memory_bytes));
-  const auto* from = reinterpret_cast<const unsigned char*>(data);
-  lzo_uint compressed = 0;
-  const int result =
-      level >= first_thorough_lzo_level
-          ? lzo1x_999_compress_level(from, size, reinterpret_cast<unsigned char*>(body), &compressed, work, nullptr, 0,
-                                     nullptr, std::min(level, most_thorough_lzo_level))
-          : lzo1x_1_compress(from, size, reinterpret_cast<unsigned char*>(body), &compressed, work);
-  if (result != LZO_E_OK) {
-    error = "lzo cannot compress: error " + std::to_string(result);
-    return false;
+  out_size = 0;
+  for (std::size_t at = 0; at < size; at += lzop::largest_block_bytes) {
+    int result = LZO_E_OK;
+    out_size += put_lzop_block(level, data + at, std::min(lzop::largest_block_bytes, size - at), to + out_size, work,
+                               result);
+    if (result != LZO_E_OK) {
+      error = "lzo cannot compress: error " + std::to_string(result);
+      return false;
+    }
   }
-  if (compressed >= size) {
-    std::memcpy(body, data, size);
-    compressed = size;
-  }
-  put_be32(to, static_cast<std::uint32_t>(size));
-  put_be32(to + 4, static_cast<std::uint32_t>(compressed));
-  put_be32(to + 8, adler32(data, size));
-  out_size = lzo_block_head_bytes + compressed;
   return true;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 // The container of the lzop tool: a header, blocks (length before, length after, checksum of the block before, data)
@@ -19,7 +20,7 @@ inline constexpr std::uint32_t flag_made_on_unix = 0x03000000;
 inline constexpr std::uint32_t file_mode = 0100640;
 /// The seed of every Adler-32.
 inline constexpr std::uint32_t adler32_start = 1;
-/// A block is stored as it is when compression does not make it smaller.
-inline constexpr std::uint32_t largest_block = 64U << 20;
+/// The lzop tool refuses larger blocks as those of another build of itself.
+inline constexpr std::size_t largest_block_bytes = 256U << 10;
 
 }  // namespace hdbbackint::lzop

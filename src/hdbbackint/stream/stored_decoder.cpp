@@ -36,16 +36,16 @@ class Decoder : public Byte_Input {
     const ssize_t got = stored_.read(data, size);
     return got < 0 ? fail(stored_.error()) : got;
   }
-  /// Less than `size` only at the end; -1 on failure.
-  ssize_t read_fully(char* data, std::size_t size) {
+  /// All of `size`, else -1: `how` says in what way the object is damaged when it ends before.
+  ssize_t read_whole(char* data, std::size_t size, const char* how) {
     std::size_t filled = 0;
     while (filled < size) {
       const ssize_t got = read_stored(data + filled, size - filled);
       if (got < 0) return -1;
-      if (got == 0) break;
+      if (got == 0) return damaged(how);
       filled += static_cast<std::size_t>(got);
     }
-    return static_cast<ssize_t>(filled);
+    return 0;
   }
 
  private:
@@ -124,7 +124,7 @@ class Lzop_Decoder : public Decoder {
     constexpr std::size_t fields_bytes = 25;  // up to the length of the name, which is empty
     constexpr std::size_t header_bytes = sizeof lzop::magic + fields_bytes + 4;
     char header[header_bytes];
-    if (read_fully(header, header_bytes) != static_cast<ssize_t>(header_bytes)) return damaged("its header is cut");
+    if (read_whole(header, header_bytes, "its header is cut") < 0) return -1;
     const char* fields = header + sizeof lzop::magic;
     const bool sound = std::memcmp(header, lzop::magic, sizeof lzop::magic) == 0 &&
                        be32(fields + fields_bytes) == adler32(fields, fields_bytes);
@@ -135,15 +135,15 @@ class Lzop_Decoder : public Decoder {
 
   ssize_t read_block() {
     char head[12];
-    if (read_fully(head, 4) != 4) return damaged("it ends without an end mark");
+    if (read_whole(head, 4, "it ends without an end mark") < 0) return -1;
     const std::uint32_t raw_size = be32(head);
     if (raw_size == 0) return finish();
-    if (read_fully(head + 4, 8) != 8) return damaged("a block is cut");
+    if (read_whole(head + 4, 8, "a block is cut") < 0) return -1;
     const std::uint32_t stored_size = be32(head + 4);
     if (raw_size > block_bytes || stored_size > raw_size) return damaged("a block has an impossible length");
     char* stored = stored_.reserve(block_bytes);
     char* raw = block_.reserve(block_bytes);
-    if (read_fully(stored, stored_size) != static_cast<ssize_t>(stored_size)) return damaged("a block is cut");
+    if (read_whole(stored, stored_size, "a block is cut") < 0) return -1;
     lzo_uint decoded = raw_size;
     if (stored_size == raw_size) {
       std::memcpy(raw, stored, raw_size);

@@ -78,6 +78,21 @@ TEST_F(Program, Killed_One_Leaves_No_Object_And_The_Next_Call_Works) {
   EXPECT_EQ(server_.files().size(), 1U);
 }
 
+TEST_F(Program, File_Size_Limit_Of_The_User_Fails_The_Object_Alone) {
+  const std::string big = make_pipe(object_name("1_1"));
+  const std::string small = make_pipe(object_name("1_2"));
+  Child backup = start("backup", "#PIPE " + big + "\n#PIPE " + small + "\n");
+  const rlimit limit{1 << 20, 1 << 20};
+  ASSERT_EQ(::prlimit(backup.pid(), RLIMIT_FSIZE, &limit, nullptr), 0);
+  EXPECT_FALSE(write_pipe(big, std::string(16 << 20, 'x')));
+  EXPECT_TRUE(write_pipe(small, "x"));
+  EXPECT_EQ(backup.wait(), 1);
+  EXPECT_NE(root_.read("/tmp/out").find("#ERROR \"" + big + "\"\n"), std::string::npos);
+  EXPECT_NE(errors().find("File too large"), std::string::npos) << errors();
+  EXPECT_EQ(server_.files().size(), 1U);
+  EXPECT_EQ(stored().size(), 1U);
+}
+
 TEST_F(Program, Log_That_Cannot_Be_Written_Fails_Nothing) {
   root_.make_directory("/var/opt/tarvex/dorsal3/agent/hdbbackint.log");
   const std::string pipe = make_pipe(object_name("1_1"));

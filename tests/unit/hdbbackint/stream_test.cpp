@@ -147,6 +147,52 @@ TEST(Stored_Object, Lzop_Header_Is_That_Of_The_Tool) {
   EXPECT_EQ(header.substr(0, 9), std::string("\x89LZO\0\r\n\x1a\n", 9));
 }
 
+/// Lengths before compression of the blocks of an lzop container.
+std::vector<std::size_t> lzop_block_lengths(const std::string& stored) {
+  std::vector<std::size_t> lengths;
+  const auto number_at = [&stored](std::size_t at) {
+    std::size_t value = 0;
+    for (std::size_t i = 0; i < 4; ++i) value = value << 8 | static_cast<unsigned char>(stored.at(at + i));
+    return value;
+  };
+  std::size_t at = stored_header(COMPR_LZOP).size();
+  for (std::size_t length = number_at(at); length != 0; length = number_at(at)) {
+    lengths.push_back(length);
+    at += 12 + number_at(at + 4);
+  }
+  EXPECT_EQ(at + 4, stored.size());
+  return lengths;
+}
+
+TEST(Stored_Object, Lzop_Blocks_Are_Not_Larger_Than_The_Tool_Reads) {
+  constexpr std::size_t most = 262144;
+  for (const unsigned letters : {2U, 256U}) {
+    for (const int level : {1, 9}) {
+      EXPECT_EQ(lzop_block_lengths(stored_form(COMPR_LZOP, level, random_text(most, letters))),
+                std::vector<std::size_t>{most});
+      EXPECT_EQ(lzop_block_lengths(stored_form(COMPR_LZOP, level, random_text(2 * most + 5, letters))),
+                (std::vector<std::size_t>{most, most, 5}));
+    }
+  }
+  EXPECT_TRUE(lzop_block_lengths(stored_form(COMPR_LZOP, 1, "")).empty());
+}
+
+TEST(Stored_Object, Pool_That_Fails_Is_Not_Called_A_Damaged_Object) {
+  const std::string raw = random_text(block_bytes + 100, 10);
+  for (const Compression_Method method : methods) {
+    const std::string stored = stored_form(method, 1, raw);
+    for (const std::size_t cut : {std::size_t{0}, std::size_t{20}, std::size_t{40}, std::size_t{45}, stored.size() / 2}) {
+      Text_Input input(stored.substr(0, cut), true);
+      const auto decoder = make_stored_decoder(method, input);
+      std::string buffer(100'000, '\0');
+      ssize_t got = 1;
+      while (got > 0) got = decoder->read(buffer.data(), buffer.size());
+      EXPECT_EQ(got, -1);
+      EXPECT_EQ(decoder->error(), "the pool is gone") << method << " cut at " << cut;
+    }
+  }
+}
+
 TEST(Stored_Object, Damage_Is_Never_A_Shorter_Stream) {
   const std::string raw = random_text(2 * block_bytes, 10);
   for (const Compression_Method method : {COMPR_LZOP, COMPR_ZSTD}) {
