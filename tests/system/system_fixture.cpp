@@ -225,22 +225,30 @@ std::vector<json_spirit::Object> System_Fixture::sets() const {
   return all;
 }
 
-std::vector<std::string> System_Fixture::alerts() const {
+System_Fixture::Rest_Answer System_Fixture::rest(const std::string& method, const std::string& resource,
+                                                 const std::string& body) const {
   net::Endpoint endpoint;
   net::Net_Error error;
   EXPECT_TRUE(net::parse_endpoint("http://127.0.0.1:" + port_, endpoint));
   const auto connection = net::Http_Transport::current().connect(endpoint, std::chrono::seconds(10), error);
   net::Http_Request request;
   net::Http_Response response;
-  request.target = "/q5/r/v2/alerts";
+  request.method = method;
+  request.target = "/q5/r/v2" + resource;
+  request.body = body;
   std::string key = slurp(real(etc) + "/operator.key");
   key.erase(key.find_last_not_of('\n') + 1);
   request.headers.set("Authorization", "Bearer " + key);
+  if (!body.empty()) request.headers.set("Content-Type", "application/json");
   if (connection == nullptr || !connection->exchange(request, response, std::chrono::seconds(10), error)) return {};
+  return {response.status, response.body};
+}
+
+std::vector<std::string> System_Fixture::alerts() const {
   json_spirit::Value answer;
   json_spirit::Array rows;
   std::vector<std::string> codes;
-  if (json_spirit::load_json(response.body, answer) && answer.is_object())
+  if (json_spirit::load_json(rest("GET", "/alerts").body, answer) && answer.is_object())
     (void)json_spirit::object_get(answer.get_obj(), "rows", rows);
   for (const json_spirit::Value& row : rows) {
     long alert_class = 0;

@@ -50,6 +50,14 @@ class System_Fixture : public ::testing::Test {
   [[nodiscard]] json_spirit::Object job(const std::string& id) const;
   [[nodiscard]] std::string wait_for_end(const std::string& id) const;
   [[nodiscard]] std::vector<json_spirit::Object> sets() const;
+  struct Rest_Answer {
+    unsigned status = 0;  ///< 0 when backupd could not be asked
+    std::string body;
+  };
+  /// A request of an operator to backupd; `resource` comes after the prefix of the interface.
+  [[nodiscard]] Rest_Answer rest(const std::string& method, const std::string& resource,
+                                 const std::string& body = {}) const;
+  [[nodiscard]] const std::string& host_uuid() const { return host_uuid_; }
   /// Codes of the alerts, oldest first, as "class/code".
   [[nodiscard]] std::vector<std::string> alerts() const;
   /// Files in the pool.
