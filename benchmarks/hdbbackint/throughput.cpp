@@ -1,4 +1,5 @@
-// Measures hdbbackint beside dd and zstd: the same bytes from a pipe to the same disk, synced, taking turns.
+// Measures hdbbackint beside dd, zstd and, where it is installed, restic: the same bytes from a pipe to the same disk,
+// synced, taking turns.
 // hdbbackint_throughput [MiB per run] [folder on the disk to measure]
 
 #include <fcntl.h>
@@ -90,6 +91,16 @@ class Bench {
       replace_all(part, "TARGET", target);
     }
     return timed(command, {pipe}, pattern_);
+  }
+
+  /// Into a repository of its own, so that it finds none of the bytes there already.
+  double restic() {
+    const std::string repository =
+        "RESTIC_PASSWORD=benchmark restic --quiet --no-cache --repo " + (root_ / "pool/restic").string();
+    Child prepare({"/bin/sh", "-c", repository + " init"}, (root_ / "tmp/err").string());
+    if (prepare.wait() != 0) std::fprintf(stderr, "restic cannot make its repository\n");
+    return tool({"/bin/sh", "-c",
+                 repository + " --compression off backup --stdin < PIPE && sync -f " + (root_ / "pool").string()});
   }
 
   double agent(const char* compression, std::size_t streams, const std::string& pattern) {
@@ -197,6 +208,9 @@ int main(int argc, char** argv) {
                     return bench.tool({"/bin/sh", "-c", command});
                   },
                   zstd);
+  }
+  if (fs::exists("/usr/bin/restic")) {
+    bench.compare("restic backup --stdin, synced", [&] { return bench.restic(); }, none);
   }
   const std::string zeros(mib, '\0');
   for (const std::size_t streams : {1U, 8U, 32U}) {
