@@ -105,6 +105,7 @@ class Lzop_Decoder : public Decoder {
     if (!header_read_ && read_header() < 0) return -1;
     if (given_ == held_ && !at_end_ && read_block() < 0) return -1;
     const std::size_t count = std::min(size, held_ - given_);
+    if (count == 0) return 0;  // an empty object has no block, and so no memory
     std::memcpy(data, block_.data() + given_, count);
     given_ += count;
     return static_cast<ssize_t>(count);
