@@ -4,6 +4,7 @@
 
 #include "dorsal3/format.h"
 #include "dorsal3/resources.h"
+#include "platform/log.h"
 
 namespace dorsal3 {
 
@@ -78,6 +79,13 @@ std::string ending_text(const json_spirit::Object& record) {
     default:
       return "The backup goes on.";
   }
+}
+
+json_spirit::Array error_lines(const json_spirit::Object& record) {
+  json_spirit::Array lines;
+  for (const auto& line : object_rows(record, "log"))
+    if (number_member(line, "priority") >= LM_ERROR) lines.emplace_back(one_line(text_member(line, "text")));
+  return lines;
 }
 
 }  // namespace dorsal3

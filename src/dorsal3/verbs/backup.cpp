@@ -69,6 +69,9 @@ class Backup_Verb : public Verb {
       out << table.text();
     }
     out << one_line(text_member(model, "result")) << "\n";
+    json_spirit::Array errors;
+    json_spirit::object_get(model, "errors", errors);
+    for (const json_spirit::Value& line : errors) out << "  " << line.get_str() << "\n";
   }
 
  private:
@@ -180,6 +183,7 @@ class Backup_Verb : public Verb {
     outcome.model["message"] = text_member(record, "message");
     outcome.model["sets"] = to_array(sets);
     outcome.model["result"] = ending_text(record);
+    if (stage == Run_Stage::failed) outcome.model["errors"] = error_lines(record);
     outcome.exit_code = stage == Run_Stage::done ? exit_ok : exit_failed;
     return true;
   }

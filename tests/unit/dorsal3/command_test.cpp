@@ -180,10 +180,17 @@ TEST_F(Command_Test, A_Failed_Run_Is_Exit_Code_One_With_Its_Cause) {
   EXPECT_EQ(run({"backup", "PRD_HDB00/TN1"}), exit_not_found);
   server.answer("POST /job-definitions/" + definition_id() + "/start", R"({"job_act_id":"a1"})");
   server.answer("GET /jobs/a1",
-                R"({"id":"a1","state":10,"state_name":"error","progress":0,"message":"Failed to execute backup"})");
+                R"({"id":"a1","state":10,"state_name":"error","progress":0,"message":"Failed to execute backup","log":[
+                  {"priority":8,"text":"Backup database TN1 in HDB00\n","time":"2026-11-21 08:00:00"},
+                  {"priority":128,"text":"* 447: backup could not be completed\n","time":"2026-11-21 08:00:01"},
+                  {"priority":128,"text":"Failed to execute backup\n","time":"2026-11-21 08:00:01"}]})");
   server.answer("GET /sets?resource_uuid=" + std::string(resource_uuid), R"({"total":0,"rows":[]})");
   EXPECT_EQ(run({"backup", "PRD_HDB00/TN1"}), exit_failed);
-  EXPECT_NE(out.str().find("The backup FAILED: Failed to execute backup"), std::string::npos) << out.str();
+  EXPECT_NE(out.str().find("The backup FAILED: Failed to execute backup\n"
+                           "  * 447: backup could not be completed\n"
+                           "  Failed to execute backup\n"),
+            std::string::npos)
+      << out.str();
 }
 
 TEST_F(Command_Test, A_Server_That_Goes_Away_Does_Not_End_The_Watching_At_Once) {
