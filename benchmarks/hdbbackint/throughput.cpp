@@ -210,7 +210,8 @@ int main(int argc, char** argv) {
                   zstd);
   }
   if (fs::exists("/usr/bin/restic")) {
-    bench.compare("restic backup --stdin, synced", [&] { return bench.restic(); }, none);
+    bench.compare(
+        "restic backup --stdin, synced", [&] { return bench.restic(); }, none);
   }
   const std::string zeros(mib, '\0');
   for (const std::size_t streams : {1U, 8U, 32U}) {

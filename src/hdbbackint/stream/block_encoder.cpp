@@ -155,8 +155,8 @@ bool Block_Encoder::encode_lzop(int level, const char* data, std::size_t size, B
   out_size = 0;
   for (std::size_t at = 0; at < size; at += lzop::largest_block_bytes) {
     int result = LZO_E_OK;
-    out_size += put_lzop_block(level, data + at, std::min(lzop::largest_block_bytes, size - at), to + out_size, work,
-                               result);
+    out_size +=
+        put_lzop_block(level, data + at, std::min(lzop::largest_block_bytes, size - at), to + out_size, work, result);
     if (result != LZO_E_OK) {
       error = "lzo cannot compress: error " + std::to_string(result);
       return false;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -35,12 +34,10 @@ class Child {
   /// Exit code, or minus the signal that ended it.
   int wait() {
     int status = 0;
-    ::wait4(pid_, &status, 0, &usage_);
+    ::waitpid(pid_, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
   }
-  /// Of the child that wait has seen end; at least what its parent had resident when it was started.
-  [[nodiscard]] long most_resident_kib() const { return usage_.ru_maxrss; }
-  /// So far, of the child alone, while it runs.
+  /// The most so far, while it runs; 0 once it has ended.
   [[nodiscard]] long resident_so_far_kib() const {
     std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
     const std::string key = "VmHWM:";
@@ -52,7 +49,6 @@ class Child {
 
  private:
   pid_t pid_ = -1;
-  rusage usage_{};
 };
 
 /// Lays the built program out below `root` as an installation does; returns the program's real path.

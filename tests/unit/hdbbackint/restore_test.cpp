@@ -79,7 +79,7 @@ TEST_F(Restore, Corrupted_Object_Is_Named_And_Never_Complete) {
     const std::string name = object_name(method);
     const std::string path = path_of(name);
     std::string original;
-    for (int i = 0; i < 500'000; ++i) original += std::to_string(i * 7919 % 10007);
+    for (unsigned i = 0; i < 500'000; ++i) original += std::to_string(i * 7919U % 10007U);
     const std::string ebid = save(name, original, {});
     std::string object;
     for (const std::string& file : stored()) {

@@ -181,7 +181,8 @@ TEST(Stored_Object, Pool_That_Fails_Is_Not_Called_A_Damaged_Object) {
   const std::string raw = random_text(block_bytes + 100, 10);
   for (const Compression_Method method : methods) {
     const std::string stored = stored_form(method, 1, raw);
-    for (const std::size_t cut : {std::size_t{0}, std::size_t{20}, std::size_t{40}, std::size_t{45}, stored.size() / 2}) {
+    for (const std::size_t cut :
+         {std::size_t{0}, std::size_t{20}, std::size_t{40}, std::size_t{45}, stored.size() / 2}) {
       Text_Input input(stored.substr(0, cut), true);
       const auto decoder = make_stored_decoder(method, input);
       std::string buffer(100'000, '\0');
