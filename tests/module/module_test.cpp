@@ -406,9 +406,16 @@ TEST_F(Module_Test, Is_Really_Unloaded_After_A_Run) {
   log_.claim_all();
 }
 
+// A sanitizer keeps a record of every library that was ever loaded: its own memory grows, and rounds get slow.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool instrumented = true;
+#else
+constexpr bool instrumented = false;
+#endif
+
 TEST_F(Module_Test, Ten_Thousand_Rounds_Grow_Nothing) {
   constexpr int warm_up_rounds = 200;
-  constexpr int rounds = 10'000;
+  constexpr int rounds = instrumented ? 200 : 10'000;
   constexpr long resident_slack_kib = 1024;
   for (int round = 0; round < warm_up_rounds; ++round) one_round();
   const long blocks = counted_memory::blocks();
@@ -420,7 +427,9 @@ TEST_F(Module_Test, Ten_Thousand_Rounds_Grow_Nothing) {
   }
   EXPECT_EQ(counted_memory::blocks(), blocks);
   EXPECT_EQ(open_descriptors(), descriptors);
-  EXPECT_LE(resident_kib() - resident, resident_slack_kib);
+  if (!instrumented) {
+    EXPECT_LE(resident_kib() - resident, resident_slack_kib);
+  }
   EXPECT_FALSE(is_mapped());
 }
 

@@ -200,10 +200,12 @@ TEST_F(Data_Backup, Ends_As_The_Fault_Says_When_It_Is_Canceled) {
   for (const Case& one : {Case{"canceled", "canceled\n", 447 & 0xff}, Case{"failed", "failed\n", 447 & 0xff},
                           Case{"successful", "successful\n", 0}, Case{"never", "successful\n", 0}}) {
     ASSERT_EQ(control({"no-faults"}).code, 0);
-    fault("stream_bytes_per_second = 1048576");
+    fault("stream_bytes_per_second = 262144");
     fault(std::string("cancel = ") + one.outcome);
     fault("cancel_text_on = stdout");
     fault("cancel_again = refuse");
+    // Long enough that a second request finds it pending, also on a slow machine.
+    fault("cancel_pending_ms = 1500");
     Output done;
     std::thread worker([&] { done = backup("", "x"); });
     const std::string id = running_backup();
