@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
 #include <thread>
 
 #include "platform/clock.h"
@@ -156,17 +157,18 @@ TEST_F(Json_Rpc_Peer, Sends_A_Notification) {
 }
 
 TEST_F(Json_Rpc_Peer, A_Flood_Of_Requests_Is_Refused_And_Not_Kept) {
-  platform::Wait_Event release;
+  // Shared with the worker, which goes on with what is queued after this function has returned.
+  const auto release = std::make_shared<platform::Wait_Event>();
   start(
-      [&](const std::string&, const Value&) {
-        (void)release.wait_real(patience);
+      [release](const std::string&, const Value&) {
+        (void)release->wait_real(patience);
         return good(1);
       },
       1);
   constexpr int flood = 1100;
   for (int i = 1; i <= flood; ++i) say(R"({"jsonrpc":"2.0","id":)" + std::to_string(i) + R"(,"method":"m"})");
   EXPECT_NE(next().find("too many requests are waiting"), std::string::npos);
-  release.set();
+  release->set();
 }
 
 }  // namespace
