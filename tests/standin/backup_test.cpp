@@ -190,36 +190,43 @@ TEST_F(Data_Backup, Calls_Hdbbackint_By_Documented_Paths_However_It_Is_Linked) {
   EXPECT_TRUE(fs::is_empty(root_ / "usr/sap/HDB/SYS/global/hdb/backint/DB_TN1"));
 }
 
-TEST_F(Data_Backup, Ends_As_The_Fault_Says_When_It_Is_Canceled) {
-  install({"--tenant", "TN1", "--data-mb", "2"});
-  struct Case {
-    const char *outcome, *state;
-    int code;
+TEST_F(Data_Backup, Takes_Differences_Against_The_Newest_Good_One_Of_Any_Destination) {
+  install({"--tenant", "TN1"});
+  const auto named = [&](const std::string& text) {
+    return value_of("select count(*) from SYS_DATABASES.M_BACKUP_CATALOG_FILES where DESTINATION_PATH like '%" + text +
+                    "%'") != "0\n";
   };
-  std::string expected;
-  for (const Case& one : {Case{"canceled", "canceled\n", 447 & 0xff}, Case{"failed", "failed\n", 447 & 0xff},
-                          Case{"successful", "successful\n", 0}, Case{"never", "successful\n", 0}}) {
-    ASSERT_EQ(control({"no-faults"}).code, 0);
-    fault("stream_bytes_per_second = 262144");
-    fault(std::string("cancel = ") + one.outcome);
-    fault("cancel_text_on = stdout");
-    fault("cancel_again = refuse");
-    // Long enough that a second request finds it pending, also on a slow machine.
-    fault("cancel_pending_ms = 1500");
-    Output done;
-    std::thread worker([&] { done = backup("", "x"); });
-    const std::string id = running_backup();
-    EXPECT_EQ(sql("BACKUP CANCEL FOR TN1 " + id).code, 0);
-    EXPECT_NE(sql("BACKUP CANCEL FOR TN1 " + id).err.find("is already being canceled"), std::string::npos);
-    worker.join();
-    EXPECT_EQ(done.code, one.code) << one.outcome << done.err;
-    EXPECT_EQ(done.out, one.code == 0
-                            ? ""
-                            : "* 447: backup could not be completed: Backup was canceled by user SQLSTATE: HY000\n");
-    expected += one.state;
-    EXPECT_EQ(states(), expected);
-    EXPECT_EQ(sql("BACKUP CANCEL FOR TN1 " + id).code, 447 & 0xff);
-  }
+  ASSERT_EQ(backup("", "pipe").code, 0);
+  ASSERT_EQ(sql("BACKUP DATA FOR TN1 USING FILE ('disk')").code, 0);
+  const std::string disk = newest_id();
+  script("exit 1");
+  ASSERT_NE(backup("", "bad").code, 0);
+  script("");
+  ASSERT_EQ(backup("DIFFERENTIAL", "d").code, 0);
+  const std::string difference = newest_id();
+  EXPECT_TRUE(named("/d_databackup_differential_" + disk + "_"));
+  ASSERT_EQ(sql("BACKUP DATA INCREMENTAL FOR TN1 USING FILE ('i1')").code, 0);
+  const std::string increment = newest_id();
+  EXPECT_TRUE(named("/i1_databackup_incremental_" + difference + "_"));
+  script("exit 1");
+  ASSERT_NE(backup("INCREMENTAL", "bad").code, 0);
+  script("");
+  ASSERT_EQ(backup("INCREMENTAL", "i2").code, 0);
+  EXPECT_TRUE(named("/i2_databackup_incremental_" + increment + "_"));
+  ASSERT_EQ(backup("DIFFERENTIAL", "d2").code, 0);
+  EXPECT_TRUE(named("/d2_databackup_differential_" + disk + "_"));
+}
+
+TEST_F(Data_Backup, Tells_Of_A_Cancel_Where_The_Fault_Says) {
+  install({"--tenant", "TN1", "--data-mb", "2"});
+  fault("stream_bytes_per_second = 262144");
+  fault("cancel_text_on = stdout");
+  Output done;
+  std::thread worker([&] { done = backup("", "x"); });
+  EXPECT_EQ(sql("BACKUP CANCEL FOR TN1 " + running_backup()).code, 0);
+  worker.join();
+  EXPECT_EQ(done.code, 447 & 0xff);
+  EXPECT_EQ(done.out, "* 447: backup could not be completed: Backup was canceled by user SQLSTATE: HY000\n");
 }
 
 TEST_F(Data_Backup, Is_Refused_While_Another_Runs) {

@@ -28,9 +28,20 @@ bool Catalog::add_file(const std::string& database, std::int64_t entry, std::int
   return row.bind(12, file.redo).run();
 }
 
-bool Catalog::set_state(std::int64_t entry, const std::string& state) {
-  Statement row = state_.sqlite().prepare("UPDATE catalog SET state=? WHERE entry_id=?");
-  return row.bind(1, state).bind(2, entry).run();
+bool Catalog::set_pending(std::int64_t entry, bool with_end) {
+  Statement row = state_.sqlite().prepare("UPDATE catalog SET state='cancel pending', end_ms=? WHERE entry_id=?");
+  if (with_end)
+    row.bind(1, now_ms());
+  else
+    row.bind_null(1);
+  return row.bind(2, entry).run();
+}
+
+std::optional<std::string> Catalog::state_of_data_backup(const std::string& database, std::int64_t backup_id) {
+  Statement row = state_.sqlite().prepare(
+      "SELECT state FROM catalog WHERE db=? AND backup_id=? AND entry_type LIKE '%data backup'");
+  if (!row.bind(1, database).bind(2, backup_id).step()) return std::nullopt;
+  return row.text(0);
 }
 
 bool Catalog::finish(std::int64_t entry, const std::string& state, const std::string& message) {
@@ -54,7 +65,7 @@ std::optional<Backup_Base> Catalog::base_of_delta(const std::string& database, b
 bool Catalog::fail_unfinished() {
   Statement row = state_.sqlite().prepare(
       "UPDATE catalog SET state='failed', message='The database was stopped while the backup was running', end_ms=? "
-      "WHERE end_ms IS NULL");
+      "WHERE end_ms IS NULL OR state IN ('running','cancel pending')");
   return row.bind(1, now_ms()).run();
 }
 

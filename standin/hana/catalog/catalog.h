@@ -37,12 +37,14 @@ class Catalog {
   std::int64_t begin(const std::string& database, const std::string& type, std::int64_t backup_id,
                      const std::string& comment, std::int64_t savepoint, std::int64_t visible_ms);
   bool add_file(const std::string& database, std::int64_t entry, std::int64_t backup_id, const Catalog_File& file);
-  bool set_state(std::int64_t entry, const std::string& state);
+  /// "cancel pending"; `with_end` writes an end time already.
+  bool set_pending(std::int64_t entry, bool with_end);
   bool finish(std::int64_t entry, const std::string& state, const std::string& message);
   /// The newest successful data backup that a delta may start from.
   std::optional<Backup_Base> base_of_delta(const std::string& database, bool only_full);
   /// Entries that a server left running when it died.
   bool fail_unfinished();
+  std::optional<std::string> state_of_data_backup(const std::string& database, std::int64_t backup_id);
   std::int64_t newest_id(const std::string& database);
   /// One line per entry and file of the database: what a catalog backup holds.
   std::string text(const std::string& database);

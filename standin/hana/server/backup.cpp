@@ -8,6 +8,10 @@
 
 namespace standin {
 
+namespace {
+Sql_Error cannot_cancel(const std::string& why) { return {447, "backup could not be canceled: " + why}; }
+}  // namespace
+
 std::int64_t Backups::next_id() {
   const std::lock_guard guard(mutex_);
   last_id_ = std::max(now_ms(), last_id_ + 1);
@@ -76,32 +80,44 @@ std::optional<Sql_Error> Backups::wait(Running_Backup& running) {
 }
 
 std::optional<Sql_Error> Backups::cancel(System_State& state, const std::string& database, std::int64_t id) {
-  const std::lock_guard guard(mutex_);
-  const auto found = newest_.find(database);
-  const auto not_running =
-      Sql_Error{447, "backup could not be canceled: backup " + std::to_string(id) + " is not running"};
-  if (found == newest_.end() || !found->second || found->second->id != id) return not_running;
-  Running_Backup& running = *found->second;
+  if (!state.database(database)) return cannot_cancel("[332] invalid database name: " + database);
+  std::shared_ptr<Running_Backup> running;
   {
-    const std::lock_guard inner(running.mutex);
-    if (running.finished) return not_running;
+    const std::lock_guard guard(mutex_);
+    const auto found = newest_.find(database);
+    if (found != newest_.end() && found->second && found->second->id == id) running = found->second;
   }
+  if (running) return cancel_running(state, *running);
+  const auto ended = Catalog(state).state_of_data_backup(database, id);
+  if (!ended) return cannot_cancel("there is no data backup " + std::to_string(id) + " of database " + database);
+  return cannot_cancel("backup " + std::to_string(id) + " is not running, its state is " + *ended);
+}
+
+std::optional<Sql_Error> Backups::cancel_running(System_State& state, Running_Backup& running) {
+  const std::string& database = running.request.database;
+  const std::string name = "backup " + std::to_string(running.id);
+  const auto not_running = cannot_cancel(name + " is not running");
+  // The entry is changed under the lock: it must not be pending again once its end is written.
+  std::unique_lock guard(running.mutex);
+  if (running.decided) return not_running;
   if (running.cancel_asked) {
     if (faults_.take("cancel_again", database).value_or("accept") == "refuse")
-      return Sql_Error{447,
-                       "backup could not be canceled: backup " + std::to_string(id) + " is already being canceled"};
+      return cannot_cancel(name + " is already being canceled");
     return std::nullopt;
   }
-  running.cancel_outcome = faults_.take("cancel", database).value_or("canceled");
-  running.cancel_asked = true;
-  if (running.cancel_outcome == "successful") return std::nullopt;
-  Catalog(state).set_state(running.entry, "cancel pending");
-  {
-    const std::lock_guard inner(running.mutex);
-    if (!running.finished) running.state = "cancel pending";
+  const std::string outcome = faults_.take("cancel", database).value_or("canceled");
+  if (outcome == "late") {
+    running.unthrottled = true;
+    running.ended.wait(guard, [&] { return running.decided; });
+    return not_running;
   }
+  running.cancel_outcome = outcome;
+  running.cancel_asked = true;
+  const bool with_end = faults_.take("cancel_pending_end", database).value_or("no") == "yes";
+  Catalog(state).set_pending(running.entry, with_end);
+  running.state = "cancel pending";
   constexpr std::int64_t default_pending_ms = 200;
-  if (running.cancel_outcome != "never")
+  if (outcome == "canceled" || outcome == "failed")
     running.cancel_at_ms = now_ms() + faults_.number("cancel_pending_ms", default_pending_ms, database);
   return std::nullopt;
 }

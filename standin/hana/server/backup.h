@@ -39,9 +39,11 @@ struct Running_Backup {
   std::vector<std::unique_ptr<Running_Service>> services;
   std::atomic<std::int64_t> cancel_at_ms{0};  ///< 0: not cancelled
   std::atomic<bool> cancel_asked{false};
-  std::string cancel_outcome;  ///< written under Backups' lock before cancel_asked
+  std::atomic<bool> unthrottled{false};  ///< its streams go as fast as they can
+  std::string cancel_outcome;            ///< written under the mutex before cancel_asked
   std::mutex mutex;
   std::condition_variable ended;
+  bool decided = false;  ///< how it ends stands: a cancel comes too late
   bool finished = false;
   std::int64_t end_ms = 0;
   std::string state = "running";
@@ -57,6 +59,7 @@ class Backups {
   std::optional<Sql_Error> start(System_State& state, const Backup_Request& request,
                                  std::shared_ptr<Running_Backup>& running);
   static std::optional<Sql_Error> wait(Running_Backup& running);
+  /// Asks for the end; returns while the backup is still "cancel pending".
   std::optional<Sql_Error> cancel(System_State& state, const std::string& database, std::int64_t id);
   std::vector<Progress_Row> progress();
   /// Cancels what runs and waits for its end.
@@ -65,6 +68,7 @@ class Backups {
  private:
   void run(const std::shared_ptr<Running_Backup>& running, std::optional<Backup_Base> base);
   std::int64_t next_id();
+  std::optional<Sql_Error> cancel_running(System_State& state, Running_Backup& running);
   Layout layout_;
   Faults& faults_;
   std::mutex mutex_;
@@ -95,6 +99,8 @@ class Backup_Run {
                         const Backup_Base& base) const;
   void log(const char* level, const std::string& text) const;
   [[nodiscard]] bool canceled() const;
+  /// Waits while a cancel is pending; then how it ends: "successful", "failed" or "canceled".
+  std::string decide_outcome(std::string& error);
   /// Of global.ini, [backup]; the database's own layer wins.
   [[nodiscard]] std::string setting(const char* key, const char* otherwise) const;
   [[nodiscard]] std::int64_t rate();

@@ -51,7 +51,10 @@ std::string Backup_Run::setting(const char* key, const char* otherwise) const {
   return Ini::load(layout_.configuration(folder + "/global.ini")).get("backup", key, of_system);
 }
 
-std::int64_t Backup_Run::rate() { return faults_.number("stream_bytes_per_second", 0, running_.request.database); }
+std::int64_t Backup_Run::rate() {
+  if (running_.unthrottled) return 0;
+  return faults_.number("stream_bytes_per_second", 0, running_.request.database);
+}
 
 std::string Backup_Run::name_of(int volume, int part, std::int64_t base_id) const {
   const Backup_Request& request = running_.request;
@@ -90,9 +93,7 @@ std::string Backup_Run::execute(std::optional<Backup_Base> base) {
   } else {
     error = "[2] savepoint could not be written";
   }
-  if (canceled()) error = "Backup was canceled by user";
-  std::string outcome = error.empty() ? "successful" : "failed";
-  if (canceled() && running_.cancel_outcome != "failed") outcome = "canceled";
+  const std::string outcome = decide_outcome(error);
   sleep_ms(faults_.number("catalog_end_late_ms", 0, running_.request.database));
   Catalog(state).finish(running_.entry, outcome, error.empty() ? "<ok>" : error);
   {
@@ -106,6 +107,26 @@ std::string Backup_Run::execute(std::optional<Backup_Base> base) {
     log("ERROR", "SAVE DATA finished with error: [447] backup could not be completed, " + error);
   if (error.empty()) write_catalog_backup(state);
   return error;
+}
+
+std::string Backup_Run::decide_outcome(std::string& error) {
+  constexpr std::int64_t step_ms = 5;
+  std::unique_lock guard(running_.mutex);
+  const auto pending = [&] {
+    const std::int64_t at = running_.cancel_at_ms;
+    return at != 0 ? now_ms() < at : running_.cancel_outcome == "never";
+  };
+  while (pending()) {
+    guard.unlock();
+    sleep_ms(step_ms);
+    guard.lock();
+  }
+  running_.decided = true;
+  running_.ended.notify_all();
+  if (!canceled()) return error.empty() ? "successful" : "failed";
+  const bool fails = running_.cancel_outcome == "failed";
+  error = fails ? "[110203] Not all data could be written: the backup was given up" : "Backup was canceled by user";
+  return fails ? "failed" : "canceled";
 }
 
 std::string Backup_Run::write_services(System_State& state, const Savepoint& savepoint, const Backup_Base& base) {
