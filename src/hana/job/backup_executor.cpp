@@ -101,6 +101,8 @@ bool Backup_Executor::choose_job_type(const Backup_Source_Collector::Database_In
 
 void Backup_Executor::begin_set(HANA_Backup_Set& set) {
   init_metadata(set);
+  set.lift_reason = lift_reason_;
+  set.requested_type = job_def_subtype_to_string(def_.subtype());
   if (compare_loose_versions(set.system_version, first_version_with_progress) < 0) ancient_version_ = true;
 }
 

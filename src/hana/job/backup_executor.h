@@ -3,8 +3,10 @@
 #include <ace/Basic_Types.h>
 
 #include <ctime>
+#include <map>
 #include <string>
 
+#include "agent/backupd_client/client_io_ex.h"
 #include "hana/job/backup_executor_basic.h"
 #include "hana/job/backup_source_collector.h"
 #include "scrt/thread_helper.h"
@@ -20,6 +22,11 @@ class Backup_Executor : public Backup_Executor_Basic {
   /// The whole run. A database that failed ends it; those before it stay backed up and recorded.
   bool execute_backup(const Action_Options* options) override;
 
+  /// Cancels in HANA what runs of this job, waits for its end (300 seconds of pauses at most for each database) and
+  /// removes from the pool what was stored of it. For an executor of its own, beside the one that runs the job. False,
+  /// with an alert, also when nothing ran; a backup that HANA does not end in time is left and is no failure.
+  bool stop();
+
   /// The statement that makes HANA back up. `database` empty: the database that hdbsql is bound to. False for no kind.
   [[nodiscard]] bool generate_backup_cmd(Job_Definition_Subtype type, const std::string& database,
                                          const std::string& uuid, std::string& cmd) const;
@@ -29,6 +36,11 @@ class Backup_Executor : public Backup_Executor_Basic {
   [[nodiscard]] bool update_job_type(const Backup_Source_Collector::Database_Info& database);
   /// Runs the statement; `ok` tells how it ended. Blocks for the whole backup: body of the worker thread.
   bool execute_backup_cmd(const char* cmd, bool& ok);
+
+  /// The work of stop. `database` becomes the one handled last.
+  [[nodiscard]] bool stop_i(std::string& database);
+  /// Asks HANA to cancel a backup; HANA ends it later.
+  [[nodiscard]] bool cancel_database_job(const char* database, ACE_UINT64 backup_id);
 
   /// Reports from `start` to `end` per cent while `worker` runs. True.
   bool update_progress(const Thread_Helper& worker, const char* database, int start, int end);
@@ -42,6 +54,8 @@ class Backup_Executor : public Backup_Executor_Basic {
   enum { REMOVE_TIME_INTERVAL = 2, QUERY_INTERVAL = 10, TIME_INTERVAL = 30, QUERY_TIMEOUT = 300 };
 
   bool ancient_version_ = false;  ///< the system has no M_BACKUP_PROGRESS
+  /// Why update_job_type made the kind full, for the backup set; empty when it kept the kind.
+  const char* lift_reason_ = "";
 
  private:
   /// Part of the job's 0 to 100 per cent.
@@ -68,7 +82,24 @@ class Backup_Executor : public Backup_Executor_Basic {
   [[nodiscard]] bool complete_set(HANA_Backup_Set& set);
   [[nodiscard]] bool commit_set(HANA_Backup_Set& set);
 
+  /// HANA's backup ids by database.
+  using Canceled_Backups = std::map<std::string, ACE_UINT64>;
+
+  // stop_i, in this order
+  [[nodiscard]] bool collect_databases_to_stop(Backup_Source_Collector& collector);
+  [[nodiscard]] bool bind_hdbsql_to_stop();
+  [[nodiscard]] bool cancel_databases(const Backup_Source_Collector::Databases& databases, std::string& database,
+                                      Canceled_Backups& canceled);
+  [[nodiscard]] bool cancel_if_running(const Backup_Source_Collector::Database_Info& entry, Canceled_Backups& canceled);
+  [[nodiscard]] bool get_target_pool(Pool_Info& pool, Client_IO_Options& options) const;
+  [[nodiscard]] bool clean_up(const Canceled_Backups& canceled, const std::string& landscape_id,
+                              Client_IO_Ex& client) const;
+  /// False when HANA cannot be asked; `state` is one that does not end when the time is up.
+  [[nodiscard]] bool wait_for_end(const std::string& database, ACE_UINT64 id, std::string& state) const;
+  static void remove_dataset(const std::string& directory, Client_IO_Ex& client);
+
   // update_job_type
+  void lift_to_full(const char* reason);
   [[nodiscard]] bool find_full_set(const std::string& database, json_spirit::Object& set);
   [[nodiscard]] bool is_on_target_pool(const json_spirit::Object& set) const;
   [[nodiscard]] bool was_restored_since(const std::string& database, const json_spirit::Object& set) const;

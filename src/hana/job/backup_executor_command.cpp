@@ -25,6 +25,11 @@ const char* kind_word(Job_Definition_Subtype type) {
   }
 }
 
+/// Why a kind was lifted to full, as the backup set tells it.
+constexpr const char* lifted_no_full_backup = "no full backup";
+constexpr const char* lifted_pool_changed = "pool changed";
+constexpr const char* lifted_restored = "restored";
+
 /// How the Backint agent treats its streams.
 json_spirit::Object io_control(const Job_Definition& definition) {
   json_spirit::Object io_ctl{{"max_seconds_retry", definition.max_seconds_retry()},
@@ -75,19 +80,25 @@ bool Backup_Executor::generate_backint_conf(const std::string& uuid, const std::
 }
 
 bool Backup_Executor::update_job_type(const Backup_Source_Collector::Database_Info& database) {
+  lift_reason_ = "";
   if (job_type_ != JOB_DEFINITION_SUBTYPE_INCREMENTAL && job_type_ != JOB_DEFINITION_SUBTYPE_CUMULATIVE) return true;
   json_spirit::Object full_set;
   if (!find_full_set(database.database, full_set)) {
-    job_type_ = JOB_DEFINITION_SUBTYPE_FULL;
+    lift_to_full(lifted_no_full_backup);
     D3_INFO("Failed to get full backup, set job type to full\n");
   } else if (!is_on_target_pool(full_set)) {
-    job_type_ = JOB_DEFINITION_SUBTYPE_FULL;
+    lift_to_full(lifted_pool_changed);
     D3_INFO("Storage pool is changed, set job type to full\n");
   } else if (was_restored_since(database.database, full_set)) {
-    job_type_ = JOB_DEFINITION_SUBTYPE_FULL;
+    lift_to_full(lifted_restored);
     D3_INFO("Database has been restored, set job type to full\n");
   }
   return true;
+}
+
+void Backup_Executor::lift_to_full(const char* reason) {
+  job_type_ = JOB_DEFINITION_SUBTYPE_FULL;
+  lift_reason_ = reason;
 }
 
 bool Backup_Executor::find_full_set(const std::string& database, json_spirit::Object& set) {

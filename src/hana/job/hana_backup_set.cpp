@@ -45,6 +45,10 @@ json_spirit::Object HANA_Backup_Set::to_record() const {
   record["incarnation"] = incarnation;
   record["files"] = files_of(files_);
   record["metadata"] = metadata().document();
+  if (!lift_reason.empty()) {
+    record["requested_type"] = requested_type;
+    record["lift_reason"] = lift_reason;
+  }
   return record;
 }
 

@@ -34,6 +34,9 @@ class HANA_Backup_Set : public Backup_Set {
   std::uint64_t database_backup_id = 0;  ///< HANA's BACKUP_ID
   std::string lifeline;
   std::string incarnation;
+  /// A kind lifted to full: the kind that the definition asked for, and why; empty otherwise.
+  std::string requested_type;
+  std::string lift_reason;
 
   void add_file(const Backup_File& file) { files_.push_back(file); }
   [[nodiscard]] const std::vector<Backup_File>& files() const { return files_; }

@@ -182,8 +182,10 @@ TEST_F(Backup_Kind, Is_Kept_When_The_Last_Full_Backup_Is_A_Safe_Base) {
   for (const Job_Definition_Subtype kind : {JOB_DEFINITION_SUBTYPE_INCREMENTAL, JOB_DEFINITION_SUBTYPE_CUMULATIVE}) {
     executor.job_type_ = kind;
     expect_full_backup();
+    executor.lift_reason_ = "of the database before";
     EXPECT_EQ(choose(executor), kind);
     EXPECT_EQ(executor.last_full_backup_id_, 1500U);
+    EXPECT_STREQ(executor.lift_reason_, "");
   }
 }
 
@@ -196,7 +198,9 @@ TEST_F(Backup_Kind, Is_Kept_When_The_Database_Was_Restored_In_The_Second_Of_The_
 
 TEST_F(Backup_Kind, Falls_Back_To_Full_When_HANA_Has_No_Full_Backup) {
   hdbsql_.expect(full_sql, table("BACKUP_ID", {}));
-  EXPECT_EQ(choose(ready_executor()), JOB_DEFINITION_SUBTYPE_FULL);
+  Executor& executor = ready_executor();
+  EXPECT_EQ(choose(executor), JOB_DEFINITION_SUBTYPE_FULL);
+  EXPECT_STREQ(executor.lift_reason_, "no full backup");
   expect_info("Failed to get full backup, set job type to full\n");
   EXPECT_EQ(backupd_.count_of("GET /q5/r/v2/sets"), 0U);
 }
@@ -229,7 +233,9 @@ TEST_F(Backup_Kind, Falls_Back_To_Full_When_Pool_Changed) {
     set["pool_uuid"] = row.pool;
     set_full(set);
     expect_full_backup();
-    EXPECT_EQ(choose(ready_executor()), JOB_DEFINITION_SUBTYPE_FULL);
+    Executor& executor = ready_executor();
+    EXPECT_EQ(choose(executor), JOB_DEFINITION_SUBTYPE_FULL);
+    EXPECT_STREQ(executor.lift_reason_, "pool changed");
     expect_info("Storage pool is changed, set job type to full\n");
   }
 }
@@ -238,7 +244,9 @@ TEST_F(Backup_Kind, Falls_Back_To_Full_When_Restored_Since) {
   full_set();
   write_backup_log("2023-11-15T07:00:01+09:00 RECOVER DATA started\n", "TN1");
   expect_full_backup();
-  EXPECT_EQ(choose(ready_executor()), JOB_DEFINITION_SUBTYPE_FULL);
+  Executor& executor = ready_executor();
+  EXPECT_EQ(choose(executor), JOB_DEFINITION_SUBTYPE_FULL);
+  EXPECT_STREQ(executor.lift_reason_, "restored");
   expect_info("Database has been restored, set job type to full\n");
 }
 

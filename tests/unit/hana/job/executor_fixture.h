@@ -44,6 +44,7 @@ class Executor : public sap_hana::Backup_Executor {
   using Backup_Executor::instance_number_;
   using Backup_Executor::job_type_;
   using Backup_Executor::last_full_backup_id_;
+  using Backup_Executor::lift_reason_;
   using Backup_Executor::mdc_;
   using Backup_Executor::sid_;
 };

@@ -50,6 +50,15 @@ TEST(HANA_Backup_Set, Adds_Its_Keys_Behind_Those_Of_Every_Set) {
                 dump_json(sample_set().metadata().document()) + "}");
 }
 
+TEST(HANA_Backup_Set, Tells_Why_Its_Kind_Was_Lifted_And_Only_Then) {
+  HANA_Backup_Set set;
+  set.requested_type = "incremental";
+  EXPECT_FALSE(set.to_record().contains("requested_type"));
+  set.lift_reason = "restored";
+  EXPECT_EQ(set.to_record().find("requested_type")->get_str(), "incremental");
+  EXPECT_EQ(set.to_record().find("lift_reason")->get_str(), "restored");
+}
+
 TEST(HANA_Backup_Set, Belongs_To_The_Hana_Module) {
   EXPECT_EQ(HANA_Backup_Set().to_record().find("module")->get_str(), "hana");
 }
