@@ -16,6 +16,7 @@ enum Alert_Code : unsigned long {
   ALERT_BACKINT_CONFIGURATION = 7,
   ALERT_EXECUTE_BACKUP = 8,
   ALERT_UPDATE_METADATA = 13,
+  ALERT_STOP_BACKUP = 20,  ///< parameter "database": the one handled last; also when no backup ran
   ALERT_SAVE_CATALOG = 45
 };
 

@@ -17,6 +17,7 @@
 #include "hana/job/alert_codes.h"
 #include "hana/job/backup_job_options.h"
 #include "hana/job/hana_backup_set.h"
+#include "hana/job/lifeline_lock.h"
 #include "job/default_backup_job_source.h"
 #include "job/job_event_handler.h"
 #include "job/job_executor_t.h"
@@ -76,6 +77,7 @@ class Backup_Executor_Basic : public Job_Executor_T<Default_Backup_Job_Source, B
   void init_metadata(HANA_Backup_Set& set);
   /// `uuid`: of the set, which is also that of its Backint job record.
   [[nodiscard]] bool update_metadata(HANA_Backup_Set& set, const std::string& uuid);
+  /// Other runs of the database in this process wait from the lifeline's choice until the set is committed.
   [[nodiscard]] bool save_metadata(HANA_Backup_Set& set);
 
   /// The instances of the resource on other hosts than this one.
@@ -111,6 +113,8 @@ class Backup_Executor_Basic : public Job_Executor_T<Default_Backup_Job_Source, B
   /// When an attempt of a query counts: it ran, or it also gave a row.
   enum class Attempt_Needs { success, rows };
   void query(const char* sql, Attempt_Needs needs, HDBSQL_General_Text_Handler& handler) const;
+
+  Lifeline_Lock lifeline_lock_;  ///< held between update_metadata and the end of save_metadata
 
   // update_metadata
   [[nodiscard]] bool collect_files(const std::string& uuid, std::list<Backup_File_Info>& files);

@@ -108,6 +108,7 @@ bool Backup_Executor_Basic::update_metadata(HANA_Backup_Set& set, const std::str
 
   set.database = job_record.database;
   set.database_backup_id = job_record.database_backup_id;
+  lifeline_lock_.acquire(src_->id(), set.database);
   const bool new_lifeline = choose_lifeline(set);
   choose_incarnation(new_lifeline, set);
   // A resource whose id is no uuid has no minor ids.
@@ -210,7 +211,9 @@ void Backup_Executor_Basic::set_times(HANA_Backup_Set& set) const {
 bool Backup_Executor_Basic::save_metadata(HANA_Backup_Set& set) {
   const std::size_t retry_seconds =
       std::min<std::size_t>(def_.max_seconds_retry(), static_cast<std::size_t>(std::numeric_limits<int>::max()));
-  if (Catalog_Operator(default_retries, static_cast<int>(retry_seconds)).commit(set, true)) return true;
+  const bool committed = Catalog_Operator(default_retries, static_cast<int>(retry_seconds)).commit(set, true);
+  lifeline_lock_.release();
+  if (committed) return true;
   D3_ERROR("Failed to write HANA catalog to backupd\n");
   return false;
 }

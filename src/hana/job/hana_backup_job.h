@@ -8,6 +8,11 @@ class HANA_Backup_Job : public Controllable_Job_T<sap_hana::Backup_Executor> {
  public:
   using Controllable_Job_T<sap_hana::Backup_Executor>::Controllable_Job_T;
 
-  /// A running data backup cannot be stopped: -1 with an error line, and nothing changes.
+  /// Begins to cancel the backup in HANA, on a detached thread of its own for each request, and comes back: 0, or -1
+  /// when there is no thread. The state stays as it is; the run ends when HANA has ended the backup.
   int stop_i(const Action_Options* options) override;
+
+ private:
+  static ACE_THR_FUNC_RETURN stop_backup(void* argument);
+  static void run_stop(Job& job);
 };

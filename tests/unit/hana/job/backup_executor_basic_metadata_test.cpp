@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "job/job_mutex.h"
 #include "records/backup_set.h"
 #include "scrt/uuid.h"
 #include "support/scoped_zone.h"
@@ -422,6 +423,38 @@ TEST_F(Set_Metadata, Begins_An_Incarnation_With_A_New_Lifeline_Even_For_An_Incre
   ASSERT_TRUE(executor.update_metadata(set, set_uuid));
   EXPECT_EQ(set.incarnation, set_uuid);
   EXPECT_EQ(executor.incarnation_, set_uuid);
+}
+
+TEST_F(Set_Metadata, Lets_No_Other_Run_Of_The_Database_Between_The_Lifeline_And_The_Commit) {
+  const std::string lock_name = std::string(backup_test::resource_uuid) + "/TN1";
+  std::vector<std::string> locked_requests;
+  backupd_.intercept = [&](const std::string& method, const std::string& target) {
+    if (const auto lock = Job_Mutex::get(lock_name); lock->tryacquire() == 0)
+      (void)lock->release();
+    else
+      locked_requests.push_back(method + " " + target.substr(0, target.find('?')));
+    return std::optional<net::Http_Response>();
+  };
+  Executor& executor = ready_executor();
+  HANA_Backup_Set set = new_set();
+  expect_times();
+  ASSERT_TRUE(executor.update_metadata(set, set_uuid));
+  EXPECT_NE(Job_Mutex::get(lock_name)->tryacquire(), 0) << "the set is not committed yet";
+  EXPECT_TRUE(executor.save_metadata(set));
+  EXPECT_EQ(locked_requests, (std::vector<std::string>{"GET /q5/r/v2/sets/restore/sets", "POST /q5/r/v2/sets"}));
+  EXPECT_EQ(Job_Mutex::count(), 0U);
+  log_.claim_all();
+}
+
+TEST_F(Set_Metadata, Lets_The_Next_Run_In_After_A_Commit_That_Failed) {
+  Executor& executor = ready_executor();
+  HANA_Backup_Set set = new_set();
+  expect_times();
+  ASSERT_TRUE(executor.update_metadata(set, set_uuid));
+  backupd_.intercept = [](const std::string&, const std::string&) { return backup_test::error_answer(422); };
+  EXPECT_FALSE(executor.save_metadata(set));
+  EXPECT_EQ(Job_Mutex::count(), 0U);
+  log_.claim_all();
 }
 
 TEST_F(Set_Metadata, Commits_The_Set_With_Its_Catalog_Metadata) {

@@ -340,13 +340,14 @@ TEST_F(Data_Backup, Does_Nothing_While_Another_Run_Holds_The_Lock_Of_The_Resourc
   Executor& executor = ready_executor();
   const std::shared_ptr<Job_Mutex> mutex = Job_Mutex::get(backup_test::resource_uuid);
   ASSERT_EQ(mutex->acquire(), 0);
-  platform::Wait_Event ended;
+  std::atomic<bool> ended = false;
   std::thread runner([&] {
     EXPECT_TRUE(executor.execute_backup(nullptr));
-    ended.set();
+    ended = true;
   });
-  // A run that does not wait is through in a moment.
-  EXPECT_FALSE(ended.wait_real(std::chrono::milliseconds(100)));
+  // A run that does not wait ends.
+  while (mutex->waiting() == 0 && !ended) std::this_thread::yield();
+  EXPECT_FALSE(ended);
   EXPECT_TRUE(progress().empty());
   ASSERT_EQ(mutex->release(), 0);
   runner.join();

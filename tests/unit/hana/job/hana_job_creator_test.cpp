@@ -81,16 +81,4 @@ TEST_F(HANA_Job_Creator_Test, Has_Its_Operations_In_The_Fixed_Slots) {
   EXPECT_EQ(creator_.fini(), 0);
 }
 
-TEST_F(HANA_Job_Creator_Test, Running_Data_Backup_Refuses_To_Stop_And_Changes_Nothing) {
-  const Job_Ptr job = creator_.create(definition(JOB_DEFINITION_BACKUP, JOB_DEFINITION_SUBTYPE_FULL));
-  job->activity().store_state(JOB_STATE_RUNNING);
-  const Job_Activity_Snapshot before = job->snapshot();
-  EXPECT_EQ(job->stop(nullptr), -1);
-  EXPECT_TRUE(log_.claim(
-      "Job 0d0c1a4e-16f3-4f0a-8d5c-2f9f0a5b7e21 cannot be stopped: a data backup runs until HANA ends it\n"));
-  EXPECT_EQ(job->state(), JOB_STATE_RUNNING);
-  EXPECT_EQ(job->snapshot().message, before.message);
-  EXPECT_EQ(job->snapshot().code, before.code);
-}
-
 }  // namespace

@@ -66,6 +66,12 @@ void Scripted_Hdbsql::expect(const std::string& sql, Sql_Answer answer, unsigned
   for (unsigned i = 0; i < times; ++i) expect(sql, answer);
 }
 
+void Scripted_Hdbsql::expect_on_and_on(const std::string& sql, Sql_Answer answer) {
+  expect(sql, answer);
+  const std::lock_guard guard(mutex_);
+  last_ = {sql, std::move(answer), false, {}, {}};
+}
+
 void Scripted_Hdbsql::expect_backup(const std::string& sql, Sql_Answer answer, const std::string& progress_sql,
                                     std::vector<Sql_Answer> progress) {
   const std::lock_guard guard(mutex_);
@@ -92,6 +98,7 @@ bool Scripted_Hdbsql::answer(const support::Seen_Call& call, Sql_Answer& child) 
     return true;
   }
   seen_.push_back(sql);
+  if (steps_.empty() && !last_.sql.empty()) steps_.push_back(last_);
   if (steps_.empty()) {
     ADD_FAILURE() << "statement that nobody expected: " << sql;
     child = refused("* 1: nobody expected this");

@@ -43,6 +43,8 @@ class Scripted_Hdbsql {
   void expect(const std::string& sql, Sql_Answer answer);
   /// The same answer to the same statement, `times` times.
   void expect(const std::string& sql, Sql_Answer answer, unsigned times);
+  /// The same answer to the same statement as often as it comes when all that is expected has come; at least once.
+  void expect_on_and_on(const std::string& sql, Sql_Answer answer);
   /// A statement that blocks; while it does, `progress_sql` is asked once per answer.
   void expect_backup(const std::string& sql, Sql_Answer answer, const std::string& progress_sql,
                      std::vector<Sql_Answer> progress);
@@ -67,6 +69,7 @@ class Scripted_Hdbsql {
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   std::deque<Step> steps_;
+  Step last_;  ///< answered on and on; no statement: there is none
   Step backup_;
   bool backup_runs_ = false;
   bool released_ = false;

@@ -92,6 +92,7 @@ net::Http_Response Small_Backupd::answer(const std::string& method, const std::s
   const std::lock_guard guard(mutex_);
   if (route == "/server") return json_answer(status_ok, Object{{"product", "backupd"}, {"version", "1.0.0"}});
   if (route == "/resources") return json_answer(status_ok, rows_of(resource.is_null() ? Array() : Array{resource}));
+  if (route == "/pools") return json_answer(status_ok, rows_of(pools));
   if (route == "/sets/restore/sets") return find_set(query);
   if (route == "/sets" && method == "POST") {
     committed.push_back(body.get_obj());

@@ -28,6 +28,7 @@ class Small_Backupd : public net::Http_Handler {
 
   /// The resource's record; null: backupd knows no such resource.
   json_spirit::Value resource;
+  json_spirit::Array pools;
   std::map<std::string, json_spirit::Object> jobs;  ///< Backint job records by uuid
   std::map<std::string, json_spirit::Array> files;  ///< their files
   std::vector<std::string> removed_jobs;
