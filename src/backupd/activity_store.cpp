@@ -23,42 +23,9 @@ Outcome store_failed() {
   return Outcome::refuse(Outcome::internal, "the runs of jobs cannot be read or written now; see the server's log");
 }
 
-struct Known {
-  std::string host_uuid;
-  bool ended = false;
-  json_spirit::Object document;
-};
-
-std::optional<Known> find(Sql_Session& session, const std::string& id) {
-  const auto row = session.first("SELECT host_uuid, ended, document FROM activities WHERE id = :a", {id}, 3);
-  if (!row) return std::nullopt;
-  return Known{row->text(0), row->number(1) != 0, stored_object(row->text(2))};
-}
-
-void insert(Sql_Session& session, const std::string& id, const std::string& def_id, const std::string& host_uuid,
-            Job_State state, const json_spirit::Object& document) {
-  session.execute(
-      "INSERT INTO activities (id, seq, def_id, host_uuid, state, ended, document) "
-      "VALUES (:a, :b, :c, :d, :e, :f, :g)",
-      {id, session.next_number("activity"), def_id, host_uuid, std::int64_t{state},
-       std::int64_t{is_finished(state) ? 1 : 0}, json_spirit::dump_json(document)});
-}
-
-void update(Sql_Session& session, const std::string& id, Job_State state, const json_spirit::Object& document) {
-  session.execute(
-      "UPDATE activities SET state = :a, ended = :b, document = :c WHERE id = :d",
-      {std::int64_t{state}, std::int64_t{is_finished(state) ? 1 : 0}, json_spirit::dump_json(document), id});
-}
-
-void set_state(json_spirit::Object& document, Job_State state, const std::string& message) {
-  document["state"] = static_cast<int>(state);
-  document["state_name"] = job_state_to_string(state);
-  document["message"] = message;
-}
-
 /// What the server knew from the start and an agent does not tell.
 void keep_origin(const json_spirit::Object& known, json_spirit::Object& document) {
-  for (const char* key : {"name", "host_uuid"})
+  for (const char* key : {"name", "host_uuid", follows_key, followed_by_key, run_chain_key})
     if (const json_spirit::Value* value = known.find(key)) document[key] = *value;
 }
 
@@ -77,23 +44,48 @@ bool is_handed_over_now(const json_spirit::Object& document) {
          platform::Clock::current().wall_seconds() - time < hand_over_seconds;
 }
 
+bool is_to_be_sent(const Run_Chain& chain) {
+  return chain.hand_over == Run_Chain::waiting || chain.hand_over == Run_Chain::unsure;
+}
+
+/// For a data backup whose agent may never have heard of it: it waits again to be handed over. The agent answers a run
+/// that it has already as done.
+bool may_be_sent_again(Activity_Row& row) {
+  std::optional<Run_Chain> chain = Run_Chain::of(row.document);
+  if (!chain || row.state != JOB_STATE_DISPATCHING || chain->hand_over == Run_Chain::taken) return false;
+  if (chain->hand_over == Run_Chain::sent) chain->hand_over = Run_Chain::unsure;
+  chain->keep_in(row.document);
+  return true;
+}
+
+/// False when the report comes too late to change anything.
+bool still_counts(const Activity_Row& known, const Activity_Report& report) {
+  if (!known.ended() || known.document.contains(assumed_key)) return true;
+  // Reports are handled side by side, so an older one may come after the last; and what went on elsewhere stays
+  // declined.
+  return is_finished(report.state) && !known.document.contains(followed_by_key);
+}
+
+/// What one report of an agent changes.
 Outcome take_report(Sql_Session& session, const std::string& host_uuid, Activity_Report& report,
-                    std::vector<std::string>& ended) {
-  const std::optional<Known> known = find(session, report.id);
+                    const Choose_Host& choose, Activity_Store::Ended& ended) {
+  const std::optional<Activity_Row> known = find_activity(session, report.id);
   if (known && known->host_uuid != host_uuid)
     return Outcome::refuse(Outcome::forbidden, "the run " + report.id + " belongs to another host");
   report.document["host_uuid"] = host_uuid;
+  Activity_Row row{report.id, report.def_id, host_uuid, report.state, report.document};
   if (!known) {
-    report.document["name"] = definition_name(session, report.def_id);
-    insert(session, report.id, report.def_id, host_uuid, report.state, report.document);
+    row.document["name"] = definition_name(session, report.def_id);
+    insert_activity(session, row);
   } else {
-    // Reports are handled side by side, so an older one may come after the last; only an end that this server had to
-    // assume gives way.
-    if (known->ended && !is_finished(report.state) && !known->document.contains(assumed_key)) return {};
-    keep_origin(known->document, report.document);
-    update(session, report.id, report.state, report.document);
+    if (!still_counts(*known, report)) return {};
+    keep_origin(known->document, row.document);
+    row.def_id = known->def_id;
+    const bool declined = row.state == JOB_STATE_SKIPPED && !known->ended();
+    if (declined) ended.followed = follow_declined_run(session, row, choose) || ended.followed;
+    update_activity(session, row);
   }
-  if (is_finished(report.state) && !(known && known->ended)) ended.push_back(report.id);
+  if (row.ended() && !(known && known->ended())) ended.runs.push_back(row.id);
   return {};
 }
 
@@ -118,78 +110,149 @@ json_spirit::Array log_of(Sql_Session& session, const std::string& id) {
 
 }  // namespace
 
-Outcome Activity_Store::begin(const std::string& id, const json_spirit::Object& definition) {
-  std::string def_id;
-  std::string name;
-  std::string host_uuid;
-  json_spirit::object_get(definition, "id", def_id);
-  json_spirit::object_get(definition, "name", name);
-  json_spirit::object_get(definition, "host_uuid", host_uuid);
-  Activity_Report report;
-  const json_spirit::Object first{{"id", id},
-                                  {"def_id", def_id},
-                                  {"state", static_cast<int>(JOB_STATE_DISPATCHING)},
-                                  {"start_time", platform::Clock::current().wall_seconds()}};
-  if (Outcome outcome = report.read(first); !outcome.ok()) return outcome;
-  report.document["name"] = name;
-  report.document["host_uuid"] = host_uuid;
+Outcome Activity_Store::begin(const New_Run& run) {
+  Activity_Row row = new_activity(run.id, run.def_id, run.name, run.host_uuid);
+  if (run.chain) run.chain->keep_in(row.document);
   Outcome outcome;
   const bool stored = database_.write([&](Sql_Session& session) {
-    const auto running =
-        session.first("SELECT id FROM activities WHERE def_id = :a AND ended = 0 LIMIT 1", {def_id}, 1);
-    if (running) {
-      outcome = Outcome::refuse(Outcome::conflict, "the job \"" + name + "\" is running as " + running->text(0) +
-                                                       "; wait for its end or stop it");
+    const std::string running = running_activity(session, run.def_id);
+    if (!running.empty()) {
+      outcome = Outcome::refuse(
+          Outcome::conflict, "the job \"" + run.name + "\" is running as " + running + "; wait for its end or stop it");
       return false;
     }
-    insert(session, id, def_id, host_uuid, report.state, report.document);
+    insert_activity(session, row);
+    tell_passed_over(session, run.id, run.passed_over, run.passed_over.size());
     return true;
   });
   return stored || !outcome.ok() ? outcome : store_failed();
 }
 
 bool Activity_Store::fail(const std::string& id, const std::string& message) {
-  return database_.write([&](Sql_Session& session) {
-    std::optional<Known> known = find(session, id);
-    if (!known || known->ended) return true;
-    set_state(known->document, JOB_STATE_ERROR, message);
-    known->document[assumed_key] = true;
-    update(session, id, JOB_STATE_ERROR, known->document);
+  return change_unended(id, [&](Sql_Session&, Activity_Row& row) {
+    row.set_state(JOB_STATE_ERROR, message);
+    row.document[assumed_key] = true;
     return true;
   });
 }
 
 Outcome Activity_Store::report(const std::string& host_uuid, const json_spirit::Array& records,
-                               std::vector<std::string>& ended) {
+                               const Choose_Host& choose, Ended& ended) {
   std::vector<Activity_Report> reports(records.size());
   for (std::size_t i = 0; i < records.size(); ++i)
     if (Outcome outcome = reports[i].read(records[i]); !outcome.ok()) return outcome;
   Outcome outcome;
-  std::vector<std::string> now_ended;
+  Ended now_ended;
   const bool stored = database_.write([&](Sql_Session& session) {
     for (Activity_Report& report : reports)
-      if (outcome = take_report(session, host_uuid, report, now_ended); !outcome.ok()) return false;
+      if (outcome = take_report(session, host_uuid, report, choose, now_ended); !outcome.ok()) return false;
     return true;
   });
   if (!stored) return outcome.ok() ? store_failed() : outcome;
-  ended.insert(ended.end(), now_ended.begin(), now_ended.end());
+  ended.add(now_ended);
   return {};
 }
 
 bool Activity_Store::forget_unknown(const std::string& host_uuid, const json_spirit::Array& known,
-                                    std::vector<std::string>& ended) {
-  return database_.write([&](Sql_Session& session) {
-    for (const Sql_Row& row :
-         session.query("SELECT id, document FROM activities WHERE host_uuid = :a AND ended = 0", {host_uuid}, 2)) {
-      const std::string id = row.text(0);
-      if (std::find(known.begin(), known.end(), json_spirit::Value(id)) != known.end()) continue;
-      json_spirit::Object document = stored_object(row.text(1));
-      if (is_handed_over_now(document)) continue;
-      set_state(document, JOB_STATE_ERROR, "the agent does not know of this run any more");
-      document[assumed_key] = true;
-      update(session, id, JOB_STATE_ERROR, document);
-      ended.push_back(id);
+                                    const std::set<std::string>& being_sent, Ended& ended) {
+  Ended now_ended;
+  const bool stored = database_.write([&](Sql_Session& session) {
+    for (const Sql_Row& found :
+         session.query("SELECT id FROM activities WHERE host_uuid = :a AND ended = 0", {host_uuid}, 1)) {
+      const std::string id = found.text(0);
+      if (being_sent.contains(id) || std::find(known.begin(), known.end(), json_spirit::Value(id)) != known.end())
+        continue;
+      std::optional<Activity_Row> row = find_activity(session, id);
+      if (!row) continue;
+      if (may_be_sent_again(*row)) {
+        update_activity(session, *row);
+        now_ended.followed = true;
+      } else if (!is_handed_over_now(row->document)) {
+        row->set_state(JOB_STATE_ERROR, "the agent does not know of this run any more");
+        row->document[assumed_key] = true;
+        update_activity(session, *row);
+        now_ended.runs.push_back(id);
+      }
     }
+    return true;
+  });
+  if (stored) ended.add(now_ended);
+  return stored;
+}
+
+bool Activity_Store::waiting(std::vector<Waiting_Run>& runs) {
+  return database_.read([&](Sql_Session& session) {
+    for (const Sql_Row& row :
+         session.query("SELECT id, def_id, host_uuid, document FROM activities WHERE ended = 0 AND state = :a "
+                       "ORDER BY seq",
+                       {std::int64_t{JOB_STATE_DISPATCHING}}, 4)) {
+      std::optional<Run_Chain> chain = Run_Chain::of(stored_object(row.text(3)));
+      if (chain && is_to_be_sent(*chain))
+        runs.push_back(
+            {row.text(0), row.text(1), row.text(2), std::move(chain->options), chain->hand_over == Run_Chain::waiting});
+    }
+  });
+}
+
+bool Activity_Store::send_begins(const std::string& id) {
+  bool waits = false;
+  const bool stored = change_unended(id, [&](Sql_Session&, Activity_Row& row) {
+    std::optional<Run_Chain> chain = Run_Chain::of(row.document);
+    waits = row.state == JOB_STATE_DISPATCHING && chain && is_to_be_sent(*chain);
+    if (!waits) return false;
+    chain->hand_over = Run_Chain::sent;
+    chain->keep_in(row.document);
+    return true;
+  });
+  return stored && waits;
+}
+
+bool Activity_Store::send_ended(const std::string& id, Run_Chain::Hand_Over hand_over) {
+  return change_unended(id, [hand_over](Sql_Session&, Activity_Row& row) {
+    std::optional<Run_Chain> chain = Run_Chain::of(row.document);
+    if (!chain) return false;
+    chain->hand_over = hand_over;
+    chain->keep_in(row.document);
+    return true;
+  });
+}
+
+bool Activity_Store::pass_over(const std::string& id, const Choose_Host& choose, Ended& ended) {
+  Ended now_ended;
+  const bool stored = change_unended(id, [&](Sql_Session& session, Activity_Row& row) {
+    const std::optional<Run_Chain> chain = Run_Chain::of(row.document);
+    if (!chain || chain->hand_over != Run_Chain::waiting) return false;
+    row.set_state(JOB_STATE_SKIPPED, "the agent of the host " + row.host_uuid + " is not connected");
+    log_to_activity(session, id, Log_Level::warning,
+                    "The agent of the host " + row.host_uuid + " is not connected, the host is passed over\n");
+    now_ended.followed = follow_declined_run(session, row, choose);
+    now_ended.runs.push_back(id);
+    return true;
+  });
+  if (stored) ended.add(now_ended);
+  return stored;
+}
+
+bool Activity_Store::stop(const std::string& id, bool& ended) {
+  bool now_ended = false;
+  const bool stored = change_unended(id, [&](Sql_Session&, Activity_Row& row) {
+    std::optional<Run_Chain> chain = Run_Chain::of(row.document);
+    if (!chain) return false;
+    now_ended = chain->hand_over == Run_Chain::waiting;
+    if (now_ended) row.set_state(JOB_STATE_CANCELED, "stopped before its agent was asked");
+    chain->stopped = true;
+    chain->keep_in(row.document);
+    return true;
+  });
+  ended = stored && now_ended;
+  return stored;
+}
+
+bool Activity_Store::change_unended(const std::string& id,
+                                    const std::function<bool(Sql_Session& session, Activity_Row& row)>& change) {
+  return database_.write([&](Sql_Session& session) {
+    std::optional<Activity_Row> row = find_activity(session, id);
+    if (row && !row->ended() && change(session, *row)) update_activity(session, *row);
     return true;
   });
 }
@@ -213,7 +276,7 @@ Outcome Activity_Store::add_log(const std::string& host_uuid, const std::string&
   }
   Outcome outcome;
   const bool stored = database_.write([&](Sql_Session& session) {
-    const std::optional<Known> known = find(session, id);
+    const std::optional<Activity_Row> known = find_activity(session, id);
     if (known && known->host_uuid != host_uuid) {
       outcome = Outcome::refuse(Outcome::forbidden, "the run " + id + " belongs to another host");
       return false;
@@ -238,9 +301,9 @@ bool Activity_Store::list(const List_Query& query, List_Page& page) {
 }
 
 Outcome Activity_Store::get(const std::string& id, json_spirit::Object& record) {
-  std::optional<Known> known;
+  std::optional<Activity_Row> known;
   if (!database_.read([&](Sql_Session& session) {
-        known = find(session, id);
+        known = find_activity(session, id);
         if (!known) return;
         known->document["databases"] = sets_of(session, id);
         known->document["log"] = log_of(session, id);

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "backupd/job_dispatch.h"
+#include "backupd/run_starter.h"
 
 namespace backupd {
 

@@ -87,11 +87,13 @@ JSON_RPC_Answer Agent_Service::hello(const std::shared_ptr<Agent_Connection>& co
                                                  host_uuid + "; give this host a key of its own");
   if (!stores_.resources.see_host(host_uuid, name, version, modules)) return store_failed();
   if (params.contains("activities")) {
-    std::vector<std::string> ended;
-    if (!stores_.activities.forget_unknown(host_uuid, activities, ended)) return store_failed();
-    sweep(ended);
+    Activity_Store::Ended ended;
+    if (!stores_.activities.forget_unknown(host_uuid, activities, stores_.starter.being_sent(), ended))
+      return store_failed();
+    settle(ended);
   }
   registry_.put(connection);
+  stores_.starter.wake();
   return success(
       json_spirit::Object{{"server_time", posix_time_to_utc_text(platform::Clock::current().wall_seconds())}});
 }
@@ -133,10 +135,11 @@ JSON_RPC_Answer Agent_Service::report(const Agent_Connection& connection, const 
   Body_Reader reader(params, "job.report");
   reader.array("activities", records, Need::required);
   if (Outcome outcome = reader.finish_known(); !outcome.ok()) return refuse(outcome);
-  std::vector<std::string> ended;
-  if (Outcome outcome = stores_.activities.report(connection.host_uuid(), records, ended); !outcome.ok())
+  Activity_Store::Ended ended;
+  const auto choose = [this](const std::vector<std::string>& hosts) { return stores_.starter.choose_next(hosts); };
+  if (Outcome outcome = stores_.activities.report(connection.host_uuid(), records, choose, ended); !outcome.ok())
     return refuse(outcome);
-  sweep(ended);
+  settle(ended);
   return success(json_spirit::Object());
 }
 
@@ -169,9 +172,11 @@ JSON_RPC_Answer Agent_Service::forward(const json_spirit::Object& params) {
   return registry_.call(host_uuid, method, forwarded == nullptr ? json_spirit::Value() : *forwarded, timeout);
 }
 
-/// What a run left is removed now; when that fails, the next sweep finds it again.
-void Agent_Service::sweep(const std::vector<std::string>& ended) {
-  for (const std::string& id : ended) {
+/// What a run left is removed now; when that fails, the next sweep finds it again. What goes on elsewhere is begun on
+/// the starter's thread.
+void Agent_Service::settle(const Activity_Store::Ended& ended) {
+  if (ended.followed) stores_.starter.wake();
+  for (const std::string& id : ended.runs) {
     Sweep_Result result;
     if (Outcome outcome = stores_.sweeper.sweep_run(id, result); !outcome.ok())
       D3_WARNING("What the run %C left behind stays until the next sweep: %C\n", id.c_str(), outcome.message.c_str());

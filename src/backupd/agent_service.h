@@ -7,6 +7,7 @@
 #include "backupd/agent_registry.h"
 #include "backupd/definition_store.h"
 #include "backupd/resource_store.h"
+#include "backupd/run_starter.h"
 #include "backupd/sweeper.h"
 #include "net/http_transport.h"
 
@@ -20,6 +21,7 @@ class Agent_Service {
     Definition_Store& definitions;
     Activity_Store& activities;
     Sweeper& sweeper;
+    Run_Starter& starter;
   };
 
   Agent_Service(Stores stores, Agent_Registry& registry) : stores_(stores), registry_(registry) {}
@@ -38,7 +40,7 @@ class Agent_Service {
   JSON_RPC_Answer report(const Agent_Connection& connection, const json_spirit::Object& params);
   JSON_RPC_Answer log(const Agent_Connection& connection, const json_spirit::Object& params);
   JSON_RPC_Answer forward(const json_spirit::Object& params);
-  void sweep(const std::vector<std::string>& ended);
+  void settle(const Activity_Store::Ended& ended);
 
   Stores stores_;
   Agent_Registry& registry_;

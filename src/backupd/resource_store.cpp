@@ -95,6 +95,29 @@ bool Resource_Store::list(const std::string& uuid, const std::string& name, List
   });
 }
 
+bool Resource_Store::hosts_of(const std::string& uuid, std::vector<std::string>& hosts) {
+  return database_.read([&](Sql_Session& session) {
+    for (const Sql_Row& row :
+         session.query("SELECT host_uuid FROM instances WHERE resource_uuid = :a ORDER BY seq", {uuid}, 1))
+      hosts.push_back(row.text(0));
+  });
+}
+
+Outcome Resource_Store::address(json_spirit::Object& definition, const std::string& host_uuid) {
+  std::string own_host;
+  json_spirit::object_get(definition, "host_uuid", own_host);
+  if (own_host == host_uuid) return {};
+  std::string name;
+  if (!database_.read([&](Sql_Session& session) {
+        const auto row = session.first("SELECT name FROM hosts WHERE uuid = :a", {host_uuid}, 1);
+        if (row) name = row->text(0);
+      }))
+    return Outcome::refuse(Outcome::internal, "the hosts cannot be read now; see the server's log");
+  definition["host_uuid"] = host_uuid;
+  definition["agent"] = name;
+  return {};
+}
+
 bool Resource_Store::see_host(const std::string& uuid, const std::string& name, const std::string& version,
                               const json_spirit::Array& modules) {
   const std::string now = posix_time_to_utc_text(platform::Clock::current().wall_seconds());

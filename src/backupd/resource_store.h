@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "backupd/database.h"
 #include "backupd/list_query.h"
@@ -32,6 +33,11 @@ class Resource_Store {
   [[nodiscard]] Outcome add(const Instance_Registration& instance, json_spirit::Object& resource);
   /// Empty texts match all.
   [[nodiscard]] bool list(const std::string& uuid, const std::string& name, List_Query query, List_Page& page);
+
+  /// The hosts of a resource's instances, in the record's order; none when there is no such resource.
+  [[nodiscard]] bool hosts_of(const std::string& uuid, std::vector<std::string>& hosts);
+  /// Makes a job definition one for the agent of `host_uuid`.
+  [[nodiscard]] Outcome address(json_spirit::Object& definition, const std::string& host_uuid);
 
   /// Notes that the agent of a host is there.
   [[nodiscard]] bool see_host(const std::string& uuid, const std::string& name, const std::string& version,

@@ -51,6 +51,7 @@ bool Server::start(std::string& error) {
     error = path + " cannot be written: " + std::strerror(errno);
     return false;
   }
+  core_->starter.start();
   D3_INFO("listening on %C\n", url.c_str());
   return true;
 }

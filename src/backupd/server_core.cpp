@@ -16,8 +16,9 @@ Server_Core::Server_Core(Database& database, Options wanted)
       definitions(database, pools),
       activities(database),
       sweeper(database, pools, storage, options.own_host_uuid),
-      agent_service({resources, definitions, activities, sweeper}, agents),
-      dispatch(definitions, activities, agents),
+      starter(definitions, activities, resources, agents),
+      agent_service({resources, definitions, activities, sweeper, starter}, agents),
+      dispatch({definitions, activities, resources, agents, starter}),
       requests(resources, sets, backint, agents),
       handler_(router_, keys, [this](net::Web_Socket& socket, const std::string& host_uuid) {
         agent_service.serve(socket, host_uuid);

@@ -18,6 +18,7 @@
 #include "backupd/resource_store.h"
 #include "backupd/rest_handler.h"
 #include "backupd/router.h"
+#include "backupd/run_starter.h"
 #include "backupd/set_store.h"
 #include "backupd/sweeper.h"
 
@@ -53,6 +54,7 @@ class Server_Core {
   Pool_Storage storage;
   Sweeper sweeper;
   Agent_Registry agents;
+  Run_Starter starter;
   Agent_Service agent_service;
   Job_Dispatch dispatch;
   Agent_Requests requests;

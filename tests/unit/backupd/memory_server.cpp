@@ -48,9 +48,7 @@ Memory_Server::Memory_Server() {
   root.make_directory("/var");
   std::string error;
   EXPECT_TRUE(database.open("/var/backupd.db", error)) << error;
-  core = std::make_unique<backupd::Server_Core>(
-      database, backupd::Server_Core::Options{"http://backupd.test:9443", host_a, "1.0.0"});
-  network = std::make_unique<support::Fake_Http_Transport>(core->handler());
+  begin();
   agent_key = make_key(backupd::role_agent, host_a);
   other_agent_key = make_key(backupd::role_agent, host_b);
   viewer_key = make_key(backupd::role_viewer);
@@ -58,6 +56,19 @@ Memory_Server::Memory_Server() {
 }
 
 Memory_Server::~Memory_Server() = default;
+
+void Memory_Server::begin() {
+  core = std::make_unique<backupd::Server_Core>(
+      database, backupd::Server_Core::Options{"http://backupd.test:9443", host_a, "1.0.0"});
+  network = std::make_unique<support::Fake_Http_Transport>(core->handler());
+  core->starter.start();
+}
+
+void Memory_Server::restart() {
+  network.reset();
+  core.reset();
+  begin();
+}
 
 std::string Memory_Server::make_key(backupd::Role role, const std::string& host) {
   secure_string key;
@@ -95,6 +106,14 @@ void Memory_Server::add_pool(std::int64_t max_bytes) {
                                 std::string(R"({"name":"main","uuid":")") + pool_uuid +
                                     R"(","directory":"/pool","max_bytes":)" + std::to_string(max_bytes) + "}");
   EXPECT_EQ(answer.status, 201U) << answer.text;
+}
+
+std::string Memory_Server::add_instance(const std::string& host, const std::string& landscape) {
+  const Answer answer = request("POST", "/resources",
+                                R"({"name":"HDB_HDB00","type":"hana","host_uuid":")" + host +
+                                    R"(","extended_attrs":{"sid":"HDB","landscape_id":")" + landscape + R"("}})");
+  EXPECT_EQ(answer.status, 201U) << answer.text;
+  return answer.text_of("uuid");
 }
 
 void Memory_Server::add_object(const std::string& job_uuid, const std::string& ebid, const std::string& job_act_id,

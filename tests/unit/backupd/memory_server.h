@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -34,12 +35,17 @@ struct Answer {
 /// A fixed date; waits are real ones, for what another thread is about to do.
 class Still_Clock : public platform::Clock {
  public:
+  /// Limits that are measured fall due.
+  void pass(std::chrono::seconds span) { passed_ = passed_.load() + span.count(); }
   std::chrono::system_clock::time_point now() override { return std::chrono::system_clock::from_time_t(1'700'000'000); }
-  std::chrono::steady_clock::time_point steady_now() override { return std::chrono::steady_clock::now(); }
+  std::chrono::steady_clock::time_point steady_now() override {
+    return std::chrono::steady_clock::now() + std::chrono::seconds(passed_);
+  }
   void sleep_for(std::chrono::nanoseconds) override {}
   bool wait_for(platform::Wait_Event& event, std::chrono::nanoseconds limit) override { return event.wait_real(limit); }
 
  private:
+  std::atomic<std::chrono::seconds::rep> passed_{0};
   platform::Scoped_Clock scope_{*this};
 };
 
@@ -49,6 +55,8 @@ class Memory_Server {
   Memory_Server();
   ~Memory_Server();
 
+  /// Ends the server's process and starts it again over the same database. Agents must have left.
+  void restart();
   /// `body`: JSON text.
   Answer request(const std::string& method, const std::string& path, const std::string& body = {},
                  const std::string& key = {});
@@ -63,6 +71,11 @@ class Memory_Server {
   support::Temp_Root root;
   Still_Clock clock;
   backupd::Database database;
+
+ private:
+  void begin();
+
+ public:
   std::unique_ptr<backupd::Server_Core> core;
   std::unique_ptr<support::Fake_Http_Transport> network;
   std::string agent_key;
@@ -72,6 +85,8 @@ class Memory_Server {
 
   /// Registers the pool `pool_uuid`, served from "/pool".
   void add_pool(std::int64_t max_bytes = 0);
+  /// Registers the instance HDB_HDB00 of a host; hosts of one landscape are one resource. Its uuid.
+  std::string add_instance(const std::string& host, const std::string& landscape = "land-1");
   /// Records a Backint job and one object for it.
   void add_object(const std::string& job_uuid, const std::string& ebid, const std::string& job_act_id = "",
                   const std::string& database = "TN1", long backup_id = 100);
