@@ -1,8 +1,5 @@
 #include "dorsal3/backup_definition.h"
 
-#include <iterator>
-
-#include "scrt/http_encode.h"
 #include "scrt/uuid.h"
 
 namespace dorsal3 {
@@ -13,24 +10,21 @@ namespace {
 constexpr int default_max_seconds_retry = 300;
 constexpr int default_resumption_buffer_bytes = 4 << 20;
 
-std::string encoded_segment(const std::string& text) {
-  std::string encoded;
-  (void)http_encode_string_i(text.c_str(), http_encode_slash, std::back_inserter(encoded));
-  return encoded;
-}
-
 /// The name of the instance on its host ("HDB00"), which the entries begin with.
 std::string instance_name(const Resource& resource) {
-  const auto instances = object_rows(resource.record, "instances");
   json_spirit::Object attributes;
+  const auto instances = object_rows(resource.record, "instances");
   if (!instances.empty()) (void)json_spirit::object_get(instances.front(), "extended_attrs", attributes);
+  for (const auto& instance : instances)
+    if (text_member(instance, "host_uuid") == resource.host_uuid)
+      (void)json_spirit::object_get(instance, "extended_attrs", attributes);
   return text_member(attributes, "instance_name");
 }
 
 json_spirit::Array entries(const Backup_Request& request) {
-  const std::string prefix = request.resource.type + "/" + encoded_segment(instance_name(request.resource)) + "/";
+  const std::string prefix = request.resource.type + "/" + path_segment(instance_name(request.resource)) + "/";
   json_spirit::Array list;
-  for (const std::string& database : request.databases) list.emplace_back(prefix + encoded_segment(database));
+  for (const std::string& database : request.databases) list.emplace_back(prefix + path_segment(database));
   return list;
 }
 

@@ -73,7 +73,7 @@ std::string one_line(const std::string& text) {
   return clean;
 }
 
-std::string Text_Table::text() const {
+std::string Text_Table::text(const std::string& indent) const {
   std::vector<std::size_t> widths;
   for (const auto& row : rows_) {
     widths.resize(std::max(widths.size(), row.size()), 0);
@@ -81,7 +81,7 @@ std::string Text_Table::text() const {
   }
   std::string text;
   for (const auto& row : rows_) {
-    std::string line;
+    std::string line = indent;
     for (std::size_t i = 0; i < row.size(); ++i) {
       line += row[i];
       if (i + 1 < row.size()) line.append(widths[i] - display_width(row[i]) + column_gap, ' ');

@@ -23,7 +23,8 @@ class Text_Table {
  public:
   explicit Text_Table(std::vector<std::string> heading) { rows_.push_back(std::move(heading)); }
   void add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
-  [[nodiscard]] std::string text() const;
+  /// Each line with `indent` before it.
+  [[nodiscard]] std::string text(const std::string& indent = "") const;
 
  private:
   std::vector<std::vector<std::string>> rows_;

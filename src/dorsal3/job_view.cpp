@@ -81,6 +81,12 @@ std::string ending_text(const json_spirit::Object& record) {
   }
 }
 
+std::string lift_text(const std::string& requested_type, const std::string& lift_reason) {
+  if (requested_type.empty() && lift_reason.empty()) return {};
+  return "asked for " + (requested_type.empty() ? "another kind" : requested_type) + ", made full" +
+         (lift_reason.empty() ? "" : ": " + lift_reason);
+}
+
 json_spirit::Array error_lines(const json_spirit::Object& record) {
   json_spirit::Array lines;
   for (const auto& line : object_rows(record, "log"))

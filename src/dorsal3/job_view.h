@@ -17,6 +17,8 @@ enum class Run_Stage { waiting, running, done, failed, canceled, skipped };
 /// One line on how a run ended, without a line end: "The backup is complete." and the like, with the cause of a
 /// failure.
 [[nodiscard]] std::string ending_text(const json_spirit::Object& record);
+/// "asked for incremental, made full: pool changed"; empty when the kind was not lifted.
+[[nodiscard]] std::string lift_text(const std::string& requested_type, const std::string& lift_reason);
 /// The error lines of a run's log, oldest first, each without its line end: the first of them mostly names the cause.
 [[nodiscard]] json_spirit::Array error_lines(const json_spirit::Object& record);
 

@@ -17,7 +17,69 @@ Resource to_resource(const json_spirit::Object& record) {
   return resource;
 }
 
+struct Host {
+  std::string uuid;
+  std::string name;
+  bool active_master = false;
+};
+
+/// The hosts of the resource's instances by what the instances say of them.
+std::vector<Host> hosts_of(const Resource& resource) {
+  std::vector<Host> hosts;
+  for (const auto& instance : object_rows(resource.record, "instances")) {
+    json_spirit::Object attributes;
+    (void)json_spirit::object_get(instance, "extended_attrs", attributes);
+    hosts.push_back({text_member(instance, "host_uuid"), text_member(attributes, "localhost"),
+                     flag_member(attributes, "active_master")});
+  }
+  return hosts;
+}
+
+/// An agent's name may differ from what the instance calls its host: both are good.
+bool names_host(const Host& host, const std::string& agent_name, const std::string& wanted) {
+  return wanted == host.uuid || wanted == host.name || (!agent_name.empty() && wanted == agent_name);
+}
+
 }  // namespace
+
+std::vector<std::string> Resource::host_uuids() const {
+  std::vector<std::string> hosts{host_uuid};
+  for (const auto& instance : object_rows(record, "instances")) {
+    std::string host = text_member(instance, "host_uuid");
+    if (std::find(hosts.begin(), hosts.end(), host) == hosts.end()) hosts.push_back(std::move(host));
+  }
+  return hosts;
+}
+
+bool choose_host(Server_Client& server, const std::string& wanted, Resource& resource, Failure& failure) {
+  const std::vector<Host> hosts = hosts_of(resource);
+  if (wanted.empty()) {
+    const auto master = std::find_if(hosts.begin(), hosts.end(), [](const Host& host) { return host.active_master; });
+    if (master != hosts.end()) resource.host_uuid = master->uuid;
+    return true;
+  }
+  std::map<std::string, std::string> agents;
+  if (!host_names(server, agents, failure)) return false;
+  std::string known;
+  for (const Host& host : hosts) {
+    const std::string agent = agents[host.uuid];
+    if (names_host(host, agent, wanted)) {
+      resource.host_uuid = host.uuid;
+      return true;
+    }
+    known += (known.empty() ? "" : ", ") + (agent.empty() ? host.uuid : agent + " (" + host.uuid + ")");
+  }
+  failure = {exit_not_found, "not_found",
+             "\"" + wanted + "\" is no host of " + resource.name + "; its hosts are: " + known};
+  return false;
+}
+
+bool host_names(Server_Client& server, std::map<std::string, std::string>& names, Failure& failure) {
+  std::vector<json_spirit::Object> rows;
+  if (!server.get_rows("/hosts", rows, failure)) return false;
+  for (const auto& row : rows) names[text_member(row, "uuid")] = text_member(row, "name");
+  return true;
+}
 
 bool parse_subject(const std::string& text, Backup_Subject& subject, Failure& failure) {
   const std::size_t slash = text.find('/');
@@ -64,11 +126,21 @@ bool call_agent(Server_Client& server, const Resource& resource, const char* met
 
 bool list_databases(Server_Client& server, const Resource& resource, std::vector<json_spirit::Object>& databases,
                     Failure& failure) {
-  json_spirit::Object result;
   const json_spirit::Object params{{"type", resource.type}, {"name", resource.name}};
-  if (!call_agent(server, resource, "database.list", params, result, failure)) return false;
-  databases = object_rows(result, "databases");
-  return true;
+  Failure first;
+  for (const std::string& host_uuid : resource.host_uuids()) {
+    Resource asked = resource;
+    asked.host_uuid = host_uuid;
+    json_spirit::Object result;
+    if (call_agent(server, asked, "database.list", params, result, failure)) {
+      databases = object_rows(result, "databases");
+      return true;
+    }
+    if (first.message.empty()) first = failure;
+    if (failure.exit_code != exit_unreachable) break;
+  }
+  failure = first;  // of the host that was meant
+  return false;
 }
 
 std::string text_member(const json_spirit::Object& object, const char* key) {

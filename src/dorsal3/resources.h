@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -12,8 +13,11 @@ struct Resource {
   std::string uuid;
   std::string name;
   std::string type;
-  std::string host_uuid;  ///< of its first instance
+  std::string host_uuid;  ///< the host that is asked: of its first instance, unless another one was chosen
   json_spirit::Object record;
+
+  /// The hosts of all its instances: `host_uuid` first, then the others in the record's order.
+  [[nodiscard]] std::vector<std::string> host_uuids() const;
 };
 
 /// What the operator typed: INSTANCE or INSTANCE/DATABASE.
@@ -29,11 +33,19 @@ struct Backup_Subject {
 /// The resource of that name; a failure names the ones there are.
 [[nodiscard]] bool find_resource(Server_Client& server, const std::string& name, Resource& resource, Failure& failure);
 
+/// Sets resource.host_uuid to the host that is asked first for a backup: `wanted` (name or uuid of one of its hosts),
+/// else the host that says that it is the active master of a scale-out system, else the first one.
+[[nodiscard]] bool choose_host(Server_Client& server, const std::string& wanted, Resource& resource, Failure& failure);
+
+/// Names of the hosts by their uuids, as their agents gave them.
+[[nodiscard]] bool host_names(Server_Client& server, std::map<std::string, std::string>& names, Failure& failure);
+
 /// One JSON-RPC call to the agent of `resource`.
 [[nodiscard]] bool call_agent(Server_Client& server, const Resource& resource, const char* method,
                               const json_spirit::Object& params, json_spirit::Object& result, Failure& failure);
 
-/// The databases of the resource's instance, each {"name", "active", "description"}.
+/// The databases of the resource's instance, each {"name", "active", "description"}. Where the agent of one host is
+/// away, that of the next one is asked.
 [[nodiscard]] bool list_databases(Server_Client& server, const Resource& resource,
                                   std::vector<json_spirit::Object>& databases, Failure& failure);
 

@@ -10,7 +10,6 @@ namespace {
 
 constexpr const char* api_prefix = "/q5/r/v2";
 constexpr std::chrono::seconds connect_timeout{15};
-constexpr unsigned encode_path_characters = 1;  // bit 0x1 of http_encode_string_i: "/" is encoded
 
 bool is_success(unsigned status) { return status >= 200 && status < 300; }
 
@@ -48,9 +47,13 @@ Failure failure_of(const net::Http_Response& response) {
 }  // namespace
 
 std::string query_pair(const char* key, const std::string& value) {
-  std::string text = std::string(key) + "=";
-  (void)http_encode_string_i(value.c_str(), encode_path_characters, std::back_inserter(text));
-  return text;
+  return std::string(key) + "=" + path_segment(value);
+}
+
+std::string path_segment(const std::string& text) {
+  std::string encoded;
+  (void)http_encode_string_i(text.c_str(), http_encode_slash, std::back_inserter(encoded));
+  return encoded;
 }
 
 bool Server_Client::get(const std::string& path, json_spirit::Object& answer, Failure& failure) {
@@ -72,6 +75,12 @@ bool Server_Client::post(const std::string& path, const json_spirit::Object& bod
 }
 
 bool Server_Client::get_rows(const std::string& path, std::vector<json_spirit::Object>& rows, Failure& failure) {
+  std::uint64_t total = 0;
+  return get_page(path, rows, total, failure);
+}
+
+bool Server_Client::get_page(const std::string& path, std::vector<json_spirit::Object>& rows, std::uint64_t& total,
+                             Failure& failure) {
   json_spirit::Object answer;
   if (!get(path, answer, failure)) return false;
   json_spirit::Array list;
@@ -82,6 +91,8 @@ bool Server_Client::get_rows(const std::string& path, std::vector<json_spirit::O
   rows.clear();
   for (const json_spirit::Value& row : list)
     if (row.is_object()) rows.push_back(row.get_obj());
+  unsigned long counted = 0;
+  total = json_spirit::object_get(answer, "total", counted) ? counted : rows.size();
   return true;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -24,6 +25,9 @@ class Server_Client {
                           Failure& failure, std::chrono::seconds timeout = default_timeout);
   /// The rows of a list answer.
   [[nodiscard]] bool get_rows(const std::string& path, std::vector<json_spirit::Object>& rows, Failure& failure);
+  /// The same, with the number of rows that the server has in all.
+  [[nodiscard]] bool get_page(const std::string& path, std::vector<json_spirit::Object>& rows, std::uint64_t& total,
+                              Failure& failure);
 
   static constexpr std::chrono::seconds default_timeout{60};
   /// For requests during which an agent works.
@@ -41,5 +45,7 @@ class Server_Client {
 
 /// "key=value" with the value percent-encoded.
 [[nodiscard]] std::string query_pair(const char* key, const std::string& value);
+/// Text that somebody typed as one segment of a path: whatever it holds, it stays within that segment.
+[[nodiscard]] std::string path_segment(const std::string& text);
 
 }  // namespace dorsal3

@@ -13,9 +13,12 @@ namespace dorsal3 {
 namespace {
 
 constexpr std::size_t secret_limit_bytes = 4096;
+constexpr std::size_t line_limit_bytes = 256;
 volatile std::sig_atomic_t interruption = 0;
+volatile std::sig_atomic_t termination = 0;
 
 extern "C" void note_interruption(int) { interruption = 1; }
+extern "C" void note_termination(int) { termination = 1; }
 
 /// Echo is off for the life of this object.
 class Silent_Input {
@@ -70,14 +73,34 @@ bool read_secret(const Terminal& terminal, const std::string& prompt, secure_str
   return count >= 0 && !secret.empty() && !interrupted();
 }
 
+bool read_line(std::string& line) {
+  line.clear();
+  char c = 0;
+  // Byte by byte: what follows the line is not ours. What is beyond the limit is read and dropped.
+  while (!interrupted()) {
+    const ssize_t count = ::read(STDIN_FILENO, &c, 1);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    if (c == '\n') return true;
+    if (line.size() < line_limit_bytes) line.push_back(c);
+  }
+  return false;
+}
+
 void watch_interruptions() {
+  // Without SA_RESTART: a read that waits for the keyboard must come back.
   struct sigaction action {};
-  action.sa_handler = note_interruption;
   sigemptyset(&action.sa_mask);
+  action.sa_handler = note_interruption;
   (void)::sigaction(SIGINT, &action, nullptr);
+  action.sa_handler = note_termination;
   (void)::sigaction(SIGTERM, &action, nullptr);
 }
 
-bool interrupted() { return interruption != 0; }
+bool interrupted() { return interruption != 0 || termination != 0; }
+
+bool terminated() { return termination != 0; }
+
+void forget_interruption() { interruption = 0; }
 
 }  // namespace dorsal3

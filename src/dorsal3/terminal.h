@@ -20,8 +20,16 @@ struct Terminal {
 /// echo. False when nothing could be read. The line end is not part of the secret.
 [[nodiscard]] bool read_secret(const Terminal& terminal, const std::string& prompt, secure_string& secret);
 
+/// Reads one line from standard input. False at its end and when SIGINT or SIGTERM came meanwhile.
+[[nodiscard]] bool read_line(std::string& line);
+
 /// From here on SIGINT and SIGTERM only set a flag.
 void watch_interruptions();
+/// SIGINT has come since it was last forgotten, or SIGTERM ever.
 [[nodiscard]] bool interrupted();
+/// SIGTERM has come: nobody is there to be asked.
+[[nodiscard]] bool terminated();
+/// The SIGINT that came has been dealt with.
+void forget_interruption();
 
 }  // namespace dorsal3

@@ -23,6 +23,9 @@ struct Context {
   std::ostream& out;    ///< for live progress only; the result goes through Outcome::model
   std::ostream& notes;  ///< standard error: notes to the person, never part of the result
   bool json = false;    ///< nothing may be written to `out` but the result
+
+  /// Where progress and notes of a run that is being watched go.
+  [[nodiscard]] std::ostream& live() const { return json ? notes : out; }
 };
 
 /// One verb of the command: its options, its work, and how its model reads as text.
@@ -42,6 +45,7 @@ class Verb {
 [[nodiscard]] std::unique_ptr<Verb> make_jobs_verb();
 [[nodiscard]] std::unique_ptr<Verb> make_logon_verb();
 [[nodiscard]] std::unique_ptr<Verb> make_pools_verb();
+[[nodiscard]] std::unique_ptr<Verb> make_stop_verb();
 [[nodiscard]] std::unique_ptr<Verb> make_verify_verb();
 
 /// All of them, in the order of the help text.

@@ -2,22 +2,24 @@
 
 #include "dorsal3/backup_definition.h"
 #include "dorsal3/format.h"
+#include "dorsal3/interruption_question.h"
 #include "dorsal3/job_view.h"
-#include "dorsal3/progress.h"
-#include "dorsal3/received_bytes.h"
 #include "dorsal3/resources.h"
+#include "dorsal3/run_follower.h"
+#include "dorsal3/run_stopper.h"
 #include "dorsal3/verb.h"
-#include "platform/clock.h"
 
 namespace dorsal3 {
 
 namespace {
 
-constexpr std::chrono::milliseconds poll_interval{500};
-/// For so long the server may be away before the command stops watching; the backup itself goes on.
-constexpr std::chrono::seconds server_away_limit{120};
+constexpr const char* state_skipped = "skipped";
 
-/// Starts a backup and follows it to its end.
+std::string going_on(const std::string& job) {
+  return "; the backup goes on, follow it with: dorsal3 jobs " + job + ", stop it with: dorsal3 stop " + job;
+}
+
+/// Starts a backup and follows it to its end, over the hosts that decline it.
 class Backup_Verb : public Verb {
  public:
   CLI::App* declare(CLI::App& app) override {
@@ -34,6 +36,7 @@ class Backup_Verb : public Verb {
     sub->add_option("--compression-level", request_.compression_level, "Level of the compression")
         ->check(CLI::Range(1, 19))
         ->capture_default_str();
+    sub->add_option("--host", host_, "Host to ask first, by name or uuid; the others follow when it declines");
     sub->add_flag("--detach", detach_, "Start it and come back at once");
     return sub;
   }
@@ -48,9 +51,9 @@ class Backup_Verb : public Verb {
       outcome.model["detached"] = true;
       return outcome;
     }
-    json_spirit::Object record;
-    if (!follow(context, job, record, failure)) return Outcome::failed(std::move(failure));
-    if (!add_result(context, job, record, outcome, failure)) return Outcome::failed(std::move(failure));
+    Run_Follower follower(context, job, {request_.resource.name, request_.resource.host_uuids().size()});
+    if (!follow(context, follower, failure)) return Outcome::failed(std::move(failure));
+    add_result(context, follower, outcome);
     return outcome;
   }
 
@@ -61,14 +64,16 @@ class Backup_Verb : public Verb {
     }
     const auto sets = object_rows(model, "sets");
     if (!sets.empty()) {
-      Text_Table table({"SET", "DATABASE", "TYPE", "SIZE", "LIFELINE"});
+      Text_Table table({"SET", "DATABASE", "TYPE", "SIZE", "LIFELINE", "NOTE"});
       for (const auto& set : sets)
         table.add({one_line(text_member(set, "uuid")), one_line(text_member(set, "database")),
                    one_line(text_member(set, "type")), format_bytes(number_member(set, "source_size")),
-                   one_line(text_member(set, "lifeline"))});
+                   one_line(text_member(set, "lifeline")),
+                   one_line(lift_text(text_member(set, "requested_type"), text_member(set, "lift_reason")))});
       out << table.text();
     }
     out << one_line(text_member(model, "result")) << "\n";
+    if (text_member(model, "state") == state_skipped) print_declined(object_rows(model, "declined"), out);
     json_spirit::Array errors;
     json_spirit::object_get(model, "errors", errors);
     for (const json_spirit::Value& line : errors) out << "  " << line.get_str() << "\n";
@@ -79,6 +84,7 @@ class Backup_Verb : public Verb {
     Backup_Subject subject;
     return parse_subject(subject_text_, subject, failure) &&
            find_resource(context.server, subject.instance, request_.resource, failure) &&
+           choose_host(context.server, host_, request_.resource, failure) &&
            choose_databases(context, subject, failure) && choose_pool(context, failure);
   }
 
@@ -133,59 +139,69 @@ class Backup_Verb : public Verb {
     return false;
   }
 
-  /// Watches until the run has ended. A server that is away for a while does not end the watching.
-  bool follow(Context& context, const std::string& job, json_spirit::Object& record, Failure& failure) {
-    platform::Clock& clock = platform::Clock::current();
-    Progress_Tracker tracker;
-    Received_Bytes received;
-    std::ostream& to = context.json ? context.notes : context.out;
-    Progress_Display display(to, context.terminal.output_is_terminal && !context.json, context.terminal.width);
-    auto last_answer = clock.steady_now();
+  /// Watches until the run has ended; Ctrl-C may stop it.
+  static bool follow(Context& context, Run_Follower& follower, Failure& failure) {
     while (true) {
-      if (context.server.get("/jobs/" + job, record, failure)) {
-        last_answer = clock.steady_now();
-        tracker.add(sample(record, received.count(context.server, job), clock));
-        display.show(tracker, request_.resource.name);
-        if (has_ended(run_stage(record))) break;
-      } else if (failure.exit_code != exit_unreachable || clock.steady_now() - last_answer > server_away_limit) {
-        display.finish();
-        failure.message += "; the backup goes on, follow it with: dorsal3 jobs " + job;
-        return false;
+      switch (follower.look(failure)) {
+        case Run_Follower::Look::ended:
+          follower.end_progress_line();
+          return true;
+        case Run_Follower::Look::lost:
+          failure.message += going_on(follower.job());
+          return false;
+        case Run_Follower::Look::goes_on:
+          break;
       }
       if (interrupted()) {
-        display.finish();
-        failure = {exit_interrupted, "interrupted",
-                   "stopped watching; the backup goes on, follow it with: dorsal3 jobs " + job};
-        return false;
+        follower.end_progress_line();
+        const Interruption_Wish wish = ask_about_interruption(context);
+        if (wish == Interruption_Wish::stop) return Run_Stopper(context, follower).stop(failure);
+        if (wish == Interruption_Wish::leave) {
+          failure = {exit_interrupted, "interrupted", "stopped watching" + going_on(follower.job())};
+          return false;
+        }
       }
-      clock.sleep_for(poll_interval);
+      follower.pause();
     }
-    display.finish();
-    return true;
   }
 
-  static Progress_Sample sample(const json_spirit::Object& record, std::uint64_t received, platform::Clock& clock) {
-    Progress_Sample sample;
-    sample.when = clock.steady_now();
-    sample.percent = static_cast<int>(number_member(record, "progress"));
-    sample.bytes = std::max(bytes_done(record), received);
-    return sample;
-  }
-
-  bool add_result(Context& context, const std::string& job, const json_spirit::Object& record, Outcome& outcome,
-                  Failure& failure) {
-    std::vector<json_spirit::Object> sets;
-    if (!context.server.get_rows("/sets?" + query_pair("resource_uuid", request_.resource.uuid), sets, failure))
-      return false;
-    std::erase_if(sets, [&](const json_spirit::Object& set) { return text_member(set, "job_act_id") != job; });
+  static void add_result(Context& context, const Run_Follower& follower, Outcome& outcome) {
+    const json_spirit::Object& record = follower.record();
     const Run_Stage stage = run_stage(record);
+    outcome.model["job"] = follower.job();
     outcome.model["state"] = text_member(record, "state_name");
     outcome.model["message"] = text_member(record, "message");
-    outcome.model["sets"] = to_array(sets);
-    outcome.model["result"] = ending_text(record);
+    outcome.model["sets"] = sets_of(context, record);
+    outcome.model["declined"] = follower.declined();
+    const bool all_declined = stage == Run_Stage::skipped && follower.declined().size() > 1;
+    outcome.model["result"] = all_declined ? "Nothing was backed up: every host declined." : ending_text(record);
     if (stage == Run_Stage::failed) outcome.model["errors"] = error_lines(record);
     outcome.exit_code = stage == Run_Stage::done ? exit_ok : exit_failed;
-    return true;
+  }
+
+  /// The sets of the run. One that cannot be read now is told with what the run says of it: the backup is as good.
+  static json_spirit::Array sets_of(Context& context, const json_spirit::Object& record) {
+    json_spirit::Array sets;
+    for (const auto& database : object_rows(record, "databases")) {
+      const std::string uuid = text_member(database, "set");
+      std::vector<json_spirit::Object> rows;
+      Failure failure;
+      if (context.server.get_rows("/sets?" + query_pair("uuid", uuid), rows, failure) && !rows.empty())
+        sets.emplace_back(rows.front());
+      else
+        sets.emplace_back(json_spirit::Object{
+            {"uuid", uuid}, {"database", text_member(database, "name")}, {"type", text_member(database, "kind")}});
+    }
+    return sets;
+  }
+
+  static void print_declined(const std::vector<json_spirit::Object>& hosts, std::ostream& out) {
+    for (const auto& host : hosts) {
+      json_spirit::Array reasons;
+      (void)json_spirit::object_get(host, "reasons", reasons);
+      for (const json_spirit::Value& reason : reasons)
+        out << "  " << one_line(text_member(host, "host")) << ": " << one_line(reason.get_str()) << "\n";
+    }
   }
 
   [[nodiscard]] json_spirit::Array database_names() const {
@@ -194,6 +210,7 @@ class Backup_Verb : public Verb {
 
   std::string subject_text_;
   std::string pool_;
+  std::string host_;
   bool detach_ = false;
   Backup_Request request_;
 };

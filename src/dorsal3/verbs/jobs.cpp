@@ -2,6 +2,7 @@
 
 #include "dorsal3/format.h"
 #include "dorsal3/job_view.h"
+#include "dorsal3/prefix_search.h"
 #include "dorsal3/resources.h"
 #include "dorsal3/verb.h"
 
@@ -16,7 +17,7 @@ class Jobs_Verb : public Verb {
  public:
   CLI::App* declare(CLI::App& app) override {
     CLI::App* sub = app.add_subcommand("jobs", "List the runs of jobs, or show one with its log");
-    sub->add_option("JOB", job_, "Id of the run to show");
+    sub->add_option("JOB", job_, "Id of the run to show, or its beginning");
     sub->add_option("--limit", limit_, "How many runs to list")->check(CLI::PositiveNumber);
     return sub;
   }
@@ -26,7 +27,7 @@ class Jobs_Verb : public Verb {
     Outcome outcome;
     if (!job_.empty()) {
       json_spirit::Object job;
-      if (!context.server.get("/jobs/" + job_, job, failure)) return Outcome::failed(std::move(failure));
+      if (!find_run(context.server, job_, job, failure)) return Outcome::failed(std::move(failure));
       outcome.model["job"] = std::move(job);
       return outcome;
     }
@@ -64,8 +65,20 @@ class Jobs_Verb : public Verb {
         << "started   " << one_line(text_member(job, "start_time")) << " UTC\n";
     const std::string message = one_line(text_member(job, "message"));
     if (!message.empty()) out << "message   " << message << "\n";
+    print_other_run("follows   ", "follows", job, out);
+    print_other_run("followed  ", "followed_by", job, out);
+    for (const auto& database : object_rows(job, "databases")) {
+      out << "database  " << one_line(text_member(database, "name")) << ": " << one_line(text_member(database, "kind"));
+      const std::string lifted = lift_text(text_member(database, "requested"), text_member(database, "lift_reason"));
+      out << (lifted.empty() ? "" : ", " + one_line(lifted)) << "\n";
+    }
     for (const auto& line : object_rows(job, "log"))
       out << one_line(text_member(line, "time")) << "  " << one_line(text_member(line, "text")) << "\n";
+  }
+
+  static void print_other_run(const char* label, const char* key, const json_spirit::Object& job, std::ostream& out) {
+    const std::string other = one_line(text_member(job, key));
+    if (!other.empty()) out << label << other << "\n";
   }
 
   std::string job_;

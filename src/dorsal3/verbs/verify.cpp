@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 
 #include "dorsal3/format.h"
+#include "dorsal3/prefix_search.h"
 #include "dorsal3/resources.h"
 #include "dorsal3/verb.h"
 
@@ -13,14 +14,15 @@ class Verify_Verb : public Verb {
  public:
   CLI::App* declare(CLI::App& app) override {
     CLI::App* sub = app.add_subcommand("verify", "Read every object of a backup set back and check it");
-    sub->add_option("SET", set_, "uuid of the set, as info shows it")->required();
+    sub->add_option("SET", set_, "uuid of the set, or its beginning, as info shows it")->required();
     return sub;
   }
 
   Outcome run(Context& context) override {
     json_spirit::Object answer;
     Failure failure;
-    if (!context.server.post("/verify", {{"set", set_}}, answer, failure, Server_Client::verify_timeout))
+    if (!find_set(context.server, set_, set_, failure) ||
+        !context.server.post("/verify", {{"set", set_}}, answer, failure, Server_Client::verify_timeout))
       return Outcome::failed(std::move(failure));
     const auto objects = object_rows(answer, "objects");
     const bool ok = flag_member(answer, "ok") && !objects.empty();

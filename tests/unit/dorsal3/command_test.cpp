@@ -2,79 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
-
-#include "dorsal3/exit_codes.h"
-#include "fake_server.h"
-#include "support/fake_http_transport.h"
-#include "support/temp_root.h"
-#include "support/virtual_clock.h"
+#include "command_fixture.h"
 
 using namespace dorsal3;
 
 namespace {
 
-constexpr const char* resource_uuid = "0d0c1a4e-16f3-4f0a-8d5c-2f9f0a5b7e21";
-constexpr const char* resources_answer =
-    R"({"total":1,"rows":[{"uuid":"0d0c1a4e-16f3-4f0a-8d5c-2f9f0a5b7e21","name":"PRD_HDB00","type":"hana","instances":[)"
-    R"({"name":"PRD_HDB00","host_uuid":"h1","extended_attrs":{"sid":"PRD","instance_name":"HDB00",)"
-    R"("version":"2.00.059","localhost":"hana01","multi_container":true}}]}]})";
-constexpr const char* pools_answer = R"({"total":1,"rows":[{"uuid":"p1","name":"main","directory":"/pool"}]})";
-constexpr const char* databases_answer =
-    R"({"databases":[{"name":"SYSTEMDB","active":true},{"name":"TN1","active":true}]})";
+constexpr const char* set_uuid = "11111111-2222-4333-8444-555555555555";
 
-class Command_Test : public ::testing::Test {
- protected:
-  Command_Test() {
-    root.write("/etc/opt/tarvex/dorsal3/dorsal3.toml", "server = \"http://127.0.0.1:8443\"\nkey_file = \"/etc/key\"\n");
-    root.write("/etc/key", Fake_Server::key, 0600);
-    server.answer("GET /resources", resources_answer);
-    server.answer("GET /pools", pools_answer);
-  }
-
-  int run(const std::vector<std::string>& arguments) {
-    out.str("");
-    error.str("");
-    return run_command(arguments, Terminal(), "", out, error);
-  }
-
-  json_spirit::Object json() {
-    json_spirit::Value value;
-    EXPECT_TRUE(json_spirit::load_json(out.str(), value)) << out.str();
-    return value.is_object() ? value.get_obj() : json_spirit::Object();
-  }
-
-  std::string error_code() {
-    json_spirit::Object inner;
-    std::string code;
-    const json_spirit::Object whole = json();
-    EXPECT_TRUE(json_spirit::object_get(whole, "error", inner));
-    EXPECT_TRUE(json_spirit::object_get(inner, "code", code));
-    return code;
-  }
-
-  void let_backups_start() {
-    server.answer("POST /agents/h1/call", databases_answer);
-    server.answer("POST /job-definitions", "{}");
-  }
-
-  /// The path of the start request depends on the definition's id, which the posted definition tells.
-  std::string definition_id() {
-    json_spirit::Value value;
-    std::string id;
-    const auto bodies = server.bodies("POST /job-definitions");
-    if (!bodies.empty() && json_spirit::load_json(bodies.back(), value))
-      (void)json_spirit::object_get(value.get_obj(), "id", id);
-    return id;
-  }
-
-  support::Temp_Root root;
-  support::Virtual_Clock clock;
-  Fake_Server server;
-  support::Fake_Http_Transport transport{server};
-  std::ostringstream out;
-  std::ostringstream error;
-};
+class Command_Test : public Command_Fixture {};
 
 }  // namespace
 
@@ -160,10 +96,10 @@ TEST_F(Command_Test, Backup_Follows_The_Run_To_Its_End) {
   ASSERT_FALSE(id.empty());
   server.answer("POST /job-definitions/" + id + "/start", R"({"job_act_id":"a1"})");
   server.answer("GET /jobs/a1", R"({"id":"a1","state":3,"state_name":"running","progress":10})");
-  server.answer("GET /jobs/a1", R"({"id":"a1","state":7,"state_name":"completed","progress":100,"size":2048})");
-  server.answer("GET /sets?resource_uuid=" + std::string(resource_uuid),
-                R"({"total":2,"rows":[{"uuid":"s0","job_act_id":"a0","database":"TN1","type":"full"},)"
-                R"({"uuid":"s1","job_act_id":"a1","database":"TN1","type":"full","source_size":2048}]})");
+  server.answer("GET /jobs/a1", R"({"id":"a1","state":7,"state_name":"completed","progress":100,"size":2048,)"
+                                R"("databases":[{"name":"SYSTEMDB","kind":"full","set":"s1"},)"
+                                R"({"name":"TN1","kind":"full","set":"s2"}]})");
+  server.answer("GET /sets?uuid=s1", R"({"total":1,"rows":[{"uuid":"s1","database":"SYSTEMDB","source_size":2048}]})");
   EXPECT_EQ(run({"backup", "PRD_HDB00", "--output", "json"}), exit_ok) << error.str();
   const json_spirit::Object model = json();
   std::string state;
@@ -171,7 +107,10 @@ TEST_F(Command_Test, Backup_Follows_The_Run_To_Its_End) {
   EXPECT_TRUE(json_spirit::object_get(model, "state", state));
   EXPECT_EQ(state, "completed");
   ASSERT_TRUE(json_spirit::object_get(model, "sets", sets));
-  EXPECT_EQ(sets.size(), 1U);
+  ASSERT_EQ(sets.size(), 2U);
+  EXPECT_EQ(json_spirit::dump_json(sets[0]), R"({"uuid":"s1","database":"SYSTEMDB","source_size":2048})");
+  EXPECT_EQ(json_spirit::dump_json(sets[1]), R"({"uuid":"s2","database":"TN1","type":"full"})")
+      << "a set that cannot be read is told with what the run says";
   EXPECT_NE(error.str().find("10%"), std::string::npos) << "progress goes beside the JSON: " << error.str();
 }
 
@@ -184,7 +123,6 @@ TEST_F(Command_Test, A_Failed_Run_Is_Exit_Code_One_With_Its_Cause) {
                   {"priority":8,"text":"Backup database TN1 in HDB00\n","time":"2026-11-21 08:00:00"},
                   {"priority":128,"text":"* 447: backup could not be completed\n","time":"2026-11-21 08:00:01"},
                   {"priority":128,"text":"Failed to execute backup\n","time":"2026-11-21 08:00:01"}]})");
-  server.answer("GET /sets?resource_uuid=" + std::string(resource_uuid), R"({"total":0,"rows":[]})");
   EXPECT_EQ(run({"backup", "PRD_HDB00/TN1"}), exit_failed);
   EXPECT_NE(out.str().find("The backup FAILED: Failed to execute backup\n"
                            "  * 447: backup could not be completed\n"
@@ -199,7 +137,6 @@ TEST_F(Command_Test, A_Server_That_Goes_Away_Does_Not_End_The_Watching_At_Once) 
   server.answer("POST /job-definitions/" + definition_id() + "/start", R"({"job_act_id":"a1"})");
   server.answer("GET /jobs/a1", R"({"error":{"code":"unavailable","message":"down"}})", 503);
   server.answer("GET /jobs/a1", R"({"id":"a1","state":7,"state_name":"completed","progress":100})");
-  server.answer("GET /sets?resource_uuid=" + std::string(resource_uuid), R"({"total":0,"rows":[]})");
   EXPECT_EQ(run({"backup", "PRD_HDB00/TN1"}), exit_ok) << error.str();
 }
 
@@ -232,10 +169,45 @@ TEST_F(Command_Test, Verify_Fails_When_One_Object_Does_Or_None_Is_There) {
   server.answer("POST /verify", R"({"ok":true,"objects":[{"name":"/a","size":5,"ok":true,"message":""}]})");
   server.answer("POST /verify", R"({"ok":false,"objects":[{"name":"/a","size":5,"ok":false,"message":"checksum"}]})");
   server.answer("POST /verify", R"({"ok":true,"objects":[]})");
-  EXPECT_EQ(run({"verify", "s1"}), exit_ok);
-  EXPECT_EQ(run({"verify", "s1"}), exit_failed);
+  EXPECT_EQ(run({"verify", set_uuid}), exit_ok);
+  EXPECT_EQ(run({"verify", set_uuid}), exit_failed);
   EXPECT_NE(out.str().find("FAILED  /a  5 B  checksum"), std::string::npos) << out.str();
-  EXPECT_EQ(run({"verify", "s1"}), exit_failed);
+  EXPECT_EQ(run({"verify", set_uuid}), exit_failed);
+}
+
+TEST_F(Command_Test, The_Beginning_Of_An_Id_Is_Enough_When_It_Is_Clear) {
+  server.answer("GET /sets?order=desc&limit=1000&offset=0", R"({"total":3,"rows":[{"uuid":"abc1"},{"uuid":"abd2"}]})");
+  server.answer("POST /verify", R"({"ok":true,"objects":[{"name":"/a","size":5,"ok":true}]})");
+  EXPECT_EQ(run({"verify", "abd"}), exit_ok) << error.str();
+  EXPECT_EQ(server.bodies("POST /verify").back(), R"({"set":"abd2"})");
+  EXPECT_EQ(run({"verify", "ab"}), exit_usage);
+  EXPECT_NE(error.str().find("more than one backup set, give more of it: abc1, abd2"), std::string::npos)
+      << error.str();
+  EXPECT_EQ(run({"verify", "b"}), exit_not_found);
+  EXPECT_EQ(run({"verify", ""}), exit_usage);
+}
+
+TEST_F(Command_Test, An_Id_Is_Looked_For_Over_All_Pages) {
+  server.answer("GET /jobs?order=desc&limit=1000&offset=0", R"({"total":1500,"rows":[{"id":"b1"}]})");
+  server.answer("GET /jobs?order=desc&limit=1000&offset=1000", R"({"total":1500,"rows":[{"id":"a123"}]})");
+  server.answer("GET /jobs/a123", R"({"id":"a123","state":7,"state_name":"completed","progress":100})");
+  EXPECT_EQ(run({"jobs", "a1"}), exit_ok) << error.str();
+  EXPECT_NE(out.str().find("job       a123\n"), std::string::npos) << out.str();
+}
+
+TEST_F(Command_Test, What_Is_Typed_As_An_Id_Stays_Within_Its_Place_In_The_Path) {
+  EXPECT_EQ(run({"jobs", "../pools?x=1"}), exit_not_found);
+  EXPECT_EQ(server.count("GET /jobs/..%2fpools%3fx%3d1"), 1U);
+}
+
+TEST_F(Command_Test, A_Run_Shows_Its_Neighbours_And_Why_A_Kind_Was_Lifted) {
+  server.answer("GET /jobs/a2",
+                R"({"id":"a2","state":7,"state_name":"completed","progress":100,"follows":"a1","databases":[)"
+                R"({"name":"TN1","kind":"full","set":"s1","requested":"incremental","lift_reason":"pool changed"}]})");
+  EXPECT_EQ(run({"jobs", "a2"}), exit_ok);
+  EXPECT_NE(out.str().find("follows   a1\n"), std::string::npos) << out.str();
+  EXPECT_NE(out.str().find("database  TN1: full, asked for incremental, made full: pool changed\n"), std::string::npos)
+      << out.str();
 }
 
 TEST_F(Command_Test, The_Key_Appears_In_No_Output) {

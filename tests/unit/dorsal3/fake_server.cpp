@@ -5,6 +5,11 @@ void Fake_Server::answer(const std::string& request, const std::string& body, un
   answers_[request].push_back({status, body});
 }
 
+void Fake_Server::forget(const std::string& request) {
+  const std::lock_guard lock(mutex_);
+  answers_.erase(request);
+}
+
 std::vector<std::string> Fake_Server::bodies(const std::string& request) const {
   const std::lock_guard lock(mutex_);
   const auto found = bodies_.find(request);

@@ -14,6 +14,8 @@
 class Fake_Server : public net::Http_Handler {
  public:
   void answer(const std::string& request, const std::string& body, unsigned status = 200);
+  /// What was said so far of one request does not hold any more.
+  void forget(const std::string& request);
   [[nodiscard]] std::vector<std::string> bodies(const std::string& request) const;
   [[nodiscard]] std::size_t count(const std::string& request) const { return bodies(request).size(); }
 

@@ -1,0 +1,122 @@
+#include "dorsal3/run_follower.h"
+
+#include <algorithm>
+
+#include "dorsal3/format.h"
+#include "dorsal3/resources.h"
+#include "platform/clock.h"
+
+namespace dorsal3 {
+
+namespace {
+
+constexpr const char* usual_reason = "it is a replication secondary or its instance does not run there";
+
+std::string joined(const json_spirit::Array& texts) {
+  std::string line;
+  for (const json_spirit::Value& text : texts) line += (line.empty() ? "" : "; ") + text.get_str();
+  return line;
+}
+
+}  // namespace
+
+Run_Follower::Run_Follower(Context& context, std::string job, Options options)
+    : context_(context),
+      job_(std::move(job)),
+      options_(std::move(options)),
+      display_(context.live(), context.terminal.output_is_terminal && !context.json, context.terminal.width),
+      last_answer_(platform::Clock::current().steady_now()) {}
+
+Run_Follower::Look Run_Follower::look(Failure& failure) {
+  json_spirit::Object record;
+  if (!context_.server.get("/jobs/" + job_, record, failure)) return away(failure);
+  last_answer_ = platform::Clock::current().steady_now();
+  record_ = std::move(record);
+  const Run_Stage stage = run_stage(record_);
+  if (announce_) {
+    context_.live() << "The backup goes to " << one_line(host_name(text_member(record_, "host_uuid"))) << " as run "
+                    << one_line(job_) << "." << std::endl;
+    announce_ = false;
+  }
+  if (stage == Run_Stage::skipped) return after_decline();
+  declined_at_.reset();
+  show_progress();
+  return has_ended(stage) ? Look::ended : Look::goes_on;
+}
+
+Run_Follower::Look Run_Follower::away(const Failure& failure) {
+  const bool patient = failure.exit_code == exit_unreachable &&
+                       platform::Clock::current().steady_now() - last_answer_ <= server_away_limit;
+  if (patient) return Look::goes_on;
+  end_progress_line();
+  return Look::lost;
+}
+
+void Run_Follower::show_progress() {
+  if (options_.label.empty()) return;
+  Progress_Sample sample;
+  sample.when = platform::Clock::current().steady_now();
+  sample.percent = static_cast<int>(number_member(record_, "progress"));
+  sample.bytes = std::max(bytes_done(record_), received_.count(context_.server, job_));
+  tracker_.add(sample);
+  display_.show(tracker_, options_.label);
+}
+
+/// The server starts the next run after it has taken the report of this one: the two may be seen apart.
+Run_Follower::Look Run_Follower::after_decline() {
+  const std::string next = text_member(record_, "followed_by");
+  if (!next.empty() && !is_known(next)) {
+    move_on(next);
+    return Look::goes_on;
+  }
+  const auto now = platform::Clock::current().steady_now();
+  if (!declined_at_) declined_at_ = now;
+  const bool others_left = options_.host_count == 0 || declined_.size() + 1 < options_.host_count;
+  if (next.empty() && others_left && now - *declined_at_ < succession_limit) return Look::goes_on;
+  note_decline(true);
+  return Look::ended;
+}
+
+void Run_Follower::note_decline(bool last) {
+  if (is_known(job_)) return;
+  json_spirit::Array reasons = error_lines(record_);
+  if (reasons.empty()) reasons.emplace_back(usual_reason);
+  const std::string host_uuid = text_member(record_, "host_uuid");
+  const std::string host = host_name(host_uuid);
+  if (!last)
+    context_.live() << one_line(host) << " declined the backup: " << one_line(joined(reasons)) << "." << std::endl;
+  declined_.emplace_back(
+      json_spirit::Object{{"job", job_}, {"host_uuid", host_uuid}, {"host", host}, {"reasons", reasons}});
+}
+
+void Run_Follower::move_on(const std::string& next) {
+  end_progress_line();
+  note_decline(false);
+  job_ = next;
+  tracker_ = Progress_Tracker();
+  received_ = Received_Bytes();
+  declined_at_.reset();
+  announce_ = true;
+}
+
+void Run_Follower::pause() { platform::Clock::current().sleep_for(poll_interval); }
+
+void Run_Follower::end_progress_line() { display_.finish(); }
+
+/// A run that was left already is not gone back to, whatever the server says.
+bool Run_Follower::is_known(const std::string& job) const {
+  return std::any_of(declined_.begin(), declined_.end(),
+                     [&](const json_spirit::Value& host) { return text_member(host.get_obj(), "job") == job; });
+}
+
+std::string Run_Follower::host_name(const std::string& uuid) {
+  if (!host_names_) {
+    Failure failure;
+    host_names_.emplace();
+    (void)host_names(context_.server, *host_names_, failure);  // without names the uuids must do
+  }
+  const std::string& name = (*host_names_)[uuid];
+  return name.empty() ? uuid : name;
+}
+
+}  // namespace dorsal3
