@@ -56,9 +56,16 @@ int Job_Mutex::acquire() {
     errno = EDEADLK;
     return -1;
   }
+  ++waiting_;
   freed_.wait(lock, [this] { return owner_ == std::thread::id(); });
+  --waiting_;
   owner_ = self;
   return 0;
+}
+
+std::size_t Job_Mutex::waiting() const {
+  const std::lock_guard lock(mutex_);
+  return waiting_;
 }
 
 int Job_Mutex::tryacquire() {

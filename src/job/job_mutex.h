@@ -27,9 +27,12 @@ class Job_Mutex {
   /// 0; -1 with errno EPERM when the calling thread does not hold it.
   int release();
   int remove() { return 0; }
+  /// How many threads wait in acquire; for tests and for the agent's status.
+  [[nodiscard]] std::size_t waiting() const;
 
  private:
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   std::condition_variable freed_;
   std::thread::id owner_;  ///< default: free
+  std::size_t waiting_ = 0;
 };

@@ -11,6 +11,7 @@
 
 #include "contract/transport_side.h"
 #include "net/beast_transport.h"
+#include "platform/clock.h"
 #include "support/log_capture.h"
 #include "support/temp_root.h"
 
@@ -39,6 +40,23 @@ class Echo_Handler final : public net::Http_Handler {
     status = 404;
     return {};
   }
+};
+
+/// Real time that tells when somebody waits for an event.
+class Telling_Clock final : public platform::Clock {
+ public:
+  platform::Wait_Event somebody_waits;
+
+  std::chrono::system_clock::time_point now() override { return real_.now(); }
+  std::chrono::steady_clock::time_point steady_now() override { return real_.steady_now(); }
+  void sleep_for(std::chrono::nanoseconds span) override { real_.sleep_for(span); }
+  bool wait_for(platform::Wait_Event& event, std::chrono::nanoseconds limit) override {
+    somebody_waits.set();
+    return real_.wait_for(event, limit);
+  }
+
+ private:
+  platform::Clock& real_ = platform::Clock::current();
 };
 
 sockaddr_in loopback(unsigned short port) {
@@ -246,10 +264,12 @@ TEST_F(Http_Transport_Faults, Stopping_Waits_For_A_Running_Request) {
   net::Http_Server server(handler, {});
   std::string why;
   ASSERT_TRUE(server.start(why)) << why;
-  std::atomic<bool> running{false};
+  Telling_Clock clock;
+  platform::Scoped_Clock scope(clock);
+  platform::Wait_Event running;
   handler.while_handling = [&] {
-    running = true;
-    std::this_thread::sleep_for(200ms);
+    running.set();
+    EXPECT_TRUE(clock.somebody_waits.wait_real(patience)) << "stop does not wait";
   };
   const net::Endpoint endpoint{false, "127.0.0.1", server.port(), ""};
   std::thread client([&] {
@@ -257,7 +277,7 @@ TEST_F(Http_Transport_Faults, Stopping_Waits_For_A_Running_Request) {
     EXPECT_TRUE(ask(endpoint)) << error.text;
     EXPECT_EQ(response.body, "late");
   });
-  while (!running) std::this_thread::yield();
+  EXPECT_TRUE(running.wait_real(patience));
   server.stop();
   client.join();
   EXPECT_FALSE(ask(endpoint));

@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <future>
 #include <thread>
 #include <vector>
 
@@ -51,24 +50,21 @@ TEST(Job_Mutex, Can_Be_Tried) {
 }
 
 TEST(Job_Mutex, Makes_A_Second_Run_Wait) {
-  std::promise<void> second_begins;
-  std::atomic<bool> first_done = false;
-  std::atomic<bool> second_saw_first_done = false;
-  std::thread second;
-  {
-    const std::shared_ptr<Job_Mutex> lock = Job_Mutex::get("a");
-    ACE_Guard<Job_Mutex> guard(*lock);
-    second = std::thread([&] {
-      const std::shared_ptr<Job_Mutex> same = Job_Mutex::get("a");
-      second_begins.set_value();
-      const ACE_Guard<Job_Mutex> waiting(*same);
-      second_saw_first_done = first_done.load();
-    });
-    second_begins.get_future().wait();
-    first_done = true;
-  }
+  const std::shared_ptr<Job_Mutex> lock = Job_Mutex::get("a");
+  ACE_Guard<Job_Mutex> guard(*lock);
+  std::atomic<bool> second_is_in = false;
+  std::thread second([&] {
+    const std::shared_ptr<Job_Mutex> same = Job_Mutex::get("a");
+    const ACE_Guard<Job_Mutex> waiting(*same);
+    second_is_in = true;
+  });
+  while (lock->waiting() == 0 && !second_is_in) std::this_thread::yield();
+  EXPECT_FALSE(second_is_in);
+  EXPECT_EQ(lock->waiting(), 1U);
+  guard.release();
   second.join();
-  EXPECT_TRUE(second_saw_first_done);
+  EXPECT_TRUE(second_is_in);
+  EXPECT_EQ(lock->waiting(), 0U);
 }
 
 TEST(Job_Mutex, Never_Lets_Two_Threads_In) {
