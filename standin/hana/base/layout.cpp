@@ -50,9 +50,10 @@ bool load_settings(Layout& layout) {
   layout.host = settings.get("instance", "host");
   layout.version = settings.get("instance", "version");
   layout.mode = settings.get("instance", "mode");
-  set_clock_offset_file(layout.state("clock_offset_seconds"));
   return !layout.host.empty();
 }
+
+void live_in_time_of(const Layout& layout) { set_clock_offset_file(layout.state("clock_offset_seconds")); }
 
 std::optional<Layout> find_layout(const std::string& root, const std::string& sid) {
   std::error_code error;
@@ -75,11 +76,14 @@ std::optional<Layout> own_layout(const std::string& number) {
   if (parts.size() > 1 && is_instance(parts[1])) {
     Layout layout{root, parts[0], parts[1].substr(3), {}, {}, {}};
     if (!load_settings(layout)) return std::nullopt;
+    live_in_time_of(layout);
     return layout;
   }
   for (const auto& entry : std::filesystem::directory_iterator(root + base_directory, error)) {
     auto layout = find_layout(root, entry.path().filename());
-    if (layout && layout->number == number) return layout;
+    if (!layout || layout->number != number) continue;
+    live_in_time_of(*layout);
+    return layout;
   }
   return std::nullopt;
 }

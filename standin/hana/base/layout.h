@@ -36,7 +36,10 @@ struct Layout {
 
 /// Reads the settings that the installer left.
 bool load_settings(Layout& layout);
-/// The instance that the running program belongs to, by its own path. `number` chooses for the host control's tools.
+/// This process's clock goes as the instance's.
+void live_in_time_of(const Layout& layout);
+/// The instance that the running program belongs to, by its own path; its clock goes as the instance's. `number`
+/// chooses for the host control's tools.
 std::optional<Layout> own_layout(const std::string& number = {});
 std::optional<Layout> find_layout(const std::string& root, const std::string& sid);
 

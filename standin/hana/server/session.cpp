@@ -6,8 +6,8 @@
 #include <chrono>
 
 #include "base/clock.h"
-#include "base/ini.h"
 #include "base/text.h"
+#include "engine/system_replication.h"
 
 namespace standin {
 
@@ -63,9 +63,8 @@ class Session {
     Faults& faults = instance_.faults();
     database_ = find_database(message[1], port_);
     if (database_.empty() || faults.take("nobody_listens", database_)) return refused();
-    const Ini global = Ini::load(instance_.layout().configuration("global.ini"));
-    const std::string mode = global.get("system_replication", "actual_mode", "none");
-    if (mode == "sync" || mode == "syncmem" || mode == "async") return refused();
+    const Replication replication = load_replication(instance_.layout());
+    if (replication.secondary() && !replication.read_access()) return refused();
     if (const auto fault = faults.take("refuse_logon", database_, message[2]))
       return error({static_cast<int>(parse_number(*fault).value_or(10)), "authentication failed", "28000"});
     if (faults.take("lock_account", database_, message[2])) return error(locked_error());

@@ -4,6 +4,7 @@
 
 #include "base/clock.h"
 #include "base/text.h"
+#include "engine/system_replication.h"
 #include "server/configuration.h"
 
 namespace standin {
@@ -25,6 +26,8 @@ bool Statements::may(std::initializer_list<std::string_view> privileges) {
 Statements::Answer Statements::run(const std::string& sql, bool autocommit, Result& result) {
   Token_Reader reader(sql);
   if (reader.accept("SELECT") || reader.accept("WITH")) return select(sql, result);
+  if (load_replication(state_.layout()).secondary())
+    return Sql_Error{7, "feature not supported: this statement on a read-enabled secondary site"};
   if (reader.accept("BACKUP")) return backup(sql, reader);
   if (reader.accept_words({"ALTER", "SYSTEM"})) return alter_system(reader);
   if (reader.accept("COMMIT")) return tables_.commit();

@@ -1,17 +1,15 @@
-#include <algorithm>
 #include <cstdio>
 #include <functional>
-#include <iterator>
 #include <map>
 
 #include "base/clock.h"
 #include "base/files.h"
-#include "base/ini.h"
 #include "base/text.h"
 #include "catalog/backup_log.h"
 #include "catalog/catalog.h"
 #include "engine/accounts.h"
 #include "engine/ballast.h"
+#include "engine/system_replication.h"
 #include "tools/instance_control.h"
 
 namespace {
@@ -53,25 +51,17 @@ int recovery(const Layout& layout, System_State& state, const Arguments& a) {
 }
 
 int replication(const Layout& layout, const Arguments& a) {
-  constexpr const char* modes[] = {"none", "primary", "sync", "syncmem", "async"};
-  if (std::find(std::begin(modes), std::end(modes), a[1]) == std::end(modes)) return refuse("no mode " + a[1]);
-  const std::string path = layout.configuration("global.ini");
-  Ini global = Ini::load(path);
-  const bool secondary = a[1] != "none" && a[1] != "primary";
-  global.set("system_replication", "mode", a[1]);
-  global.set("system_replication", "actual_mode", a[1]);
-  global.set("system_replication", "site_id", secondary ? "2" : "1");
-  global.set("system_replication", "site_name", secondary ? "ROT" : "WDF");
-  global.set("system_replication", "operation_mode", "logreplay");
-  Ini peer;
+  if (a[1] != "none" && a[1] != "primary" && !is_replication_mode(a[1])) return refuse("no mode " + a[1]);
+  Replication wanted;
+  wanted.mode = a[1];
+  const bool secondary = wanted.secondary();
+  wanted.site_id = secondary ? "2" : "1";
+  wanted.site_name = secondary ? "ROT" : "WDF";
   // A secondary has a primary in any case.
-  if (a.size() > 2 || secondary) peer.set("peer", "host", a.size() > 2 ? a[2] : layout.host + "-primary");
-  peer.set("peer", "site", a.size() > 3 ? a[3] : (secondary ? "WDF" : "ROT"));
-  peer.set("peer", "site_id", secondary ? "1" : "2");
-  return global.save(path, "global.ini", "hdbnsutil") &&
-                 peer.save(layout.state("replication.conf"), "replication.conf", "control")
-             ? 0
-             : 1;
+  if (a.size() > 2 || secondary) wanted.peer_host = a.size() > 2 ? a[2] : layout.host + "-primary";
+  wanted.peer_site = a.size() > 3 ? a[3] : (secondary ? "WDF" : "ROT");
+  wanted.peer_id = secondary ? "1" : "2";
+  return save_replication(layout, wanted, "hdbnsutil") ? 0 : 1;
 }
 
 int dump(const Layout& layout, System_State& state) {
@@ -143,6 +133,7 @@ int main(int count, char** values) {
     std::fputs(layout ? usage : "standin-hana-control: no such installation\n", stderr);
     return 2;
   }
+  live_in_time_of(*layout);
   struct Verb {
     std::size_t least;
     std::function<int()> run;

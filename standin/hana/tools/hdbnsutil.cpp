@@ -1,125 +1,55 @@
 #include <cstdio>
+#include <functional>
+#include <map>
+#include <string>
 
-#include "base/ini.h"
-#include "base/text.h"
+#include "engine/system_replication.h"
 #include "tools/instance_control.h"
+#include "tools/sr_state.h"
 
 namespace {
 
 using namespace standin;
 
-constexpr const char* rule = "~~~~~~~~~~~~~~~~~~~~~~~~";
+constexpr const char* usage =
+    "usage: hdbnsutil -sr_state [--sapcontrol=1] | -sr_stateConfiguration [--sapcontrol=1] | -sr_enable --name=<site> "
+    "|\n"
+    "  -sr_takeover | -sr_register --name=<site> --remoteHost=<host> --remoteInstance=<nr> --replicationMode=<mode>\n"
+    "  [--operationMode=<mode>] | -reconfig\n";
 
-/// What the configuration says of replication; the second site stands in the stand-in's own section.
-struct Replication {
-  std::string mode, operation, site_id, site_name, peer_host, peer_site, peer_id;
-  bool mode_told = true;
-  explicit Replication(const Layout& layout) {
-    const Ini ini = Ini::load(layout.configuration("global.ini"));
-    const auto get = [&](const char* key, const char* otherwise) {
-      return ini.get("system_replication", key, otherwise);
-    };
-    mode = get("actual_mode", get("mode", "none").c_str());
-    operation = mode == "primary" ? "primary" : get("operation_mode", "logreplay");
-    site_id = get("site_id", "1");
-    site_name = get("site_name", "SITE1");
-    const Ini own = Ini::load(layout.state("replication.conf"));
-    peer_host = own.get("peer", "host");
-    peer_site = own.get("peer", "site", "SITE2");
-    peer_id = own.get("peer", "site_id", "2");
-    mode_told = fault_setting(layout, "replication_mode_missing").empty();
-  }
-  [[nodiscard]] bool primary() const { return mode == "primary"; }
-  [[nodiscard]] bool has_peer() const { return !peer_host.empty(); }
-  [[nodiscard]] const char* told_mode() const { return mode_told ? mode.c_str() : ""; }
-  [[nodiscard]] const std::string& primary_site() const { return primary() ? site_name : peer_site; }
-  [[nodiscard]] const std::string& secondary_site() const { return primary() ? peer_site : site_name; }
-  [[nodiscard]] std::string secondary_mode() const { return primary() ? "sync" : mode; }
-  [[nodiscard]] std::string secondary_operation() const { return primary() ? "logreplay" : operation; }
-};
+/// "--key=value" words behind the action.
+using Options = std::map<std::string, std::string>;
 
-void print_mapping(const Layout& layout, const Replication& r) {
-  const bool peers = r.has_peer();
-  const std::string primary = r.primary_site();
-  const std::string secondary = r.secondary_site();
-  const std::string secondary_mode = r.secondary_mode();
-  const std::string operation = r.secondary_operation();
-  std::printf("Host Mappings:\n~~~~~~~~~~~~~~\n\n");
-  if (peers) std::printf("%s -> [%s] %s\n", layout.host.c_str(), r.peer_site.c_str(), r.peer_host.c_str());
-  std::printf("%s -> [%s] %s\n\n\nSite Mappings:\n~~~~~~~~~~~~~~\n", layout.host.c_str(), r.site_name.c_str(),
-              layout.host.c_str());
-  std::printf("%s (primary/%s)\n", primary.c_str(), peers ? "primary" : "");
-  if (peers) std::printf("    |---%s (%s/%s)\n", secondary.c_str(), secondary_mode.c_str(), operation.c_str());
-  std::printf("\nTier of %s: 1\n", primary.c_str());
-  if (peers) std::printf("Tier of %s: 2\n", secondary.c_str());
-  std::printf("\nReplication mode of %s: primary\n", primary.c_str());
-  if (peers) std::printf("Replication mode of %s: %s\n", secondary.c_str(), secondary_mode.c_str());
-  std::printf("\nOperation mode of %s: primary\n", primary.c_str());
-  if (peers) {
-    std::printf("Operation mode of %s: %s\n\nMapping: %s -> %s\n", secondary.c_str(), operation.c_str(),
-                primary.c_str(), secondary.c_str());
-  } else {
-    std::printf("\n");
+Options read_options(int count, char** values) {
+  Options options;
+  for (int i = 2; i < count; ++i) {
+    const std::string word = values[i];
+    const std::size_t equals = word.find('=');
+    options[word.substr(0, equals)] = equals == std::string::npos ? std::string() : word.substr(equals + 1);
   }
+  return options;
 }
 
-void print_state(const Layout& layout, const Replication& r, bool online, bool only_configuration) {
-  if (!online && !only_configuration)
-    std::printf("nameserver %s:%d not responding.\n", layout.host.c_str(), layout.port(1));
-  std::printf("\nSystem Replication State\n%s\n\n", rule);
-  if (!only_configuration) std::printf("online: %s\n\n", online ? "true" : "false");
-  std::printf("mode: %s\n", r.told_mode());
-  if (r.mode != "none") {
-    if (!only_configuration) std::printf("operation mode: %s\n", r.operation.c_str());
-    std::printf("site id: %s\nsite name: %s\n", r.site_id.c_str(), r.site_name.c_str());
-    if (!r.primary() && !only_configuration)
-      std::printf("active primary site: %s\n\nprimary masters: %s\n", r.peer_id.c_str(), r.peer_host.c_str());
-    if (!only_configuration && online) {
-      std::printf(
-          "\n\nis source system: %s\nis secondary/consumer system: %s\nhas secondaries/consumers attached: %s\nis a "
-          "takeover active: false\nis primary suspended: false\n\n",
-          r.primary() ? "true" : "false", r.primary() ? "false" : "true",
-          r.primary() && r.has_peer() ? "true" : "false");
-      print_mapping(layout, r);
-    }
+int finish(const Layout& layout, const std::string& error) {
+  if (error.empty()) {
+    std::printf("done.\n");
+    return 0;
   }
-  std::printf("done.\n");
+  std::printf("error: %s;\nfailed. trace file nameserver_%s.00000.000.trc may contain more error details.\n",
+              error.c_str(), layout.host.c_str());
+  return 1;
 }
 
-void print_sites_for_sapcontrol(const Replication& r) {
-  const auto site = [](const char* key, const std::string& name, const std::string& value) {
-    std::printf("%s/%s=%s\n", key, name.c_str(), value.c_str());
-  };
-  site("siteTier", r.primary_site(), "1");
-  if (r.has_peer()) site("siteTier", r.secondary_site(), "2");
-  site("siteReplicationMode", r.primary_site(), "primary");
-  if (r.has_peer()) site("siteReplicationMode", r.secondary_site(), r.secondary_mode());
-  site("siteOperationMode", r.primary_site(), "primary");
-  if (!r.has_peer()) return;
-  site("siteOperationMode", r.secondary_site(), r.secondary_operation());
-  site("siteMapping", r.primary_site(), r.secondary_site());
-}
-
-void print_for_sapcontrol(const Layout& layout, const Replication& r, bool online, bool only_configuration) {
-  std::printf("SAPCONTROL-OK: <begin>\n");
-  if (!only_configuration) std::printf("online=%s\n", online ? "true" : "false");
-  std::printf("mode=%s\n", r.told_mode());
-  if (r.mode != "none") {
-    if (!only_configuration) std::printf("operation mode=%s\n", r.operation.c_str());
-    std::printf("site id=%s\nsite name=%s\n", r.site_id.c_str(), r.site_name.c_str());
-    if (!only_configuration && online) {
-      std::printf(
-          "isSource=%s\nisConsumer=%s\nhasConsumers=%s\nisTakeoverActive=false\nisPrimarySuspended=false\n"
-          "mapping/%s=%s/%s\n",
-          r.primary() ? "true" : "false", r.primary() ? "false" : "true",
-          r.primary() && r.has_peer() ? "true" : "false", layout.host.c_str(), r.site_name.c_str(),
-          layout.host.c_str());
-      if (r.has_peer())
-        std::printf("mapping/%s=%s/%s\n", layout.host.c_str(), r.peer_site.c_str(), r.peer_host.c_str());
-      print_sites_for_sapcontrol(r);
-    }
-  }
-  std::printf("SAPCONTROL-OK: <end>\ndone.\n");
+int run_register(const Layout& layout, Options& options) {
+  std::printf("adding site ...\n");
+  if (instance_state(layout).phase != "stopped")
+    return finish(layout, "the database of this site must be stopped before it is registered");
+  if (options["--remoteInstance"] != layout.number)
+    return finish(layout, "the remote instance must have the number " + layout.number);
+  Registration wanted{options["--name"], options["--remoteHost"], options["--replicationMode"]};
+  if (!options["--operationMode"].empty()) wanted.operation = options["--operationMode"];
+  std::printf("collecting information ...\nupdating local ini files ...\n");
+  return finish(layout, register_secondary(layout, wanted));
 }
 
 }  // namespace
@@ -130,22 +60,21 @@ int main(int count, char** values) {
     std::fprintf(stderr, "hdbnsutil lies in no installation\n");
     return 1;
   }
-  const std::string action = count > 1 ? values[1] : "";
-  const bool machine = count > 2 && std::string(values[2]) == "--sapcontrol=1";
-  const bool only_configuration = action == "-sr_stateConfiguration";
-  if (action == "-reconfig") {
-    std::printf("done.\n");
+  Options options = read_options(count, values);
+  const State_Form form = options["--sapcontrol"] == "1" ? State_Form::sapcontrol : State_Form::text;
+  const auto tell = [&](bool only_configuration) {
+    print_replication_state(*layout, form, only_configuration);
     return 0;
-  }
-  if (action != "-sr_state" && !only_configuration) {
-    std::fprintf(stderr, "usage: hdbnsutil [options]\n");
-    return 1;
-  }
-  const bool online = instance_state(*layout).phase == "running";
-  const Replication replication(*layout);
-  if (machine)
-    print_for_sapcontrol(*layout, replication, online, only_configuration);
-  else
-    print_state(*layout, replication, online, only_configuration);
-  return 0;
+  };
+  const std::map<std::string, std::function<int()>> actions{
+      {"-reconfig", [&] { return finish(*layout, {}); }},
+      {"-sr_state", [&] { return tell(false); }},
+      {"-sr_stateConfiguration", [&] { return tell(true); }},
+      {"-sr_enable", [&] { return finish(*layout, enable_replication(*layout, options["--name"])); }},
+      {"-sr_takeover", [&] { return finish(*layout, take_over(*layout)); }},
+      {"-sr_register", [&] { return run_register(*layout, options); }}};
+  const auto action = actions.find(count > 1 ? values[1] : "");
+  if (action != actions.end()) return action->second();
+  std::fputs(usage, stderr);
+  return 1;
 }
