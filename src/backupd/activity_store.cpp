@@ -91,9 +91,14 @@ Outcome take_report(Sql_Session& session, const std::string& host_uuid, Activity
 
 json_spirit::Array sets_of(Sql_Session& session, const std::string& id) {
   json_spirit::Array sets;
-  for (const Sql_Row& row :
-       session.query("SELECT uuid, database_name, type FROM sets WHERE job_act_id = :a ORDER BY id", {id}, 3))
-    sets.emplace_back(json_spirit::Object{{"name", row.text(1)}, {"kind", row.text(2)}, {"set", row.text(0)}});
+  for (const Sql_Row& row : session.query("SELECT uuid, database_name, type, requested_type, lift_reason FROM sets "
+                                          "WHERE job_act_id = :a ORDER BY id",
+                                          {id}, 5)) {
+    json_spirit::Object set{{"name", row.text(1)}, {"kind", row.text(2)}, {"set", row.text(0)}};
+    if (const std::string requested = row.text(3); !requested.empty()) set["requested"] = requested;
+    if (const std::string reason = row.text(4); !reason.empty()) set["lift_reason"] = reason;
+    sets.emplace_back(std::move(set));
+  }
   return sets;
 }
 

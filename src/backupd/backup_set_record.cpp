@@ -96,6 +96,8 @@ Outcome Backup_Set_Record::read(const json_spirit::Object& body) {
   reader.text("last_time", last_time, Need::required);
   reader.number("source_size", source_size, Need::required);
   reader.number("total_size", total_size, Need::required);
+  reader.text("requested_type", requested_type);
+  reader.text("lift_reason", lift_reason);
   reader.array("files", file_array, Need::required);
   reader.array("storages", storage_array, Need::required);
   allow_descriptive_members(reader);

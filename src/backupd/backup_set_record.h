@@ -27,6 +27,8 @@ struct Backup_Set_Record {
   std::string job_act_id;
   std::string lifeline;
   std::string start_time;
+  std::string requested_type;  ///< with lift_reason, of a set that was lifted to full; else empty
+  std::string lift_reason;
   std::int64_t database_backup_id = 0;
   std::int64_t source_size = 0;
   std::int64_t total_size = 0;

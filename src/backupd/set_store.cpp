@@ -60,10 +60,11 @@ void insert_set(Sql_Session& session, const Backup_Set_Record& set, const Object
   stored["id"] = id;
   session.execute(
       "INSERT INTO sets (id, uuid, module, type, resource_uuid, database_name, database_backup_id, job_id, "
-      "job_act_id, lifeline, start_time, source_size, total_size, document) "
-      "VALUES (:a, :b, :c, :d, :e, :f, :g, :h, :i, :j, :k, :l, :m, :n)",
+      "job_act_id, lifeline, start_time, source_size, total_size, requested_type, lift_reason, document) "
+      "VALUES (:a, :b, :c, :d, :e, :f, :g, :h, :i, :j, :k, :l, :m, :n, :o, :p)",
       {id, set.uuid, set.module, set.type, set.resource_uuid, set.database, set.database_backup_id, set.job_id,
-       set.job_act_id, set.lifeline, set.start_time, set.source_size, set.total_size, json_spirit::dump_json(stored)});
+       set.job_act_id, set.lifeline, set.start_time, set.source_size, set.total_size, set.requested_type,
+       set.lift_reason, json_spirit::dump_json(stored)});
   for (const std::int64_t file : objects.file_ids) {
     session.execute("UPDATE backint_files SET set_id = :a WHERE id = :b", {id, file});
     session.execute("UPDATE backint_jobs SET taken = 1 WHERE uuid = (SELECT job_uuid FROM backint_files WHERE id = :a)",

@@ -75,6 +75,22 @@ TEST_F(Database_Test, Keeps_Numbers_Texts_And_Nulls) {
   }));
 }
 
+TEST_F(Database_Test, Brings_A_Database_Of_The_First_Version_To_This_One) {
+  ASSERT_TRUE(database.write([](backupd::Sql_Session& session) {
+    session.execute("ALTER TABLE sets DROP COLUMN requested_type");
+    session.execute("ALTER TABLE sets DROP COLUMN lift_reason");
+    session.execute("UPDATE schema_version SET version = :a", {std::int64_t{1}});
+    return true;
+  }));
+  backupd::Database again;
+  std::string error;
+  ASSERT_TRUE(again.open("/with blank/test.db", error)) << error;
+  EXPECT_TRUE(again.read([](backupd::Sql_Session& session) {
+    EXPECT_TRUE(session.query("SELECT requested_type, lift_reason FROM sets", {}, 2).empty());
+    EXPECT_EQ(session.first("SELECT version FROM schema_version", {}, 1)->number(0), backupd::schema_version());
+  }));
+}
+
 TEST_F(Database_Test, Refuses_A_Database_Of_A_Newer_Server) {
   ASSERT_TRUE(database.write([](backupd::Sql_Session& session) {
     session.execute("UPDATE schema_version SET version = :a", {std::int64_t{backupd::schema_version() + 1}});

@@ -247,6 +247,7 @@ TEST(Alert_Store, Stores_An_Alert_Once) {
   EXPECT_EQ(server.agent("POST", "/alerts", body).status, 200U);
   const Answer alerts = server.request("GET", "/alerts?job_act_id=" + uuid_of(70));
   ASSERT_EQ(alerts.rows().size(), 1U);
+  EXPECT_EQ(server.request("GET", "/alerts?job_act_id=" + uuid_of(71)).number_of("total"), 0);
   long flags = 0;
   json_spirit::object_get(alerts.rows().front().get_obj(), "flags", flags);
   EXPECT_EQ(flags, 17592186044416);

@@ -1,4 +1,4 @@
-#include "unit/backupd/memory_server.h"
+#include "unit/backupd/fake_agent.h"
 
 using namespace backupd_test;
 
@@ -52,6 +52,39 @@ TEST(Set_Store, Completes_The_Storages) {
   json_spirit::object_get(stored.body, "storages", storages);
   EXPECT_EQ(json_spirit::dump_json(storages), std::string(R"([{"pool_uuid":")") + pool_uuid +
                                                   R"(","upstream_pool_uuid":null,"state":["online"],"size":400}])");
+}
+
+TEST(Set_Store, Tells_Of_A_Set_And_Of_Its_Run_That_It_Was_Lifted_To_Full) {
+  Memory_Server server;
+  server.add_pool();
+  const std::string run = uuid_of(70);
+  const auto report = R"({"activities":[{"id":")" + run + R"(","state":3}]})";
+  Fake_Agent agent(server, server.agent_key, obedient);
+  ASSERT_TRUE(agent.call("job.report", report).ok);
+  server.add_object(uuid_of(1), "ebid-1", run);
+  server.add_object(uuid_of(2), "ebid-2", run);
+  std::string lifted = set_json(uuid_of(1), "ebid-1", "full", "2026-01-01 10:00:00", 100, run);
+  lifted.insert(1, R"("requested_type":"incremental","lift_reason":"pool changed",)");
+  const Answer stored = server.agent("POST", "/sets", lifted);
+  EXPECT_EQ(stored.status, 201U) << stored.text;
+  ASSERT_EQ(
+      server.agent("POST", "/sets", set_json(uuid_of(2), "ebid-2", "full", "2026-01-01 10:00:00", 100, run)).status,
+      201U);
+  const Answer first = server.agent("GET", "/sets?uuid=" + uuid_of(1));
+  std::string requested;
+  std::string reason;
+  json_spirit::object_get(first.rows().at(0).get_obj(), "requested_type", requested);
+  json_spirit::object_get(first.rows().at(0).get_obj(), "lift_reason", reason);
+  EXPECT_EQ(requested, "incremental");
+  EXPECT_EQ(reason, "pool changed");
+  json_spirit::Array databases;
+  json_spirit::object_get(server.request("GET", "/jobs/" + run).body, "databases", databases);
+  EXPECT_EQ(json_spirit::dump_json(databases),
+            R"([{"name":"TN1","kind":"full","set":")" + uuid_of(1) +
+                R"(","requested":"incremental","lift_reason":"pool changed"},{"name":"TN1","kind":"full","set":")" +
+                uuid_of(2) + R"("}])");
+  lifted.replace(lifted.find("\"incremental\""), 13, "5");
+  EXPECT_EQ(server.agent("POST", "/sets", lifted).status, 400U);
 }
 
 TEST(Set_Store, Answers_The_Same_Set_Again_As_Done) {
