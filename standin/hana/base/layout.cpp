@@ -41,6 +41,8 @@ std::string Layout::configuration(const std::string& file) const {
 
 std::string Layout::state(const std::string& file) const { return real(instance_directory() + "/standin/" + file); }
 
+std::string Layout::shared(const std::string& file) const { return store.empty() ? state(file) : store + "/" + file; }
+
 int Layout::port(int last_two) const {
   return ports_of_instance_00 + static_cast<int>(parse_number(number).value_or(0)) * ports_per_instance + last_two;
 }
@@ -50,6 +52,7 @@ bool load_settings(Layout& layout) {
   layout.host = settings.get("instance", "host");
   layout.version = settings.get("instance", "version");
   layout.mode = settings.get("instance", "mode");
+  layout.store = settings.get("instance", "store");
   return !layout.host.empty();
 }
 

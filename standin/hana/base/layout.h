@@ -12,7 +12,8 @@ struct Layout {
   std::string number;  ///< "00"
   std::string host;
   std::string version;
-  std::string mode;  ///< "multi" or "single"
+  std::string mode;   ///< "multi" or "single"
+  std::string store;  ///< real folder of what the hosts of a system share; empty: this host's own
 
   [[nodiscard]] bool multi() const { return mode == "multi"; }
   [[nodiscard]] std::string real(const std::string& documented) const { return root + documented; }
@@ -28,8 +29,10 @@ struct Layout {
   /// The system database's own lies in the trace directory itself.
   [[nodiscard]] std::string trace_directory(const std::string& database) const;
   [[nodiscard]] std::string configuration(const std::string& file) const;
-  /// Real path of the stand-in's own state.
+  /// Real path of this host's own state.
   [[nodiscard]] std::string state(const std::string& file) const;
+  /// Real path of the state that all hosts of the system share: databases, catalog, list of hosts.
+  [[nodiscard]] std::string shared(const std::string& file) const;
   [[nodiscard]] int port(int last_two) const;
   [[nodiscard]] std::string daemon_name() const { return "hdb.sap" + sid + "_HDB" + number; }
 };

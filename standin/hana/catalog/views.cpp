@@ -3,6 +3,7 @@
 #include <functional>
 
 #include "base/clock.h"
+#include "base/cluster.h"
 #include "base/ini.h"
 #include "base/text.h"
 
@@ -156,15 +157,17 @@ void fill_inifiles(View& view, const View_Source& source, const Database& databa
 }
 
 void fill_landscape(View& view, const View_Source& source, const Database& database) {
-  view.begin(database.name);
-  view.text(source.state.layout().host)
-      .text("YES")
-      .text("OK")
-      .text("MASTER 1")
-      .text("MASTER")
-      .text("WORKER")
-      .text("MASTER");
-  view.end();
+  const Layout& layout = source.state.layout();
+  for (const Cluster_Host& host : hosts_of(layout)) {
+    const Layout place = layout_of(layout, host);
+    const bool active = host.name == layout.host || phase_of(place) == "running";
+    const int rank = master_rank(place);
+    const char* role = host.name == layout.host ? "MASTER" : "SLAVE";
+    view.begin(database.name);
+    view.text(host.name).text(active ? "YES" : "NO").text(active ? "OK" : "ERROR");
+    view.text(rank < 0 ? "SLAVE" : "MASTER " + std::to_string(rank + 1)).text(role);
+    view.text("WORKER").text(role).end();
+  }
 }
 
 using Filler = std::function<void(View&, const View_Source&, const Database&)>;

@@ -43,7 +43,7 @@ constexpr int ports_per_service = 3;
 
 bool System_State::open(const Layout& layout) {
   layout_ = layout;
-  return sqlite_.open(layout.state("system.db")) && sqlite_.execute(schema);
+  return sqlite_.open(layout.shared("system.db")) && sqlite_.execute(schema);
 }
 
 std::vector<Database> System_State::databases() {
@@ -122,7 +122,7 @@ bool System_State::write_database_list() {
 }
 
 std::string System_State::tables_file(const std::string& database) const {
-  return layout_.state("data/" + path_part(database) + ".db");
+  return layout_.shared("data/" + path_part(database) + ".db");
 }
 
 }  // namespace standin

@@ -118,7 +118,7 @@ void drop_savepoint_file(const Savepoint& savepoint) { ::unlink(savepoint.snapsh
 void drop_left_files(const Layout& layout) {
   std::error_code error;
   std::vector<std::filesystem::path> left;
-  for (const auto& entry : std::filesystem::directory_iterator(layout.state("data"), error)) {
+  for (const auto& entry : std::filesystem::directory_iterator(layout.shared("data"), error)) {
     const std::string name = entry.path().filename();
     if (name.find(".db.savepoint.") != std::string::npos || name.find(".db.catalog.") != std::string::npos)
       left.push_back(entry.path());

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <map>
 
+#include "base/cluster.h"
 #include "base/files.h"
 #include "base/ini.h"
 #include "base/text.h"
@@ -19,7 +20,8 @@ using namespace standin;
 constexpr const char* usage =
     "Usage: standin-hana-install --root R --sid SID --nr NN --version V [--single-container] [--tenant NAME ...]\n"
     "       [--services indexserver,xsengine...] [--user NAME --password-file F] [--data-mb N] [--host NAME]\n"
-    "       standin-hana-install --root R --secondary-of ROOT --mode sync|syncmem|async --host NAME --sid SID\n";
+    "       standin-hana-install --root R --secondary-of ROOT --mode sync|syncmem|async --host NAME --sid SID\n"
+    "       standin-hana-install --root R --join ROOT --host NAME --sid SID\n";
 constexpr std::int64_t pages_per_mb = 256;
 
 int fail(const char* text) {
@@ -130,7 +132,7 @@ int install_system(const Wishes& wishes) {
   }
   if (!lay_out(layout, own_folder())) return fail("the installation's files cannot be written");
   std::error_code error;
-  std::filesystem::remove(layout.state("system.db"), error);
+  std::filesystem::remove(layout.shared("system.db"), error);
   System_State state;
   if (!state.open(layout)) return fail("the state cannot be written");
   const std::int64_t pages = parse_number(wishes.get("--data-mb", "4")).value_or(0) * pages_per_mb;
@@ -144,6 +146,7 @@ std::optional<Layout> like(const Layout& other, const Wishes& wishes) {
   Layout layout = other;
   layout.root = root_of(wishes.get("--root"));
   layout.host = wishes.get("--host");
+  layout.store.clear();
   if (layout.host.empty() || layout.host == other.host || layout.root == other.root) return std::nullopt;
   return layout;
 }
@@ -151,6 +154,7 @@ std::optional<Layout> like(const Layout& other, const Wishes& wishes) {
 int install_secondary(const Wishes& wishes) {
   const auto primary = find_layout(root_of(wishes.get("--secondary-of")), wishes.get("--sid"));
   if (!primary) return fail("there is no primary site below that root");
+  if (hosts_of(*primary).size() > 1) return fail("a scale-out system has no second site here");
   const auto layout = like(*primary, wishes);
   if (!layout) return fail("a secondary site needs a --root and a --host of its own");
   if (!lay_out(*layout, own_folder()) || !make_directories_of_databases(*primary, *layout))
@@ -158,6 +162,18 @@ int install_secondary(const Wishes& wishes) {
   if (!take_landscape_id(*primary, *layout)) return fail("the landscape id cannot be taken over");
   const std::string error = set_up_pair(*primary, *layout, wishes.get("--mode", "sync"));
   return error.empty() ? 0 : fail(error.c_str());
+}
+
+int install_further_host(const Wishes& wishes) {
+  const auto first = find_layout(root_of(wishes.get("--join")), wishes.get("--sid"));
+  if (!first) return fail("there is no system below that root");
+  auto layout = like(*first, wishes);
+  if (!layout) return fail("a further host needs a --root and a --host of its own");
+  if (load_replication(*first).mode != "none") return fail("a replicated system cannot have further hosts here");
+  layout->store = std::filesystem::path(first->shared("system.db")).parent_path().string();
+  const bool done = lay_out_further_host(*first, *layout, own_folder()) &&
+                    make_directories_of_databases(*first, *layout) && join_landscape(*first, *layout);
+  return done ? 0 : fail("the installation's files cannot be written");
 }
 
 }  // namespace
@@ -168,5 +184,6 @@ int main(int count, char** values) {
     std::fputs(usage, stderr);
     return 2;
   }
+  if (wishes.has("--join")) return install_further_host(wishes);
   return wishes.has("--secondary-of") ? install_secondary(wishes) : install_system(wishes);
 }

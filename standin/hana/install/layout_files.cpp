@@ -85,9 +85,11 @@ bool write_profiles(const Layout& layout) {
   const std::string services = layout.real("/usr/sap/sapservices");
   std::string text = read_file(services).value_or("#!/bin/sh\n");
   if (text.find(line) == std::string::npos) text += line;
+  // Of all hosts together: the first one has written it.
+  const bool first = layout.store.empty();
+  const std::string common = "SAPSYSTEMNAME = " + layout.sid + "\nSAPGLOBALHOST = " + layout.host + "\n";
   return write_file(services, text, 0644) &&
-         write_file(layout.real(layout.system_directory() + "/SYS/profile/DEFAULT.PFL"),
-                    "SAPSYSTEMNAME = " + layout.sid + "\nSAPGLOBALHOST = " + layout.host + "\n", 0644) &&
+         (!first || write_file(layout.real(layout.system_directory() + "/SYS/profile/DEFAULT.PFL"), common, 0644)) &&
          write_file(layout.real(profile),
                     "SAPSYSTEMNAME = " + layout.sid + "\nSAPSYSTEM = " + layout.number +
                         "\nINSTANCE_NAME = " + layout.instance_name() + "\nSAPLOCALHOST = " + layout.host + "\n",
@@ -107,9 +109,7 @@ bool write_accounts(const Layout& layout) {
          add_account(layout.real("/etc/group"), "sapsys", "sapsys:x:" + gid + ":" + user);
 }
 
-}  // namespace
-
-bool lay_out(const Layout& layout, const std::string& tools) {
+bool place_files(const Layout& layout, const std::string& tools) {
   const std::string exe = layout.real(layout.instance_directory() + "/exe");
   for (const std::string& folder :
        {layout.instance_directory() + "/exe/python_support", layout.instance_directory() + "/work",
@@ -132,9 +132,27 @@ bool lay_out(const Layout& layout, const std::string& tools) {
   settings.set("instance", "host", layout.host);
   settings.set("instance", "version", layout.version);
   settings.set("instance", "mode", layout.mode);
+  if (!layout.store.empty()) settings.set("instance", "store", layout.store);
   return !error && settings.save(layout.state("instance.conf"), "instance.conf", "installer") &&
-         write_file(exe + "/manifest", manifest_text(layout.version), 0644) && write_configuration(layout) &&
-         write_profiles(layout) && write_accounts(layout);
+         write_file(exe + "/manifest", manifest_text(layout.version), 0644) && write_profiles(layout) &&
+         write_accounts(layout);
+}
+
+}  // namespace
+
+bool lay_out(const Layout& layout, const std::string& tools) {
+  return place_files(layout, tools) && write_configuration(layout);
+}
+
+bool lay_out_further_host(const Layout& first, const Layout& layout, const std::string& tools) {
+  if (!make_directories(layout.real(layout.system_directory() + "/SYS"))) return false;
+  for (const char* folder : {"/SYS/global", "/SYS/profile"}) {
+    std::error_code error;
+    const std::string documented = layout.system_directory() + folder;
+    fs::create_symlink(first.real(documented), layout.real(documented), error);
+    if (error) return false;
+  }
+  return place_files(layout, tools);
 }
 
 }  // namespace standin

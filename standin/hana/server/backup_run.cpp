@@ -245,7 +245,7 @@ std::string Backup_Run::write_to_file(Piece& piece, Running_Service& service) {
 }
 
 void Backup_Run::note_checksum(std::int64_t id, const std::string& service, const Piece& piece) const {
-  append_file(layout_.state("backup_checksums.tsv"),
+  append_file(layout_.shared("backup_checksums.tsv"),
               std::to_string(id) + "\t" + running_.request.database + "\t" + service + "\t" + piece.part.name + "\t" +
                   piece.part.external_id + "\t" + std::to_string(piece.part.result.bytes) + "\t" +
                   piece.part.result.sha256 + "\n");

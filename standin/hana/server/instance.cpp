@@ -14,20 +14,31 @@
 namespace standin {
 
 Instance::Instance(Layout layout)
-    : layout_(std::move(layout)), faults_(layout_.state("faults.conf")), backups_(layout_, faults_) {}
+    : layout_(std::move(layout)),
+      faults_(layout_.state("faults.conf")),
+      backups_(layout_, faults_),
+      master_role_(layout_, faults_) {}
 
 void Instance::request_stop() { phase_ = stopping; }
 
 bool Instance::write_pid() { return write_file(layout_.state("server.pid"), std::to_string(::getpid()) + "\n"); }
 
+void Instance::consider_role() {
+  if (!master_role_.consider(phase_ == running)) return;
+  System_State state;
+  if (!state.open(layout_)) return;
+  // What a former master left.
+  Catalog(state).fail_unfinished();
+  drop_left_files(layout_);
+  static_cast<void>(state.write_database_list());
+}
+
 int Instance::serve() {
   start_ms_ = now_ms();
   const std::string socket_path = layout_.state("socket");
   const Descriptor listener = listen_at(socket_path);
-  System_State state;
-  if (!listener.valid() || !write_pid() || !state.open(layout_)) return 1;
-  Catalog(state).fail_unfinished();
-  drop_left_files(layout_);
+  if (!listener.valid() || !write_pid()) return 1;
+  consider_role();
   constexpr std::int64_t default_start_ms = 300;
   constexpr std::int64_t default_stop_ms = 100;
   constexpr int poll_ms = 50;
@@ -40,6 +51,7 @@ int Instance::serve() {
     const std::int64_t now = now_ms();
     Phase expected = starting;
     if (now >= ready_at) phase_.compare_exchange_strong(expected, running);
+    if (phase_ != stopping) consider_role();
     if (phase_ == stopping && gone_at == 0) {
       gone_at = now + faults_.number("stop_ms", default_stop_ms);
       ending = std::thread([&] {

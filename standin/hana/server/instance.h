@@ -4,6 +4,7 @@
 
 #include "base/files.h"
 #include "server/backup.h"
+#include "server/master_role.h"
 
 namespace standin {
 
@@ -20,13 +21,18 @@ class Instance {
   Backups& backups() { return backups_; }
   [[nodiscard]] Phase phase() const { return phase_; }
   [[nodiscard]] std::int64_t start_ms() const { return start_ms_; }
+  /// Whether the databases are served here: elsewhere in a scale-out system nobody takes statements.
+  [[nodiscard]] bool serves_databases() const { return master_role_.held(); }
   void request_stop();
 
  private:
   bool write_pid();
+  /// Takes the databases over when the role has come to this host.
+  void consider_role();
   Layout layout_;
   Faults faults_;
   Backups backups_;
+  Master_Role master_role_;
   std::atomic<Phase> phase_{starting};
   std::atomic<int> connections_{0};
   std::int64_t start_ms_ = 0;

@@ -59,7 +59,8 @@ class Session {
   Message logon(const Message& message) {
     statements_.reset();
     port_ = message[4];
-    if (instance_.phase() != Instance::running || !state_.open(instance_.layout())) return refused();
+    if (instance_.phase() != Instance::running || !instance_.serves_databases() || !state_.open(instance_.layout()))
+      return refused();
     Faults& faults = instance_.faults();
     database_ = find_database(message[1], port_);
     if (database_.empty() || faults.take("nobody_listens", database_)) return refused();
@@ -144,6 +145,7 @@ class Session {
   /// "process,database" of each server process that runs.
   std::string services() {
     std::string text = "compileserver,\npreprocessor,\nwebdispatcher,\n";
+    if (!instance_.serves_databases()) return text + "nameserver,\n";
     if (!state_.open(instance_.layout())) return text;
     for (const Database& database : state_.databases())
       if (database.status == "YES")

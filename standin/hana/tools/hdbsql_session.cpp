@@ -5,6 +5,7 @@
 
 #include <chrono>
 
+#include "base/cluster.h"
 #include "base/text.h"
 #include "tools/hdbsql_output.h"
 
@@ -32,6 +33,12 @@ std::string Hdbsql_Session::port_of(const Connect_Options& connect) const {
   return "3" + number + (upper(connect.database) == "SYSTEMDB" ? "13" : "15");
 }
 
+std::string Hdbsql_Session::socket_of(const std::string& host) const {
+  for (const Cluster_Host& other : hosts_of(layout_))
+    if (other.name == host) return layout_of(layout_, other).state("socket");
+  return layout_.state("socket");
+}
+
 bool Hdbsql_Session::connect(const Connect_Options& connect, bool told) {
   tried_ = true;
   connection_.reset();
@@ -42,7 +49,7 @@ bool Hdbsql_Session::connect(const Connect_Options& connect, bool told) {
       "Connection failed (RTE:[89006] System call 'connect' failed, rc=111:Connection refused (" +
       (connect.host.empty() ? "localhost" : connect.host) + ":" + port + "))";
   const bool own = port.size() == 5 && port.substr(1, 2) == layout_.number;
-  if (own) connection_ = connect_to(layout_.state("socket"));
+  if (own) connection_ = connect_to(socket_of(connect.host));
   if (!connection_.valid()) return fail(connect_failed, refused, "HY000");
   std::optional<Message> answer;
   if (send_message(connection_.get(), {"LOGON", connect.database, connect.user, connect.password, port}))

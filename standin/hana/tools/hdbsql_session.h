@@ -27,6 +27,8 @@ class Hdbsql_Session {
   bool status();
   bool fail(int code, const std::string& text, const std::string& state);
   std::string port_of(const Connect_Options& connect) const;
+  /// Of another host of the system by its name; any other name means this one.
+  std::string socket_of(const std::string& host) const;
   bool obey(const std::string& directives);
 
   Layout layout_;

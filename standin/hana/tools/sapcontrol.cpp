@@ -1,6 +1,7 @@
 #include <cstdio>
 
 #include "base/clock.h"
+#include "base/cluster.h"
 #include "base/text.h"
 #include "tools/instance_control.h"
 
@@ -63,6 +64,38 @@ int wait_for(const Layout& layout, const char* phase, const std::vector<std::str
   return wait_for_phase(layout, phase, limit) ? exit_done : exit_timeout;
 }
 
+/// The master last when all stop, first when all start: the role stays where it is.
+std::vector<Layout> hosts_from_master(const Layout& layout) {
+  std::vector<Layout> hosts;
+  const std::string master = active_master(layout);
+  for (const Cluster_Host& host : hosts_of(layout))
+    hosts.insert(host.name == master ? hosts.begin() : hosts.end(), layout_of(layout, host));
+  return hosts;
+}
+
+bool start_system(const Layout& layout) {
+  bool good = true;
+  for (const Layout& host : hosts_from_master(layout)) good = start_instance(host) && good;
+  return good;
+}
+
+bool stop_system(const Layout& layout) {
+  bool good = true;
+  auto hosts = hosts_from_master(layout);
+  for (auto host = hosts.rbegin(); host != hosts.rend(); ++host) good = stop_instance(*host) && good;
+  return good;
+}
+
+void print_instances(const Layout& layout) {
+  std::printf("hostname, instanceNr, httpPort, httpsPort, startPriority, features, dispstatus\n");
+  const int number = static_cast<int>(parse_number(layout.number).value_or(0));
+  for (const Cluster_Host& host : hosts_of(layout)) {
+    const std::string phase = phase_of(layout_of(layout, host));
+    std::printf("%s, %d, 5%02d13, 5%02d14, 0.3, HDB|HDB_WORKER, %s\n", host.name.c_str(), number, number, number,
+                phase == "running" ? "GREEN" : (phase == "stopped" ? "GRAY" : "YELLOW"));
+  }
+}
+
 int run(const Layout& layout, const std::string& function, const std::vector<std::string>& arguments, bool script) {
   const auto header = [&](const char* outcome) {
     std::printf("\n%s\n%s\n%s\n", local_time_text(now_ms(), "%d.%m.%Y %H:%M:%S").c_str(), function.c_str(), outcome);
@@ -76,13 +109,13 @@ int run(const Layout& layout, const std::string& function, const std::vector<std
     return process_list(layout, script);
   }
   if (function == "Start" || function == "StartSystem" || function == "StartWait") {
-    const bool good = start_instance(layout);
+    const bool good = function == "StartSystem" ? start_system(layout) : start_instance(layout);
     header(good ? "OK" : "FAIL: the instance could not be started");
     if (!good) return exit_failed;
     return function == "StartWait" ? wait_for(layout, "running", arguments) : exit_done;
   }
   if (function == "Stop" || function == "StopSystem" || function == "StopWait") {
-    const bool good = stop_instance(layout);
+    const bool good = function == "StopSystem" ? stop_system(layout) : stop_instance(layout);
     header(good ? "OK" : "FAIL: the instance could not be stopped");
     if (!good) return exit_failed;
     return function == "StopWait" ? wait_for(layout, "stopped", arguments) : exit_done;
@@ -94,13 +127,7 @@ int run(const Layout& layout, const std::string& function, const std::vector<std
   }
   if (function == "GetSystemInstanceList") {
     header("OK");
-    const std::string phase = instance_state(layout).phase;
-    const int number = static_cast<int>(parse_number(layout.number).value_or(0));
-    std::printf(
-        "hostname, instanceNr, httpPort, httpsPort, startPriority, features, dispstatus\n%s, %d, 5%02d13, 5%02d14, "
-        "0.3, HDB|HDB_WORKER, %s\n",
-        layout.host.c_str(), number, number, number,
-        phase == "running" ? "GREEN" : (phase == "stopped" ? "GRAY" : "YELLOW"));
+    print_instances(layout);
     return exit_done;
   }
   if (function == "GetInstanceProperties") {

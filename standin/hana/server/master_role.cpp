@@ -1,0 +1,48 @@
+#include "server/master_role.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include "base/clock.h"
+#include "base/cluster.h"
+
+namespace standin {
+
+namespace {
+constexpr std::int64_t default_failover_ms = 500;
+constexpr std::int64_t never_ms = -1;
+}  // namespace
+
+std::int64_t Master_Role::patience_ms(bool running) const {
+  if (hosts_of(layout_).size() == 1 || active_master(layout_) == layout_.host) return 0;
+  if (!running) return never_ms;
+  const int rank = master_rank(layout_);
+  if (rank < 0 || faults_.take("failover").value_or("yes") == "no") return never_ms;
+  return (rank + 1) * faults_.number("failover_ms", default_failover_ms);
+}
+
+bool Master_Role::take() {
+  Descriptor lock(::open(layout_.shared("master.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640));
+  if (!lock.valid() || ::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) return false;
+  lock_ = std::move(lock);
+  return true;
+}
+
+bool Master_Role::consider(bool running) {
+  if (held_ || !take()) {
+    free_since_ms_ = 0;
+    return false;
+  }
+  const std::int64_t now = now_ms();
+  if (free_since_ms_ == 0) free_since_ms_ = now;
+  const std::int64_t patience = patience_ms(running);
+  const bool waits = patience == never_ms || now - free_since_ms_ < patience;
+  if (!waits && (patience == 0 || note_active_master(layout_))) {
+    held_ = true;
+    return true;
+  }
+  lock_.reset();
+  return false;
+}
+
+}  // namespace standin
