@@ -98,7 +98,7 @@ bool Server_Client::get_page(const std::string& path, std::vector<json_spirit::O
 
 bool Server_Client::request(net::Http_Request& ask, json_spirit::Object& answer, Failure& failure,
                             std::chrono::seconds timeout) {
-  ask.headers.set("Authorization", "Bearer " + std::string(configuration_.key.view()));
+  ask.headers.set_bearer(configuration_.key);
   ask.headers.set("Accept", "application/json");
   net::Http_Response response;
   if (!send(ask, response, failure, timeout)) return false;

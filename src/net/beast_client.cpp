@@ -131,6 +131,13 @@ bool open_stream(Dialled<Tls_Stream>& dialled, const Endpoint& endpoint, std::ch
          secure(*dialled.loop, *dialled.stream, endpoint, timeout, error);
 }
 
+/// The message's own copy of the key. What TLS and the kernel keep of it on the way is theirs.
+void wipe_authorization(http::request<http::buffer_body>& message) {
+  const auto value = message[http::field::authorization];
+  // Read-only for the sake of the parser; nobody reads the message any more.
+  platform::wipe_memory(const_cast<char*>(value.data()), value.size());
+}
+
 /// Text goes into the response, a streamed body into the caller's sink when the status tells success.
 class Response_Sink final : public Body_Sink {
  public:
@@ -195,6 +202,7 @@ class Beast_Connection final : public Http_Connection {
     Body_Pieces pieces(request.body, request.body_source);
     fill_fields(message, request.headers, pieces.size());
     const Transfer sent = send_message(channel, message, pieces, [this] { return !answer_waits(); });
+    wipe_authorization(message);
     if (sent.ok()) return true;
     reusable = false;
     if (sent.failed == Failed_Side::body)
@@ -291,7 +299,7 @@ std::unique_ptr<Web_Socket> make_web_socket(const Endpoint& endpoint, const std:
   auto stream = std::make_unique<websocket::stream<Stream>>(std::move(*dialled.stream));
   set_web_socket_options(*stream, timeout);
   stream->set_option(websocket::stream_base::decorator([&bearer](websocket::request_type& request) {
-    if (!bearer.empty()) request.set(http::field::authorization, "Bearer " + std::string(bearer.view()));
+    if (!bearer.empty()) request.set(http::field::authorization, bearer_value(bearer).view());
   }));
   websocket::response_type answer;
   const beast::error_code cause = run_operation(

@@ -14,6 +14,12 @@ bool same_name(std::string_view a, std::string_view b) {
          std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return lower(x) == lower(y); });
 }
 
+constexpr std::string_view authorization = "Authorization";
+
+void wipe_if_secret(std::string_view name, std::string& value) {
+  if (same_name(name, authorization)) platform::wipe_memory(value.data(), value.size());
+}
+
 bool is_letter(char c) { return lower(c) >= 'a' && lower(c) <= 'z'; }
 
 bool is_name_character(char c) {
@@ -31,9 +37,21 @@ bool is_control(char c) {
 
 }  // namespace
 
+Http_Headers& Http_Headers::operator=(Http_Headers other) noexcept {
+  fields_.swap(other.fields_);
+  return *this;
+}
+
+Http_Headers::~Http_Headers() {
+  for (auto& [name, text] : fields_) wipe_if_secret(name, text);
+}
+
+void Http_Headers::set_bearer(const secure_string& key) { set(authorization, bearer_value(key).view()); }
+
 void Http_Headers::set(std::string_view name, std::string_view value) {
   for (auto& [known, text] : fields_)
     if (same_name(known, name)) {
+      wipe_if_secret(known, text);
       text = value;
       return;
     }
@@ -44,6 +62,12 @@ const std::string* Http_Headers::find(std::string_view name) const {
   for (const auto& [known, text] : fields_)
     if (same_name(known, name)) return &text;
   return nullptr;
+}
+
+secure_string bearer_value(const secure_string& key) {
+  secure_string value(std::string_view("Bearer "));
+  value.append(key.view());
+  return value;
 }
 
 bool is_field_name(std::string_view text) {

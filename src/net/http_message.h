@@ -1,6 +1,7 @@
 #pragma once
 
 #include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -9,12 +10,23 @@
 #include <utility>
 #include <vector>
 
+#include "platform/secure_string.h"
+
 namespace net {
 
-/// Header fields in order; names compare without case.
+/// Header fields in order; names compare without case. The value of an Authorization field is a secret: it is wiped
+/// when it is replaced or released.
 class Http_Headers {
  public:
+  Http_Headers() = default;
+  Http_Headers(const Http_Headers& other) = default;
+  Http_Headers(Http_Headers&& other) noexcept = default;
+  Http_Headers& operator=(Http_Headers other) noexcept;
+  ~Http_Headers();
+
   void set(std::string_view name, std::string_view value);
+  /// "Authorization: Bearer <key>".
+  void set_bearer(const secure_string& key);
   /// Null when there is no such field.
   [[nodiscard]] const std::string* find(std::string_view name) const;
   [[nodiscard]] const std::vector<std::pair<std::string, std::string>>& all() const { return fields_; }
@@ -39,6 +51,9 @@ class Body_Sink {
   virtual ~Body_Sink() = default;
   virtual bool write(const char* data, std::size_t size) = 0;
 };
+
+/// The value of the Authorization field that shows `key`.
+[[nodiscard]] secure_string bearer_value(const secure_string& key);
 
 struct Http_Request {
   std::string method = "GET";

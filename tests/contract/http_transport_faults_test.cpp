@@ -12,6 +12,7 @@
 #include "contract/transport_side.h"
 #include "net/beast_transport.h"
 #include "platform/clock.h"
+#include "support/freed_memory_watch.h"
 #include "support/log_capture.h"
 #include "support/temp_root.h"
 
@@ -233,6 +234,26 @@ TEST_F(Http_Transport_Faults, A_Cut_Request_Is_Not_Read_Whole) {
   for (const char* bytes : {"POST / HTTP/1.1\r\nContent-Length: 10\r\n\r\n12345",
                             "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nabcde\r\n"})
     EXPECT_EQ(talk(server.port(), bytes).substr(0, 12), "HTTP/1.1 413") << bytes;
+}
+
+TEST_F(Http_Transport_Faults, A_Request_Leaves_No_Key_In_The_Memory_It_Gives_Back) {
+  Echo_Handler handler;
+  net::Http_Server server(handler, {});
+  std::string why;
+  ASSERT_TRUE(server.start(why)) << why;
+  const net::Endpoint endpoint{false, "127.0.0.1", server.port(), ""};
+  const std::string key_text = "a key of more bytes than a short string holds";
+  const secure_string key(key_text);
+  const support::Freed_Memory_Watch watch(key_text);
+  {
+    net::Http_Request asking;
+    asking.target = "/x";
+    asking.headers.set_bearer(key);
+    auto connection = net::beast_transport().connect(endpoint, patience, error);
+    ASSERT_NE(connection, nullptr) << error.text;
+    EXPECT_TRUE(connection->exchange(asking, response, patience, error)) << error.text;
+  }
+  EXPECT_EQ(watch.found(), 0U);
 }
 
 TEST_F(Http_Transport_Faults, A_Client_That_Asks_First_Is_Told_To_Go_On) {

@@ -57,9 +57,7 @@ std::unique_ptr<net::Http_Connection> HTTP_Session::connect(std::chrono::nanosec
   return net::Http_Transport::current().connect(endpoint_, timeout, error);
 }
 
-void HTTP_Session::authorize(net::Http_Request& request) const {
-  request.headers.set("Authorization", "Bearer " + std::string(access_key_.view()));
-}
+void HTTP_Session::authorize(net::Http_Request& request) const { request.headers.set_bearer(access_key_); }
 
 std::unique_ptr<net::Http_Connection> HTTP_Session::take_idle() {
   const auto now = platform::Clock::current().steady_now();

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "net/http_checks.h"
+#include "support/freed_memory_watch.h"
 
 namespace {
 
@@ -19,6 +20,40 @@ TEST(Http_Headers, Finds_Without_Case_And_Replaces_In_Place) {
   EXPECT_EQ(*headers.find("CONTENT-TYPE"), "b");
   EXPECT_EQ(headers.find("Content-Typ"), nullptr);
   EXPECT_EQ(headers.find(""), nullptr);
+}
+
+const std::string key_text = "a key of more bytes than a short string holds";
+
+TEST(Http_Headers, Shows_A_Key_As_Bearer) {
+  net::Http_Headers headers;
+  headers.set_bearer(secure_string(key_text));
+  ASSERT_NE(headers.find("authorization"), nullptr);
+  EXPECT_EQ(*headers.find("authorization"), "Bearer " + key_text);
+}
+
+TEST(Http_Headers, Leaves_No_Key_In_The_Memory_It_Gives_Back) {
+  const secure_string key(key_text);
+  const support::Freed_Memory_Watch watch(key_text);
+  {
+    net::Http_Headers headers;
+    headers.set_bearer(key);
+    headers.set("X-One", "1");
+    net::Http_Headers copy(headers);
+    net::Http_Headers moved(std::move(headers));
+    copy = moved;
+    moved.set("authorization", "something that is longer than all that stood there before, so that memory is taken");
+    copy = net::Http_Headers();
+  }
+  EXPECT_EQ(watch.found(), 0U);
+}
+
+TEST(Http_Headers, The_Watch_Finds_A_Key_That_Was_Not_Wiped) {
+  const support::Freed_Memory_Watch watch(key_text);
+  {
+    net::Http_Headers headers;
+    headers.set("X-One", key_text);
+  }
+  EXPECT_EQ(watch.found(), 1U);
 }
 
 struct Row {
