@@ -1,22 +1,38 @@
 #include "job/execute_script.h"
 
+#include <signal.h>
+
+#include <chrono>
+#include <optional>
 #include <string_view>
 #include <utility>
 
+#include "job/thread_activity.h"
+#include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/process_runner.h"
 
 namespace {
 
 constexpr std::size_t longest_line_bytes = 2048;
+/// How often a quiet script is looked after.
+constexpr std::chrono::seconds watch_interval{1};
+/// From asking a script to end to ending it.
+constexpr std::chrono::seconds grace{10};
 constexpr std::string_view blanks = " \t\r\n";
 
-/// Logs what a script prints, line by line.
+/// Logs what a script prints, line by line, and ends a script whose run is to end.
 class Script_Output : public platform::Output_Sink {
  public:
   explicit Script_Output(bool drop_output) : drop_output_(drop_output) {}
 
+  /// The script was asked to end.
+  [[nodiscard]] bool ended_early() const { return asked_.has_value(); }
+
+  void on_start(pid_t pid) override { pid_ = pid; }
+  void on_idle() override { end_with_run(); }
   void on_output(platform::Output_Stream stream, const char* data, std::size_t size) override {
+    end_with_run();
     if (drop_output_ && stream == platform::Output_Stream::standard_output) return;
     std::string& line = open_line(stream);
     for (const char c : std::string_view(data, size)) {
@@ -32,12 +48,26 @@ class Script_Output : public platform::Output_Sink {
   std::string& open_line(platform::Output_Stream stream) {
     return stream == platform::Output_Stream::standard_output ? output_line_ : error_line_;
   }
+  void end_with_run() {
+    if (!asked_ && !is_run_of_thread_ending()) return;
+    const auto now = platform::Clock::current().steady_now();
+    if (!asked_)
+      end_by(SIGTERM);
+    else if (now - *asked_ >= grace)
+      end_by(SIGKILL);
+    if (!asked_) asked_ = now;
+  }
+  void end_by(int signal) const {
+    if (pid_ > 0) static_cast<void>(::kill(pid_, signal));  // it fails only when the script is gone
+  }
   static void write_out(std::string& line) {
     D3_INFO("%C\n", line.c_str());
     line.clear();
   }
 
   bool drop_output_;
+  pid_t pid_ = 0;
+  std::optional<std::chrono::steady_clock::time_point> asked_;
   std::string output_line_;
   std::string error_line_;
 };
@@ -73,6 +103,7 @@ platform::Process_Spec spec_of(std::vector<std::string> words) {
   spec.program = words.front();
   spec.arguments.assign(words.begin() + 1, words.end());
   spec.environment = {{"PATH", "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"}, {"LANG", "C.UTF-8"}};
+  spec.idle_interval = watch_interval;
   return spec;
 }
 
@@ -105,6 +136,11 @@ bool execute_script(const std::string& command, bool drop_output, ACE_Log_Msg_Ca
   }
   Script_Output output(drop_output);
   const platform::Exit_Status status = platform::Process_Runner::current().run(spec_of(std::move(words)), output);
+  if (output.ended_early()) {
+    D3_WARNING("Script '%C' was ended because its job is being stopped: it %C\n",
+               platform::cut_for_log(command).c_str(), platform::describe(status).c_str());
+    return false;
+  }
   if (status.success()) return true;
   D3_ERROR("Failed to run script '%C': %C\n", platform::cut_for_log(command).c_str(),
            platform::describe(status).c_str());

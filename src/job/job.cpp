@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "job/activity_listener.h"
+#include "job/thread_activity.h"
 #include "platform/log.h"
 #include "scrt/uuid.h"
 
@@ -10,8 +11,13 @@ namespace {
 
 constexpr int failed = -1;
 
-/// What binds a thread to a job: goes with the thread at the latest. Holds the callback, not the job.
-thread_local std::unique_ptr<Scoped_Log_Callback> thread_log;
+/// What binds a thread to a job: goes with the thread at the latest. Holds log and record, not the job.
+struct Thread_Binding {
+  Scoped_Log_Callback log;
+  Scoped_Thread_Activity activity;
+};
+
+thread_local std::unique_ptr<Thread_Binding> thread_binding;
 
 }  // namespace
 
@@ -203,8 +209,8 @@ int Job::state_i(Job_State value) {
 }
 
 void Job::set_job_thread() {
-  thread_log.reset();  // first, as each puts back what it found
-  thread_log = std::make_unique<Scoped_Log_Callback>(log_callback_);
+  thread_binding.reset();  // first, as each puts back what it found
+  thread_binding.reset(new Thread_Binding{Scoped_Log_Callback(log_callback_), Scoped_Thread_Activity(record_)});
 }
 
 void Job::sync(const Action_Options* /*options*/) {
@@ -220,7 +226,7 @@ void Job::complete() {
     present = state();
   }
   sync(nullptr);
-  thread_log.reset();
+  thread_binding.reset();
   // Together, so that a run that starts at once is not taken for completed.
   const std::lock_guard guard(mutex_);
   run_under_way_ = false;

@@ -1,12 +1,16 @@
 #include "job/execute_script.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 
 #include "job/job.h"
 #include "support/log_capture.h"
 #include "support/scripted_process_runner.h"
+#include "support/virtual_clock.h"
 #include "test_jobs.h"
 
 namespace {
@@ -121,6 +125,101 @@ TEST_F(Execute_Script_Test, Refuses_A_Program_Without_An_Absolute_Path) {
 TEST_F(Execute_Script_Test, Refuses_An_Open_Quote) {
   EXPECT_FALSE(execute_script("/bin/before 'TN1", false, {}));
   EXPECT_TRUE(log_.claim("Failed to run script '/bin/before 'TN1': a quote is not closed\n"));
+}
+
+/// Runs a real child that ends by nothing but a signal, and looks after it as often as it is told to.
+class Hanging_Script : public platform::Process_Runner {
+ public:
+  explicit Hanging_Script(Job& job) : job_(job) {}
+  bool deaf_to_term = false;
+  int idle_calls = 1;
+  std::chrono::seconds between{0};
+  bool prints = false;
+
+  platform::Exit_Status run(const platform::Process_Spec& spec, platform::Output_Sink& sink) override {
+    EXPECT_GT(spec.idle_interval.count(), 0) << "a quiet script is looked after";
+    int ready[2];
+    EXPECT_EQ(::pipe(ready), 0);
+    const pid_t child = ::fork();
+    if (child == 0) hang(ready[1]);
+    char byte = 0;
+    EXPECT_EQ(::read(ready[0], &byte, 1), 1);
+    sink.on_start(child);
+    sink.on_idle();
+    EXPECT_EQ(::waitpid(child, nullptr, WNOHANG), 0) << "not ended while its run goes on";
+    job_.state(state);
+    for (int call = 0; call < idle_calls; ++call) {
+      if (prints)
+        sink.on_output(platform::Output_Stream::standard_output, "still here\n", 11);
+      else
+        sink.on_idle();
+      platform::Clock::current().sleep_for(between);
+    }
+    return status_of(child, ready);
+  }
+
+  Job_State state = JOB_STATE_CANCELING;
+
+ private:
+  Job& job_;
+
+  [[noreturn]] void hang(int ready) const {
+    ::signal(SIGTERM, deaf_to_term ? SIG_IGN : SIG_DFL);
+    (void)!::write(ready, "r", 1);
+    for (;;) ::pause();
+  }
+  static platform::Exit_Status status_of(pid_t child, const int (&ready)[2]) {
+    int raw = 0;
+    EXPECT_EQ(::waitpid(child, &raw, 0), child);
+    ::close(ready[0]);
+    ::close(ready[1]);
+    platform::Exit_Status status;
+    status.started = true;
+    status.signal = WTERMSIG(raw);
+    return status;
+  }
+};
+
+class Hanging_Script_Test : public testing::Test {
+ protected:
+  Hanging_Script_Test() { job_->set_job_thread(); }
+  ~Hanging_Script_Test() override { job_->complete(); }
+
+  support::Log_Capture log_;
+  support::Virtual_Clock clock_;
+  Job_Ptr job_{new Job(test_jobs::make_definition())};
+  Hanging_Script script_{*job_};
+  platform::Scoped_Process_Runner scope_{script_};
+
+  bool claim_end(int signal) {
+    return log_.has("Script '/bin/before' was ended because its job is being stopped: it was killed by signal " +
+                    std::to_string(signal) + "\n");
+  }
+};
+
+TEST_F(Hanging_Script_Test, Ends_When_Its_Job_Is_Cancelled_Or_Aborted) {
+  for (const Job_State state : {JOB_STATE_CANCELING, JOB_STATE_ABORTING}) {
+    job_->state(JOB_STATE_RUNNING);
+    script_.state = state;
+    EXPECT_FALSE(execute_script("/bin/before", false, job_->log_msg_callback()));
+    EXPECT_TRUE(claim_end(SIGTERM)) << log_.dump();
+  }
+}
+
+TEST_F(Hanging_Script_Test, Ends_Also_When_It_Prints_Without_End) {
+  job_->state(JOB_STATE_RUNNING);
+  script_.prints = true;
+  EXPECT_FALSE(execute_script("/bin/before", true, {}));
+  EXPECT_TRUE(claim_end(SIGTERM)) << log_.dump();
+}
+
+TEST_F(Hanging_Script_Test, Is_Killed_When_It_Does_Not_End_Within_10_Seconds) {
+  job_->state(JOB_STATE_RUNNING);
+  script_.deaf_to_term = true;
+  script_.between = std::chrono::seconds(5);
+  script_.idle_calls = 3;
+  EXPECT_FALSE(execute_script("/bin/before", false, {}));
+  EXPECT_TRUE(claim_end(SIGKILL)) << log_.dump();
 }
 
 TEST(Split_Command_Line, Splits_At_Blanks_Outside_Of_Quotes) {
