@@ -26,11 +26,11 @@ void Agent_Connection::leave() {
 }
 
 JSON_RPC_Answer Agent_Connection::call(const std::string& method, const json_spirit::Value& params,
-                                       std::chrono::nanoseconds timeout) {
+                                       std::chrono::nanoseconds timeout, JSON_RPC_Call_Group* group) {
   JSON_RPC_Peer* peer = enter();
   if (peer == nullptr)
     return {false, {}, JSON_RPC_E_NOT_CONNECTED, "the agent of the host " + host_uuid_ + " is not connected"};
-  JSON_RPC_Answer answer = peer->call(method, params, timeout);
+  JSON_RPC_Answer answer = peer->call(method, params, timeout, group);
   leave();
   return answer;
 }
@@ -40,6 +40,18 @@ void Agent_Connection::close() {
   if (peer == nullptr) return;
   peer->close();
   leave();
+}
+
+bool Agent_Connection::take_forward_slot(unsigned limit) {
+  const std::lock_guard lock(mutex_);
+  if (forwarding_ >= limit) return false;
+  ++forwarding_;
+  return true;
+}
+
+void Agent_Connection::give_forward_slot() {
+  const std::lock_guard lock(mutex_);
+  --forwarding_;
 }
 
 }  // namespace backupd

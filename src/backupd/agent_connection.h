@@ -22,10 +22,18 @@ class Agent_Connection {
   /// Calls fail from now on; returns once nobody uses the peer any more.
   void detach();
 
+  /// `group`: whoever may give the call up; may be null.
   [[nodiscard]] JSON_RPC_Answer call(const std::string& method, const json_spirit::Value& params,
-                                     std::chrono::nanoseconds timeout);
+                                     std::chrono::nanoseconds timeout, JSON_RPC_Call_Group* group = nullptr);
   /// Ends the socket.
   void close();
+
+  /// Calls to other agents that are made for this one: they are given up when its socket has closed.
+  [[nodiscard]] JSON_RPC_Call_Group& forwards() { return forwards_; }
+  /// One of the calls that may wait for other agents at once; false when there are `limit` already. Each that was given
+  /// is given back.
+  [[nodiscard]] bool take_forward_slot(unsigned limit);
+  void give_forward_slot();
 
  private:
   JSON_RPC_Peer* enter();
@@ -36,6 +44,8 @@ class Agent_Connection {
   std::condition_variable unused_;
   JSON_RPC_Peer* peer_ = nullptr;
   unsigned users_ = 0;
+  unsigned forwarding_ = 0;  ///< guarded by mutex_, as the two above
+  JSON_RPC_Call_Group forwards_;
 };
 
 }  // namespace backupd

@@ -12,6 +12,8 @@ namespace backupd {
 namespace {
 
 constexpr unsigned workers_per_agent = 8;
+// The rest stays free for reports while an agent waits for others.
+constexpr unsigned forwards_at_once = workers_per_agent - 2;
 constexpr std::int64_t forward_default_seconds = 60;
 constexpr std::int64_t forward_largest_seconds = 3600;
 // What only this server may ask of an agent: another agent's request must not start jobs or set accounts.
@@ -48,8 +50,11 @@ void Agent_Service::serve(net::Web_Socket& socket, const std::string& host_uuid)
         },
         workers_per_agent);
     connection->attach(peer);
-    peer.serve();
-    registry_.remove(connection);
+    // At once: a worker may still wait for another agent's answer, and nobody is there to hear it.
+    peer.serve([&] {
+      registry_.remove(connection);
+      connection->forwards().give_up();
+    });
     connection->detach();
   }
   D3_INFO("The connection of the agent of the host %C has ended\n", host_uuid.c_str());
@@ -64,7 +69,7 @@ JSON_RPC_Answer Agent_Service::handle(const std::shared_ptr<Agent_Connection>& c
   if (method == "job.def.list") return list_definitions(*connection, object);
   if (method == "job.report") return report(*connection, object);
   if (method == "job.log") return log(*connection, object);
-  if (method == "agent.forward") return forward(object);
+  if (method == "agent.forward") return forward(*connection, object);
   return refuse(JSON_RPC_E_METHOD_NOT_FOUND, "the method \"" + platform::cut_for_log(method) + "\" is not known here");
 }
 
@@ -155,7 +160,7 @@ JSON_RPC_Answer Agent_Service::log(const Agent_Connection& connection, const jso
   return success(json_spirit::Object());
 }
 
-JSON_RPC_Answer Agent_Service::forward(const json_spirit::Object& params) {
+JSON_RPC_Answer Agent_Service::forward(Agent_Connection& connection, const json_spirit::Object& params) {
   std::string host_uuid;
   std::string method;
   std::int64_t seconds = forward_default_seconds;
@@ -167,9 +172,24 @@ JSON_RPC_Answer Agent_Service::forward(const json_spirit::Object& params) {
   if (is_server_method(method))
     return refuse(JSON_RPC_E_INVALID_PARAMS,
                   "the method \"" + method + "\" is the server's alone; an agent may not ask it of another");
+  if (!registry_.is_connected(host_uuid)) return unreachable(host_uuid);
+  if (!connection.take_forward_slot(forwards_at_once))
+    return refuse(JSON_RPC_E_SERVER, "this agent waits for " + std::to_string(forwards_at_once) +
+                                         " answers of other agents already; ask again when one has come");
   const json_spirit::Value* forwarded = params.find("params");
   const std::chrono::seconds timeout(std::clamp<std::int64_t>(seconds, 1, forward_largest_seconds));
-  return registry_.call(host_uuid, method, forwarded == nullptr ? json_spirit::Value() : *forwarded, timeout);
+  JSON_RPC_Answer answer = registry_.call(host_uuid, method, forwarded == nullptr ? json_spirit::Value() : *forwarded,
+                                          timeout, &connection.forwards());
+  connection.give_forward_slot();
+  return answer;
+}
+
+JSON_RPC_Answer Agent_Service::unreachable(const std::string& host_uuid) {
+  bool known = false;
+  if (!stores_.resources.knows_host(host_uuid, known)) return store_failed();
+  return refuse(JSON_RPC_E_NOT_CONNECTED,
+                known ? "the agent of the host " + host_uuid + " is not connected"
+                      : "no agent of a host " + host_uuid + " was ever seen; check the uuid, or start its agent");
 }
 
 /// What a run left is removed now; when that fails, the next sweep finds it again. What goes on elsewhere is begun on

@@ -39,7 +39,8 @@ class Agent_Service {
   JSON_RPC_Answer find_definition(const std::string& id);
   JSON_RPC_Answer report(const Agent_Connection& connection, const json_spirit::Object& params);
   JSON_RPC_Answer log(const Agent_Connection& connection, const json_spirit::Object& params);
-  JSON_RPC_Answer forward(const json_spirit::Object& params);
+  JSON_RPC_Answer forward(Agent_Connection& connection, const json_spirit::Object& params);
+  JSON_RPC_Answer unreachable(const std::string& host_uuid);
   void settle(const Activity_Store::Ended& ended);
 
   Stores stores_;

@@ -131,6 +131,12 @@ bool Resource_Store::see_host(const std::string& uuid, const std::string& name, 
   });
 }
 
+bool Resource_Store::knows_host(const std::string& uuid, bool& known) {
+  return database_.read([&](Sql_Session& session) {
+    known = session.first("SELECT uuid FROM hosts WHERE uuid = :a", {uuid}, 1).has_value();
+  });
+}
+
 bool Resource_Store::list_hosts(const List_Query& query, List_Page& page) {
   return database_.read([&](Sql_Session& session) {
     page.total = count_rows(session, "hosts", query);

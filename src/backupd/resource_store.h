@@ -42,6 +42,8 @@ class Resource_Store {
   /// Notes that the agent of a host is there.
   [[nodiscard]] bool see_host(const std::string& uuid, const std::string& name, const std::string& version,
                               const json_spirit::Array& modules);
+  /// Whether the agent of a host was ever there.
+  [[nodiscard]] bool knows_host(const std::string& uuid, bool& known);
   /// Rows: uuid, name, version, last_seen, modules.
   [[nodiscard]] bool list_hosts(const List_Query& query, List_Page& page);
 

@@ -31,8 +31,15 @@ JSON_RPC_Answer failure(int code, std::string message) {
 struct JSON_RPC_Peer::Impl {
   /// A call of ours that waits for its answer.
   struct Open_Call {
-    platform::Wait_Event answered;
+    platform::Wait_Event wake;  ///< answered, or given up
+    bool answered = false;      ///< guarded by the peer's mutex, as the answer
     JSON_RPC_Answer answer;
+
+    void take(JSON_RPC_Answer an_answer) {
+      answer = std::move(an_answer);
+      answered = true;
+      wake.set();
+    }
   };
 
   net::Web_Socket& socket;
@@ -87,21 +94,14 @@ struct JSON_RPC_Peer::Impl {
   }
 
   void take_answer(JSON_RPC_Message& message) {
-    std::shared_ptr<Open_Call> call;
-    if (message.id.type() == json_spirit::int_type && !message.id.is_uint64()) {
-      const std::lock_guard lock(mutex);
-      const auto found = calls.find(message.id.get_int64());
-      if (found != calls.end()) {
-        call = found->second;
-        calls.erase(found);
-      }
-    }
-    if (!call) return;  // its caller has given up, or it never was
-    call->answer.ok = message.kind == JSON_RPC_Message::result;
-    call->answer.result = std::move(message.result_value);
-    call->answer.code = message.error_code;
-    call->answer.message = std::move(message.error_message);
-    call->answered.set();
+    if (message.id.type() != json_spirit::int_type || message.id.is_uint64()) return;
+    const bool ok = message.kind == JSON_RPC_Message::result;
+    const std::lock_guard lock(mutex);
+    const auto found = calls.find(message.id.get_int64());
+    if (found == calls.end()) return;  // its caller has given up, or it never was
+    found->second->take({ok, std::move(ok ? message.result_value : message.error_data), message.error_code,
+                         std::move(message.error_message)});
+    calls.erase(found);
   }
 
   void run_requests() {
@@ -133,16 +133,13 @@ struct JSON_RPC_Peer::Impl {
 
   /// Ends every open call and waits for the workers.
   void finish() {
-    std::map<std::int64_t, std::shared_ptr<Open_Call>> left;
     {
       const std::lock_guard lock(mutex);
       ended = true;
-      left.swap(calls);
+      for (const auto& [id, call] : calls)
+        call->take(failure(JSON_RPC_E_NOT_CONNECTED, "the connection ended before the answer"));
+      calls.clear();
       work.notify_all();
-    }
-    for (const auto& [id, call] : left) {
-      call->answer = failure(JSON_RPC_E_NOT_CONNECTED, "the connection ended before the answer");
-      call->answered.set();
     }
     for (std::thread& worker : workers) worker.join();
     workers.clear();
@@ -156,11 +153,30 @@ struct JSON_RPC_Peer::Impl {
     return calls.emplace(id, std::make_shared<Open_Call>()).first->second;
   }
 
-  void drop_call(std::int64_t id) {
+  /// Nobody waits for the call any more: its answer, or `otherwise` when none has come.
+  JSON_RPC_Answer end_call(std::int64_t id, Open_Call& call, JSON_RPC_Answer otherwise) {
     const std::lock_guard lock(mutex);
     calls.erase(id);
+    return call.answered ? std::move(call.answer) : std::move(otherwise);
   }
 };
+
+void JSON_RPC_Call_Group::give_up() {
+  const std::lock_guard lock(mutex_);
+  given_up_ = true;
+  for (platform::Wait_Event* wake : calls_) wake->set();
+}
+
+bool JSON_RPC_Call_Group::enter(platform::Wait_Event& wake) {
+  const std::lock_guard lock(mutex_);
+  if (!given_up_) calls_.insert(&wake);
+  return !given_up_;
+}
+
+void JSON_RPC_Call_Group::leave(platform::Wait_Event& wake) {
+  const std::lock_guard lock(mutex_);
+  calls_.erase(&wake);
+}
 
 JSON_RPC_Peer::JSON_RPC_Peer(net::Web_Socket& socket, Handler handler, unsigned workers)
     : impl_(std::make_unique<Impl>(socket, std::move(handler), workers)) {}
@@ -170,27 +186,30 @@ JSON_RPC_Peer::~JSON_RPC_Peer() {
   impl_->finish();
 }
 
-void JSON_RPC_Peer::serve() {
+void JSON_RPC_Peer::serve(const std::function<void()>& closed) {
   std::string text;
   net::Net_Error error;
   while (impl_->socket.receive(text, error)) impl_->sort(text);
+  if (closed) closed();
   impl_->finish();
 }
 
-JSON_RPC_Answer JSON_RPC_Peer::call(const std::string& method, const Value& params, std::chrono::nanoseconds timeout) {
+JSON_RPC_Answer JSON_RPC_Peer::call(const std::string& method, const Value& params, std::chrono::nanoseconds timeout,
+                                    JSON_RPC_Call_Group* group) {
   std::int64_t id = 0;
   const std::shared_ptr<Impl::Open_Call> call = impl_->open_call(id);
   if (!call) return failure(JSON_RPC_E_NOT_CONNECTED, not_connected);
+  const JSON_RPC_Answer given_up = failure(JSON_RPC_E_NOT_CONNECTED, "the call was given up");
+  if (group != nullptr && !group->enter(call->wake)) return impl_->end_call(id, *call, given_up);
   net::Net_Error error;
-  if (!impl_->socket.send(json_rpc_request_text(id, method, params), error)) {
-    impl_->drop_call(id);
-    return failure(JSON_RPC_E_NOT_CONNECTED, std::string(not_connected) + ": " + error.text);
-  }
-  if (platform::Clock::current().wait_for(call->answered, timeout)) return call->answer;
-  impl_->drop_call(id);
-  // The answer may have come between the end of the waiting and here.
-  if (call->answered.is_set()) return call->answer;
-  return failure(JSON_RPC_E_TIMEOUT, "no answer to " + method + " in time");
+  const bool sent = impl_->socket.send(json_rpc_request_text(id, method, params), error);
+  const bool woken = sent && platform::Clock::current().wait_for(call->wake, timeout);
+  if (group != nullptr) group->leave(call->wake);
+  if (!sent)
+    return impl_->end_call(id, *call,
+                           failure(JSON_RPC_E_NOT_CONNECTED, std::string(not_connected) + ": " + error.text));
+  return impl_->end_call(id, *call,
+                         woken ? given_up : failure(JSON_RPC_E_TIMEOUT, "no answer to " + method + " in time"));
 }
 
 void JSON_RPC_Peer::notify(const std::string& method, const Value& params) {

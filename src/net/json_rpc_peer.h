@@ -3,18 +3,38 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <string>
 
 #include "json/value.h"
 #include "net/http_transport.h"
 #include "net/json_rpc.h"
+#include "platform/clock.h"
 
 /// The answer of a call over a JSON_RPC_Peer.
 struct JSON_RPC_Answer {
   bool ok = false;
-  json_spirit::Value result;
-  int code = 0;  ///< a JSON_RPC_Error_Code or the other side's own
+  json_spirit::Value result;  ///< of an error: its data
+  int code = 0;               ///< a JSON_RPC_Error_Code or the other side's own
   std::string message;
+};
+
+/// Calls that are given up together, because nobody waits for their answers any more. Any thread.
+class JSON_RPC_Call_Group {
+ public:
+  /// Ends the group's calls, also those made later, with JSON_RPC_E_NOT_CONNECTED.
+  void give_up();
+
+ private:
+  friend class JSON_RPC_Peer;
+  /// False when the group was given up.
+  [[nodiscard]] bool enter(platform::Wait_Event& wake);
+  void leave(platform::Wait_Event& wake);
+
+  std::mutex mutex_;
+  std::set<platform::Wait_Event*> calls_;  ///< guarded by mutex_, as below
+  bool given_up_ = false;
 };
 
 /// JSON-RPC 2.0 in both directions over one WebSocket. The socket's reader thread only sorts messages: requests run on
@@ -29,11 +49,11 @@ class JSON_RPC_Peer {
   JSON_RPC_Peer(const JSON_RPC_Peer&) = delete;
   JSON_RPC_Peer& operator=(const JSON_RPC_Peer&) = delete;
 
-  /// Reads until the socket closes, then answers every open call with JSON_RPC_E_NOT_CONNECTED and waits for the
-  /// workers.
-  void serve();
+  /// Reads until the socket closes, calls `closed`, which must not block, then answers every open call with
+  /// JSON_RPC_E_NOT_CONNECTED and waits for the workers.
+  void serve(const std::function<void()>& closed = {});
   [[nodiscard]] JSON_RPC_Answer call(const std::string& method, const json_spirit::Value& params,
-                                     std::chrono::nanoseconds timeout);
+                                     std::chrono::nanoseconds timeout, JSON_RPC_Call_Group* group = nullptr);
   void notify(const std::string& method, const json_spirit::Value& params);
   void close();
 

@@ -76,6 +76,34 @@ TEST_F(Json_Rpc_Peer, A_Handler_That_Throws_Is_An_Internal_Error) {
   EXPECT_TRUE(log.claim("JSON-RPC method m failed: broken\n")) << log.dump();
 }
 
+TEST_F(Json_Rpc_Peer, An_Error_Keeps_Its_Data) {
+  start({});
+  std::thread caller([&] {
+    const JSON_RPC_Answer answer = peer->call("m", Value(), patience);
+    EXPECT_FALSE(answer.ok);
+    EXPECT_EQ(answer.code, 12);
+    EXPECT_EQ(answer.result, Value(Object{{"state", 2}}));
+  });
+  next();
+  say(R"({"jsonrpc":"2.0","id":1,"error":{"code":12,"message":"busy","data":{"state":2}}})");
+  caller.join();
+}
+
+TEST_F(Json_Rpc_Peer, A_Call_Ends_When_Its_Group_Is_Given_Up_And_Others_Go_On) {
+  start({});
+  JSON_RPC_Call_Group group;
+  std::thread caller([&] { EXPECT_EQ(peer->call("m", Value(), patience, &group).code, JSON_RPC_E_NOT_CONNECTED); });
+  next();
+  std::thread other([&] { EXPECT_TRUE(peer->call("n", Value(), patience).ok); });
+  next();
+  group.give_up();
+  caller.join();
+  say(R"({"jsonrpc":"2.0","id":1,"result":1})");  // too late, nobody minds
+  say(R"({"jsonrpc":"2.0","id":2,"result":1})");
+  other.join();
+  EXPECT_EQ(peer->call("m", Value(), patience, &group).code, JSON_RPC_E_NOT_CONNECTED) << "it stays given up";
+}
+
 TEST_F(Json_Rpc_Peer, A_Notification_Is_Handled_And_Not_Answered) {
   std::atomic<int> seen{0};
   start(
