@@ -150,14 +150,18 @@ Object Chain_System::definition(Kind kind, const std::string& pool) const {
           {"target", Object{{"pool_uuid", pool_uuid(pool)}, {"location", "file:///srv/" + pool}}}};
 }
 
-Job_State Chain_System::run(Kind kind, const std::string& pool) {
+Job_Definition_Ptr Chain_System::read_definition(Kind kind, const std::string& pool) const {
   const agentd::Module* const module = modules_.find("hana");
   std::string error;
   const Job_Definition_Ptr read = read_job_definition(
       definition(kind, pool),
       [module](Job_Definition_Type type, Job_Definition_Subtype) { return module->parsers(type); }, error);
   if (read.null()) throw std::runtime_error(error);
-  const Job_Ptr job = module->job_creator()->create(read);
+  return read;
+}
+
+Job_State Chain_System::run(Kind kind, const std::string& pool) {
+  const Job_Ptr job = modules_.find("hana")->job_creator()->create(read_definition(kind, pool));
   if (job.get() == nullptr || !job->open_activity(make_uuid()) || job->start(nullptr) != 0)
     throw std::runtime_error("the job does not start");
   if (!clock_.wait_for(job->completed(), run_limit)) ADD_FAILURE() << "the run does not end";

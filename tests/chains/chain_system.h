@@ -51,6 +51,9 @@ class Chain_System {
   /// backupd's backup sets, oldest first; `known` of them are left out.
   [[nodiscard]] std::vector<json_spirit::Object> sets(std::size_t known = 0) const;
   [[nodiscard]] std::string pool_uuid(const std::string& name) const;
+  [[nodiscard]] const std::string& resource_uuid() const { return resource_uuid_; }
+  /// A definition that names all databases, read as the agent reads it. Not to outlive this object.
+  [[nodiscard]] Job_Definition_Ptr read_definition(Kind kind, const std::string& pool) const;
   [[nodiscard]] std::chrono::seconds slept() const { return clock_.slept(); }
 
  private:
