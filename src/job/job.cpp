@@ -1,8 +1,10 @@
 #include "job/job.h"
 
+#include <exception>
 #include <utility>
 
 #include "job/activity_listener.h"
+#include "job/activity_results.h"
 #include "job/thread_activity.h"
 #include "platform/log.h"
 #include "scrt/uuid.h"
@@ -74,9 +76,16 @@ bool Job::begin_start() {
 
 int Job::start(const Action_Options* options) {
   if (!begin_start()) return refuse("start") ? 0 : failed;
-  sync(nullptr);
-  if (start_i(options) == 0) return 0;
-  D3_ERROR("Failed to start job %C\n", definition()->id().c_str());
+  // What the run before left is none of this one's, which may end without an outcome of its own.
+  clear_activity_results(activity());
+  message({});
+  try {
+    sync(nullptr);
+    if (start_i(options) == 0) return 0;
+    D3_ERROR("Failed to start job %C\n", definition()->id().c_str());
+  } catch (const std::exception& error) {
+    D3_ERROR("Failed to start job %C: %C\n", definition()->id().c_str(), error.what());
+  }
   message("the job could not be started");
   Job_Activity::store(activity().code, failed);
   complete();
@@ -222,7 +231,12 @@ void Job::complete() {
   Job_State present = state();
   while (!is_finished(present)) {
     const Job_State ended = present == JOB_STATE_CANCELING ? JOB_STATE_CANCELED : JOB_STATE_ERROR;
-    if (activity().change_state(present, ended)) break;
+    if (activity().change_state(present, ended)) {
+      if (ended == JOB_STATE_ERROR && Job_Activity::load(activity().code) == 0)
+        Job_Activity::store(activity().code, failed);
+      hold_progress_below_done(activity());
+      break;
+    }
     present = state();
   }
   sync(nullptr);

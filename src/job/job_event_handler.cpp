@@ -4,27 +4,16 @@
 #include <cstdio>
 
 #include "job/activity_listener.h"
+#include "job/activity_results.h"
 #include "job/job.h"
 #include "platform/clock.h"
-
-namespace {
-
-void clear_results(Job_Activity& activity) {
-  for (std::uint64_t* counter :
-       {&activity.size, &activity.set_size, &activity.set_storage_size, &activity.processed_size, &activity.speed})
-    Job_Activity::store(*counter, 0);
-  Job_Activity::store(activity.progress, 0);
-  Job_Activity::store(activity.code, 0);
-}
-
-}  // namespace
 
 void Job_Event_Handler::handle_start_job() {
   Job_Activity& activity = job_.activity();
   const std::time_t now = platform::Clock::current().wall_seconds();
   Job_Activity::store(activity.start_time, now);
   Job_Activity::store(activity.last_run_time, now);
-  clear_results(activity);
+  clear_activity_results(activity);
   job_.message({});
   // A job that was stopped meanwhile keeps its state, so that its pre-action check ends it.
   activity.change_state(JOB_STATE_STARTING, JOB_STATE_RUNNING);
@@ -37,10 +26,14 @@ void Job_Event_Handler::handle_success() {
   job_.state(JOB_STATE_COMPLETED);
 }
 
-void Job_Event_Handler::handle_canceled() { job_.state(JOB_STATE_CANCELED); }
+void Job_Event_Handler::handle_canceled() {
+  hold_progress_below_done(job_.activity());
+  job_.state(JOB_STATE_CANCELED);
+}
 
 void Job_Event_Handler::handle_failure(int code, const char* format, ...) {
   Job_Activity::store(job_.activity().code, code);
+  hold_progress_below_done(job_.activity());
   if (format != nullptr) {
     char text[Job_Activity_Record::message_bytes];
     std::va_list arguments;

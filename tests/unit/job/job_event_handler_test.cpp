@@ -81,6 +81,18 @@ TEST_F(Job_Event_Handler_Test, Failure_Keeps_Code_And_Message) {
   EXPECT_EQ(listener_->seen.back().message, "database TN1: 2 of 3");
 }
 
+TEST_F(Job_Event_Handler_Test, A_Run_That_Did_Not_Go_Well_Never_Shows_As_Done) {
+  handler_.handle_progress(100);
+  handler_.handle_failure(-1, "its set could not be stored");
+  EXPECT_EQ(job_.activity().progress, 99);
+  handler_.handle_progress(100);
+  handler_.handle_canceled();
+  EXPECT_EQ(job_.activity().progress, 99);
+  handler_.handle_progress(40);
+  handler_.handle_failure(-1, "hdbsql ended");
+  EXPECT_EQ(job_.activity().progress, 40);
+}
+
 TEST_F(Job_Event_Handler_Test, Failure_Without_A_Format_Keeps_The_Last_Message) {
   job_.message("the pool is full");
   const char* const no_format = nullptr;

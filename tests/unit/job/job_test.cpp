@@ -22,6 +22,7 @@ class Recording_Job : public Job {
   using Job::Job;
   int start_i(const Action_Options* options) override {
     calls.push_back(options == nullptr ? "start" : "start with options");
+    if (no_memory) throw std::bad_alloc();
     return result;
   }
   int stop_i(const Action_Options*) override { return note("stop"); }
@@ -39,6 +40,7 @@ class Recording_Job : public Job {
 
   std::vector<std::string> calls;
   int result = 0;
+  bool no_memory = false;
 
  private:
   int note(const char* call) {
@@ -195,6 +197,37 @@ TEST_F(Job_Test, Does_Not_Start_While_Disabled) {
   EXPECT_EQ(job_.enable(nullptr), 0);
   EXPECT_EQ(job_.start(nullptr), 0);
   EXPECT_EQ(job_.calls, (Calls{"enable", "start"}));
+}
+
+TEST_F(Job_Test, Ends_In_Error_When_Memory_Runs_Out_At_Its_Start) {
+  job_.no_memory = true;
+  EXPECT_EQ(job_.start(nullptr), -1);
+  EXPECT_TRUE(log_.claim(std::string("Failed to start job ") + test_jobs::definition_uuid + ": std::bad_alloc\n"));
+  EXPECT_EQ(job_.state(), JOB_STATE_ERROR);
+  EXPECT_EQ(job_.activity().code, -1);
+  job_.no_memory = false;
+  EXPECT_EQ(job_.start(nullptr), 0) << "nothing is left of the start that failed";
+}
+
+TEST_F(Job_Test, A_Run_Begins_Without_The_Results_Of_The_Run_Before) {
+  job_.message("the pool is full");
+  job_.activity().code = 8;
+  job_.activity().progress = 40;
+  job_.activity().size = 1000;
+  ASSERT_EQ(job_.start(nullptr), 0);
+  EXPECT_EQ(job_.message(), "");
+  EXPECT_EQ(job_.activity().code, 0);
+  EXPECT_EQ(job_.activity().progress, 0);
+  EXPECT_EQ(job_.activity().size, 0U);
+}
+
+TEST_F(Job_Test, A_Run_That_Ends_Without_An_Outcome_Has_Failed) {
+  ASSERT_EQ(job_.start(nullptr), 0);
+  job_.activity().progress = 100;
+  job_.complete();
+  EXPECT_EQ(job_.state(), JOB_STATE_ERROR);
+  EXPECT_EQ(job_.activity().code, -1);
+  EXPECT_EQ(job_.activity().progress, 99);
 }
 
 TEST_F(Job_Test, Ends_In_Error_When_It_Cannot_Be_Started) {
