@@ -11,8 +11,11 @@ namespace {
 // The alert of a stop that found nothing to cancel (docs/formats/alert.md).
 constexpr std::uint64_t hana_alert_class = 7;
 constexpr std::uint64_t stop_alert_code = 20;
-/// The line that every such stop writes; it says no more than the alert.
-constexpr std::string_view stop_failed_line = "Failed to stop HANA backup job";
+
+/// Lines of a vain stop that say no more than its alert: the last one it writes, and that HANA lists no backup yet.
+bool repeats_alert(const std::string& line) {
+  return line.starts_with("Failed to stop HANA backup job") || line.starts_with("Failed to get latest ");
+}
 
 std::chrono::steady_clock::time_point now() { return platform::Clock::current().steady_now(); }
 
@@ -164,7 +167,7 @@ std::string Run_Stopper::news_of_log() const {
   std::string news;
   for (std::size_t i = seen_error_lines_; i < lines.size(); ++i) {
     const std::string& line = lines[i].get_str();
-    if (line != stop_failed_line) news += (news.empty() ? "" : "; ") + line;
+    if (!repeats_alert(line)) news += (news.empty() ? "" : "; ") + line;
   }
   return news;
 }

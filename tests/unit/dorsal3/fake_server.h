@@ -14,6 +14,8 @@
 class Fake_Server : public net::Http_Handler {
  public:
   void answer(const std::string& request, const std::string& body, unsigned status = 200);
+  /// Backup sets to be listed: "GET /sets?..." takes resource_uuid, type, database, limit, offset and order.
+  void keep_sets(std::vector<json_spirit::Object> sets);
   /// What was said so far of one request does not hold any more.
   void forget(const std::string& request);
   [[nodiscard]] std::vector<std::string> bodies(const std::string& request) const;
@@ -29,7 +31,11 @@ class Fake_Server : public net::Http_Handler {
     unsigned status;
     std::string body;
   };
+  [[nodiscard]] std::string list_sets(const std::string& query) const;
+
   mutable std::mutex mutex_;
+  std::vector<json_spirit::Object> sets_;
+  bool lists_sets_ = false;
   std::map<std::string, std::deque<Answer>> answers_;
   std::map<std::string, std::vector<std::string>> bodies_;
 };

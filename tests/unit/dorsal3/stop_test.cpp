@@ -120,12 +120,12 @@ TEST_F(Stop_Test, Other_Alerts_Of_The_Run_Are_Not_Taken_For_It) {
 TEST_F(Stop_Test, What_The_Log_Says_Of_A_Vain_Stop_Is_Passed_On) {
   server.answer(alerts_of_a1, alerts({vain_alert(1)}));
   const char* logged = R"({"id":"a1","state":3,"state_name":"running","log":[)"
-                       R"({"priority":128,"text":"Failed to get latest full backup id of TN1\n"},)"
+                       R"({"priority":128,"text":"Failed to init hdbsql for PRD HDB00\n"},)"
                        R"({"priority":128,"text":"Failed to stop HANA backup job\n"}]})";
   run_is({running, running, logged, canceled});
   EXPECT_EQ(run({"stop", "a1"}), exit_ok);
-  EXPECT_NE(error.str().find("The stop could cancel nothing (at database TN1): Failed to get latest full backup id of "
-                             "TN1. Asking again"),
+  EXPECT_NE(error.str().find("The stop could cancel nothing (at database TN1): Failed to init hdbsql for PRD "
+                             "HDB00. Asking again"),
             std::string::npos)
       << error.str();
 }
