@@ -1,5 +1,7 @@
 #include "hana/common/hdbsql_general_text_handler.h"
 
+#include <algorithm>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -61,27 +63,53 @@ char unescaped(char c) {
   }
 }
 
+/// Finds what has a meaning inside quotes. Asked for places that only grow, so that a text is gone through once.
+class Quote_Or_Escape {
+ public:
+  explicit Quote_Or_Escape(std::string_view text) : text_(text) {}
+  /// The first quote or escape at or behind `at`; the end of the text when there is none.
+  [[nodiscard]] std::size_t from(std::size_t at) {
+    if (!quote_at_ || *quote_at_ < at) quote_at_ = std::min(text_.find(quote, at), text_.size());
+    const std::size_t before = text_.substr(at, *quote_at_ - at).find(escape);
+    return before == std::string_view::npos ? *quote_at_ : at + before;
+  }
+
+ private:
+  std::string_view text_;
+  std::optional<std::size_t> quote_at_;
+};
+
+/// Adds what stands at `at` inside quotes, a quote or an escape, and passes it. False when the quotes end there.
+bool take_special(std::string_view text, std::size_t& at, std::string& cell) {
+  const char c = text[at++];
+  const char next = at < text.size() ? text[at] : '\0';
+  const char meant = c == quote ? (next == quote ? quote : '\0') : unescaped(next);
+  if (meant == '\0') {
+    if (c == quote) return false;
+    cell += c;
+    return true;
+  }
+  cell += meant;
+  ++at;
+  return true;
+}
+
 /// Reads one cell from `at`, which is left behind it: at its separator or at the end.
 std::string read_cell(std::string_view text, std::size_t& at) {
   std::string cell;
   bool in_quotes = false;
-  for (; at < text.size(); ++at) {
-    const char c = text[at];
-    const char next = at + 1 < text.size() ? text[at + 1] : '\0';
-    if (!in_quotes && c == separator) break;
-    if (!in_quotes && c == quote && cell.empty()) {
+  Quote_Or_Escape special(text);
+  while (at < text.size()) {
+    if (!in_quotes && text[at] == separator) break;
+    if (!in_quotes && text[at] == quote && cell.empty()) {
       in_quotes = true;
-    } else if (in_quotes && c == quote && next == quote) {
-      cell += quote;
       ++at;
-    } else if (in_quotes && c == quote) {
-      in_quotes = false;
-    } else if (in_quotes && c == escape && unescaped(next) != 0) {
-      cell += unescaped(next);
-      ++at;
-    } else {
-      cell += c;
+      continue;
     }
+    const std::size_t end = in_quotes ? special.from(at) : std::min(text.find(separator, at), text.size());
+    cell.append(text.substr(at, end - at));
+    at = end;
+    if (in_quotes && at < text.size()) in_quotes = take_special(text, at, cell);
   }
   return cell;
 }
@@ -153,10 +181,15 @@ int HDBSQL_General_Text_Handler::take(std::string_view text, bool whole_line) {
 }
 
 void HDBSQL_General_Text_Handler::follow_quotes(std::string_view text) {
-  for (const char c : text) {
-    const bool escaping = in_quotes_ && !escaped_ && c == escape;
-    if (c == quote && !escaped_) in_quotes_ = !in_quotes_;
-    escaped_ = escaping;
+  Quote_Or_Escape special(text);
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (std::exchange(escaped_, false)) continue;
+    at = in_quotes_ ? special.from(at) : std::min(text.find(quote, at), text.size());
+    if (at == text.size()) return;
+    if (text[at] == escape)
+      escaped_ = true;
+    else
+      in_quotes_ = !in_quotes_;
   }
 }
 
