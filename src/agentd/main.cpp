@@ -6,6 +6,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include "agent/backupd_client/backint_workplace.h"
 #include "agentd/daemon.h"
 #include "platform/file_root.h"
 #include "platform/files.h"
@@ -82,5 +83,6 @@ int main() {
   }
   if (!open_log(configuration)) return exit_configuration;
   if (!lock_installation()) return exit_cannot_start;
+  prepare_backint_workplace();
   return run(configuration);
 }

@@ -5,11 +5,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
 #include <memory>
 
-#include "hdbbackint/paths.h"
 #include "platform/log.h"
+#include "platform/log_file.h"
 #include "platform/product_paths.h"
 
 namespace hdbbackint {
@@ -51,13 +50,9 @@ std::string Cause_Capture::text() const {
 
 void open_log() {
   ACE_Log_Msg* log = ACE_Log_Msg::instance();
-  auto stream =
-      std::make_unique<std::ofstream>(real_path(platform::product_paths::agent_state("hdbbackint.log")), std::ios::app);
   unsigned long flags = 0;
-  if (stream->is_open()) {
-    log->msg_ostream(stream.release(), true);
+  if (platform::log_to_file(platform::product_paths::backint_log()))
     flags = ACE_Log_Msg::OSTREAM | ACE_Log_Msg::VERBOSE_LITE;
-  }
   log->open("hdbbackint", flags);
   log->clr_flags(ACE_Log_Msg::STDERR);
 }

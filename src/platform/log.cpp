@@ -2,10 +2,7 @@
 
 #include <ace/OS_NS_unistd.h>
 
-#include <fstream>
-#include <memory>
-
-#include "platform/file_root.h"
+#include "platform/log_file.h"
 
 namespace platform {
 
@@ -15,17 +12,9 @@ std::string cut_for_log(std::string_view text, std::size_t limit) {
 }
 
 void open_program_log(const char* program, const std::string& file) {
-  ACE_Log_Msg* log = ACE_Log_Msg::instance();
   unsigned long flags = ACE_Log_Msg::STDERR;
-  if (!file.empty()) {
-    // ACE keeps a pointer to the stream and deletes it with its last instance.
-    auto stream = std::make_unique<std::ofstream>(File_Root::current().real(file), std::ios::app);
-    if (stream->is_open()) {
-      log->msg_ostream(stream.release(), true);
-      flags |= ACE_Log_Msg::OSTREAM;
-    }
-  }
-  log->open(program, flags | ACE_Log_Msg::VERBOSE_LITE);
+  if (!file.empty() && log_to_file(file)) flags |= ACE_Log_Msg::OSTREAM;
+  ACE_Log_Msg::instance()->open(program, flags | ACE_Log_Msg::VERBOSE_LITE);
 }
 
 }  // namespace platform

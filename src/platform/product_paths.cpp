@@ -27,5 +27,7 @@ std::string agent_state(std::string_view name) { return join(join(state_director
 std::string backupd_state(std::string_view name) { return join(join(state_directory, backupd_component), name); }
 std::string configuration(std::string_view name) { return join(configuration_directory, name); }
 std::string access_key() { return agent_state("access_key"); }
+std::string backint_log() { return agent_state("hdbbackint.log"); }
+std::string backint_rate_directory() { return agent_state("rate"); }
 
 }  // namespace platform::product_paths

@@ -29,5 +29,9 @@ inline constexpr std::string_view backupd_component = "backupd";
 [[nodiscard]] std::string configuration(std::string_view name);
 /// The key with which agent and hdbbackint show themselves to backupd: "/var/opt/tarvex/dorsal3/agent/access_key".
 [[nodiscard]] std::string access_key();
+/// What hdbbackint says, whoever runs it: "/var/opt/tarvex/dorsal3/agent/hdbbackint.log".
+[[nodiscard]] std::string backint_log();
+/// Where the processes of one backup share its rate limits: "/var/opt/tarvex/dorsal3/agent/rate".
+[[nodiscard]] std::string backint_rate_directory();
 
 }  // namespace platform::product_paths

@@ -37,7 +37,7 @@ constexpr std::uint64_t nanoseconds_per_second = 1'000'000'000;
 /// Accounts of jobs that have ended are in nobody's way; the next job removes them after this time.
 constexpr std::time_t stale_after_seconds = 7 * 24 * 3600;
 
-std::string rate_directory() { return platform::product_paths::agent_state("rate"); }
+std::string rate_directory() { return platform::product_paths::backint_rate_directory(); }
 
 void remove_stale_accounts() {
   std::vector<std::string> names;
