@@ -17,6 +17,7 @@ class Logon_Verb : public Verb {
     CLI::App* sub = app.add_subcommand("logon", "Store the database account an instance is backed up with");
     sub->add_option("INSTANCE", instance_, "Name of the instance, as discover shows it")->required();
     sub->add_option("-u,--user", user_, "Database user")->required();
+    sub->add_option("--host", host_, "Host of the instance whose agent keeps it, by name or uuid");
     sub->footer(
         "The password is asked for on the terminal, or read as one line from standard input.\n"
         "It is never taken from the command line or the environment.");
@@ -26,7 +27,9 @@ class Logon_Verb : public Verb {
   Outcome run(Context& context) override {
     Resource resource;
     Failure failure;
-    if (!find_resource(context.server, instance_, resource, failure)) return Outcome::failed(std::move(failure));
+    if (!find_resource(context.server, instance_, resource, failure) ||
+        !choose_host(context.server, host_, resource, failure))
+      return Outcome::failed(std::move(failure));
     secure_string password;
     if (!read_secret(context.terminal, "Password of " + one_line(user_) + " on " + resource.name + ": ", password))
       return Outcome::failed(
@@ -42,13 +45,23 @@ class Logon_Verb : public Verb {
       return Outcome::failed({exit_protocol, "protocol", "the agent's answer to the logon has no code"});
     if (code != 0) return Outcome::failed(refusal(code, text_member(result, "message")));
     Outcome outcome;
-    outcome.model = {{"instance", resource.name}, {"user", user_}, {"stored", true}};
+    json_spirit::Array other_hosts;
+    for (const std::string& host : resource.host_uuids())
+      if (host != resource.host_uuid) other_hosts.emplace_back(host);
+    outcome.model = {{"instance", resource.name}, {"user", user_}, {"stored", true}, {"host_uuid", resource.host_uuid}};
+    outcome.model["other_hosts"] = std::move(other_hosts);
     return outcome;
   }
 
   void print(const json_spirit::Object& model, std::ostream& out) const override {
     out << "The account " << one_line(text_member(model, "user")) << " of " << one_line(text_member(model, "instance"))
         << " works and is stored on the instance's host.\n";
+    json_spirit::Array other_hosts;
+    (void)json_spirit::object_get(model, "other_hosts", other_hosts);
+    if (other_hosts.empty()) return;
+    out << "The instance's other hosts keep an account of their own; store it there with --host:";
+    for (const json_spirit::Value& host : other_hosts) out << " " << one_line(host.get_str());
+    out << "\n";
   }
 
  private:
@@ -64,6 +77,7 @@ class Logon_Verb : public Verb {
 
   std::string instance_;
   std::string user_;
+  std::string host_;
 };
 
 }  // namespace

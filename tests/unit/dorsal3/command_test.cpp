@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "command_fixture.h"
+#include "keyboard.h"
 
 using namespace dorsal3;
 
@@ -208,6 +209,22 @@ TEST_F(Command_Test, A_Run_Shows_Its_Neighbours_And_Why_A_Kind_Was_Lifted) {
   EXPECT_NE(out.str().find("follows   a1\n"), std::string::npos) << out.str();
   EXPECT_NE(out.str().find("database  TN1: full, asked for incremental, made full: pool changed\n"), std::string::npos)
       << out.str();
+}
+
+TEST_F(Command_Test, A_Logon_Is_Stored_Where_It_Is_Asked_For) {
+  server.forget("GET /resources");
+  server.answer("GET /resources",
+                R"({"total":1,"rows":[{"uuid":"r1","name":"PRD_HDB00","type":"hana","instances":[)"
+                R"({"host_uuid":"h1","extended_attrs":{}},{"host_uuid":"h2","extended_attrs":{}}]}]})");
+  server.answer("GET /hosts", R"({"total":2,"rows":[{"uuid":"h1","name":"hana01"},{"uuid":"h2","name":"hana02"}]})");
+  server.answer("POST /agents/h2/call", R"({"code":0})");
+  {
+    const Keyboard keyboard("secret\n");
+    EXPECT_EQ(run({"logon", "PRD_HDB00", "--user", "BACKUP", "--host", "hana02"}), exit_ok) << error.str();
+  }
+  EXPECT_NE(out.str().find("keep an account of their own; store it there with --host: h1\n"), std::string::npos)
+      << out.str();
+  EXPECT_EQ(out.str().find("secret"), std::string::npos);
 }
 
 TEST_F(Command_Test, The_Key_Appears_In_No_Output) {
