@@ -1,6 +1,7 @@
 #include "backupd/pool_storage.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -97,6 +98,21 @@ std::uint64_t count_bytes(const platform::Unique_Descriptor& directory) {
   return sum;
 }
 
+/// Takes the lock of every file that it can open; false when somebody holds one: writers keep a lock on the file that
+/// they write, here as on pools that agents write to directly.
+bool lock_files(const platform::Unique_Descriptor& directory, const std::vector<Entry>& entries,
+                std::vector<platform::Unique_Descriptor>& locks) {
+  for (const Entry& entry : entries) {
+    if (entry.directory) continue;
+    platform::Unique_Descriptor file(
+        ::openat(directory.get(), entry.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!file.valid()) continue;
+    if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) return false;
+    locks.push_back(std::move(file));
+  }
+  return true;
+}
+
 void remove_leftovers_in(const platform::Unique_Descriptor& directory) {
   std::vector<Entry> entries;
   if (!list_entries(directory, entries)) return;
@@ -133,6 +149,8 @@ class Pool_Storage::Upload : public net::Body_Sink {
     file_.reset(::openat(directory_.get(), name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                          platform::mode_sap_file));
     made_ = file_.valid();
+    // Tells an object on its way from what a killed program left; see remove_dataset.
+    if (made_) static_cast<void>(::flock(file_.get(), LOCK_EX | LOCK_NB));
   }
   ~Upload() override {
     if (made_) ::unlinkat(directory_.get(), name_.c_str(), 0);
@@ -249,12 +267,14 @@ Outcome Pool_Storage::list(const Pool& pool, const Path& path, json_spirit::Arra
   return {};
 }
 
-bool Pool_Storage::remove_dataset(const Pool& pool, const Path& path) {
-  if (!check_path(path, false).ok()) return false;
+Pool_Storage::Removal Pool_Storage::remove_dataset(const Pool& pool, const Path& path) {
+  if (!check_path(path, false).ok()) return Removal::failed;
   const platform::Unique_Descriptor parent = open_beneath(pool_directory(pool), parent_of(path), Missing::fail);
   const platform::Unique_Descriptor directory = open_beneath(pool_directory(pool), path, Missing::fail);
   std::vector<Entry> entries;
-  if (!parent.valid() || !directory.valid() || !list_entries(directory, entries)) return false;
+  std::vector<platform::Unique_Descriptor> locks;
+  if (!parent.valid() || !directory.valid() || !list_entries(directory, entries)) return Removal::failed;
+  if (!lock_files(directory, entries, locks)) return Removal::in_use;
   for (const Entry& entry : entries) {
     if (entry.directory) continue;
     if (::unlinkat(directory.get(), entry.name.c_str(), 0) == 0)
@@ -263,10 +283,10 @@ bool Pool_Storage::remove_dataset(const Pool& pool, const Path& path) {
       D3_ERROR("Failed to remove %C from the pool %C: %C\n", entry.name.c_str(), pool.name.c_str(),
                std::strerror(errno));
   }
-  if (::unlinkat(parent.get(), path.back().c_str(), AT_REMOVEDIR) == 0) return true;
+  if (::unlinkat(parent.get(), path.back().c_str(), AT_REMOVEDIR) == 0) return Removal::done;
   D3_ERROR("Failed to remove the dataset %C from the pool %C: %C\n", text_of(path).c_str(), pool.name.c_str(),
            std::strerror(errno));
-  return false;
+  return Removal::failed;
 }
 
 void Pool_Storage::remove_leftovers(const Pool& pool) {

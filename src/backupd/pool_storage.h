@@ -37,8 +37,14 @@ class Pool_Storage {
   [[nodiscard]] Outcome remove(const Pool& pool, const Path& path);
   /// Rows {"name", "directory", "size"} in order of names. An empty path is the pool itself.
   [[nodiscard]] Outcome list(const Pool& pool, const Path& path, json_spirit::Array& rows);
-  /// Removes a directory with the files in it. Directories below it are left, and it with them.
-  [[nodiscard]] bool remove_dataset(const Pool& pool, const Path& path);
+  enum class Removal {
+    done,
+    in_use,  ///< an object is on its way into it; nothing was removed
+    failed   ///< logged; what could not be removed is left
+  };
+  /// Removes a directory with the files in it, unless one of them is being written. Directories below it are left, and
+  /// it with them.
+  [[nodiscard]] Removal remove_dataset(const Pool& pool, const Path& path);
   /// Removes what uploads left behind that a crash cut. For the start, before anything is stored.
   void remove_leftovers(const Pool& pool);
 

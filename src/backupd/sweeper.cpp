@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "backupd/beneath.h"
 #include "backupd/body_reader.h"
 #include "platform/log.h"
 
@@ -33,16 +34,38 @@ std::vector<std::string> directories_in(Pool_Storage& storage, const Pool& pool,
 
 }  // namespace
 
+bool Dataset::sound() const {
+  return is_uuid(host_uuid) && is_entry_name(landscape_id) && is_entry_name(database) && is_backup_id(backup_id);
+}
+
 Outcome Sweeper::sweep_run(const std::string& job_act_id, Sweep_Result& result) {
   if (job_act_id.empty()) return {};
   std::vector<Dataset> datasets;
   if (!remove_records(job_act_id, result, datasets)) return store_failed();
+  {
+    const std::lock_guard lock(mutex_);
+    datasets.insert(datasets.end(), put_off_.begin(), put_off_.end());
+    put_off_.clear();
+  }
+  return sweep_datasets(datasets, result);
+}
+
+Outcome Sweeper::sweep_datasets(const std::vector<Dataset>& datasets, Sweep_Result& result) {
   for (const Dataset& dataset : datasets) {
     std::optional<Pool> pool;
     if (!pools_.find(dataset.pool_uuid, pool)) return store_failed();
     if (pool && is_local(*pool)) sweep_dataset(*pool, dataset, result);
   }
   return {};
+}
+
+void Sweeper::put_off(const Dataset& dataset) {
+  constexpr std::size_t limit = 1000;
+  const std::lock_guard lock(mutex_);
+  const bool known = std::any_of(put_off_.begin(), put_off_.end(), [&](const Dataset& one) {
+    return one.pool_uuid == dataset.pool_uuid && one.path() == dataset.path();
+  });
+  if (!known && put_off_.size() < limit) put_off_.push_back(dataset);
 }
 
 bool Sweeper::remove_records(const std::string& job_act_id, Sweep_Result& result, std::vector<Dataset>& datasets) {
@@ -93,8 +116,19 @@ void Sweeper::sweep_dataset(const Pool& pool, const Dataset& dataset, Sweep_Resu
   bool owned = true;
   json_spirit::Array rows;
   const Pool_Storage::Path path{dataset.host_uuid, dataset.landscape_id, dataset.database, dataset.backup_id};
-  if (!is_owned(dataset, owned) || owned || !storage_.list(pool, path, rows).ok()) return;
-  if (!storage_.remove_dataset(pool, path)) return;
+  if (!dataset.sound() || !is_owned(dataset, owned) || owned || !storage_.list(pool, path, rows).ok()) return;
+  switch (storage_.remove_dataset(pool, path)) {
+    case Pool_Storage::Removal::done:
+      break;
+    case Pool_Storage::Removal::in_use:
+      D3_INFO(
+          "The dataset %C of the pool %C, which no record owns, is still written to; it is left for a later sweep\n",
+          dataset.path().c_str(), pool.name.c_str());
+      put_off(dataset);
+      return;
+    case Pool_Storage::Removal::failed:
+      return;
+  }
   ++result.datasets;
   D3_INFO("Removed the dataset %C, which no record owns, from the pool %C\n", dataset.path().c_str(),
           pool.name.c_str());
@@ -110,7 +144,13 @@ bool Sweeper::is_owned(const Dataset& dataset, bool& owned) {
         {dataset.host_uuid, dataset.database, std::int64_t{std::strtoll(dataset.backup_id.c_str(), nullptr, 10)},
          dataset.landscape_id, dataset.pool_uuid},
         1);
-    owned = session.failed() || file || job;
+    // HANA's id of a backup comes into its record when its first object does, or a little later.
+    const auto without_id = session.first(
+        "SELECT j.id FROM backint_jobs j JOIN activities a ON a.id = j.job_act_id WHERE j.host_uuid = :a "
+        "AND j.database_name = :b AND j.database_backup_id = 0 AND j.landscape_id = :c AND j.pool_uuid = :d "
+        "AND j.taken = 0 AND a.ended = 0 LIMIT 1",
+        {dataset.host_uuid, dataset.database, dataset.landscape_id, dataset.pool_uuid}, 1);
+    owned = session.failed() || file || job || without_id;
   });
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,8 @@ struct Dataset {
   std::string database;
   std::string backup_id;
 
+  /// Every part names one directory, so that the path leads nowhere else.
+  [[nodiscard]] bool sound() const;
   [[nodiscard]] std::string path() const { return host_uuid + "/" + landscape_id + "/" + database + "/" + backup_id; }
 };
 
@@ -36,7 +39,8 @@ struct Sweep_Result {
 
 /// Removes what runs left behind that ended without their set: Backint job records with their files, and dataset
 /// directories that no record owns, on pools that this server serves or that lie on its own host. A directory counts
-/// only when it is four levels deep, begins with a host that this server knows, and ends with a number. Any thread.
+/// only when it is four levels deep, begins with a host that this server knows, and ends with a number. One that an
+/// object is still on its way into is left, and looked at again with the next run that ends. Any thread.
 class Sweeper {
  public:
   Sweeper(Database& database, Pool_Store& pools, Pool_Storage& storage, std::string own_host_uuid)
@@ -49,7 +53,9 @@ class Sweeper {
 
  private:
   bool remove_records(const std::string& job_act_id, Sweep_Result& result, std::vector<Dataset>& datasets);
+  [[nodiscard]] Outcome sweep_datasets(const std::vector<Dataset>& datasets, Sweep_Result& result);
   void sweep_dataset(const Pool& pool, const Dataset& dataset, Sweep_Result& result);
+  void put_off(const Dataset& dataset);
   void sweep_pool(const Pool& pool, Sweep_Result& result);
   [[nodiscard]] bool is_owned(const Dataset& dataset, bool& owned);
   [[nodiscard]] bool is_known_host(const std::string& host_uuid);
@@ -59,6 +65,8 @@ class Sweeper {
   Pool_Store& pools_;
   Pool_Storage& storage_;
   const std::string own_host_uuid_;
+  std::mutex mutex_;
+  std::vector<Dataset> put_off_;  ///< guarded by mutex_
 };
 
 }  // namespace backupd

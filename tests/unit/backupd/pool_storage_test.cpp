@@ -83,6 +83,25 @@ TEST(Pool_Storage, Leaves_Nothing_Of_A_Cut_Upload) {
   EXPECT_EQ(server.raw("PUT", base + "a/b", "content", server.agent_key).status, 201U);
 }
 
+TEST(Pool_Storage, Removes_No_Dataset_While_An_Object_Is_On_Its_Way_Into_It) {
+  using Removal = backupd::Pool_Storage::Removal;
+  Memory_Server server;
+  server.add_pool();
+  std::vector<backupd::Pool> pools;
+  ASSERT_TRUE(server.core->pools.all(pools));
+  backupd::Pool_Storage& storage = server.core->storage;
+  const backupd::Pool_Storage::Path dataset{"a", "b"};
+  const auto receive = [&](net::Body_Sink& sink) {
+    EXPECT_EQ(storage.remove_dataset(pools.front(), dataset), Removal::in_use);
+    return sink.write("content", 7);
+  };
+  EXPECT_TRUE(storage.put(pools.front(), {"a", "b", "c"}, receive).ok());
+  EXPECT_EQ(server.root.read("/pool/a/b/c"), "content");
+  EXPECT_EQ(storage.remove_dataset(pools.front(), dataset), Removal::done);
+  EXPECT_FALSE(server.root.exists("/pool/a/b"));
+  EXPECT_EQ(storage.remove_dataset(pools.front(), {"a", "", "b"}), Removal::failed);
+}
+
 TEST(Pool_Storage, Refuses_What_Goes_Beyond_The_Pools_Limit) {
   Memory_Server server;
   server.add_pool(10);

@@ -1,3 +1,7 @@
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include "platform/unique_descriptor.h"
 #include "unit/backupd/fake_agent.h"
 
 using namespace backupd_test;
@@ -34,6 +38,98 @@ TEST(Sweeper, Removes_What_A_Run_Left_That_Ended_Without_Its_Set) {
   EXPECT_TRUE(server.root.exists(dataset + "100/pipe_0"));
   EXPECT_FALSE(server.root.exists(dataset + "200"));
   EXPECT_TRUE(server.root.exists(dataset + "300/pipe_0"));
+}
+
+TEST(Sweeper, Removes_What_A_Canceled_Run_Left) {
+  Memory_Server server;
+  server.add_pool();
+  Fake_Agent agent(server, server.agent_key, obedient);
+  ASSERT_TRUE(agent.hello(host_a).ok);
+  ASSERT_TRUE(agent.call("job.report", report(8)).ok);
+  server.add_object(uuid_of(1), "ebid-1", run);
+  server.root.write(dataset + "100/pipe_0", "data");
+  ASSERT_TRUE(agent.call("job.report", report(9)).ok);
+  EXPECT_EQ(server.agent("GET", "/backint/jobs/" + uuid_of(1)).status, 404U);
+  EXPECT_FALSE(server.root.exists(dataset + "100"));
+}
+
+TEST(Sweeper, Removes_What_A_Run_Left_Whose_Agent_Was_Killed_While_It_Stopped) {
+  Memory_Server server;
+  server.add_pool();
+  {
+    Fake_Agent agent(server, server.agent_key, obedient);
+    ASSERT_TRUE(agent.hello(host_a).ok);
+    ASSERT_TRUE(agent.call("job.report", report(8)).ok);
+    server.add_object(uuid_of(1), "ebid-1", run);
+    server.root.write(dataset + "100/pipe_0", "data");
+  }
+  Fake_Agent agent(server, server.agent_key, obedient);
+  ASSERT_TRUE(agent.hello(host_a, R"(,"activities":[])").ok);
+  EXPECT_EQ(server.request("GET", "/jobs/" + run).text_of("state_name"), "error");
+  EXPECT_EQ(server.agent("GET", "/backint/jobs/" + uuid_of(1)).status, 404U);
+  EXPECT_FALSE(server.root.exists(dataset + "100"));
+}
+
+TEST(Sweeper, Leaves_A_Dataset_That_Is_Written_To_For_The_Next_Run_That_Ends) {
+  Memory_Server server;
+  server.add_pool();
+  Fake_Agent agent(server, server.agent_key, obedient);
+  ASSERT_TRUE(agent.hello(host_a).ok);
+  ASSERT_TRUE(agent.call("job.report", report(3)).ok);
+  server.add_object(uuid_of(1), "ebid-1", run);
+  server.root.write(dataset + "100/pipe_0", "data");
+  server.root.write(dataset + "100/.pipe_1.part", "half");
+  platform::Unique_Descriptor writer(
+      ::open(server.root.real(dataset + "100/.pipe_1.part").c_str(), O_WRONLY | O_CLOEXEC));
+  ASSERT_EQ(::flock(writer.get(), LOCK_EX | LOCK_NB), 0);
+  ASSERT_TRUE(agent.call("job.report", report(10)).ok);
+  EXPECT_EQ(server.agent("GET", "/backint/jobs/" + uuid_of(1)).status, 404U);
+  EXPECT_TRUE(server.root.exists(dataset + "100/pipe_0")) << "all of it or nothing";
+  EXPECT_TRUE(server.root.exists(dataset + "100/.pipe_1.part"));
+  EXPECT_EQ(server.request("POST", "/retention/sweep").number_of("datasets"), 0);
+  writer.reset();
+  ASSERT_TRUE(agent.call("job.report", R"({"activities":[{"id":")" + uuid_of(71) + R"(","state":7}]})").ok);
+  EXPECT_FALSE(server.root.exists(dataset + "100"));
+}
+
+TEST(Sweeper, Leaves_A_Dataset_While_The_Record_Of_A_Run_That_Goes_On_Has_No_Backup_Id_Yet) {
+  Memory_Server server;
+  server.add_pool();
+  Fake_Agent agent(server, server.agent_key, obedient);
+  ASSERT_TRUE(agent.hello(host_a).ok);
+  ASSERT_TRUE(agent.call("job.report", report(3)).ok);
+  ASSERT_EQ(server.agent("POST", "/backint/jobs", job_json(uuid_of(1), run, "TN1", 0)).status, 201U);
+  const std::string other = std::string("/pool/") + host_a + "/land-1/TN2/200/pipe_0";
+  server.root.write(dataset + "200/pipe_0", "data");
+  server.root.write(other, "data");
+  EXPECT_EQ(server.request("POST", "/retention/sweep").number_of("datasets"), 1);
+  EXPECT_TRUE(server.root.exists(dataset + "200/pipe_0"));
+  EXPECT_FALSE(server.root.exists(other)) << "of a database that no run backs up";
+  ASSERT_TRUE(agent.call("job.report", report(9)).ok);
+  EXPECT_EQ(server.request("POST", "/retention/sweep").number_of("datasets"), 1);
+  EXPECT_FALSE(server.root.exists(dataset + "200"));
+}
+
+TEST(Sweeper, Touches_Nothing_When_A_Part_Of_The_Path_Is_Empty) {
+  Memory_Server server;
+  server.add_pool();
+  Fake_Agent agent(server, server.agent_key, obedient);
+  ASSERT_TRUE(agent.hello(host_a).ok);
+  ASSERT_TRUE(agent.call("job.report", report(3)).ok);
+  // A record as an agent stored it that did not know the landscape.
+  ASSERT_TRUE(server.database.write([](backupd::Sql_Session& session) {
+    session.execute(
+        "INSERT INTO backint_jobs (id, uuid, host_uuid, job_act_id, sid, database_name, database_backup_id, "
+        "landscape_id, pool_uuid, taken, document) VALUES (:a, :b, :c, :d, 'HDB', 'TN1', 100, '', :e, 0, '{}')",
+        {session.next_number("backint_job"), uuid_of(1), std::string(host_a), run, std::string(pool_uuid)});
+    return true;
+  }));
+  const std::vector<std::string> kept = {std::string("/pool/") + host_a + "/TN1/100/pipe_0", "/pool/TN1/100/pipe_0",
+                                         "/TN1/100/pipe_0"};
+  for (const std::string& path : kept) server.root.write(path, "data");
+  ASSERT_TRUE(agent.call("job.report", report(10)).ok);
+  EXPECT_EQ(server.agent("GET", "/backint/jobs/" + uuid_of(1)).status, 404U) << "the record goes";
+  for (const std::string& path : kept) EXPECT_TRUE(server.root.exists(path)) << path;
 }
 
 TEST(Sweeper, Keeps_The_Records_Of_A_Run_That_Goes_On) {
