@@ -24,6 +24,7 @@ class Running_Server {
   int end(int signal);
   /// Runs the program with arguments to its end: exit status and what it printed.
   int run(const std::vector<std::string>& arguments, std::string& output) const;
+  [[nodiscard]] std::string url() const { return "http://127.0.0.1:" + std::to_string(port_); }
   [[nodiscard]] std::string make_key(const std::string& role, const std::string& host = {}) const;
   /// False when no answer came.
   bool ask(const std::string& method, const std::string& target, const std::string& key, const std::string& body,
