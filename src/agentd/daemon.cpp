@@ -141,7 +141,7 @@ bool Daemon::greet() {
 
 void Daemon::job_ended(const std::string& job_act_id) {
   jobs_.wait_completed(job_act_id, completion_limit);
-  jobs_.forget(job_act_id);
+  jobs_.ended(job_act_id);
   (void)remove_job_activity(job_act_id);
 }
 

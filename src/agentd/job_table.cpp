@@ -1,5 +1,7 @@
 #include "agentd/job_table.h"
 
+#include <algorithm>
+
 #include "agentd/definition_guard.h"
 #include "platform/clock.h"
 #include "platform/log.h"
@@ -8,11 +10,20 @@ namespace agentd {
 
 namespace {
 
+/// Runs that are remembered after their end: a start of one of them that was under way twice comes soon or never.
+constexpr std::size_t ended_limit = 100;
+
+enum Request_Code { request_taken = 0, request_refused = -1 };
+
 JSON_RPC_Answer done(json_spirit::Object result) {
   JSON_RPC_Answer answer;
   answer.ok = true;
   answer.result = std::move(result);
   return answer;
+}
+
+JSON_RPC_Answer refused(const std::string& why) {
+  return done({{"code", static_cast<int>(request_refused)}, {"message", why}});
 }
 
 JSON_RPC_Answer unknown_job(const std::string& job_act_id) {
@@ -37,7 +48,7 @@ JSON_RPC_Answer refusal_answer(int code, const std::string& message) {
 
 JSON_RPC_Answer Job_Table::start(const json_spirit::Value& definition, const json_spirit::Object& options,
                                  const std::string& job_act_id) {
-  if (find(job_act_id).get() != nullptr) return done({{"job_act_id", job_act_id}});
+  if (find(job_act_id).get() != nullptr || has_ended(job_act_id)) return done({{"job_act_id", job_act_id}});
   std::string refusal;
   const Job_Ptr job = make_job(definition, refusal);
   if (job.get() == nullptr) return refusal_answer(JSON_RPC_E_INVALID_PARAMS, refusal);
@@ -94,17 +105,20 @@ bool Job_Table::take(const std::string& job_act_id, const Job_Ptr& job, std::str
 
 JSON_RPC_Answer Job_Table::stop(const std::string& job_act_id) {
   const Job_Ptr job = find(job_act_id);
-  if (job.get() == nullptr) return unknown_job(job_act_id);
+  if (job.get() == nullptr)
+    return has_ended(job_act_id) ? refused("the job has ended already") : unknown_job(job_act_id);
+  if (const Job_State state = job->state(); is_finished(state))
+    return refused(std::string("the job has ended already, it is ") + job_state_to_string(state));
   D3_INFO("Stop job %C\n", job_act_id.c_str());
   const int code = job->stop(nullptr);
-  const char* const message = code == 0 ? "" : "the job cannot be stopped now; the agent's log tells why";
+  const char* const message = code == request_taken ? "" : "the job cannot be stopped now; the agent's log tells why";
   return done({{"code", code}, {"message", message}});
 }
 
 JSON_RPC_Answer Job_Table::remove(const std::string& job_act_id) {
   const Job_Ptr job = find(job_act_id);
   if (job.get() == nullptr) return unknown_job(job_act_id);
-  if (is_active(job->state())) return done({{"code", -1}, {"message", "the job runs; stop it first"}});
+  if (is_active(job->state())) return refused("the job runs; stop it first");
   const int code = job->remove(false, nullptr);
   if (code == 0) forget(job_act_id);
   return done({{"code", code}, {"message", code == 0 ? "" : "the job cannot be removed; the agent's log tells why"}});
@@ -113,6 +127,24 @@ JSON_RPC_Answer Job_Table::remove(const std::string& job_act_id) {
 void Job_Table::wait_completed(const std::string& job_act_id, std::chrono::seconds limit) const {
   const Job_Ptr job = find(job_act_id);
   if (job.get() != nullptr) (void)platform::Clock::current().wait_for(job->completed(), limit);
+}
+
+void Job_Table::ended(const std::string& job_act_id) {
+  const Job_Ptr job = find(job_act_id);
+  if (job.get() == nullptr) return;
+  D3_INFO("Job %C '%C' has ended, it is %C\n", job_act_id.c_str(),
+          platform::cut_for_log(job->definition()->name()).c_str(), job_state_to_string(job->state()));
+  {
+    const std::lock_guard lock(mutex_);
+    ended_.push_back(job_act_id);
+    if (ended_.size() > ended_limit) ended_.pop_front();
+  }
+  forget(job_act_id);
+}
+
+bool Job_Table::has_ended(const std::string& job_act_id) const {
+  const std::lock_guard lock(mutex_);
+  return std::find(ended_.begin(), ended_.end(), job_act_id) != ended_.end();
 }
 
 void Job_Table::forget(const std::string& job_act_id) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <deque>
 #include <map>
 #include <mutex>
 #include <string>
@@ -22,15 +23,17 @@ class Job_Table {
   /// stopping. The same job_act_id again is answered as done.
   [[nodiscard]] JSON_RPC_Answer start(const json_spirit::Value& definition, const json_spirit::Object& options,
                                       const std::string& job_act_id);
-  /// Passes the request to the job; the answer carries {"code", "message"}.
+  /// Passes the request to the job, also a second time; the answer carries {"code", "message"}: code 0 says that the
+  /// request was taken, not that the run has ended. A run that has ended answers with a code of its own.
   [[nodiscard]] JSON_RPC_Answer stop(const std::string& job_act_id);
   /// Has the job's class clean up after it, and forgets it. Refused while it runs.
   [[nodiscard]] JSON_RPC_Answer remove(const std::string& job_act_id);
 
   /// Waits until the run has let go of its record; at once when it is not known here.
   void wait_completed(const std::string& job_act_id, std::chrono::seconds limit) const;
-  /// A run has ended and backupd knows: nothing more is asked of it.
-  void forget(const std::string& job_act_id);
+  /// A run has ended and backupd knows: nothing more is asked of it. A start that comes again is still answered as
+  /// done.
+  void ended(const std::string& job_act_id);
   [[nodiscard]] std::vector<std::string> running() const;
 
   /// From here on nothing is started. Waits until the runs have ended or `limit` has passed; true when all have.
@@ -41,12 +44,15 @@ class Job_Table {
  private:
   [[nodiscard]] Job_Ptr find(const std::string& job_act_id) const;
   [[nodiscard]] Job_Ptr make_job(const json_spirit::Value& definition, std::string& refusal) const;
+  void forget(const std::string& job_act_id);
+  [[nodiscard]] bool has_ended(const std::string& job_act_id) const;
   [[nodiscard]] bool take(const std::string& job_act_id, const Job_Ptr& job, std::string& refusal);
 
   const Modules& modules_;
   const std::string host_uuid_;
   mutable std::mutex mutex_;
   std::map<std::string, Job_Ptr> jobs_;  ///< guarded by mutex_
+  std::deque<std::string> ended_;        ///< the last runs that have ended; guarded by mutex_
   bool stopping_ = false;                ///< guarded by mutex_
 };
 

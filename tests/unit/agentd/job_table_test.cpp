@@ -9,6 +9,8 @@
 
 #include <ace/Thread_Manager.h>
 
+#include <thread>
+
 using namespace agentd;
 
 namespace {
@@ -26,6 +28,8 @@ class Job_Table_Test : public Module_Fixture {
   }
 
   JSON_RPC_Answer start(const json_spirit::Object& document) { return jobs.start(document, {}, activity_id); }
+
+  static std::string text(const JSON_RPC_Answer& answer) { return json_spirit::dump_json(answer.result); }
 
   static Job_Activity_Snapshot only_activity() {
     std::vector<Job_Activity_Snapshot> all;
@@ -115,6 +119,51 @@ TEST_F(Job_Table_Test, Draining_Gives_Up_At_Its_Limit) {
 TEST_F(Job_Table_Test, Requests_For_Unknown_Runs_Are_Refused) {
   EXPECT_FALSE(jobs.stop("aaaaaaaa-0000-4000-8000-00000000ffff").ok);
   EXPECT_FALSE(jobs.remove("aaaaaaaa-0000-4000-8000-00000000ffff").ok);
+}
+
+TEST_F(Job_Table_Test, A_Stop_Of_A_Run_That_Has_Ended_Says_So) {
+  ASSERT_TRUE(start(definition("good")).ok);
+  jobs.wait_completed(activity_id, limit);
+  EXPECT_EQ(text(jobs.stop(activity_id)), R"({"code":-1,"message":"the job has ended already, it is completed"})");
+  jobs.ended(activity_id);
+  EXPECT_EQ(text(jobs.stop(activity_id)), R"({"code":-1,"message":"the job has ended already"})");
+}
+
+TEST_F(Job_Table_Test, A_Stop_May_Be_Asked_Twice) {
+  ASSERT_TRUE(start(definition("slow to stop")).ok);
+  std::thread first([&] { EXPECT_EQ(text(jobs.stop(activity_id)), R"({"code":0,"message":""})"); });
+  EXPECT_EQ(call_module("test_module_wait_for_stop"), 1);
+  std::thread second([&] { EXPECT_TRUE(jobs.stop(activity_id).ok); });
+  jobs.wait_completed(activity_id, limit);
+  EXPECT_EQ(call_module("test_module_release_stop"), 1);
+  first.join();
+  second.join();
+  EXPECT_EQ(only_activity().state, JOB_STATE_CANCELED);
+  // The second may have come before the end or after it.
+  (void)log.claim_containing("Cannot ");
+}
+
+TEST_F(Job_Table_Test, A_Job_May_Be_Removed_While_Its_Stop_Still_Polls) {
+  ASSERT_TRUE(start(definition("slow to stop")).ok);
+  std::thread stopper([&] { EXPECT_EQ(text(jobs.stop(activity_id)), R"({"code":0,"message":""})"); });
+  EXPECT_EQ(call_module("test_module_wait_for_stop"), 1);
+  jobs.wait_completed(activity_id, limit);
+  EXPECT_EQ(text(jobs.remove(activity_id)), R"({"code":0,"message":""})");
+  EXPECT_FALSE(jobs.stop(activity_id).ok) << "the table knows it no more";
+  EXPECT_EQ(ACE_Thread_Manager::instance()->wait(), 0) << "the run's own thread is gone";
+  EXPECT_EQ(call_module("test_module_living_jobs"), 1) << "the stop holds it";
+  EXPECT_EQ(call_module("test_module_release_stop"), 1);
+  stopper.join();
+  EXPECT_EQ(call_module("test_module_living_jobs"), 0);
+}
+
+TEST_F(Job_Table_Test, A_Run_That_Ended_Leaves_A_Line_And_Is_Not_Started_Again) {
+  ASSERT_TRUE(start(definition("good")).ok);
+  jobs.wait_completed(activity_id, limit);
+  jobs.ended(activity_id);
+  EXPECT_TRUE(log.has(std::string("Job ") + activity_id + " 'good' has ended, it is completed\n")) << log.dump();
+  EXPECT_TRUE(start(definition("good")).ok) << "a start that was under way twice";
+  EXPECT_TRUE(jobs.running().empty());
 }
 
 TEST_F(Job_Table_Test, A_Running_Job_Is_Not_Removed) {

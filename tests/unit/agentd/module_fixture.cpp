@@ -30,12 +30,12 @@ json_spirit::Object Module_Fixture::definition(const std::string& name) {
            json_spirit::Object{{"pool_uuid", "7e0f7a52-70c9-44d7-8a5e-7b6a9f0f2f10"}, {"location", "file:///pool"}}}};
 }
 
-int Module_Fixture::living_objects() {
+int Module_Fixture::call_module(const char* function) {
   const std::string path = platform::File_Root::current().real(installed);
   void* const library = ::dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
   if (library == nullptr) return -1;
-  const auto count = reinterpret_cast<int (*)()>(::dlsym(library, "test_module_living_objects"));
-  const int living = count == nullptr ? -1 : count();
+  const auto found = reinterpret_cast<int (*)()>(::dlsym(library, function));
+  const int result = found == nullptr ? -1 : found();
   ::dlclose(library);
-  return living;
+  return result;
 }

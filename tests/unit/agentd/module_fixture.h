@@ -19,7 +19,9 @@ class Module_Fixture : public ::testing::Test {
   /// A definition of the test module; its name tells its job what to do.
   [[nodiscard]] static json_spirit::Object definition(const std::string& name);
   /// How many objects the module has made and not yet destroyed; -1 when it is not loaded.
-  [[nodiscard]] static int living_objects();
+  [[nodiscard]] static int living_objects() { return call_module("test_module_living_objects"); }
+  /// What one of the module's functions for tests returns; -1 when it is not loaded.
+  [[nodiscard]] static int call_module(const char* function);
 
   support::Temp_Root root;
   support::Log_Capture log;

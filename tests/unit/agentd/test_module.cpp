@@ -37,7 +37,7 @@ class Executor : public Job_Executor_T<Default_Backup_Job_Source, No_Options, Jo
       D3_ERROR("The test job fails\n");
       return false;
     }
-    while (name == "until stopped" && act_.load_state() == JOB_STATE_RUNNING)
+    while ((name == "until stopped" || name == "slow to stop") && act_.load_state() == JOB_STATE_RUNNING)
       platform::Clock::current().sleep_for(std::chrono::milliseconds(5));
     return act_.load_state() == JOB_STATE_RUNNING;
   }
@@ -50,11 +50,31 @@ struct Counted {
   ~Counted() { --living_objects; }
 };
 
+/// What the test and a job whose stop blocks tell each other.
+platform::Wait_Event stop_entered;
+platform::Wait_Event stop_released;
+std::atomic<int> living_jobs{0};
+
+/// Ends when it is asked to stop, but the request itself goes on until it is released.
+class Slow_To_Stop : public Controllable_Job_T<Executor> {
+ public:
+  explicit Slow_To_Stop(Job_Definition_Ptr definition) : Controllable_Job_T(definition) { ++living_jobs; }
+  ~Slow_To_Stop() override { --living_jobs; }
+  int stop_i(const Action_Options*) override {
+    if (definition()->name() != "slow to stop") return state_i(JOB_STATE_CANCELING);
+    const int result = state_i(JOB_STATE_CANCELING);
+    stop_entered.set();
+    while (!stop_released.is_set()) platform::Clock::current().sleep_for(std::chrono::milliseconds(5));
+    // A poll of the job, as a stop makes it that waits for a state.
+    return result + (is_finished(state()) ? 0 : 1);
+  }
+};
+
 class Creator : public Job_Creator, Counted {
  public:
   ACE_Intrusive_Auto_Ptr<Job> create(Job_Definition_Ptr definition) override {
     if (definition->subtype() != JOB_DEFINITION_SUBTYPE_FULL) return {};
-    return ACE_Intrusive_Auto_Ptr<Job>(new Controllable_Job_T<Executor>(definition));
+    return ACE_Intrusive_Auto_Ptr<Job>(new Slow_To_Stop(definition));
   }
 };
 
@@ -109,3 +129,11 @@ EXPORTED Parser_Creator* _make_HANA_Backup_Job_Options_Parser_Creator(module_fac
 }
 /// For the tests alone.
 EXPORTED int test_module_living_objects() { return living_objects; }
+EXPORTED int test_module_living_jobs() { return living_jobs; }
+EXPORTED int test_module_wait_for_stop() {
+  return platform::Clock::current().wait_for(stop_entered, std::chrono::seconds(20)) ? 1 : 0;
+}
+EXPORTED int test_module_release_stop() {
+  stop_released.set();
+  return 1;
+}
