@@ -39,6 +39,10 @@ TEST_F(Instance_Tools, Tell_Both_Sites_Of_A_Primary) {
           "Replication mode of ROT: sync\n\nOperation mode of WDF: primary\nOperation mode of ROT: logreplay\n\n"
           "Mapping: WDF -> ROT\ndone.\n");
   EXPECT_EQ(sql("\\s").code, 0);
+  const Output landscape = run({instance() / "exe/python_support/landscapeHostConfiguration.py", "--sapcontrol=1"});
+  EXPECT_EQ(landscape.code, 4);
+  EXPECT_NE(landscape.out.find("\nnameServerConfigRole=master 1\nnameServerActualRole=master\n"), std::string::npos)
+      << landscape.out;
 }
 
 TEST_F(Instance_Tools, Refuse_Logons_On_A_Secondary) {

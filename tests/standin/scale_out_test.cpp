@@ -131,6 +131,32 @@ TEST_F(Scale_Out, Has_A_State_For_Each_Host) {
   EXPECT_EQ(landscape("hana01", "active_master"), "active_master = hana01:30001");
 }
 
+TEST_F(Scale_Out, Tells_The_Landscape_By_Table_And_Exit_Code) {
+  install_hosts({"hana02"});
+  fault_at("hana02", "failover = no");
+  const std::string script = "exe/python_support/landscapeHostConfiguration.py";
+  const Output down = tool("hana02", script, {});
+  EXPECT_EQ(down.code, 1);
+  EXPECT_EQ(down.out, "nameserver hana01:30001 not responding.\n");
+  start_all();
+  ASSERT_TRUE(serves("hana01"));
+  const Output table = tool("hana02", script, {});
+  EXPECT_EQ(table.code, 4);
+  EXPECT_EQ(count_of(table.out,
+                     "\n| hana01 | yes    | ok     |          |        | 1         | 1         | default  | "
+                     "default  | master 1   | master     | worker      | master      | worker | worker | "
+                     "default | default |\n"),
+            1)
+      << table.out;
+  EXPECT_NE(table.out.find("| master 2   | slave      |"), std::string::npos) << table.out;
+  EXPECT_TRUE(table.out.ends_with("\n\noverall host status: ok\n")) << table.out;
+  ASSERT_EQ(tool("hana02", "HDB", {"stop"}).code, 0);
+  const Output machine = tool("hana01", script, {"--sapcontrol=1"});
+  EXPECT_EQ(machine.code, 1);
+  EXPECT_NE(machine.out.find("host/hana01/nameServerActualRole=master\n"), std::string::npos) << machine.out;
+  EXPECT_NE(machine.out.find("host/hana02/hostActive=no\n"), std::string::npos) << machine.out;
+}
+
 TEST_F(Scale_Out, Moves_The_Master_With_Its_Databases_When_A_Host_Stops) {
   install_hosts();
   start_all();

@@ -122,6 +122,8 @@ bool place_files(const Layout& layout, const std::string& tools) {
     if (!make_directories(layout.real(folder))) return false;
   for (const char* tool : {"hdbsql", "hdbnsutil", "sapcontrol", "hdb_standin_server"})
     if (!place_tool(tools + "/" + tool, exe + "/" + tool)) return false;
+  const char* const landscape = "landscapeHostConfiguration.py";
+  if (!place_tool(tools + "/" + landscape, exe + "/python_support/" + landscape)) return false;
   if (!place_tool(tools + "/HDB", layout.real(layout.instance_directory() + "/HDB"))) return false;
   if (!place_tool(tools + "/sapcontrol", layout.real("/usr/sap/hostctrl/exe/sapcontrol"))) return false;
   std::error_code error;
@@ -145,10 +147,10 @@ bool lay_out(const Layout& layout, const std::string& tools) {
 }
 
 bool lay_out_further_host(const Layout& first, const Layout& layout, const std::string& tools) {
-  if (!make_directories(layout.real(layout.system_directory() + "/SYS"))) return false;
-  for (const char* folder : {"/SYS/global", "/SYS/profile"}) {
+  if (!make_directories(layout.real(layout.global_directory()))) return false;
+  for (const std::string& documented : {layout.global_directory() + "/custom", layout.global_directory() + "/mdc",
+                                        layout.system_directory() + "/SYS/profile"}) {
     std::error_code error;
-    const std::string documented = layout.system_directory() + folder;
     fs::create_symlink(first.real(documented), layout.real(documented), error);
     if (error) return false;
   }
