@@ -114,7 +114,8 @@ void Daemon::add_methods() {
   router_.add("instance.logon", [this](const Params& params) { return instance_service_.logon(params); });
   router_.add("instance.check", [this](const Params& params) { return instance_service_.check(params); });
   router_.add("database.list", [this](const Params& params) { return instance_service_.databases(params); });
-  router_.add("backint.verify", [](const Params& params) { return verify(params); });
+  router_.add(
+      "backint.verify", [](const Params& params) { return verify(params); }, Method_Router::Pace::slow);
 }
 
 /// Tells backupd who is there and which runs are still this agent's to report.

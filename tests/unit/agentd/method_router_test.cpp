@@ -1,8 +1,11 @@
 #include "agentd/method_router.h"
 
+#include <future>
+#include <latch>
 #include <thread>
 
 #include "agentd/handler_call.h"
+#include "agentd/server_link.h"
 #include "module_fixture.h"
 #include "support/virtual_clock.h"
 
@@ -51,6 +54,35 @@ TEST_F(Method_Router_Test, Finds_The_Method_And_Hands_It_The_Params) {
 TEST_F(Method_Router_Test, Unknown_Methods_And_Those_Of_Absent_Handlers_Are_Not_Found) {
   EXPECT_EQ(router.call("nonsense", nullptr).code, JSON_RPC_E_METHOD_NOT_FOUND);
   EXPECT_EQ(router.call("hana.instance.control", nullptr).code, JSON_RPC_E_METHOD_NOT_FOUND);
+}
+
+TEST_F(Method_Router_Test, Slow_Requests_Leave_Room_For_Quick_Ones) {
+  std::latch all_run(Method_Router::slow_at_once);
+  std::promise<void> release;
+  const std::shared_future<void> released = release.get_future().share();
+  const auto good = [](const json_spirit::Object&) { return JSON_RPC_Answer{true, 1, 0, {}}; };
+  router.add("quick", good);
+  router.add(
+      "slow",
+      [&](const json_spirit::Object& params) {
+        all_run.count_down();
+        released.wait();
+        return good(params);
+      },
+      Method_Router::Pace::slow);
+  std::vector<std::future<bool>> running;
+  for (unsigned i = 0; i < Method_Router::slow_at_once; ++i)
+    running.push_back(std::async(std::launch::async, [&] { return router.call("slow", nullptr).ok; }));
+  all_run.wait();
+  const JSON_RPC_Answer refused = router.call("slow", nullptr);
+  EXPECT_EQ(refused.code, JSON_RPC_E_SERVER);
+  EXPECT_NE(refused.message.find("busy with 4 long requests"), std::string::npos) << refused.message;
+  EXPECT_TRUE(router.call("quick", nullptr).ok);
+  release.set_value();
+  for (std::future<bool>& one : running) EXPECT_TRUE(one.get());
+  router.add("slow", good, Method_Router::Pace::slow);
+  EXPECT_TRUE(router.call("slow", nullptr).ok) << "the places are free again";
+  static_assert(Method_Router::slow_at_once < Server_Link::workers);
 }
 
 TEST_F(Method_Router_Test, An_Exception_Becomes_An_Internal_Error) {
