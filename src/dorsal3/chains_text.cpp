@@ -58,7 +58,7 @@ void print_next(const json_spirit::Object& database, const char* key, const char
   }
   const std::string pool = one_line(text_member(next, "pool"));
   out << "based on " << one_line(text_member(next, "based_on_short_id"));
-  if (!pool.empty()) out << "; to another pool than " << pool << " a full backup will be made";
+  if (!pool.empty()) out << " (to another pool than " << pool << ": a full backup)";
   const std::string warning = one_line(text_member(next, "warning"));
   if (!warning.empty()) out << "\n" << tree_indent << "WARNING: " << warning;
   out << "\n";

@@ -41,7 +41,9 @@ Run_Follower::Look Run_Follower::look(Failure& failure) {
   if (stage == Run_Stage::skipped) return after_decline();
   declined_at_.reset();
   show_progress();
-  return has_ended(stage) ? Look::ended : Look::goes_on;
+  if (!has_ended(stage)) return Look::goes_on;
+  end_progress_line();
+  return Look::ended;
 }
 
 Run_Follower::Look Run_Follower::away(const Failure& failure) {
@@ -73,6 +75,7 @@ Run_Follower::Look Run_Follower::after_decline() {
   if (!declined_at_) declined_at_ = now;
   const bool others_left = options_.host_count == 0 || declined_.size() + 1 < options_.host_count;
   if (next.empty() && others_left && now - *declined_at_ < succession_limit) return Look::goes_on;
+  end_progress_line();
   note_decline(true);
   return Look::ended;
 }

@@ -172,7 +172,8 @@ std::string Run_Stopper::news_of_log() const {
   return news;
 }
 
-bool Run_Stopper::given_up(Failure& failure) const {
+bool Run_Stopper::given_up(Failure& failure) {
+  follower_.end_progress_line();
   failure = {exit_interrupted, "interrupted",
              "the stop is not asked for any more; the run " + follower_.job() + " goes on" +
                  (requests_ > 0 ? ", unless the last request still ends it" : "") + "; follow it with: dorsal3 jobs " +

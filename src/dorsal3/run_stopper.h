@@ -43,7 +43,7 @@ class Run_Stopper {
   void note_before_request();
   [[nodiscard]] bool newest_alert(std::uint64_t& id, std::string& database);
   [[nodiscard]] std::string news_of_log() const;
-  [[nodiscard]] bool given_up(Failure& failure) const;
+  bool given_up(Failure& failure);
   void say(const std::string& text);
   void ask_again_later();
 

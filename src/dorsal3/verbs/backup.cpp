@@ -144,7 +144,6 @@ class Backup_Verb : public Verb {
     while (true) {
       switch (follower.look(failure)) {
         case Run_Follower::Look::ended:
-          follower.end_progress_line();
           return true;
         case Run_Follower::Look::lost:
           failure.message += going_on(follower.job());

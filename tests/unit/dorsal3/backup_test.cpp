@@ -66,7 +66,7 @@ TEST_F(Backup_Test, Ctrl_C_Asks_And_Stop_Cancels_The_Run) {
   EXPECT_EQ(run(one_tenant), exit_failed) << "there is no backup";
   EXPECT_EQ(stops(), 1U);
   EXPECT_NE(error.str().find("Stop the backup? [s]top it, [l]eave it running, [c]ontinue watching"), std::string::npos);
-  EXPECT_NE(out.str().find("The backup was canceled\n"), std::string::npos) << out.str();
+  EXPECT_NE(out.str().find("\nThe backup was canceled\n"), std::string::npos) << "on a line of its own: " << out.str();
 }
 
 TEST_F(Backup_Test, Ctrl_C_Asks_And_Continue_Goes_On_Watching) {

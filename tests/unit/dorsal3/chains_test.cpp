@@ -190,8 +190,8 @@ TEST(Chains, Text_Is_A_Tree_With_One_Line_A_Set) {
       "      full f3           1700000003  2026-11-21 08:00:01  2026-11-21 08:00:05  2.0 KiB  1.0 KiB  2.0x   online "
       "on main     asked for incremental, made full: pool changed\n"
       "    beside these: 12 sets of log backups, 3 of HANA's backup catalog\n"
-      "    next incremental: based on f3; to another pool than main a full backup will be made\n"
-      "    next differential: based on f3; to another pool than main a full backup will be made\n");
+      "    next incremental: based on f3 (to another pool than main: a full backup)\n"
+      "    next differential: based on f3 (to another pool than main: a full backup)\n");
 }
 
 TEST(Chains, Text_Says_Why_A_Full_Backup_Will_Be_Made) {

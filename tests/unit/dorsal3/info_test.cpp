@@ -40,10 +40,9 @@ TEST_F(Info_Test, Shows_Every_Database_With_Its_Chains) {
             std::string::npos)
       << text;
   EXPECT_NE(text.find("  database TN1 (active)\n"), std::string::npos) << text;
-  EXPECT_NE(
-      text.find("    beside these: 2 sets of log backups, 0 of HANA's backup catalog\n"
-                "    next incremental: based on 22222222; to another pool than main a full backup will be made\n"),
-      std::string::npos)
+  EXPECT_NE(text.find("    beside these: 2 sets of log backups, 0 of HANA's backup catalog\n"
+                      "    next incremental: based on 22222222 (to another pool than main: a full backup)\n"),
+            std::string::npos)
       << text;
   EXPECT_NE(text.find("  database GONE (not in the instance's list)\n"), std::string::npos) << text;
 }
