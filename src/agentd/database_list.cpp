@@ -24,12 +24,12 @@ std::vector<std::string> split(const std::string& line) {
   return fields;
 }
 
+}  // namespace
+
 bool is_sid(const std::string& sid) {
   return sid.size() == sid_length &&
          std::all_of(sid.begin(), sid.end(), [](char c) { return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'); });
 }
-
-}  // namespace
 
 std::vector<Listed_Database> parse_database_list(const std::string& text) {
   std::vector<Listed_Database> databases;

@@ -14,6 +14,9 @@ struct Listed_Database {
   std::string description;
 };
 
+/// Whether `sid` can be the id of a system, so that it may become a part of a path.
+[[nodiscard]] bool is_sid(const std::string& sid);
+
 /// The databases of an instance, for choosing what to back up, without a logon and also while the instance is down.
 ///
 /// An instance whose options say that it has tenants keeps their names in

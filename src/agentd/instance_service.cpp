@@ -4,6 +4,7 @@
 
 #include "agentd/database_list.h"
 #include "agentd/job_table.h"
+#include "agentd/landscape.h"
 #include "platform/files.h"
 #include "platform/log.h"
 #include "platform/product_paths.h"
@@ -78,10 +79,12 @@ JSON_RPC_Answer Instance_Service::probe() {
       return refusal_answer(JSON_RPC_E_SERVER, "the instances found cannot be kept; the agent's log tells why");
     for (const auto& [name, instance] : found) {
       const auto kept = manager_.find(instance->type.c_str(), name.c_str());
+      json_spirit::Object attributes = instance->options;
+      for (auto& [key, value] : landscape_attributes(*instance)) attributes[key] = std::move(value);
       rows.emplace_back(json_spirit::Object{{"type", instance->type},
                                             {"name", name},
                                             {"uuid", kept == nullptr ? instance->uuid : kept->uuid},
-                                            {"extended_attrs", instance->options}});
+                                            {"extended_attrs", std::move(attributes)}});
     }
   }
   return result_answer({{"instances", std::move(rows)}});

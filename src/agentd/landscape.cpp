@@ -1,0 +1,81 @@
+#include "agentd/landscape.h"
+
+#include <algorithm>
+#include <cctype>
+#include <map>
+#include <sstream>
+#include <vector>
+
+#include "agentd/database_list.h"
+#include "platform/files.h"
+#include "platform/log.h"
+
+namespace agentd {
+
+namespace {
+
+constexpr const char* landscape_section = "[landscape]";
+
+std::string trimmed(const std::string& text) {
+  constexpr const char* blanks = " \t\r";
+  const std::size_t begin = text.find_first_not_of(blanks);
+  if (begin == std::string::npos) return {};
+  return text.substr(begin, text.find_last_not_of(blanks) - begin + 1);
+}
+
+std::map<std::string, std::string> read_section(const std::string& text) {
+  std::map<std::string, std::string> values;
+  bool inside = false;
+  std::stringstream lines(text);
+  for (std::string raw; std::getline(lines, raw);) {
+    const std::string line = trimmed(raw);
+    if (line.starts_with('[')) inside = line == landscape_section;
+    const std::size_t equals = line.find('=');
+    if (inside && !line.starts_with('#') && equals != std::string::npos)
+      values[trimmed(line.substr(0, equals))] = trimmed(line.substr(equals + 1));
+  }
+  return values;
+}
+
+/// Without port and domain: the file and the instance may give a host with or without them.
+std::string short_name(const std::string& host) {
+  std::string name = host.substr(0, host.find_first_of(":."));
+  std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
+  return name;
+}
+
+std::size_t count_words(const std::string& text) {
+  std::stringstream words(text);
+  std::size_t count = 0;
+  for (std::string word; words >> word;) ++count;
+  return count;
+}
+
+}  // namespace
+
+json_spirit::Object parse_landscape(const std::string& text, const std::string& host) {
+  std::map<std::string, std::string> values = read_section(text);
+  json_spirit::Object attributes;
+  if (!values["id"].empty()) attributes["landscape_id"] = values["id"];
+  const bool several_hosts = count_words(values["worker"] + " " + values["standby"]) > 1;
+  const std::string& master = values["active_master"];
+  if (several_hosts && !master.empty()) attributes["active_master"] = short_name(master) == short_name(host);
+  return attributes;
+}
+
+json_spirit::Object landscape_attributes(const Instance& instance) {
+  std::string sid;
+  std::string host;
+  if (!json_spirit::object_get(instance.options, "sid", sid) || !is_sid(sid)) return {};
+  json_spirit::object_get(instance.options, "localhost", host);
+  const std::string path = "/usr/sap/" + sid + "/SYS/global/hdb/custom/config/nameserver.ini";
+  std::string text;
+  if (!platform::read_file(path, text)) {
+    D3_WARNING("The landscape of instance %C is not known, the server takes it for a system of its own: %C: %m\n",
+               instance.name.c_str(), path.c_str());
+    return {};
+  }
+  return parse_landscape(text, host);
+}
+
+}  // namespace agentd
