@@ -169,9 +169,9 @@ Job_State Chain_System::run(Kind kind, const std::string& pool) {
   return job->state();
 }
 
-std::string Chain_System::sql(const std::string& statement) const {
+std::string Chain_System::sql(const std::string& statement, const std::string& database) const {
   const system_tests::Tool_Result result =
-      system_tests::run_tool({server_.root.real(instance_directory) + "/exe/hdbsql", "-i", "00", "-d", "SYSTEMDB", "-u",
+      system_tests::run_tool({server_.root.real(instance_directory) + "/exe/hdbsql", "-i", "00", "-d", database, "-u",
                               user, "-p", password, "-xCja", statement});
   if (result.code != 0) throw std::runtime_error(statement + ": " + result.err);
   return result.out;

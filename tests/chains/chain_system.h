@@ -41,8 +41,8 @@ class Chain_System {
   void move_to(std::time_t moment) { clock_.move_to(moment); }
   /// Runs a definition that names all databases, to its end.
   Job_State run(Kind kind, const std::string& pool);
-  /// SQL of the system database, its answer as comma-separated values.
-  std::string sql(const std::string& statement) const;
+  /// SQL of a database, its answer as comma-separated values.
+  std::string sql(const std::string& statement, const std::string& database = databases[0]) const;
   /// A verb of the stand-in's control program.
   void control(const std::vector<std::string>& words) const;
 
@@ -51,6 +51,9 @@ class Chain_System {
   /// backupd's backup sets, oldest first; `known` of them are left out.
   [[nodiscard]] std::vector<json_spirit::Object> sets(std::size_t known = 0) const;
   [[nodiscard]] std::string pool_uuid(const std::string& name) const;
+  /// Where a documented path lies.
+  [[nodiscard]] std::string real(const std::string& documented) const { return server_.root.real(documented); }
+  [[nodiscard]] std::string content(const std::string& documented) const { return server_.root.read(documented); }
   [[nodiscard]] const std::string& resource_uuid() const { return resource_uuid_; }
   /// A definition that names all databases, read as the agent reads it. Not to outlive this object.
   [[nodiscard]] Job_Definition_Ptr read_definition(Kind kind, const std::string& pool) const;

@@ -101,7 +101,7 @@ void Set_Checker::check_set(const std::string& database, const json_spirit::Obje
   records.sets.push_back({place, entry.id, expected.kind, text_of(set, "incarnation"), base_of(set, expected.kind)});
   const std::uint64_t base = expected.base ? records.catalog[*expected.base].id : 0;
   EXPECT_EQ(records.sets.back().base, base) << "HANA has built it on another backup";
-  check_way_back(model, records);
+  check_way_back(database);
 }
 
 void Set_Checker::check_chains(const Backup& expected, const json_spirit::Object& set, std::size_t place,
@@ -117,32 +117,36 @@ void Set_Checker::check_chains(const Backup& expected, const json_spirit::Object
   records.lifelines[place] = lifeline;
 }
 
-/// The backups to bring the newest set back, told by the records alone: of those counted to the same full backup this
-/// one, the newest differential one before an incremental one, and the incremental ones between. And as HANA needs
-/// them: from base to base.
-void Set_Checker::check_way_back(const Chain_Model& model, const Records& records) const {
-  const Recorded_Set& newest = records.sets.back();
-  std::vector<std::uint64_t> recorded;
-  std::map<std::uint64_t, std::uint64_t> base_of_set;
-  for (const Recorded_Set& set : records.sets) {
-    base_of_set[set.id] = set.base;
+// Of the sets counted to the same full backup: this one, the newest differential one before an incremental one, and the
+// incremental ones between.
+std::vector<std::uint64_t> Set_Checker::recorded_chain(const std::string& database) const {
+  const std::vector<Recorded_Set>& sets = records_.at(database).sets;
+  const Recorded_Set& newest = sets.back();
+  std::vector<std::uint64_t> chain;
+  for (const Recorded_Set& set : sets) {
     if (set.incarnation != newest.incarnation) continue;
-    if (set.kind == Kind::differential || (newest.kind == Kind::differential && set.id == newest.id))
-      recorded.resize(1);  // the full backup is the first
-    if (set.kind != Kind::incremental || newest.kind == Kind::incremental) recorded.push_back(set.id);
+    if (set.kind == Kind::differential) chain.resize(1);  // the full backup is the first
+    if (set.kind != Kind::incremental || newest.kind == Kind::incremental) chain.push_back(set.id);
   }
-  std::vector<std::uint64_t> needed{newest.id};
-  while (base_of_set.contains(needed.back()) && base_of_set[needed.back()] != 0)
-    needed.push_back(base_of_set[needed.back()]);
+  return chain;
+}
+
+void Set_Checker::check_way_back(const std::string& database) const {
+  const std::vector<Recorded_Set>& sets = records_.at(database).sets;
+  std::map<std::uint64_t, std::uint64_t> bases;
+  for (const Recorded_Set& set : sets) bases[set.id] = set.base;
+  // As HANA needs them: from base to base.
+  std::vector<std::uint64_t> needed{sets.back().id};
+  while (bases.contains(needed.back()) && bases[needed.back()] != 0) needed.push_back(bases[needed.back()]);
   std::reverse(needed.begin(), needed.end());
-  if (model.is_recorded_whole(newest.place)) {
-    EXPECT_EQ(recorded, needed) << "the set cannot be restored from what is recorded";
+  if (models_.at(database).is_recorded_whole(sets.back().place)) {
+    EXPECT_EQ(recorded_chain(database), needed) << "the set cannot be restored from what is recorded";
     return;
   }
   // HANA has built on a full backup that it made to files: no record knows it, and the incarnation names the full
   // backup before. That is how the records are meant to be; such a set can be restored only with that file at hand.
-  EXPECT_FALSE(base_of_set.contains(needed.front()));
-  EXPECT_NE(recorded, needed);
+  EXPECT_FALSE(bases.contains(needed.front()));
+  EXPECT_NE(recorded_chain(database), needed);
 }
 
 }  // namespace chains

@@ -16,6 +16,8 @@ class Set_Checker {
 
   /// Everything that came since the last call.
   void check(const Chain_System& system);
+  /// HANA's ids of the backups to bring the newest set of a database back, told by the records alone.
+  [[nodiscard]] std::vector<std::uint64_t> recorded_chain(const std::string& database) const;
   [[nodiscard]] std::size_t sets() const { return known_sets_; }
   [[nodiscard]] std::size_t lifelines(const std::string& database) { return records_[database].lifelines.size(); }
 
@@ -37,7 +39,7 @@ class Set_Checker {
   void check_catalog(const std::string& database);
   void check_set(const std::string& database, const json_spirit::Object& set);
   void check_chains(const Backup& expected, const json_spirit::Object& set, std::size_t place, Records& records);
-  void check_way_back(const Chain_Model& model, const Records& records) const;
+  void check_way_back(const std::string& database) const;
 
   const std::map<std::string, Chain_Model>& models_;
   std::map<std::string, Records> records_;

@@ -9,6 +9,7 @@
 #include "chains/chain_model.h"
 #include "chains/chain_system.h"
 #include "chains/set_checker.h"
+#include "chains/way_back.h"
 #include "support/log_capture.h"
 
 namespace chains {
@@ -41,8 +42,13 @@ class Thirty_Days : public testing::Test {
   // Events
   void recover(const std::string& database, std::time_t moment, const std::string& outcome = "finished");
   void back_up_to_files(const std::string& database, std::time_t moment);
+  void change_data(int number);
   /// The next run fails at this database.
   void let_fail(const std::string& database);
+
+  /// HANA's data, as a full backup to files shows it at this moment, against what the newest sets give.
+  enum class Records { suffice, do_not_suffice };
+  void compare_way_back(const std::string& database, std::time_t moment, Records records);
 
   void expect_lifts(const std::string& reason, std::ptrdiff_t times) const;
   [[nodiscard]] std::ptrdiff_t count(const std::string& database,
@@ -115,10 +121,31 @@ void Thirty_Days::recover(const std::string& database, std::time_t moment, const
 }
 
 void Thirty_Days::back_up_to_files(const std::string& database, std::time_t moment) {
-  at(moment, [=, this] {
-    (void)system_.sql("BACKUP DATA FOR " + database + " USING FILE ('by_hand_" + std::to_string(moment) + "')");
-    models_[database].made_to_files(moment);
-  });
+  const std::string target = database == databases[0] ? "" : "FOR " + database;
+  (void)system_.sql("BACKUP DATA " + target + " USING FILE ('by_hand_" + std::to_string(moment) + "')");
+  models_[database].made_to_files(moment);
+}
+
+void Thirty_Days::compare_way_back(const std::string& database, std::time_t moment, Records records) {
+  SCOPED_TRACE(database);
+  const std::vector<std::uint64_t> ids = checker_.recorded_chain(database);
+  std::vector<json_spirit::Object> chain;
+  for (const json_spirit::Object& set : system_.sets())
+    for (const std::uint64_t id : ids)
+      if (text_of(set, "database_backup_id") == std::to_string(id) && text_of(set, "database") == database)
+        chain.push_back(set);
+  EXPECT_EQ(chain.size(), ids.size());
+  back_up_to_files(database, moment);
+  const Pages in_hana = read_from_files(system_, database, system_.catalog().back().id);
+  EXPECT_FALSE(in_hana.empty());
+  EXPECT_EQ(restored_from(system_, chain) == in_hana, records == Records::suffice);
+}
+
+/// So that every delta has something to hold, each database in its turn.
+void Thirty_Days::change_data(int number) {
+  const std::string database = databases[static_cast<std::size_t>(number) % std::size(databases)];
+  system_.control({"change", "--database", database, "--mb", "1"});
+  (void)system_.sql("UPSERT KV VALUES ('day','" + std::to_string(number) + "')", database);
 }
 
 void Thirty_Days::let_fail(const std::string& database) {
@@ -146,11 +173,11 @@ void Thirty_Days::expect_lifts(const std::string& reason, std::ptrdiff_t times) 
 
 TEST_F(Thirty_Days, Keep_The_Chains_Of_Every_Database) {
   // Not the product's: it counts for HANA, but it is no base for the product.
-  back_up_to_files("TN2", march(3) + 22 * hour);
+  at(march(3) + 22 * hour, [this] { back_up_to_files("TN2", march(3) + 22 * hour); });
   recover("TN1", march(6) + 10 * hour);
   recover("SYSTEMDB", march(12) + 9 * hour);
   at(march(14) + 23 * hour, [this] { let_fail("TN1"); });  // the full backup of Sunday
-  back_up_to_files("TN2", march(17) + 10 * hour);
+  at(march(17) + 10 * hour, [this] { back_up_to_files("TN2", march(17) + 10 * hour); });
   at(march(24) + 6 * hour, [this] { pool_ = "second"; });
   at(march(26) + 6 * hour, [this] { pool_ = "first"; });
   // Before a full backup by the clock of the world, after it by the clock on HANA's wall.
@@ -159,12 +186,21 @@ TEST_F(Thirty_Days, Keep_The_Chains_Of_Every_Database) {
   // HANA has begun to replace the data: what became of it does not matter.
   recover("SYSTEMDB", april(1) + 9 * hour, "failed");
   for (int number = 0; number < days; ++number)
-    at(first_day + number * day + 2 * hour, [this, number] {
-      system_.control({"change", "--database", databases[number % std::size(databases)], "--mb", "1"});
-    });
+    at(first_day + number * day + 2 * hour, [this, number] { change_data(number); });
+  // Pages that are written once, before the full backup to files: no delta behind it holds them.
+  at(march(16) + 2 * hour + 30 * minute, [this] {
+    constexpr std::size_t some_pages = 20'000;
+    (void)system_.sql("UPSERT KV VALUES ('once','" + std::string(some_pages, 'x') + "')", "TN2");
+  });
+  const std::time_t before_full_backup = march(21) + 22 * hour;
+  at(before_full_backup, [=, this] {
+    compare_way_back("TN1", before_full_backup, Records::suffice);
+    compare_way_back("TN2", before_full_backup, Records::do_not_suffice);
+  });
 
   live();
   ASSERT_FALSE(HasFailure()) << log_.dump();
+  for (const char* database : databases) compare_way_back(database, april(2) + 22 * hour, Records::suffice);
 
   // The model's own sums, worked out by hand from the calendar.
   EXPECT_EQ(checker_.sets(), 538U) << "180 runs over three databases, without two backups of 15 March";
