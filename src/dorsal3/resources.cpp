@@ -60,17 +60,21 @@ bool choose_host(Server_Client& server, const std::string& wanted, Resource& res
   }
   std::map<std::string, std::string> agents;
   if (!host_names(server, agents, failure)) return false;
+  std::vector<std::string> meant;
   std::string known;
   for (const Host& host : hosts) {
     const std::string agent = agents[host.uuid];
-    if (names_host(host, agent, wanted)) {
-      resource.host_uuid = host.uuid;
-      return true;
-    }
+    if (names_host(host, agent, wanted)) meant.push_back(host.uuid);
     known += (known.empty() ? "" : ", ") + (agent.empty() ? host.uuid : agent + " (" + host.uuid + ")");
   }
-  failure = {exit_not_found, "not_found",
-             "\"" + wanted + "\" is no host of " + resource.name + "; its hosts are: " + known};
+  if (meant.size() == 1) {
+    resource.host_uuid = meant.front();
+    return true;
+  }
+  const bool none = meant.empty();
+  failure = {none ? exit_not_found : exit_usage, none ? "not_found" : "usage",
+             "\"" + wanted + "\" " + (none ? "is no host of " : "names several hosts (give the uuid instead) of ") +
+                 resource.name + "; its hosts are: " + known};
   return false;
 }
 

@@ -118,8 +118,11 @@ std::string Run_Follower::host_name(const std::string& uuid) {
     host_names_.emplace();
     (void)host_names(context_.server, *host_names_, failure);  // without names the uuids must do
   }
-  const std::string& name = (*host_names_)[uuid];
-  return name.empty() ? uuid : name;
+  const std::string name = (*host_names_)[uuid];
+  if (name.empty()) return uuid;
+  const auto namesakes =
+      std::count_if(host_names_->begin(), host_names_->end(), [&](const auto& host) { return host.second == name; });
+  return namesakes > 1 ? name + " (" + uuid + ")" : name;
 }
 
 }  // namespace dorsal3

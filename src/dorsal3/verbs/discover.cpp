@@ -1,5 +1,7 @@
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+
 #include "dorsal3/format.h"
 #include "dorsal3/resources.h"
 #include "dorsal3/verb.h"
@@ -12,6 +14,21 @@ std::string attributes_text(const json_spirit::Object& instance, const char* key
   json_spirit::Object attributes;
   (void)json_spirit::object_get(instance, "extended_attrs", attributes);
   return one_line(text_member(attributes, key));
+}
+
+/// The server answers a resource once for each host that was found to have it: the last one names them all.
+json_spirit::Array newest_of_each(const std::vector<json_spirit::Object>& rows) {
+  std::vector<json_spirit::Object> resources;
+  for (const auto& row : rows) {
+    const std::string uuid = text_member(row, "uuid");
+    const auto known = std::find_if(resources.begin(), resources.end(),
+                                    [&](const auto& resource) { return text_member(resource, "uuid") == uuid; });
+    if (known == resources.end())
+      resources.push_back(row);
+    else
+      *known = row;
+  }
+  return to_array(resources);
 }
 
 /// Asks the agents which instances their hosts have; the server registers what they find.
@@ -31,7 +48,7 @@ class Discover_Verb : public Verb {
     if (!context.server.post("/discover", body, answer, failure, Server_Client::agent_timeout))
       return Outcome::failed(std::move(failure));
     Outcome outcome;
-    outcome.model["resources"] = to_array(object_rows(answer, "rows"));
+    outcome.model["resources"] = newest_of_each(object_rows(answer, "rows"));
     if (const json_spirit::Value* problems = answer.find("errors")) outcome.model["errors"] = *problems;
     return outcome;
   }

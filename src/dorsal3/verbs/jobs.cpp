@@ -60,6 +60,7 @@ class Jobs_Verb : public Verb {
  private:
   static void print_one(const json_spirit::Object& job, std::ostream& out) {
     out << "job       " << one_line(text_member(job, "id")) << "\n"
+        << "host      " << one_line(text_member(job, "host_uuid")) << "\n"
         << "state     " << one_line(text_member(job, "state_name")) << "\n"
         << "done      " << text_member(job, "progress") << "%, " << format_bytes(bytes_done(job)) << "\n"
         << "started   " << one_line(text_member(job, "start_time")) << " UTC\n";

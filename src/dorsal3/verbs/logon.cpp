@@ -43,7 +43,7 @@ class Logon_Verb : public Verb {
     int code = 0;
     if (!json_spirit::object_get(result, "code", code))
       return Outcome::failed({exit_protocol, "protocol", "the agent's answer to the logon has no code"});
-    if (code != 0) return Outcome::failed(refusal(code, text_member(result, "message")));
+    if (code != 0) return Outcome::failed(refusal(code, text_member(result, "message"), resource));
     Outcome outcome;
     json_spirit::Array other_hosts;
     for (const std::string& host : resource.host_uuids())
@@ -65,11 +65,15 @@ class Logon_Verb : public Verb {
   }
 
  private:
-  [[nodiscard]] Failure refusal(int code, const std::string& message) const {
+  [[nodiscard]] Failure refusal(int code, const std::string& message, const Resource& resource) const {
     if (code == logon_refused)
-      return {exit_failed, "logon_refused",
-              "the database refused user \"" + user_ +
-                  "\"; check the password, whether the user is locked, and whether the instance runs"};
+      return {
+          exit_failed, "logon_refused",
+          "the database refused user \"" + user_ +
+              "\"; check the password, whether the user is locked, and whether the instance runs" +
+              (resource.host_uuids().size() > 1
+                   ? " on host " + resource.host_uuid + " and is no replication secondary there; --host chooses another"
+                   : "")};
     return {exit_failed, "logon_failed",
             "the logon could not be tried" + (message.empty() ? "" : ": " + message) +
                 "; the agent's log on the instance's host tells more"};

@@ -197,6 +197,20 @@ TEST_F(Backup_Test, The_Host_That_Is_Asked_First) {
       << error.str();
 }
 
+TEST_F(Backup_Test, Hosts_Of_One_Name_Are_Told_Apart) {
+  server.forget("GET /hosts");
+  server.answer("GET /hosts", R"({"total":2,"rows":[{"uuid":"h1","name":"hana"},{"uuid":"h2","name":"hana"}]})");
+  use_resources(pair_answer);
+  let_start(one_tenant);
+  EXPECT_EQ(run({"backup", "PRD_HDB00/TN1", "--host", "hana"}), exit_usage);
+  EXPECT_NE(error.str().find("its hosts are: hana (h1), hana (h2)"), std::string::npos) << error.str();
+  run_is({R"({"id":"a1","state":17,"state_name":"skipped","host_uuid":"h1","followed_by":"a2"})"});
+  server.answer("GET /jobs/a2", R"({"id":"a2","state":7,"state_name":"completed","host_uuid":"h2"})");
+  EXPECT_EQ(run(one_tenant), exit_ok) << error.str();
+  EXPECT_NE(out.str().find("hana (h1) declined the backup"), std::string::npos) << out.str();
+  EXPECT_NE(out.str().find("The backup goes to hana (h2) as run a2."), std::string::npos) << out.str();
+}
+
 TEST_F(Backup_Test, The_Databases_Are_Asked_Of_The_Next_Host_When_One_Is_Away) {
   use_resources(pair_answer);
   server.answer("POST /agents/h1/call", R"({"error":{"code":"unavailable","message":"h1 is not connected"}})", 503);

@@ -65,6 +65,17 @@ TEST_F(Command_Test, Discover_Shows_What_The_Agents_Found) {
   EXPECT_NE(out.str().find("PRD_HDB00  hana  PRD  2.00.059  hana01  yes"), std::string::npos) << out.str();
 }
 
+TEST_F(Command_Test, Discover_Shows_A_System_Of_Several_Hosts_Once) {
+  server.answer("POST /discover",
+                R"({"total":2,"rows":[{"uuid":"r1","name":"PRD_HDB00","instances":[{"host_uuid":"h1"}]},)"
+                R"({"uuid":"r1","name":"PRD_HDB00","instances":[{"host_uuid":"h1"},{"host_uuid":"h2"}]}]})");
+  EXPECT_EQ(run({"discover", "--output", "json"}), exit_ok);
+  const json_spirit::Object model = json();
+  ASSERT_NE(model.find("resources"), nullptr);
+  EXPECT_EQ(json_spirit::dump_json(*model.find("resources")),
+            R"([{"uuid":"r1","name":"PRD_HDB00","instances":[{"host_uuid":"h1"},{"host_uuid":"h2"}]}])");
+}
+
 TEST_F(Command_Test, Check_Fails_When_One_Check_Does) {
   server.answer("GET /server", R"({"product":"dorsal3-backupd","version":"1.0.0"})");
   server.answer("GET /hosts", R"({"total":1,"rows":[{"uuid":"h1","name":"hana01","connected":true}]})");
