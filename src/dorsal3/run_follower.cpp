@@ -20,10 +20,10 @@ std::string joined(const json_spirit::Array& texts) {
 
 }  // namespace
 
-Run_Follower::Run_Follower(Context& context, std::string job, Options options)
+Run_Follower::Run_Follower(Context& context, std::string job, std::string label)
     : context_(context),
       job_(std::move(job)),
-      options_(std::move(options)),
+      label_(std::move(label)),
       display_(context.live(), context.terminal.output_is_terminal && !context.json, context.terminal.width),
       last_answer_(platform::Clock::current().steady_now()) {}
 
@@ -39,7 +39,6 @@ Run_Follower::Look Run_Follower::look(Failure& failure) {
     announce_ = false;
   }
   if (stage == Run_Stage::skipped) return after_decline();
-  declined_at_.reset();
   show_progress();
   if (!has_ended(stage)) return Look::goes_on;
   end_progress_line();
@@ -55,26 +54,22 @@ Run_Follower::Look Run_Follower::away(const Failure& failure) {
 }
 
 void Run_Follower::show_progress() {
-  if (options_.label.empty()) return;
+  if (label_.empty()) return;
   Progress_Sample sample;
   sample.when = platform::Clock::current().steady_now();
   sample.percent = static_cast<int>(number_member(record_, "progress"));
   sample.bytes = std::max(bytes_done(record_), received_.count(context_.server, job_));
   tracker_.add(sample);
-  display_.show(tracker_, options_.label);
+  display_.show(tracker_, label_);
 }
 
-/// The server starts the next run after it has taken the report of this one: the two may be seen apart.
+/// A skipped run that no other one follows is the end.
 Run_Follower::Look Run_Follower::after_decline() {
   const std::string next = text_member(record_, "followed_by");
   if (!next.empty() && !is_known(next)) {
     move_on(next);
     return Look::goes_on;
   }
-  const auto now = platform::Clock::current().steady_now();
-  if (!declined_at_) declined_at_ = now;
-  const bool others_left = options_.host_count == 0 || declined_.size() + 1 < options_.host_count;
-  if (next.empty() && others_left && now - *declined_at_ < succession_limit) return Look::goes_on;
   end_progress_line();
   note_decline(true);
   return Look::ended;
@@ -98,7 +93,6 @@ void Run_Follower::move_on(const std::string& next) {
   job_ = next;
   tracker_ = Progress_Tracker();
   received_ = Received_Bytes();
-  declined_at_.reset();
   announce_ = true;
 }
 

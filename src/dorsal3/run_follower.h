@@ -18,13 +18,10 @@ namespace dorsal3 {
 /// context.live(). One thread.
 class Run_Follower {
  public:
-  struct Options {
-    std::string label;           ///< stands before the progress; empty: no progress is shown
-    std::size_t host_count = 0;  ///< hosts that may be asked one after the other; 0: not known
-  };
   enum class Look { goes_on, ended, lost };
 
-  Run_Follower(Context& context, std::string job, Options options);
+  /// `label` stands before the progress; without one no progress is shown.
+  Run_Follower(Context& context, std::string job, std::string label);
 
   /// Asks the server once. `ended`: record() tells how; the server has no further host to ask. `lost`: the watching
   /// is over, not the run, and `failure` tells why.
@@ -43,8 +40,6 @@ class Run_Follower {
   static constexpr std::chrono::milliseconds poll_interval{500};
   /// For so long the server may be away before the watching ends.
   static constexpr std::chrono::seconds server_away_limit{120};
-  /// For so long after a host has declined its successor may take to appear.
-  static constexpr std::chrono::seconds succession_limit{3};
 
  private:
   Look away(const Failure& failure);
@@ -57,14 +52,13 @@ class Run_Follower {
 
   Context& context_;
   std::string job_;
-  const Options options_;
+  const std::string label_;
   json_spirit::Object record_;
   json_spirit::Array declined_;
   Progress_Tracker tracker_;
   Received_Bytes received_;
   Progress_Display display_;
   std::chrono::steady_clock::time_point last_answer_;
-  std::optional<std::chrono::steady_clock::time_point> declined_at_;
   std::optional<std::map<std::string, std::string>> host_names_;
   bool announce_ = false;  ///< the run has moved to a host that was not named yet
 };

@@ -32,7 +32,7 @@ bool Run_Stopper::stop(Failure& failure) {
       return false;
     }
     if (interrupted()) return given_up(failure);
-    // A run whose host has just declined is not asked: either the next one is, or nothing is left to stop.
+    // A run whose host has just declined is not asked: the next look shows the one that follows it.
     if (run_stage(follower_.record()) != Run_Stage::skipped && !attend(failure)) return false;
     follower_.pause();
   }

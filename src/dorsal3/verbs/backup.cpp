@@ -51,7 +51,7 @@ class Backup_Verb : public Verb {
       outcome.model["detached"] = true;
       return outcome;
     }
-    Run_Follower follower(context, job, {request_.resource.name, request_.resource.host_uuids().size()});
+    Run_Follower follower(context, job, request_.resource.name);
     if (!follow(context, follower, failure)) return Outcome::failed(std::move(failure));
     add_result(context, follower, outcome);
     return outcome;

@@ -25,7 +25,7 @@ class Stop_Verb : public Verb {
     if (!find_run(context.server, job_, record, failure)) return Outcome::failed(std::move(failure));
     // A record without an id is no run: what was typed may at least be asked for.
     const std::string id = text_member(record, "id");
-    Run_Follower follower(context, id.empty() ? job_ : id, {});
+    Run_Follower follower(context, id.empty() ? job_ : id, "");
     Run_Stopper stopper(context, follower);
     if (no_wait_) return ask_and_leave(follower, stopper);
     if (!stopper.stop(failure)) return Outcome::failed(std::move(failure));

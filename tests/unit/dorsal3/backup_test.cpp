@@ -121,8 +121,7 @@ TEST_F(Backup_Test, A_Second_Ctrl_C_While_It_Is_Being_Stopped_Leaves) {
 TEST_F(Backup_Test, A_Host_That_Declines_Hands_The_Backup_To_The_Next_One) {
   use_resources(pair_answer);
   let_start(one_tenant);
-  run_is({running, R"({"id":"a1","state":17,"state_name":"skipped","host_uuid":"h1"})",
-          R"({"id":"a1","state":17,"state_name":"skipped","host_uuid":"h1","followed_by":"a2"})"});
+  run_is({running, R"({"id":"a1","state":17,"state_name":"skipped","host_uuid":"h1","followed_by":"a2"})"});
   server.answer("GET /jobs/a2", R"({"id":"a2","state":3,"progress":50,"host_uuid":"h2","follows":"a1"})");
   server.answer("GET /jobs/a2", R"({"id":"a2","state":7,"state_name":"completed","progress":100,"host_uuid":"h2"})");
   EXPECT_EQ(run(one_tenant), exit_ok) << error.str();
