@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "agentd/database_list.h"
+#include "agentd/installation_check.h"
 #include "agentd/job_table.h"
 #include "agentd/landscape.h"
 #include "platform/files.h"
@@ -24,10 +25,6 @@ JSON_RPC_Answer result_answer(json_spirit::Object result) {
 }
 
 JSON_RPC_Answer bad_params(const std::string& message) { return refusal_answer(JSON_RPC_E_INVALID_PARAMS, message); }
-
-json_spirit::Object check_row(const char* name, bool ok, const std::string& message) {
-  return {{"name", name}, {"ok", ok}, {"message", message}};
-}
 
 bool has_control_character(std::string_view text) {
   return std::any_of(text.begin(), text.end(), [](char c) {
@@ -148,6 +145,7 @@ JSON_RPC_Answer Instance_Service::check(const json_spirit::Object& params) {
   if (!find_subject(params, subject, refusal)) return refusal;
   json_spirit::Array checks;
   checks.emplace_back(check_backint());
+  for (json_spirit::Value& row : check_installation(*subject.instance)) checks.push_back(std::move(row));
   checks.emplace_back(check_state(subject));
   checks.emplace_back(check_databases(subject));
   checks.emplace_back(check_account(subject));

@@ -78,6 +78,7 @@ TEST_F(Instance_Service_Test, Checks_Name_What_Is_Missing) {
   EXPECT_NE(before.find(R"({"name":"state","ok":true,"message":"the instance runs"})"), std::string::npos) << before;
   EXPECT_NE(before.find("databases.lst cannot be read: No such file"), std::string::npos) << before;
   EXPECT_NE(before.find("no account is stored"), std::string::npos) << before;
+  EXPECT_NE(before.find(R"({"name":"backint link","ok":true,)"), std::string::npos) << before;
   EXPECT_EQ(log.claim_containing("No account is stored"), 1U);
 
   root.write("/opt/tarvex/dorsal3/bin/hdbbackint", "x", 0755);
