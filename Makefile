@@ -1,6 +1,6 @@
 # The two commands of the README and their helpers. Everything real is in the CMake presets, CTest and tools/.
 
-.PHONY: test demo build check asan tsan clang release bench setup format clean
+.PHONY: test demo build check asan tsan clang release bench setup format check-headers tidy clean
 
 test: setup
 	tools/check
@@ -37,6 +37,16 @@ bench: setup
 
 check: setup
 	tools/check
+
+# Every header compiles alone.
+check-headers: setup
+	cmake --preset dev
+	cmake --build --preset dev --target headers
+
+# The checks of .clang-tidy over src/; some ten minutes of one core.
+tidy: setup
+	cmake --preset clang
+	tools/tidy build/clang
 
 format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i
