@@ -77,7 +77,7 @@ JSON_RPC_Answer Instance_Service::probe() {
     for (const auto& [name, instance] : found) {
       const auto kept = manager_.find(instance->type.c_str(), name.c_str());
       json_spirit::Object attributes = instance->options;
-      for (auto& [key, value] : landscape_attributes(*instance)) attributes[key] = std::move(value);
+      for (const auto& [key, value] : landscape_attributes(*instance)) attributes[key] = value;
       rows.emplace_back(json_spirit::Object{{"type", instance->type},
                                             {"name", name},
                                             {"uuid", kept == nullptr ? instance->uuid : kept->uuid},
