@@ -13,6 +13,7 @@
 
 #include "backupd/catalog_views.h"
 #include "backupd/database.h"
+#include "backupd/set_sizes.h"
 #include "backupd/set_store.h"
 #include "scrt/time_text.h"
 #include "scrt/uuid.h"
@@ -80,6 +81,7 @@ class Catalog {
             {i + 1, uuid, std::string("hana"), std::string(type_of(step)), resource, name_of(database_number),
              backup_id_of(step), std::string(), std::string(), lifeline_of(database_number), time_of(step),
              std::int64_t{1000}, std::int64_t{400}, document_of(uuid, type_of(step), step)});
+        backupd::count_set(session, lifeline_of(database_number), type_of(step), backup_id_of(step), {1000, 400});
       }
       return true;
     });

@@ -4,6 +4,7 @@
 
 #include "backupd/body_reader.h"
 #include "backupd/list_query.h"
+#include "backupd/set_sizes.h"
 
 namespace backupd {
 
@@ -108,27 +109,18 @@ Outcome Catalog_Views::ask_restore_sets(const json_spirit::Object& params, json_
 }
 
 Outcome Catalog_Views::ask_sizes(const json_spirit::Object& params, json_spirit::Object& result) {
-  std::string lifeline;
+  Set_Range range;
   bool ignore_delta = false;
-  std::int64_t first = 0;
-  std::int64_t last = 0;
   Body_Reader reader(params, "the view's params");
-  reader.text("lifeline", lifeline, Need::required);
+  reader.text("lifeline", range.lifeline, Need::required);
   reader.flag("ignore_delta", ignore_delta);
-  reader.number("start_backup_id", first, Need::required);
-  reader.number("end_backup_id", last, Need::required);
+  reader.number("start_backup_id", range.first, Need::required);
+  reader.number("end_backup_id", range.last, Need::required);
   if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
-  std::string sql =
-      "SELECT coalesce(sum(source_size), 0), coalesce(sum(total_size), 0) FROM sets WHERE lifeline = :a AND "
-      "database_backup_id >= :b AND database_backup_id <= :c AND (type <> 'full' OR database_backup_id = :d)";
-  if (ignore_delta) sql += " AND type <> 'incremental' AND type <> 'differential'";
-  Found row;
-  if (!database_.read([&](Sql_Session& session) {
-        row = session.first(sql, {lifeline, first, last, first}, 2);
-      }) ||
-      !row)
-    return store_failed();
-  result = {{"total_source_size", row->number(0)}, {"total_size", row->number(1)}};
+  range.with_deltas = !ignore_delta;
+  Set_Sizes sum;
+  if (!database_.read([&](Sql_Session& session) { sum = sum_sets(session, range); })) return store_failed();
+  result = {{"total_source_size", sum.source}, {"total_size", sum.stored}};
   return {};
 }
 

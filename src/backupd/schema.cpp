@@ -86,6 +86,15 @@ const std::vector<Step>& steps() {
           "ALTER TABLE sets ADD COLUMN requested_type TEXT NOT NULL DEFAULT ''",
           "ALTER TABLE sets ADD COLUMN lift_reason TEXT NOT NULL DEFAULT ''",
       },
+      {
+          // Sums of the sets that are no full backups, for spans of backup ids; see set_sizes.cpp.
+          "CREATE TABLE set_sizes (lifeline TEXT NOT NULL, span BIGINT NOT NULL, delta BIGINT NOT NULL, "
+          "source_size BIGINT NOT NULL, total_size BIGINT NOT NULL, PRIMARY KEY (lifeline, span, delta))",
+          "INSERT INTO set_sizes (lifeline, span, delta, source_size, total_size) "
+          "SELECT lifeline, span, delta, sum(source_size), sum(total_size) FROM (SELECT lifeline, "
+          "database_backup_id / 172800000 AS span, CASE WHEN type IN ('incremental', 'differential') THEN 1 ELSE 0 END "
+          "AS delta, source_size, total_size FROM sets WHERE type <> 'full') AS parts GROUP BY lifeline, span, delta",
+      },
   };
   return all;
 }

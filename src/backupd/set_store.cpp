@@ -2,6 +2,8 @@
 
 #include <optional>
 
+#include "backupd/set_sizes.h"
+
 namespace backupd {
 
 namespace {
@@ -65,6 +67,7 @@ void insert_set(Sql_Session& session, const Backup_Set_Record& set, const Object
       {id, set.uuid, set.module, set.type, set.resource_uuid, set.database, set.database_backup_id, set.job_id,
        set.job_act_id, set.lifeline, set.start_time, set.source_size, set.total_size, set.requested_type,
        set.lift_reason, json_spirit::dump_json(stored)});
+  count_set(session, set.lifeline, set.type, set.database_backup_id, {set.source_size, set.total_size});
   for (const std::int64_t file : objects.file_ids) {
     session.execute("UPDATE backint_files SET set_id = :a WHERE id = :b", {id, file});
     session.execute("UPDATE backint_jobs SET taken = 1 WHERE uuid = (SELECT job_uuid FROM backint_files WHERE id = :a)",

@@ -77,16 +77,26 @@ TEST_F(Database_Test, Keeps_Numbers_Texts_And_Nulls) {
 
 TEST_F(Database_Test, Brings_A_Database_Of_The_First_Version_To_This_One) {
   ASSERT_TRUE(database.write([](backupd::Sql_Session& session) {
+    session.execute("DROP TABLE set_sizes");
     session.execute("ALTER TABLE sets DROP COLUMN requested_type");
     session.execute("ALTER TABLE sets DROP COLUMN lift_reason");
     session.execute("UPDATE schema_version SET version = :a", {std::int64_t{1}});
+    std::int64_t id = 0;
+    for (const char* type : {"full", "incremental", "log", "catalog"})
+      session.execute(
+          "INSERT INTO sets (id, uuid, module, type, resource_uuid, database_name, database_backup_id, job_id, "
+          "job_act_id, lifeline, start_time, source_size, total_size, document) "
+          "VALUES (:a, :b, 'hana', :c, 'r', 'TN1', :d, '', '', 'l', 't', 1000, 400, '{}')",
+          {++id, std::to_string(id), std::string(type), id});
     return true;
   }));
   backupd::Database again;
   std::string error;
   ASSERT_TRUE(again.open("/with blank/test.db", error)) << error;
   EXPECT_TRUE(again.read([](backupd::Sql_Session& session) {
-    EXPECT_TRUE(session.query("SELECT requested_type, lift_reason FROM sets", {}, 2).empty());
+    EXPECT_EQ(session.query("SELECT requested_type, lift_reason FROM sets", {}, 2).size(), 4U);
+    EXPECT_EQ(session.first("SELECT source_size FROM set_sizes WHERE span = 0 AND delta = 0", {}, 1)->number(0), 2000);
+    EXPECT_EQ(session.first("SELECT total_size FROM set_sizes WHERE span = 0 AND delta = 1", {}, 1)->number(0), 400);
     EXPECT_EQ(session.first("SELECT version FROM schema_version", {}, 1)->number(0), backupd::schema_version());
   }));
 }

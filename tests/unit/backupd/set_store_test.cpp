@@ -1,3 +1,4 @@
+#include "backupd/set_sizes.h"
 #include "unit/backupd/fake_agent.h"
 
 using namespace backupd_test;
@@ -230,6 +231,56 @@ TEST(Catalog_Views, Sums_What_A_Restore_Reads) {
     EXPECT_EQ(answer.number_of("total_source_size"), row.sets * 1000) << row.name;
     EXPECT_EQ(answer.number_of("total_size"), row.sets * 400) << row.name;
   }
+}
+
+/// The sums as the sets themselves tell them, one by one.
+TEST(Catalog_Views, Sums_Long_Lifelines_As_The_Single_Sets_Tell) {
+  constexpr std::int64_t day = 86'400'000;
+  struct Set {
+    std::int64_t id;
+    std::string type;
+    std::int64_t size;
+  };
+  Memory_Server server;
+  std::vector<Set> sets;
+  const char* types[] = {"log", "incremental", "catalog", "differential", "full"};
+  // Also ids just beside the borders of two days, two sets with one id, and none for a while.
+  for (const std::int64_t at : {day / 3, 2 * day - 1, 2 * day, 2 * day, 2 * day + 1, 3 * day, 4 * day - 1, 4 * day,
+                                5 * day, 11 * day, 12 * day, 12 * day + 5, 13 * day})
+    sets.push_back({at, types[sets.size() % std::size(types)], std::int64_t{1} << sets.size()});
+  ASSERT_TRUE(server.database.write([&](backupd::Sql_Session& session) {
+    for (const Set& set : sets) {
+      const std::int64_t number = session.next_number("set");
+      session.execute(
+          "INSERT INTO sets (id, uuid, module, type, resource_uuid, database_name, database_backup_id, job_id, "
+          "job_act_id, lifeline, start_time, source_size, total_size, document) "
+          "VALUES (:a, :b, 'hana', :c, 'r', 'TN1', :d, '', '', 'l', 't', :e, :f, '{}')",
+          {number, std::to_string(number), set.type, set.id, set.size, 2 * set.size});
+      backupd::count_set(session, "l", set.type, set.id, {set.size, 2 * set.size});
+    }
+    return true;
+  }));
+  const auto asked = [&](std::int64_t first, std::int64_t last, bool with_deltas) {
+    backupd::Set_Sizes sum;
+    EXPECT_TRUE(server.database.read([&](backupd::Sql_Session& session) {
+      sum = backupd::sum_sets(session, {"l", first, last, with_deltas});
+    }));
+    EXPECT_EQ(sum.stored, 2 * sum.source);
+    return sum.source;
+  };
+  std::vector<std::int64_t> borders{0, 14 * day};
+  for (const Set& set : sets) borders.insert(borders.end(), {set.id - 1, set.id, set.id + 1});
+  for (const std::int64_t first : borders)
+    for (const std::int64_t last : borders)
+      for (const bool with_deltas : {true, false}) {
+        std::int64_t expected = 0;
+        for (const Set& set : sets) {
+          const bool delta = set.type == "incremental" || set.type == "differential";
+          const bool wanted = set.type == "full" ? set.id == first : with_deltas || !delta;
+          if (set.id >= first && set.id <= last && wanted) expected += set.size;
+        }
+        ASSERT_EQ(asked(first, last, with_deltas), expected) << first << " " << last << " " << with_deltas;
+      }
 }
 
 }  // namespace
