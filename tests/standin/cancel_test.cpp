@@ -57,6 +57,21 @@ TEST_F(Backup_Cancel, Is_Pending_Without_An_End_Time_And_Then_Canceled) {
   EXPECT_EQ(entry(id), "canceled,ended\n");
 }
 
+TEST_F(Backup_Cancel, Finds_The_Backup_By_Its_Destinations_While_It_Runs) {
+  install({"--tenant", "TN1", "--data-mb", "16"});
+  const std::string id = begin();
+  const std::string files =
+      "select distinct DESTINATION_TYPE_NAME, BACKUP_SIZE from SYS_DATABASES.M_BACKUP_CATALOG_FILES "
+      "where EXTERNAL_BACKUP_ID is null and BACKUP_ID=" +
+      id;
+  // The entry comes first, its destinations follow within the same moment.
+  std::string named;
+  for (int tries = 500; named.empty() && tries > 0; --tries) named = value_of(files);
+  EXPECT_EQ(named, "backint,0\n");
+  EXPECT_EQ(cancel(id).code, 0);
+  EXPECT_EQ(end().code, refused);
+}
+
 TEST_F(Backup_Cancel, Shows_An_End_Time_While_It_Is_Pending_When_Told_So) {
   install({"--tenant", "TN1", "--data-mb", "16"});
   fault("cancel_pending_ms = 1500");

@@ -28,6 +28,16 @@ bool Catalog::add_file(const std::string& database, std::int64_t entry, std::int
   return row.bind(12, file.redo).run();
 }
 
+bool Catalog::complete_file(std::int64_t entry, const Catalog_File& file) {
+  Statement row = state_.sqlite().prepare("UPDATE catalog_files SET size=?, ebid=? WHERE entry_id=? AND path=?");
+  row.bind(1, file.size).bind(3, entry).bind(4, file.path);
+  if (file.external_id.empty())
+    row.bind_null(2);
+  else
+    row.bind(2, file.external_id);
+  return row.run();
+}
+
 bool Catalog::set_pending(std::int64_t entry, bool with_end) {
   Statement row = state_.sqlite().prepare("UPDATE catalog SET state='cancel pending', end_ms=? WHERE entry_id=?");
   if (with_end)

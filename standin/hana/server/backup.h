@@ -92,7 +92,9 @@ class Backup_Run {
   std::string write_services(System_State& state, const Savepoint& savepoint, const Backup_Base& base);
   std::string write_service(Running_Service& service, std::vector<Piece>& pieces, std::size_t objects);
   std::string write_to_file(Piece& piece, Running_Service& service);
-  bool note_files(System_State& state, const std::vector<std::vector<Piece>>& all, const Savepoint& savepoint);
+  enum class Files { begin, end };
+  bool note_files(System_State& state, const std::vector<std::vector<Piece>>& all, const Savepoint& savepoint,
+                  Files when);
   void write_catalog_backup(System_State& state);
   void note_checksum(std::int64_t id, const std::string& service, const Piece& piece) const;
   std::string header_of(const std::string& service, int volume, int part, const Savepoint& savepoint,

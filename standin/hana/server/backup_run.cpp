@@ -176,12 +176,14 @@ std::string Backup_Run::write_services(System_State& state, const Savepoint& sav
     objects += pieces.size();
     all.push_back(std::move(pieces));
   }
+  // The catalog names the destinations of a backup as soon as it runs: a cancel finds it by them.
+  bool noted = note_files(state, all, savepoint, Files::begin);
   std::vector<std::string> errors(all.size());
   std::vector<std::thread> threads;
   for (std::size_t i = 0; i < all.size(); ++i)
     threads.emplace_back([&, i] { errors[i] = write_service(*running_.services[i], all[i], objects); });
   for (std::thread& thread : threads) thread.join();
-  const bool noted = note_files(state, all, savepoint);
+  noted = note_files(state, all, savepoint, Files::end) && noted;
   for (const std::string& error : errors)
     if (!error.empty()) return error;
   return noted ? std::string() : "[2] catalog could not be written";
@@ -251,8 +253,8 @@ void Backup_Run::note_checksum(std::int64_t id, const std::string& service, cons
                   piece.part.result.sha256 + "\n");
 }
 
-bool Backup_Run::note_files(System_State& state, const std::vector<std::vector<Piece>>& all,
-                            const Savepoint& savepoint) {
+bool Backup_Run::note_files(System_State& state, const std::vector<std::vector<Piece>>& all, const Savepoint& savepoint,
+                            Files when) {
   Catalog catalog(state);
   bool good = true;
   for (std::size_t i = 0; i < all.size(); ++i)
@@ -265,7 +267,10 @@ bool Backup_Run::note_files(System_State& state, const std::vector<std::vector<P
                         running_.request.backint ? "backint" : "file",
                         piece.part.external_id,
                         savepoint.redo};
-      good = catalog.add_file(running_.request.database, running_.entry, running_.id, file) && good;
+      const bool stored = when == Files::begin
+                              ? catalog.add_file(running_.request.database, running_.entry, running_.id, file)
+                              : catalog.complete_file(running_.entry, file);
+      good = stored && good;
     }
   return good;
 }
