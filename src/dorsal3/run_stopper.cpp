@@ -11,11 +11,8 @@ namespace {
 // The alert of a stop that found nothing to cancel (docs/formats/alert.md).
 constexpr std::uint64_t hana_alert_class = 7;
 constexpr std::uint64_t stop_alert_code = 20;
-
-/// Lines of a vain stop that say no more than its alert: the last one it writes, and that HANA lists no backup yet.
-bool repeats_alert(const std::string& line) {
-  return line.starts_with("Failed to stop HANA backup job") || line.starts_with("Failed to get latest ");
-}
+/// The last line of every vain stop; it says no more than the alert.
+constexpr const char* stop_failed_line = "Failed to stop HANA backup job";
 
 std::chrono::steady_clock::time_point now() { return platform::Clock::current().steady_now(); }
 
@@ -138,8 +135,8 @@ void Run_Stopper::look_for_alert() {
     say("HANA lists no running backup of this run now" + where + ": it has not begun yet, or a set is being saved. " +
         "Asking again in " + seconds_text(repeat_pause) + "; Ctrl-C leaves the run alone.");
   else
-    say("The stop could cancel nothing" + where + ": " + news + ". Asking again in " + seconds_text(repeat_pause) +
-        "; Ctrl-C leaves the run alone.");
+    say("The stop found no running backup that it could cancel" + where + ": " + news + ". Asking again in " +
+        seconds_text(repeat_pause) + "; Ctrl-C leaves the run alone.");
   ask_again_later();
 }
 
@@ -167,7 +164,7 @@ std::string Run_Stopper::news_of_log() const {
   std::string news;
   for (std::size_t i = seen_error_lines_; i < lines.size(); ++i) {
     const std::string& line = lines[i].get_str();
-    if (!repeats_alert(line)) news += (news.empty() ? "" : "; ") + line;
+    if (line != stop_failed_line) news += (news.empty() ? "" : "; ") + line;
   }
   return news;
 }

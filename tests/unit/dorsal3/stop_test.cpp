@@ -124,8 +124,8 @@ TEST_F(Stop_Test, What_The_Log_Says_Of_A_Vain_Stop_Is_Passed_On) {
                        R"({"priority":128,"text":"Failed to stop HANA backup job\n"}]})";
   run_is({running, running, logged, canceled});
   EXPECT_EQ(run({"stop", "a1"}), exit_ok);
-  EXPECT_NE(error.str().find("The stop could cancel nothing (at database TN1): Failed to init hdbsql for PRD "
-                             "HDB00. Asking again"),
+  EXPECT_NE(error.str().find("The stop found no running backup that it could cancel (at database TN1): Failed to init "
+                             "hdbsql for PRD HDB00. Asking again"),
             std::string::npos)
       << error.str();
 }
