@@ -21,28 +21,31 @@ std::int64_t Master_Role::patience_ms(bool running) const {
   return (rank + 1) * faults_.number("failover_ms", default_failover_ms);
 }
 
-bool Master_Role::take() {
+Descriptor Master_Role::lock(int kind) const {
   Descriptor lock(::open(layout_.shared("master.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640));
-  if (!lock.valid() || ::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) return false;
-  lock_ = std::move(lock);
-  return true;
+  if (lock.valid() && ::flock(lock.get(), kind | LOCK_NB) != 0) lock.reset();
+  return lock;
 }
 
 bool Master_Role::consider(bool running) {
-  if (held_ || !take()) {
+  if (held_) return false;
+  // Candidates look at the same time without taking each other for the master.
+  if (!lock(LOCK_SH).valid()) {
     free_since_ms_ = 0;
     return false;
   }
   const std::int64_t now = now_ms();
   if (free_since_ms_ == 0) free_since_ms_ = now;
   const std::int64_t patience = patience_ms(running);
-  const bool waits = patience == never_ms || now - free_since_ms_ < patience;
-  if (!waits && (patience == 0 || note_active_master(layout_))) {
-    held_ = true;
-    return true;
+  if (patience == never_ms || now - free_since_ms_ < patience) return false;
+  lock_ = lock(LOCK_EX);
+  if (!lock_.valid()) return false;
+  if (patience != 0 && !note_active_master(layout_)) {
+    lock_.reset();
+    return false;
   }
-  lock_.reset();
-  return false;
+  held_ = true;
+  return true;
 }
 
 }  // namespace standin

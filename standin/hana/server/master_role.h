@@ -21,7 +21,8 @@ class Master_Role {
 
  private:
   [[nodiscard]] std::int64_t patience_ms(bool running) const;
-  bool take();
+  /// Of the master's lock file, without waiting; invalid when another process has it.
+  [[nodiscard]] Descriptor lock(int kind) const;
   Layout layout_;
   Faults& faults_;
   Descriptor lock_;
