@@ -48,6 +48,8 @@ void Cluster_Fixture::start_scale_out(int count, const Hana& hana) {
   for (int i = 2; i <= count; ++i) {
     const Host& worker = add_host("hana0" + std::to_string(i));
     worker.install_hana_beside("--join", master);
+    // Behind hana02 at any speed of the machine.
+    if (i > 2) worker.fault("failover_ms = 1500");
     worker.start_hana();
   }
   start_agents();
@@ -69,15 +71,9 @@ void Cluster_Fixture::start_agents() {
 }
 
 void Cluster_Fixture::log_on(const Host& host) const {
-  const json_spirit::Object params{
-      {"type", "hana"}, {"name", instance}, {"username", "SYSTEM"}, {"password", Host::password}};
-  const Server::Rest_Answer answer =
-      server_.rest("POST", "/agents/" + host.uuid() + "/call",
-                   json_spirit::dump_json(json_spirit::Object{{"method", "instance.logon"}, {"params", params}}));
-  ASSERT_EQ(answer.status, 200U) << answer.body;
-  json_spirit::Value result;
-  ASSERT_TRUE(json_spirit::load_json(answer.body, result) && result.is_object());
-  ASSERT_EQ(text_of(result.get_obj(), "code"), "0") << answer.body;
+  const Tool_Result stored = server_.dorsal3({"logon", instance, "--user", "SYSTEM", "--host", host.name()},
+                                             std::string(Host::password) + "\n");
+  ASSERT_EQ(stored.code, 0) << stored.out << stored.err;
 }
 
 bool Cluster_Fixture::serves(const Host& host) {

@@ -28,6 +28,7 @@ class Cluster_Fixture : public Root_Fixture {
 
   /// "hana01" and so on.
   [[nodiscard]] Host& host(const std::string& name) const;
+  [[nodiscard]] Server& server() { return server_; }
   [[nodiscard]] const Server& server() const { return server_; }
   /// Gives the host's agent the account of the stand-in; the instance must take statements.
   void log_on(const Host& host) const;

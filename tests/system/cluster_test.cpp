@@ -196,3 +196,43 @@ TEST_F(Cluster_System, Three_Hosts_Are_Tried_Until_One_Runs_The_Backup) {
   (void)host("hana02").stop_agent(SIGTERM);
   EXPECT_EQ(story_of(backup_from("hana01")), "hana01 skipped, hana03 completed") << "the one between is away";
 }
+
+TEST_F(Cluster_System, The_Masters_Host_Is_Asked_First) {
+  start_scale_out(2);
+  host("hana01").stop_hana();
+  ASSERT_TRUE(serves(host("hana02")));
+  host("hana01").start_hana();
+  log_on(host("hana02"));
+  ASSERT_EQ(server().dorsal3({"discover"}).code, 0);
+  const Tool_Result result = server().backup(tenant);
+  ASSERT_EQ(result.code, 0) << result.out << result.err;
+  EXPECT_EQ(story_of(result), "hana02 completed") << "hana01 runs as a slave and would have taken it";
+}
+
+TEST_F(Cluster_System, A_Host_That_Cannot_Ask_Backupd_Declines_And_The_Command_Tells_Why) {
+  start_pair();
+  // Its connection stands, what it asks for by REST is refused.
+  host("hana01").product().configure("agent.key", "worthless\n");
+  const Tool_Result result = backup_from("hana01");
+  EXPECT_EQ(result.code, exit_failed) << result.out;
+  EXPECT_EQ(story_of(result), "hana01 skipped, hana02 skipped");
+  EXPECT_NE(result.out.find("Failed to get resource info to check if the node is active"), std::string::npos)
+      << result.out;
+}
+
+TEST_F(Cluster_System, A_Restart_Of_Backupd_Does_Not_Lose_The_Next_Host) {
+  start_pair();
+  // The secondary is slow to tell its mode, so that backupd goes away before the run is declined.
+  host("hana02").fault("replication_mode_missing = yes");
+  const std::string run = server().start_backup(tenant, {"--host", "hana02"});
+  ASSERT_TRUE(host("hana02").agent_says("Start job "));
+  server().stop(SIGKILL);
+  host("hana02").no_faults();
+  server().start();
+  std::string last;
+  ASSERT_TRUE(eventually([&] { return !(last = text_of(server().job(run), "followed_by")).empty(); },
+                         std::chrono::seconds(60)));
+  EXPECT_EQ(server().wait_for_end(last), "completed");
+  EXPECT_EQ(story(last), "hana02 skipped, hana01 completed");
+  EXPECT_EQ(kinds(server().sets()), "TN1 full");
+}
