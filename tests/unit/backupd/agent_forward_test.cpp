@@ -70,22 +70,6 @@ TEST(Agent_Forward, Lets_An_Agent_Ask_Itself) {
   EXPECT_EQ(agent.call("agent.forward", to(host_a)).result.get_str(), std::string("did ") + method);
 }
 
-/// Time passes at once for waits of one length, and never for others.
-class One_Limit_Clock : public platform::Clock {
- public:
-  explicit One_Limit_Clock(std::chrono::seconds due) : due_(due) {}
-  std::chrono::system_clock::time_point now() override { return std::chrono::system_clock::from_time_t(1'700'000'000); }
-  std::chrono::steady_clock::time_point steady_now() override { return std::chrono::steady_clock::now(); }
-  void sleep_for(std::chrono::nanoseconds) override {}
-  bool wait_for(platform::Wait_Event& event, std::chrono::nanoseconds limit) override {
-    return limit == due_ ? event.is_set() : event.wait_real(limit);
-  }
-
- private:
-  const std::chrono::nanoseconds due_;
-  platform::Scoped_Clock scope_{*this};
-};
-
 TEST(Agent_Forward, Waits_As_Long_As_It_Is_Asked_To_Within_Its_Bounds) {
   struct Row {
     const char* timeout;
@@ -101,7 +85,7 @@ TEST(Agent_Forward, Waits_As_Long_As_It_Is_Asked_To_Within_Its_Bounds) {
     Fake_Agent asked(server, server.other_agent_key,
                      [&](const std::string&, const json_spirit::Value&) { return held(); });
     ASSERT_TRUE(asked.hello(host_b).ok);
-    const One_Limit_Clock clock(row.waited);
+    server.clock.cut_waits_of(row.waited);
     const JSON_RPC_Answer answer = asking.call("agent.forward", to(host_b, row.timeout));
     EXPECT_EQ(answer.code, JSON_RPC_E_TIMEOUT) << row.timeout << ": " << answer.message;
     held.let_go();

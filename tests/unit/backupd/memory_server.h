@@ -37,15 +37,20 @@ class Still_Clock : public platform::Clock {
  public:
   /// Limits that are measured fall due.
   void pass(std::chrono::seconds span) { passed_ = passed_.load() + span.count(); }
+  /// Waits with exactly this limit are over at once.
+  void cut_waits_of(std::chrono::nanoseconds limit) { cut_ = limit.count(); }
   std::chrono::system_clock::time_point now() override { return std::chrono::system_clock::from_time_t(1'700'000'000); }
   std::chrono::steady_clock::time_point steady_now() override {
     return std::chrono::steady_clock::now() + std::chrono::seconds(passed_);
   }
   void sleep_for(std::chrono::nanoseconds) override {}
-  bool wait_for(platform::Wait_Event& event, std::chrono::nanoseconds limit) override { return event.wait_real(limit); }
+  bool wait_for(platform::Wait_Event& event, std::chrono::nanoseconds limit) override {
+    return limit.count() == cut_ ? event.is_set() : event.wait_real(limit);
+  }
 
  private:
   std::atomic<std::chrono::seconds::rep> passed_{0};
+  std::atomic<std::chrono::nanoseconds::rep> cut_{-1};
   platform::Scoped_Clock scope_{*this};
 };
 
