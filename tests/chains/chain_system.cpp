@@ -185,10 +185,11 @@ void Chain_System::control(const std::vector<std::string>& words) const {
 
 std::vector<Catalog_Entry> Chain_System::catalog() const {
   std::istringstream lines(
-      sql("select DATABASE_NAME, BACKUP_ID, ENTRY_TYPE_NAME, STATE_NAME, UTC_START_TIME, UTC_END_TIME, "
-          "(select max(DESTINATION_TYPE_NAME) from SYS_DATABASES.M_BACKUP_CATALOG_FILES f where f.BACKUP_ID = "
-          "c.BACKUP_ID and f.DATABASE_NAME = c.DATABASE_NAME) from SYS_DATABASES.M_BACKUP_CATALOG c where "
-          "ENTRY_TYPE_NAME like '%data backup' order by BACKUP_ID"));
+      sql("select c.DATABASE_NAME, c.BACKUP_ID, ENTRY_TYPE_NAME, STATE_NAME, UTC_START_TIME, UTC_END_TIME, "
+          "DESTINATION from SYS_DATABASES.M_BACKUP_CATALOG c left join (select DATABASE_NAME, BACKUP_ID, "
+          "max(DESTINATION_TYPE_NAME) as DESTINATION from SYS_DATABASES.M_BACKUP_CATALOG_FILES group by DATABASE_NAME, "
+          "BACKUP_ID) f on f.DATABASE_NAME = c.DATABASE_NAME and f.BACKUP_ID = c.BACKUP_ID where ENTRY_TYPE_NAME like "
+          "'%data backup' order by c.BACKUP_ID"));
   std::vector<Catalog_Entry> entries;
   for (std::string line; std::getline(lines, line);) {
     std::vector<std::string> cells(1);

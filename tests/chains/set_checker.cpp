@@ -54,7 +54,10 @@ void Set_Checker::check(const Chain_System& system) {
   if (testing::Test::HasFailure()) return;
   for (const json_spirit::Object& set : system.sets(known_sets_)) {
     SCOPED_TRACE(text_of(set, "database") + ", begun " + text_of(set, "start_time"));
-    check_set(text_of(set, "database"), set);
+    const std::string database = text_of(set, "database");
+    const std::optional<std::size_t> place = check_set(database, set);
+    ASSERT_TRUE(place) << "one set too many";
+    EXPECT_EQ(text_of(set, "pool_uuid"), system.pool_uuid(models_.at(database).backups()[*place].pool));
     ++known_sets_;
   }
   for (const auto& [database, model] : models_) {
@@ -82,12 +85,12 @@ void Set_Checker::check_catalog(const std::string& database) {
   }
 }
 
-void Set_Checker::check_set(const std::string& database, const json_spirit::Object& set) {
+std::optional<std::size_t> Set_Checker::check_set(const std::string& database, const json_spirit::Object& set) {
   Records& records = records_[database];
   const Chain_Model& model = models_.at(database);
   std::size_t place = records.sets.empty() ? 0 : records.sets.back().place + 1;
   while (place < model.backups().size() && !model.backups()[place].is_set()) ++place;
-  ASSERT_LT(place, model.backups().size()) << "one set too many";
+  if (place == model.backups().size()) return std::nullopt;
   const Backup& expected = model.backups()[place];
   const Catalog_Entry& entry = records.catalog[place];
 
@@ -102,6 +105,7 @@ void Set_Checker::check_set(const std::string& database, const json_spirit::Obje
   const std::uint64_t base = expected.base ? records.catalog[*expected.base].id : 0;
   EXPECT_EQ(records.sets.back().base, base) << "HANA has built it on another backup";
   check_way_back(database);
+  return place;
 }
 
 void Set_Checker::check_chains(const Backup& expected, const json_spirit::Object& set, std::size_t place,

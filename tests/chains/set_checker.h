@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -37,7 +38,8 @@ class Set_Checker {
   };
 
   void check_catalog(const std::string& database);
-  void check_set(const std::string& database, const json_spirit::Object& set);
+  /// Gives the set's place in the model's table; none when it has no right to be there.
+  std::optional<std::size_t> check_set(const std::string& database, const json_spirit::Object& set);
   void check_chains(const Backup& expected, const json_spirit::Object& set, std::size_t place, Records& records);
   void check_way_back(const std::string& database) const;
 
