@@ -1,0 +1,189 @@
+// A data backup that is stopped from outside, over all processes: in HANA, on the pool, with the server.
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+
+#include "system_fixture.h"
+
+using namespace system_tests;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* no_running_backup = "7/20";
+constexpr const char* failed_statement = "7/8";
+constexpr std::chrono::seconds long_limit{60};
+
+class Stop_System : public System_Fixture {
+ protected:
+  static std::string tenant() { return std::string(instance) + "/TN1"; }
+
+  /// A backup of `subject` that goes on until no_faults.
+  std::string start_slow_backup(const std::string& subject) {
+    fault("stream_bytes_per_second = 500000");
+    std::string run = start_backup(subject);
+    EXPECT_TRUE(program_runs("hdbbackint"));
+    EXPECT_TRUE(eventually([&] { return !dataset_directories().empty(); })) << "nothing reaches the pool";
+    return run;
+  }
+
+  /// The request alone; the answer's "code" of the agent, -2 when it was refused.
+  [[nodiscard]] int ask_to_stop(const std::string& run) const {
+    const Rest_Answer answer = rest("POST", "/jobs/" + run + "/stop");
+    json_spirit::Value value;
+    int code = -2;
+    if (answer.status == 200 && json_spirit::load_json(answer.body, value) && value.is_object())
+      json_spirit::object_get(value.get_obj(), "code", code);
+    return code;
+  }
+
+  [[nodiscard]] std::size_t count_alerts(const std::string& code) const {
+    const std::vector<std::string> all = alerts();
+    return static_cast<std::size_t>(std::count(all.begin(), all.end(), code));
+  }
+
+  /// Directories of the pool that hold the objects of one backup.
+  [[nodiscard]] std::vector<std::string> dataset_directories() const {
+    std::vector<std::string> list;
+    for (const std::string& file : pool_files()) list.push_back(fs::path(file).parent_path().string());
+    std::sort(list.begin(), list.end());
+    list.erase(std::unique(list.begin(), list.end()), list.end());
+    return list;
+  }
+
+  [[nodiscard]] std::size_t count_backint_records(const std::string& run) const {
+    const Rest_Answer answer = rest("GET", "/backint/jobs?job_act_id=" + run);
+    json_spirit::Value value;
+    std::size_t total = 0;
+    EXPECT_TRUE(json_spirit::load_json(answer.body, value) && value.is_object()) << answer.status;
+    if (value.is_object()) json_spirit::object_get(value.get_obj(), "total", total);
+    return total;
+  }
+
+  void expect_no_traces(const std::string& run) {
+    EXPECT_TRUE(eventually([&] { return dataset_directories().empty(); }))
+        << ::testing::PrintToString(dataset_directories());
+    EXPECT_TRUE(eventually([&] { return count_backint_records(run) == 0; }));
+    EXPECT_TRUE(sets().empty());
+  }
+
+  /// HANA's own words for the states of its full backups of TN1.
+  [[nodiscard]] std::string states_in_hana() const {
+    return host_
+        .sql(
+            "select STATE_NAME from SYS_DATABASES.M_BACKUP_CATALOG where DATABASE_NAME='TN1' and "
+            "ENTRY_TYPE_NAME='complete data backup' order by BACKUP_ID")
+        .out;
+  }
+
+  [[nodiscard]] std::string job_state(const std::string& run) const { return text_of(job(run), "state_name"); }
+};
+
+}  // namespace
+
+TEST_F(Stop_System, Ends_The_Run_As_Canceled_And_Leaves_Nothing_Behind) {
+  start_all({.data_mb = 20});
+  const std::string run = start_slow_backup(tenant());
+  EXPECT_EQ(ask_to_stop(run), 0);
+  EXPECT_EQ(wait_for_end(run), "canceled");
+  EXPECT_EQ(count_alerts(no_running_backup), 0U);
+  EXPECT_EQ(count_alerts(failed_statement), 1U);
+  EXPECT_EQ(states_in_hana(), "canceled\n");
+  expect_no_traces(run);
+  no_faults();
+  EXPECT_EQ(backup(tenant()).code, 0) << "a backup right after it";
+  EXPECT_EQ(sets().size(), 1U);
+}
+
+TEST_F(Stop_System, Of_The_Second_Database_Keeps_The_Set_Of_The_First) {
+  start_all({.tenants = {"TN1", "TN2"}, .data_mb = 20});
+  fault("stream_bytes_per_second = 500000 | database=TN2");
+  const std::string run = start_backup(instance);
+  ASSERT_TRUE(eventually([&] { return sets().size() == 2U; }, long_limit)) << "SYSTEMDB and TN1 first";
+  ASSERT_TRUE(program_runs("hdbbackint"));
+  // Asked between two databases it finds nothing; then it is asked again.
+  EXPECT_TRUE(eventually([&] { return ask_to_stop(run) != 0 || job_state(run) == "canceled"; }, long_limit));
+  EXPECT_EQ(wait_for_end(run), "canceled");
+  EXPECT_EQ(sets().size(), 2U);
+  no_faults();
+  const std::vector<std::string> left = dataset_directories();
+  EXPECT_EQ(std::count_if(left.begin(), left.end(), [](const auto& path) { return path.find("/TN2/") != path.npos; }),
+            0);
+}
+
+TEST_F(Stop_System, Before_HANA_Lists_The_Backup_Raises_Alert_20_And_The_Run_Goes_On) {
+  start_all({.data_mb = 4});
+  fault("catalog_late_ms = 3000");
+  const std::string run = start_backup(tenant());
+  ASSERT_TRUE(program_runs("hdbbackint"));
+  EXPECT_EQ(ask_to_stop(run), 0);
+  EXPECT_TRUE(eventually([&] { return count_alerts(no_running_backup) == 1U; }));
+  EXPECT_EQ(wait_for_end(run), "completed");
+  EXPECT_EQ(sets().size(), 1U);
+}
+
+TEST_F(Stop_System, Twice_At_Once_Ends_The_Run_Once) {
+  start_all({.data_mb = 20});
+  fault("cancel_pending_ms = 1500");
+  const std::string run = start_slow_backup(tenant());
+  EXPECT_EQ(ask_to_stop(run), 0);
+  EXPECT_EQ(ask_to_stop(run), 0);
+  EXPECT_EQ(wait_for_end(run), "canceled");
+  expect_no_traces(run);
+}
+
+TEST_F(Stop_System, By_An_Account_That_Lost_Its_Privilege_Is_Refused_By_HANA_And_The_Run_Goes_On) {
+  start_all({.data_mb = 6});
+  fault("fail_statement = 258:insufficient privilege | match=BACKUP CANCEL");
+  const std::string run = start_slow_backup(tenant());
+  EXPECT_EQ(ask_to_stop(run), 0);
+  EXPECT_TRUE(eventually([&] { return count_alerts(no_running_backup) == 1U; }));
+  EXPECT_TRUE(agent_says("Failed to cancel backup job for database TN1 with backup id "));
+  EXPECT_TRUE(agent_says("insufficient privilege"));
+  no_faults();
+  EXPECT_EQ(wait_for_end(run), "completed");
+  EXPECT_EQ(sets().size(), 1U);
+}
+
+TEST_F(Stop_System, While_Backupd_Is_Away_Ends_The_Run_And_Cleans_Up_When_It_Is_Back) {
+  start_all({.data_mb = 20});
+  fault("cancel_pending_ms = 2000");
+  const std::string run = start_slow_backup(tenant());
+  EXPECT_EQ(ask_to_stop(run), 0);
+  ASSERT_TRUE(agent_says("Try to stop database TN1 backup job with backup id "));
+  stop_backupd(SIGKILL);
+  ASSERT_TRUE(agent_says("Failed to backup HANA database")) << "the run needs no server to end";
+  EXPECT_EQ(states_in_hana(), "canceled\n");
+  start_backupd();
+  EXPECT_EQ(wait_for_end(run), "canceled");
+  EXPECT_TRUE(eventually([&] { return count_alerts(failed_statement) == 1U; })) << "queued while backupd was away";
+  expect_no_traces(run);
+}
+
+TEST_F(Stop_System, By_An_Agent_That_Is_Killed_Is_Reported_As_Failed_And_Can_Be_Repeated) {
+  start_all({.data_mb = 20});
+  fault("cancel_pending_ms = 3000");
+  const std::string run = start_slow_backup(tenant());
+  EXPECT_EQ(ask_to_stop(run), 0);
+  ASSERT_TRUE(agent_says("Try to stop database TN1 backup job with backup id "));
+  (void)host_.stop_agent(SIGKILL);
+  start_agent();
+  EXPECT_EQ(wait_for_end(run), "error");
+  EXPECT_TRUE(eventually([&] { return states_in_hana() == "canceled\n"; })) << "HANA goes on with the cancel";
+  no_faults();
+  EXPECT_EQ(backup(tenant()).code, 0);
+  EXPECT_EQ(sets().size(), 1U);
+  EXPECT_TRUE(eventually([&] { return dataset_directories().size() == 1U; }, long_limit))
+      << "only the good backup's: " << ::testing::PrintToString(dataset_directories());
+}
+
+TEST_F(Stop_System, Of_A_Run_That_Has_Ended_Is_Refused) {
+  start_all({.data_mb = 1});
+  const std::string run = start_backup(tenant());
+  EXPECT_EQ(wait_for_end(run), "completed");
+  const Rest_Answer answer = rest("POST", "/jobs/" + run + "/stop");
+  EXPECT_EQ(answer.status, 409U) << answer.body;
+  EXPECT_NE(answer.body.find("completed"), std::string::npos) << answer.body;
+}
