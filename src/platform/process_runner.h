@@ -46,6 +46,13 @@ struct Exit_Status {
   [[nodiscard]] bool success() const { return started && signal == 0 && code == 0; }
 };
 
+/// A process of this host.
+struct Running_Process {
+  pid_t pid = 0;
+  std::string user;          ///< its name, or its number when it has none
+  std::string command_line;  ///< arguments joined by blanks
+};
+
 /// Runs programs, never a shell. The child gets the three standard descriptors and nothing else. A process-wide default
 /// that a test replaces for a scope; run may be called from many threads at once.
 class Process_Runner {
@@ -54,6 +61,9 @@ class Process_Runner {
   /// Blocks until the child has ended and its output is read. A daemon that the child leaves behind with its output
   /// open does not hold the caller.
   virtual Exit_Status run(const Process_Spec& spec, Output_Sink& sink) = 0;
+  /// The processes of this host that have a command line; below a file root only those whose program lies there. False
+  /// and errno when they cannot be listed.
+  [[nodiscard]] virtual bool list(std::vector<Running_Process>& processes);
 
   [[nodiscard]] static Process_Runner& current();
 };

@@ -64,6 +64,29 @@ platform::Exit_Status Scripted_Process_Runner::run(const platform::Process_Spec&
   return status;
 }
 
+bool Scripted_Process_Runner::list(std::vector<platform::Running_Process>& processes) {
+  const std::lock_guard guard(mutex_);
+  ++listings_;
+  processes = processes_;
+  errno = EACCES;
+  return !list_fails_;
+}
+
+void Scripted_Process_Runner::let_run(std::vector<platform::Running_Process> processes) {
+  const std::lock_guard guard(mutex_);
+  processes_ = std::move(processes);
+}
+
+void Scripted_Process_Runner::fail_to_list(bool fails) {
+  const std::lock_guard guard(mutex_);
+  list_fails_ = fails;
+}
+
+std::size_t Scripted_Process_Runner::listings() const {
+  const std::lock_guard guard(mutex_);
+  return listings_;
+}
+
 void Scripted_Process_Runner::on(Rule rule) {
   const std::lock_guard guard(mutex_);
   rules_.push_back(std::move(rule));

@@ -39,6 +39,13 @@ class Scripted_Process_Runner : public platform::Process_Runner {
 
   platform::Exit_Status run(const platform::Process_Spec& spec, platform::Output_Sink& sink) override;
 
+  /// What list gives; at first no process runs.
+  bool list(std::vector<platform::Running_Process>& processes) override;
+  void let_run(std::vector<platform::Running_Process> processes);
+  void fail_to_list(bool fails);
+  /// How often list was called.
+  [[nodiscard]] std::size_t listings() const;
+
   using Rule = std::function<bool(const Seen_Call& call, Scripted_Child& child)>;
   /// Rules are asked in the order they were added.
   void on(Rule rule);
@@ -51,6 +58,9 @@ class Scripted_Process_Runner : public platform::Process_Runner {
   mutable std::mutex mutex_;
   std::vector<Rule> rules_;
   std::vector<Seen_Call> calls_;
+  std::vector<platform::Running_Process> processes_;
+  bool list_fails_ = false;
+  std::size_t listings_ = 0;
   platform::Scoped_Process_Runner scope_;
 };
 
