@@ -112,7 +112,7 @@ bool database_pipe_path(const std::string& sid, const std::string& database, boo
 
 std::string database_restore_lock(std::string_view sid, std::string_view database) {
   return platform::product_paths::agent_state(scrt::join_path(
-      "lock", "hana-" + platform::encode_file_name(sid) + "-" + platform::encode_file_name(database) + ".restore"));
+      "lock", "restore_" + platform::encode_file_name(sid) + "_" + platform::encode_file_name(database)));
 }
 
 }  // namespace sap_hana

@@ -65,8 +65,8 @@ TEST(HANA_Paths, Are_Those_Of_An_Installation) {
       {database_folder("TN1"), "DB_TN1"},
       {system_user("H01"), "h01adm"},
       {generate_instance_manager_name("HDB", "HDB00"), "HDB_HDB00"},
-      {database_restore_lock("HDB", "TN1"), "/var/opt/tarvex/dorsal3/agent/lock/hana-HDB-TN1.restore"},
-      {database_restore_lock("HDB", "../x_y"), "/var/opt/tarvex/dorsal3/agent/lock/hana-HDB-%2E%2E%2Fx%5Fy.restore"},
+      {database_restore_lock("HDB", "TN1"), "/var/opt/tarvex/dorsal3/agent/lock/restore_HDB_TN1"},
+      {database_restore_lock("HDB", "../x_y"), "/var/opt/tarvex/dorsal3/agent/lock/restore_HDB_%2E%2E%2Fx%5Fy"},
   };
   for (const auto& row : rows) EXPECT_EQ(row.path, row.wanted);
 }
