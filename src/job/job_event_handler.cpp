@@ -23,6 +23,8 @@ void Job_Event_Handler::handle_start_job() {
 void Job_Event_Handler::handle_success() {
   Job_Activity::store(job_.activity().progress, progress_done);
   Job_Activity::store(job_.activity().code, 0);
+  // An error line on the way to a good end is no outcome; it stays in the job's log.
+  job_.message({});
   job_.state(JOB_STATE_COMPLETED);
 }
 

@@ -14,7 +14,7 @@ class Job_Event_Handler {
   /// The run begins: STARTING becomes RUNNING (a job stopped meanwhile keeps its state); times set, counters, code and
   /// message cleared.
   void handle_start_job();
-  /// COMPLETED, progress 100.
+  /// COMPLETED, progress 100, no message.
   void handle_success();
   /// CANCELED.
   void handle_canceled();

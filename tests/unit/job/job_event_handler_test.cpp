@@ -61,8 +61,10 @@ TEST_F(Job_Event_Handler_Test, Start_Does_Not_Bring_A_Stopped_Job_Back) {
 
 TEST_F(Job_Event_Handler_Test, Success_Completes_The_Job) {
   job_.activity().store_state(JOB_STATE_RUNNING);
+  job_.message("of an error line on the way");
   handler_.handle_success();
   EXPECT_EQ(job_.state(), JOB_STATE_COMPLETED);
+  EXPECT_EQ(job_.snapshot().message, "");
   EXPECT_EQ(job_.activity().progress, 100);
   EXPECT_EQ(listener_->seen.back().state, JOB_STATE_COMPLETED);
 }
