@@ -15,8 +15,13 @@ enum Alert_Code : unsigned long {
   ALERT_RESOURCE_INFO = 6,
   ALERT_BACKINT_CONFIGURATION = 7,
   ALERT_EXECUTE_BACKUP = 8,
+  ALERT_BACKINT_JOB = 9,
+  ALERT_LAST_FULL_BACKUP = 10,
+  ALERT_BACKINT_JOB_STATE = 11,
+  ALERT_FULL_BACKUP_CATALOG = 12,
   ALERT_UPDATE_METADATA = 13,
-  ALERT_STOP_BACKUP = 20,  ///< parameter "database": the one handled last; also when no backup ran
+  ALERT_LOG_CONFIGURATION = 14,  ///< parameter "instance": the instance, or the database
+  ALERT_STOP_BACKUP = 20,        ///< parameter "database": the one handled last; also when no backup ran
   ALERT_SAVE_CATALOG = 45
 };
 
