@@ -134,7 +134,8 @@ bool Backup_Executor::run_cmd(const std::string& cmd, const std::string& databas
     // Joined at the end of this scope, also by an exception: `cmd` and `ok` outlive the thread.
     Job_Thread_Helper worker(&job_, worker_flags, ACE_DEFAULT_THREAD_PRIORITY);
     // A thread that could not be made leaves `ok` false.
-    (void)worker.spawn(&Backup_Executor::execute_backup_cmd, this, cmd.c_str(), std::ref(ok));
+    if (worker.spawn(&Backup_Executor::execute_backup_cmd, this, cmd.c_str(), std::ref(ok)) < 0)
+      D3_ERROR("The thread of the backup statement cannot be made: %m\n");
     update_progress(worker, database.c_str(), range.start, range.end);
   }
   if (ok) return true;

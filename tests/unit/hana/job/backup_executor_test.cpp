@@ -10,6 +10,7 @@
 #include "job/job_mutex.h"
 #include "platform/clock.h"
 #include "unit/hana/job/executor_fixture.h"
+#include "unit/job/faults.h"
 
 namespace {
 
@@ -442,6 +443,19 @@ TEST_F(Data_Backup, Raises_Alert_8_When_The_Statement_Fails_And_Leaves_Later_Dat
   EXPECT_EQ(backupd_.committed[0].find("database")->get_str(), "A");
   EXPECT_EQ(progress(), (Percentages{1, 0, 33, 33, 66}));
   claim_first_backups();
+}
+
+TEST_F(Data_Backup, Fails_Without_A_Thread_For_Its_Statement) {
+  set_entries({"hana/HDB00/SYSTEMDB"});
+  Executor& executor = ready_executor();
+  {
+    const faults::No_Threads no_threads;
+    EXPECT_FALSE(executor.execute_backup(nullptr));
+  }
+  EXPECT_EQ(alerts(), Strings{"7/8 0 1 {}"});
+  expect_error("Failed to execute backup\n");
+  expect_error_with("The thread of the backup statement cannot be made: ");
+  EXPECT_TRUE(hdbsql_.statements().empty());
 }
 
 TEST_F(Data_Backup, Fails_When_Hdbsql_Was_Killed) {
