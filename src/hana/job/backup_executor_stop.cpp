@@ -2,7 +2,6 @@
 // it. Works on HANA's catalog alone; the executor that runs the backup is not touched.
 
 #include <chrono>
-#include <cinttypes>
 #include <cstdio>
 #include <string>
 #include <utility>
@@ -147,8 +146,8 @@ bool Backup_Executor::clean_up(const Canceled_Backups& canceled, const std::stri
     if (state != state_canceled && state != state_failed) continue;
     D3_INFO("Stop database %s backup job with backup id %Q successfully\n", database.c_str(), id);
     char directory[statement_bytes];
-    std::snprintf(directory, sizeof directory, "%s/%s/%s/%" PRIu64, def_.host_id().c_str(), landscape_id.c_str(),
-                  database.c_str(), static_cast<std::uint64_t>(id));
+    std::snprintf(directory, sizeof directory, "%s/%s/%s/%llu", def_.host_id().c_str(), landscape_id.c_str(),
+                  database.c_str(), static_cast<unsigned long long>(id));
     remove_dataset(directory, client);
   }
   return true;
