@@ -1,11 +1,13 @@
 #include "catalog/views.h"
 
 #include <functional>
+#include <set>
 
 #include "base/clock.h"
 #include "base/cluster.h"
 #include "base/ini.h"
 #include "base/text.h"
+#include "engine/sql_text.h"
 
 namespace standin {
 
@@ -172,12 +174,28 @@ void fill_landscape(View& view, const View_Source& source, const Database& datab
 
 using Filler = std::function<void(View&, const View_Source&, const Database&)>;
 
-bool fill_schema(Sqlite& sqlite, const std::string& schema, const std::string& sql, const View_Source& source,
-                 bool all) {
+using Names = std::set<std::string>;
+
+/// The names that stand in the statement with SYS_DATABASES before them, or without it: a view that nothing names is
+/// not filled, since a long history makes that slow.
+Names names_in(const std::string& sql, bool of_all) {
+  Names names;
+  const auto tokens = tokenize(sql);
+  for (std::size_t i = 0; i < tokens.size(); ++i) {
+    if (tokens[i].kind != Token::word && tokens[i].kind != Token::name) continue;
+    const bool qualified = i >= 2 && tokens[i - 1].kind == Token::symbol && tokens[i - 1].value == "." &&
+                           upper(tokens[i - 2].value) == "SYS_DATABASES";
+    if (qualified == of_all) names.insert(tokens[i].value);
+  }
+  return names;
+}
+
+bool fill_schema(Sqlite& sqlite, const std::string& schema, const Names& names, const View_Source& source, bool all) {
   const Layout& layout = source.state.layout();
-  bool good = true;
+  // One transaction for all rows: each of its own would cost as much as the row.
+  bool good = sqlite.execute("BEGIN");
   const auto fill = [&](const char* name, const char* columns, const Filler& filler) {
-    if (sql.find(name) == std::string::npos) return;
+    if (!names.contains(name)) return;
     View view(sqlite, schema, name, columns, all);
     for (const Database& database : source.state.databases())
       if (all ? database.status == "YES" : database.name == source.database) filler(view, source, database);
@@ -200,21 +218,21 @@ bool fill_schema(Sqlite& sqlite, const std::string& schema, const std::string& s
          if (!all) view.text(database.name);
          view.text(layout.host).text(timestamp_text(from.start_ms, false)).text(layout.version).text("CUSTOM").end();
        });
-  return good;
+  return sqlite.execute("COMMIT") && good;
 }
 
 }  // namespace
 
-bool attach_views(Sqlite& sqlite, const std::string& given, const View_Source& source) {
-  const std::string sql = upper(given);
+bool attach_views(Sqlite& sqlite, const std::string& sql, const View_Source& source) {
+  const Names own = names_in(sql, false);
   if (!sqlite.execute("ATTACH ':memory:' AS SYS")) return false;
   if (!sqlite.execute("CREATE TABLE SYS.DUMMY(DUMMY TEXT); INSERT INTO SYS.DUMMY VALUES('X')")) return false;
-  if (!fill_schema(sqlite, "SYS", sql, source, false)) return false;
+  if (!fill_schema(sqlite, "SYS", own, source, false)) return false;
   const bool multi = source.state.layout().multi();
-  if (multi && sql.find("M_DATABASES") != std::string::npos) fill_databases(sqlite, source);
+  if (multi && own.contains("M_DATABASES")) fill_databases(sqlite, source);
   if (!multi || source.database != system_database) return true;
   return sqlite.execute("ATTACH ':memory:' AS SYS_DATABASES") &&
-         fill_schema(sqlite, "SYS_DATABASES", sql, source, true);
+         fill_schema(sqlite, "SYS_DATABASES", names_in(sql, true), source, true);
 }
 
 }  // namespace standin
