@@ -11,6 +11,8 @@ namespace {
 
 constexpr std::uint64_t largest_stored_number = std::numeric_limits<std::int64_t>::max();
 constexpr std::size_t checksum_digits = 32;
+constexpr const char* ondemand_log = "log";
+constexpr const char* ondemand_catalog = "catalog";
 
 Outcome refuse(std::string message) { return Outcome::refuse(Outcome::invalid, std::move(message)); }
 
@@ -67,6 +69,18 @@ Outcome read_backint_job(const json_spirit::Object& body, sap_hana::Backint_Back
                     "\" cannot be the name of a directory; \"host_uuid\", \"landscape_id\" and \"database\" "
                     "of a Backint job record must be");
   if (!is_uuid(job.pool_uuid)) return refuse("the \"pool_uuid\" of the Backint job record is no UUID");
+  return {};
+}
+
+Outcome read_ondemand_job(const json_spirit::Object& body, sap_hana::Backint_Backup_Job_Info& job) {
+  if (Outcome outcome = read_backint_job(body, job); !outcome.ok()) return outcome;
+  if (job.type != ondemand_log && job.type != ondemand_catalog)
+    return refuse("the \"type\" of a backup that HANA began by itself is \"log\" or \"catalog\", not \"" + job.type +
+                  "\"");
+  if (!job.job_act_id.empty())
+    return refuse("a backup that HANA began by itself belongs to no run: leave \"job_act_id\" empty");
+  if (job.sid.empty() || job.database_backup_id == 0)
+    return refuse("the record of a backup that HANA began by itself needs its \"sid\" and its \"database_backup_id\"");
   return {};
 }
 

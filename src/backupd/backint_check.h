@@ -10,6 +10,8 @@ namespace backupd {
 /// Reads a Backint job record as a request brought it: no unknown key, names that cannot leave their directory, a known
 /// compression.
 [[nodiscard]] Outcome read_backint_job(const json_spirit::Object& body, sap_hana::Backint_Backup_Job_Info& job);
+/// The same for a backup that HANA began by itself: of a log or of the catalog, with its id and without a run.
+[[nodiscard]] Outcome read_ondemand_job(const json_spirit::Object& body, sap_hana::Backint_Backup_Job_Info& job);
 /// Reads one file record of the job `job_uuid`.
 [[nodiscard]] Outcome read_backint_file(const json_spirit::Value& value, const std::string& job_uuid,
                                         sap_hana::Backup_File_Info& file);

@@ -80,32 +80,63 @@ void insert_file(Sql_Session& session, const Owner& owner, sap_hana::Backup_File
        json_spirit::dump_json(file.to_json())});
 }
 
+Outcome insert_job(Sql_Session& session, sap_hana::Backint_Backup_Job_Info& job) {
+  if (find_owner(session, job.uuid))
+    return Outcome::refuse(Outcome::conflict,
+                           "a Backint job record " + job.uuid + " is stored already; make a new uuid for a new backup");
+  if (!session.first("SELECT uuid FROM pools WHERE uuid = :a", {job.pool_uuid}, 1))
+    return Outcome::refuse(Outcome::invalid, "the pool " + job.pool_uuid + " is not registered; register it first");
+  const std::int64_t id = session.next_number("backint_job");
+  job.id = static_cast<std::uint64_t>(id);
+  session.execute(
+      "INSERT INTO backint_jobs (id, uuid, host_uuid, job_act_id, sid, database_name, database_backup_id, "
+      "landscape_id, pool_uuid, taken, document) VALUES (:a, :b, :c, :d, :e, :f, :g, :h, :i, :j, :k)",
+      {id, job.uuid, job.host_uuid, job.job_act_id, job.sid, job.database,
+       static_cast<std::int64_t>(job.database_backup_id), job.landscape_id, job.pool_uuid, std::int64_t{0},
+       json_spirit::dump_json(job.to_json())});
+  return {};
+}
+
+/// The record of the same backup that HANA began by itself. Logs and catalogs are apart also under one backup id, for a
+/// set is of one type.
+std::optional<json_spirit::Object> find_open_job(Sql_Session& session, const sap_hana::Backint_Backup_Job_Info& job) {
+  for (const Sql_Row& row :
+       session.query("SELECT document FROM backint_jobs WHERE host_uuid = :a AND database_name = :b AND "
+                     "database_backup_id = :c AND sid = :d AND job_act_id = '' AND taken = 0 ORDER BY id",
+                     {job.host_uuid, job.database, static_cast<std::int64_t>(job.database_backup_id), job.sid}, 1)) {
+    json_spirit::Object record = stored_object(row.text(0));
+    std::string type;
+    if (json_spirit::object_get(record, "type", type) && type == job.type) return record;
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 Outcome Backint_Store::add_job(sap_hana::Backint_Backup_Job_Info& job) {
   Outcome outcome;
   const bool stored = database_.write([&](Sql_Session& session) {
-    if (find_owner(session, job.uuid)) {
-      outcome = Outcome::refuse(Outcome::conflict, "a Backint job record " + job.uuid +
-                                                       " is stored already; make a new uuid for a new backup");
-      return false;
-    }
-    if (!session.first("SELECT uuid FROM pools WHERE uuid = :a", {job.pool_uuid}, 1)) {
-      outcome =
-          Outcome::refuse(Outcome::invalid, "the pool " + job.pool_uuid + " is not registered; register it first");
-      return false;
-    }
-    const std::int64_t id = session.next_number("backint_job");
-    job.id = static_cast<std::uint64_t>(id);
-    session.execute(
-        "INSERT INTO backint_jobs (id, uuid, host_uuid, job_act_id, sid, database_name, database_backup_id, "
-        "landscape_id, pool_uuid, taken, document) VALUES (:a, :b, :c, :d, :e, :f, :g, :h, :i, :j, :k)",
-        {id, job.uuid, job.host_uuid, job.job_act_id, job.sid, job.database,
-         static_cast<std::int64_t>(job.database_backup_id), job.landscape_id, job.pool_uuid, std::int64_t{0},
-         json_spirit::dump_json(job.to_json())});
-    return true;
+    outcome = insert_job(session, job);
+    return outcome.ok();
   });
   return stored || !outcome.ok() ? outcome : store_failed();
+}
+
+Outcome Backint_Store::add_ondemand_job(sap_hana::Backint_Backup_Job_Info job, json_spirit::Object& stored) {
+  Outcome outcome;
+  std::optional<json_spirit::Object> record;
+  const bool done = database_.write([&](Sql_Session& session) {
+    if (record = find_open_job(session, job)) {
+      outcome.kind = Outcome::already_done;
+      return true;
+    }
+    outcome = insert_job(session, job);
+    if (outcome.ok()) record = job.to_json();
+    return outcome.ok();
+  });
+  if (!done) return outcome.ok() ? store_failed() : outcome;
+  stored = std::move(*record);
+  return outcome;
 }
 
 Outcome Backint_Store::get_job(const std::string& uuid, json_spirit::Object& record) {

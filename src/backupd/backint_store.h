@@ -29,6 +29,9 @@ class Backint_Store {
 
   /// A second record with one uuid is a conflict. `job.id` is set.
   [[nodiscard]] Outcome add_job(sap_hana::Backint_Backup_Job_Info& job);
+  /// Stores the record of a backup that HANA began by itself, or finds the one that is there: one of the same host,
+  /// system, database, backup id and type that was not taken and has no run. `stored` becomes the record.
+  [[nodiscard]] Outcome add_ondemand_job(sap_hana::Backint_Backup_Job_Info job, json_spirit::Object& stored);
   /// The record, with a member "taken" when it was taken.
   [[nodiscard]] Outcome get_job(const std::string& uuid, json_spirit::Object& record);
   /// Sets HANA's backup id once: the same again is done already, another one is a conflict.

@@ -29,6 +29,14 @@ Reply post_job(Server_Core& core, const Request& request) {
   return stored_reply(outcome, job.to_json());
 }
 
+Reply post_ondemand_job(Server_Core& core, const Request& request) {
+  sap_hana::Backint_Backup_Job_Info job;
+  json_spirit::Object stored;
+  if (Outcome outcome = read_ondemand_job(request.body, job); !outcome.ok()) return outcome;
+  const Outcome outcome = core.backint.add_ondemand_job(std::move(job), stored);
+  return stored_reply(outcome, std::move(stored));
+}
+
 Reply get_job(Server_Core& core, const Request& request) {
   json_spirit::Object record;
   if (Outcome outcome = core.backint.get_job(request.parameters.at(0), record); !outcome.ok()) return outcome;
@@ -104,6 +112,7 @@ Reply delete_file(Server_Core& core, const Request& request) {
 
 void add_backint_routes(Router& router, Server_Core& core) {
   const std::string jobs = std::string(rest_prefix) + "/backint/jobs";
+  const std::string ondemand_jobs = std::string(rest_prefix) + "/backint/on-demand-jobs";
   const std::string files = std::string(rest_prefix) + "/backint/files";
   router.add({"GET",
               jobs,
@@ -114,6 +123,13 @@ void add_backint_routes(Router& router, Server_Core& core) {
               {}});
   router.add(
       {"POST", jobs, role_agent, {}, Body::json, [&core](Request& request) { return post_job(core, request); }, {}});
+  router.add({"POST",
+              ondemand_jobs,
+              role_agent,
+              {},
+              Body::json,
+              [&core](Request& request) { return post_ondemand_job(core, request); },
+              {}});
   router.add({"GET",
               jobs + "/<uuid>",
               all_roles,

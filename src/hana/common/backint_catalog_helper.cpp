@@ -12,6 +12,7 @@ namespace sap_hana {
 namespace {
 
 constexpr const char* jobs_path = "/q5/r/v2/backint/jobs";
+constexpr const char* ondemand_jobs_path = "/q5/r/v2/backint/on-demand-jobs";
 constexpr const char* files_path = "/q5/r/v2/backint/files";
 constexpr std::size_t page_rows = 1000;
 constexpr unsigned http_not_found = 404;
@@ -41,6 +42,15 @@ bool same_job(Backint_Backup_Job_Info left, Backint_Backup_Job_Info right) {
   left.id = right.id = 0;
   left.database_backup_id = right.database_backup_id = 0;
   return left.to_json() == right.to_json();
+}
+
+/// A record out of an answer of backupd.
+bool read_job(const json_spirit::Value& reply, const std::string& uuid, Backint_Backup_Job_Info& job) {
+  std::string error = "it is no object";
+  if (reply.is_object() && job.from_json(reply.get_obj(), &error)) return true;
+  D3_ERROR("The Backint job '%C' as backupd tells it cannot be read: %C\n", uuid.c_str(),
+           platform::cut_for_log(error).c_str());
+  return false;
 }
 
 bool append_rows(const json_spirit::Value& reply, std::list<Backup_File_Info>& files, std::size_t& rows) {
@@ -127,9 +137,15 @@ bool Backint_Catalog_helper::get_job(const char* uuid, Backint_Backup_Job_Info& 
     log_failure("read the Backint job", uuid, failure);
     return false;
   }
-  std::string error = "it is no object";
-  if (reply.is_object() && job.from_json(reply.get_obj(), &error)) return true;
-  D3_ERROR("The Backint job '%C' as backupd tells it cannot be read: %C\n", uuid, platform::cut_for_log(error).c_str());
+  return read_job(reply, uuid, job);
+}
+
+bool Backint_Catalog_helper::add_ondemand_job(const Backint_Backup_Job_Info& job, Backint_Backup_Job_Info& stored) {
+  json_spirit::Value reply;
+  JSON_HTTP_Failure failure;
+  stored = {};
+  if (session_.post(ondemand_jobs_path, job.to_json(), reply, &failure)) return read_job(reply, job.uuid, stored);
+  log_failure("store the Backint job", job.uuid, failure);
   return false;
 }
 

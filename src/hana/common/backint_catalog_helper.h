@@ -21,6 +21,9 @@ class Backint_Catalog_helper {
   [[nodiscard]] bool add_job(const Backint_Backup_Job_Info& job);
   /// The same, where an equal record of an attempt before is success.
   [[nodiscard]] bool check_and_add_job(const Backint_Backup_Job_Info& job);
+  /// Stores the record of a backup that HANA began by itself; `stored` becomes that record, or the one that backupd has
+  /// for this backup already, as when the call is made again.
+  [[nodiscard]] bool add_ondemand_job(const Backint_Backup_Job_Info& job, Backint_Backup_Job_Info& stored);
   /// Reads a record, also one that is marked as taken. `job` is made empty first and stays so on failure.
   [[nodiscard]] bool get_job(const char* uuid, Backint_Backup_Job_Info& job);
   /// Sets HANA's backup id in a record that has none; the same id again is success, another one is refused.

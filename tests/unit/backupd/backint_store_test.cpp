@@ -58,6 +58,66 @@ TEST(Backint_Store, Refuses_A_Second_Record_With_One_Uuid) {
   EXPECT_EQ(server.agent("GET", "/backint/jobs/" + job).text_of("database"), "TN1");
 }
 
+std::string ondemand_json(int number, const std::string& type = "log", long backup_id = 100,
+                          const std::string& database = "TN1") {
+  std::string body = job_json(uuid_of(number), "", database, backup_id);
+  const std::string kind = "\"type\":\"full\"";
+  const std::size_t at = body.find(kind);
+  EXPECT_NE(at, std::string::npos) << body;
+  return body.replace(at, kind.size(), "\"type\":\"" + type + "\"");
+}
+
+TEST(Backint_Store, Answers_The_Record_Of_A_Log_Backup_That_Is_Asked_For_Again) {
+  Memory_Server server;
+  server.add_pool();
+  // The data backup of the same id is another one.
+  ASSERT_EQ(server.agent("POST", "/backint/jobs", job_json(uuid_of(1), "act", "TN1", 100)).status, 201U);
+  const Answer first = server.agent("POST", "/backint/on-demand-jobs", ondemand_json(2));
+  EXPECT_EQ(first.status, 201U) << first.text;
+  EXPECT_EQ(first.text_of("uuid"), uuid_of(2));
+  const Answer again = server.agent("POST", "/backint/on-demand-jobs", ondemand_json(3));
+  EXPECT_EQ(again.status, 200U);
+  EXPECT_EQ(again.text_of("uuid"), uuid_of(2));
+  EXPECT_EQ(again.number_of("database_backup_id"), 100);
+  server.restart();
+  EXPECT_EQ(server.agent("POST", "/backint/on-demand-jobs", ondemand_json(3)).text_of("uuid"), uuid_of(2));
+  EXPECT_EQ(server.agent("GET", "/backint/jobs").number_of("total"), 2);
+}
+
+TEST(Backint_Store, Keeps_Other_Log_Backups_Apart) {
+  Memory_Server server;
+  server.add_pool();
+  ASSERT_EQ(server.agent("POST", "/backint/on-demand-jobs", ondemand_json(1)).status, 201U);
+  EXPECT_EQ(server.agent("POST", "/backint/on-demand-jobs", ondemand_json(2, "catalog")).status, 201U);
+  EXPECT_EQ(server.agent("POST", "/backint/on-demand-jobs", ondemand_json(3, "log", 101)).status, 201U);
+  EXPECT_EQ(server.agent("POST", "/backint/on-demand-jobs", ondemand_json(4, "log", 100, "TN2")).status, 201U);
+  // A record that its set has taken is closed.
+  ASSERT_EQ(server.agent("DELETE", "/backint/jobs/" + uuid_of(1)).status, 200U);
+  const Answer next = server.agent("POST", "/backint/on-demand-jobs", ondemand_json(5));
+  EXPECT_EQ(next.status, 201U);
+  EXPECT_EQ(next.text_of("uuid"), uuid_of(5));
+}
+
+TEST(Backint_Store, Refuses_Unsound_Records_Of_Log_Backups) {
+  Memory_Server server;
+  server.add_pool();
+  struct Row {
+    const char* name;
+    std::string body;
+    unsigned status;
+  };
+  const Row rows[] = {{"a full backup", ondemand_json(1, "full"), 422},
+                      {"no backup id", ondemand_json(1, "log", 0), 422},
+                      {"with a run", job_json(uuid_of(1), "act", "TN1", 100), 422},
+                      {"no object", "[]", 400}};
+  for (const Row& row : rows)
+    EXPECT_EQ(server.agent("POST", "/backint/on-demand-jobs", row.body).status, row.status) << row.name;
+  std::string no_pool = ondemand_json(1);
+  no_pool.replace(no_pool.find(pool_uuid), 8, "99999999");
+  EXPECT_EQ(server.agent("POST", "/backint/on-demand-jobs", no_pool).status, 422U);
+  EXPECT_EQ(server.agent("GET", "/backint/jobs").number_of("total"), 0);
+}
+
 TEST(Backint_Store, Sets_The_Backup_Id_Once) {
   Memory_Server server;
   server.add_pool();

@@ -213,6 +213,23 @@ TEST_F(Backint_Catalog_helper_Test, Checks_Whether_An_Equal_Record_Is_There) {
   expect_error("Failed to store the Backint job");
 }
 
+TEST_F(Backint_Catalog_helper_Test, Takes_The_Record_That_Backupd_Has_Of_A_Log_Backup) {
+  Backint_Backup_Job_Info known = job();
+  known.uuid = "99999999-2222-4333-8444-555555555555";
+  Backint_Backup_Job_Info stored;
+  server_.expect("POST", "/q5/r/v2/backint/on-demand-jobs", json_spirit::dump_json(job().to_json()), 200,
+                 json_spirit::dump_json(known.to_json()));
+  EXPECT_TRUE(helper_.add_ondemand_job(job(), stored));
+  EXPECT_EQ(stored.uuid, known.uuid);
+  server_.expect("POST", "/q5/r/v2/backint/on-demand-jobs", "*", 422, refusal("invalid"));
+  EXPECT_FALSE(helper_.add_ondemand_job(job(), stored));
+  EXPECT_TRUE(stored.uuid.empty());
+  expect_error("Failed to store the Backint job");
+  server_.expect("POST", "/q5/r/v2/backint/on-demand-jobs", "*", 201, "[]");
+  EXPECT_FALSE(helper_.add_ondemand_job(job(), stored));
+  expect_error("cannot be read: it is no object");
+}
+
 TEST_F(Backint_Catalog_helper_Test, Reads_A_Record_Also_A_Taken_One) {
   Object record = job().to_json();
   record["taken"] = true;
