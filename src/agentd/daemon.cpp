@@ -1,11 +1,10 @@
 #include "agentd/daemon.h"
 
-#include <ace/Thread_Manager.h>
-
-#include <thread>
+#include <algorithm>
 
 #include "agent/backupd_client/access_key_file.h"
 #include "agentd/backint_verifier.h"
+#include "agentd/bounded_end.h"
 #include "agentd/former_runs.h"
 #include "job/job_activity_record.h"
 #include "platform/log.h"
@@ -148,13 +147,15 @@ void Daemon::job_ended(const std::string& job_act_id) {
 
 bool Daemon::stop() {
   D3_INFO("The agent stops, it waits up to %u second(s) for running jobs\n", configuration_.stop_limit_seconds);
-  const bool drained = jobs_.drain(std::chrono::seconds(configuration_.stop_limit_seconds));
+  const std::chrono::seconds limit(configuration_.stop_limit_seconds);
+  const auto end = platform::Clock::current().steady_now() + limit;
+  const bool drained = jobs_.drain(limit);
   for (const std::string& id : jobs_.running()) D3_WARNING("Job %C is cut off, the agent ends\n", id.c_str());
   reporter_->stop();
   const bool closed = close_link(close_limit);
   if (!drained || !closed) return false;
   // Code of the modules is gone from every thread before it is unloaded.
-  if (ACE_Thread_Manager::instance()->wait() != 0) return false;
+  if (!wait_for_requests(end)) return false;
   jobs_.clear();
   modules_.unload();
   D3_INFO("The agent has ended\n");
@@ -163,17 +164,16 @@ bool Daemon::stop() {
 
 /// A request of backupd that still runs (reading a set back takes hours) must not hold the end up.
 bool Daemon::close_link(std::chrono::seconds limit) {
-  platform::Wait_Event closed;
-  std::thread closer([&] {
-    link_.stop();
-    closed.set();
-  });
-  if (platform::Clock::current().wait_for(closed, limit)) {
-    closer.join();
-    return true;
-  }
+  if (ends_within(limit, [this] { link_.stop(); })) return true;
   D3_WARNING("A request of backupd still runs, the agent ends without its answer\n");
-  closer.detach();  // the process is left at once by the caller
+  return false;
+}
+
+/// Nor must the stop of a job that has ended, which asks HANA on for minutes; what it leaves is backupd's to remove.
+bool Daemon::wait_for_requests(std::chrono::steady_clock::time_point end) {
+  const auto left = end - platform::Clock::current().steady_now();
+  if (job_threads_end_within(std::max<std::chrono::nanoseconds>(left, close_limit))) return true;
+  D3_WARNING("The stop of a job that has ended still runs, it is cut off, the agent ends\n");
   return false;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 
 #include "agent/backupd_client/agent_configuration.h"
@@ -37,6 +38,7 @@ class Daemon {
   [[nodiscard]] bool greet();
   void job_ended(const std::string& job_act_id);
   [[nodiscard]] bool close_link(std::chrono::seconds limit);
+  [[nodiscard]] bool wait_for_requests(std::chrono::steady_clock::time_point end);
 
   const Agent_Configuration configuration_;
   Modules modules_;
