@@ -78,6 +78,14 @@ class Stop_System : public System_Fixture {
         .out;
   }
 
+  /// Kills all processes of a program below the root; there is at least one.
+  void kill_program(const std::string& name) const {
+    std::size_t killed = 0;
+    for (const std::string& line : processes_below(root()))
+      if (line.find("/" + name + " ") != line.npos && ::kill(std::stoi(line), SIGKILL) == 0) ++killed;
+    EXPECT_GE(killed, 1U) << ::testing::PrintToString(processes_below(root()));
+  }
+
   [[nodiscard]] std::string job_state(const std::string& run) const { return text_of(job(run), "state_name"); }
 };
 
@@ -167,7 +175,7 @@ TEST_F(Stop_System, By_An_Agent_That_Is_Killed_Is_Reported_As_Failed_And_Can_Be_
   fault("cancel_pending_ms = 3000");
   const std::string run = start_slow_backup(tenant());
   EXPECT_EQ(ask_to_stop(run), 0);
-  ASSERT_TRUE(agent_says("Try to stop database TN1 backup job with backup id "));
+  ASSERT_TRUE(eventually([&] { return states_in_hana() == "cancel pending\n"; }));
   (void)host_.stop_agent(SIGKILL);
   start_agent();
   EXPECT_EQ(wait_for_end(run), "error");
@@ -177,6 +185,20 @@ TEST_F(Stop_System, By_An_Agent_That_Is_Killed_Is_Reported_As_Failed_And_Can_Be_
   EXPECT_EQ(sets().size(), 1U);
   EXPECT_TRUE(eventually([&] { return dataset_directories().size() == 1U; }, long_limit))
       << "only the good backup's: " << ::testing::PrintToString(dataset_directories());
+}
+
+TEST_F(Stop_System, That_Still_Polls_For_An_Ended_Run_Does_Not_Hold_The_Agent_Up) {
+  start_all({.data_mb = 20});
+  (void)host_.stop_agent(SIGTERM);
+  start_agent(1);
+  fault("cancel = never");
+  const std::string run = start_slow_backup(tenant());
+  EXPECT_EQ(ask_to_stop(run), 0);
+  ASSERT_TRUE(eventually([&] { return states_in_hana() == "cancel pending\n"; }));
+  kill_program("hdbsql");
+  EXPECT_EQ(wait_for_end(run), "error") << "the run ends, HANA's backup does not";
+  EXPECT_EQ(host_.stop_agent(SIGTERM), 3);
+  EXPECT_TRUE(agent_says("The stop of a job that has ended still runs, it is cut off, the agent ends"));
 }
 
 TEST_F(Stop_System, Of_A_Run_That_Has_Ended_Is_Refused) {
