@@ -62,8 +62,10 @@ void Run_Starter::start() {
 }
 
 void Run_Starter::run() {
-  while (!stopping_.is_set()) {
+  for (;;) {
     work_.reset();
+    // Looked at after the reset, which may have taken back the last wake.
+    if (stopping_.is_set()) return;
     const std::chrono::nanoseconds pause = work() ? std::chrono::nanoseconds(poll_for_agents) : idle;
     static_cast<void>(platform::Clock::current().wait_for(work_, pause));
   }
