@@ -13,6 +13,8 @@ namespace {
 constexpr const char* tool_option_key = "job_uuid";
 constexpr std::string_view data_backup_mark = "_databackup_";
 
+std::string last_segment(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
 /// A setting that is there but is no number of that range is a slip that must not pass for "0".
 bool read_number(const json_spirit::Object& io_ctl, const char* key, std::uint64_t& number, std::string& error) {
   const json_spirit::Value* value = io_ctl.find(key);
@@ -39,6 +41,7 @@ bool read_job_settings(const sap_hana::Backint_Backup_Job_Info& job, Job_Setting
     return false;
   }
   settings.job = job;
+  settings.rate_account = job.uuid;
   settings.compression =
       job.compression.empty() ? COMPR_NONE : compression_name_to_value(job.compression.data(), job.compression.size());
   json_spirit::Object io_ctl;
@@ -58,9 +61,13 @@ bool read_job_settings(const sap_hana::Backint_Backup_Job_Info& job, Job_Setting
 std::string find_job_uuid(const std::string& tool_option, const std::string& object_name) {
   const std::string named = tool_option_value(tool_option, tool_option_key);
   if (is_uuid(named)) return named;
-  const std::string file = object_name.substr(object_name.rfind('/') + 1);
+  const std::string file = last_segment(object_name);
   const std::string prefix = file.substr(0, std::min(file.find(data_backup_mark), file.size()));
   return prefix.size() < file.size() && is_uuid(prefix) ? prefix : std::string();
+}
+
+bool is_data_backup(const std::string& object_name) {
+  return last_segment(object_name).find(data_backup_mark) != std::string::npos;
 }
 
 }  // namespace hdbbackint

@@ -16,6 +16,7 @@ struct Job_Settings {
   unsigned max_seconds_retry = 0;
   std::uint64_t resumption_buffer_size = 0;  ///< bytes
   Rate_Limits rate_limits;
+  std::string rate_account;  ///< who shares the limits: the job itself unless said otherwise
 };
 
 /// Reads the settings out of a record. False with a reason when it lacks what is needed or is malformed.
@@ -25,5 +26,8 @@ struct Job_Settings {
 /// The uuid of the job that an object belongs to: of the tool option, else what stands before "_databackup_" in the
 /// object's name. Empty when neither is a uuid.
 [[nodiscard]] std::string find_job_uuid(const std::string& tool_option, const std::string& object_name);
+
+/// True for an object of a data backup, which HANA makes only when it is told to.
+[[nodiscard]] bool is_data_backup(const std::string& object_name);
 
 }  // namespace hdbbackint

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "net/http_string.h"
 
@@ -11,6 +12,9 @@ namespace {
 
 using json_spirit::Object;
 using json_spirit::Value;
+
+/// One backup that HANA began by itself.
+constexpr const char* ondemand_key[] = {"host_uuid", "sid", "database", "database_backup_id", "type", "job_act_id"};
 
 std::string text_of(const Object& object, const char* key) {
   std::string text;
@@ -150,6 +154,7 @@ void Memory_Backupd::handle_records(net::Server_Exchange& exchange, const std::s
     const std::size_t slash = std::min(rest.find('/'), rest.size());
     return handle_job(exchange, rest.substr(0, slash), rest.substr(slash) == "/files");
   }
+  if (path == "backint/on-demand-jobs" && method == "POST") return add_ondemand_job(exchange);
   if (path == files && method == "GET") return list_files(exchange, query);
   if (path.starts_with(files + "/") && method == "DELETE") {
     return delete_file(exchange, std::stoull(path.substr(files.size() + 1)));
@@ -176,6 +181,33 @@ void Memory_Backupd::handle_job(net::Server_Exchange& exchange, const std::strin
   changed["database_backup_id"] = wanted;
   add_job(changed);
   answer(exchange, 200, changed);
+}
+
+void Memory_Backupd::add_ondemand_job(net::Server_Exchange& exchange) {
+  std::string body;
+  Value document;
+  if (!exchange.read_body(body) || !json_spirit::load_json(body, document)) {
+    return refuse(exchange, 400, "bad_request", "no JSON");
+  }
+  const Object& record = document.get_obj();
+  const std::lock_guard<std::mutex> guard(mutex_);
+  for (const auto& [uuid, known] : jobs_) {
+    const bool same = std::all_of(std::begin(ondemand_key), std::end(ondemand_key), [&](const char* key) {
+      const Value* left = known.find(key);
+      const Value* right = record.find(key);
+      return left != nullptr && right != nullptr && *left == *right;
+    });
+    if (same) return answer(exchange, 200, known);
+  }
+  jobs_[text_of(record, "uuid")] = record;
+  answer(exchange, 201, record);
+}
+
+std::vector<Object> Memory_Backupd::jobs() const {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  std::vector<Object> all;
+  for (const auto& [uuid, record] : jobs_) all.push_back(record);
+  return all;
 }
 
 void Memory_Backupd::add_files(net::Server_Exchange& exchange, const Object& job) {

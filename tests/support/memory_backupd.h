@@ -23,6 +23,8 @@ class Memory_Backupd : public net::Http_Handler {
   /// `record` has "uuid", "host_uuid", "sid", "database" and what else the agent reads.
   void add_job(const json_spirit::Object& record);
   [[nodiscard]] json_spirit::Object job(const std::string& uuid) const;
+  /// All job records, by uuid.
+  [[nodiscard]] std::vector<json_spirit::Object> jobs() const;
   /// File records, oldest first.
   [[nodiscard]] std::vector<json_spirit::Object> files() const;
   /// Changes one key of the record of an EBID.
@@ -43,6 +45,7 @@ class Memory_Backupd : public net::Http_Handler {
   void handle_records(net::Server_Exchange& exchange, const std::string& path,
                       const std::map<std::string, std::string>& query);
   void handle_job(net::Server_Exchange& exchange, const std::string& uuid, bool of_files);
+  void add_ondemand_job(net::Server_Exchange& exchange);
   void list_files(net::Server_Exchange& exchange, const std::map<std::string, std::string>& query);
   void delete_file(net::Server_Exchange& exchange, std::uint64_t id);
   void add_files(net::Server_Exchange& exchange, const json_spirit::Object& job);

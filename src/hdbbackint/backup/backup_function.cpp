@@ -1,8 +1,10 @@
 #include "hdbbackint/backup/backup_function.h"
 
 #include "hdbbackint/backup/object_saver.h"
+#include "hdbbackint/backup/ondemand_job.h"
 #include "hdbbackint/console.h"
 #include "hdbbackint/parallel_objects.h"
+#include "hdbbackint/protocol/tool_option.h"
 
 namespace hdbbackint {
 
@@ -17,10 +19,21 @@ std::string job_uuid_of(const Call& call) {
   return {};
 }
 
-/// HANA backs up logs and its catalog on its own, without a job.
-std::string describe_missing_job(const Call& call) {
-  const std::string user = call.command.user.empty() ? "this database" : "database " + call.command.user;
-  return "on-demand log backup is not set up for " + user + ", and the call names no backup job";
+/// HANA backs up logs and its catalog on its own, without a job. A data backup that somebody began beside the product
+/// must not become one of these.
+bool is_ondemand(const Call& call, std::string& error) {
+  const std::string named = tool_option_value(call.request.tool_option, "job_uuid");
+  if (!named.empty()) {
+    error = "the tool option names the backup job \"" + named + "\", which is no uuid";
+    return false;
+  }
+  for (const Request_Entry& entry : call.request.entries) {
+    if (!is_data_backup(entry.name)) continue;
+    error = "the data backup of " + (call.command.user.empty() ? "this database" : "database " + call.command.user) +
+            " names no backup job: begin data backups with a job definition";
+    return false;
+  }
+  return true;
 }
 
 bool read_settings(const Call& call, const std::string& uuid, Job_Settings& settings, std::string& error) {
@@ -52,18 +65,21 @@ bool announce_backup_id(const Call& call, Job_Settings& settings, std::string& e
   return true;
 }
 
+bool find_settings(const Call& call, Job_Settings& settings, std::string& error) {
+  const std::string uuid = job_uuid_of(call);
+  if (uuid.empty()) return is_ondemand(call, error) && begin_ondemand_job(call, settings, error);
+  return read_settings(call, uuid, settings, error) && announce_backup_id(call, settings, error);
+}
+
 }  // namespace
 
 void run_backup(const Call& call) {
-  const std::string uuid = job_uuid_of(call);
-  if (uuid.empty()) return call.fail_all(describe_missing_job(call));
   Job_Settings settings;
   std::string error;
-  if (!read_settings(call, uuid, settings, error)) return call.fail_all(error);
-  if (!announce_backup_id(call, settings, error)) return call.fail_all(error);
+  if (!find_settings(call, settings, error)) return call.fail_all(error);
 
   const bool limited = !settings.rate_limits.source.empty() || !settings.rate_limits.destination.empty();
-  Shared_Rate rate(limited ? uuid : std::string());
+  Shared_Rate rate(limited ? settings.rate_account : std::string());
   Worker_Pool workers(Worker_Pool::fitting_threads());
   const Backup_Resources resources{call, settings, rate, workers};
   const std::vector<Request_Entry>& entries = call.request.entries;
