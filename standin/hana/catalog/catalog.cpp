@@ -28,6 +28,11 @@ bool Catalog::add_file(const std::string& database, std::int64_t entry, std::int
   return row.bind(12, file.redo).run();
 }
 
+bool Catalog::note_log(std::int64_t entry, std::int64_t first, std::int64_t last, std::int64_t segments) {
+  Statement row = state_.sqlite().prepare("INSERT OR REPLACE INTO log_files VALUES(?,?,?,?)");
+  return row.bind(1, entry).bind(2, first).bind(3, last).bind(4, segments).run();
+}
+
 bool Catalog::complete_file(std::int64_t entry, const Catalog_File& file) {
   Statement row = state_.sqlite().prepare("UPDATE catalog_files SET size=?, ebid=? WHERE entry_id=? AND path=?");
   row.bind(1, file.size).bind(3, entry).bind(4, file.path);
@@ -99,6 +104,8 @@ std::string Catalog::text(const std::string& database) {
                                        "catalog WHERE db=? ORDER BY entry_id"));
   add("file", state_.sqlite().prepare("SELECT entry_id,backup_id,source_id,source_type,host,service,size,path,"
                                       "destination,ebid,redo FROM catalog_files WHERE db=? ORDER BY entry_id"));
+  add("log", state_.sqlite().prepare("SELECT l.entry_id,first,last,segments FROM log_files l JOIN catalog c ON "
+                                     "c.entry_id=l.entry_id WHERE c.db=? ORDER BY l.entry_id"));
   return text;
 }
 

@@ -37,6 +37,8 @@ class Catalog {
   std::int64_t begin(const std::string& database, const std::string& type, std::int64_t backup_id,
                      const std::string& comment, std::int64_t savepoint, std::int64_t visible_ms);
   bool add_file(const std::string& database, std::int64_t entry, std::int64_t backup_id, const Catalog_File& file);
+  /// What a log backup's file holds of its service's log.
+  bool note_log(std::int64_t entry, std::int64_t first, std::int64_t last, std::int64_t segments);
   /// Of a file that was added when its backup began: what is known when it has ended.
   bool complete_file(std::int64_t entry, const Catalog_File& file);
   /// "cancel pending"; `with_end` writes an end time already.

@@ -77,21 +77,32 @@ void fill_catalog(View& view, const View_Source& source, const Database& databas
 constexpr const char* file_columns =
     "ENTRY_ID,BACKUP_ID,SOURCE_ID,SOURCE_TYPE_NAME,HOST,SERVICE_TYPE_NAME,REDO_LOG_POSITION,FIRST_REDO_LOG_POSITION,"
     "LAST_REDO_LOG_POSITION,BACKUP_SIZE,DESTINATION_PATH,DESTINATION_TYPE_NAME,EXTERNAL_BACKUP_ID,LOG_SEGMENT_COUNT";
+constexpr int first_position = 11, last_position = 12, segment_count = 13;
 void fill_files(View& view, const View_Source& source, const Database& database) {
   Statement rows = source.state.sqlite().prepare(
-      "SELECT f.entry_id,f.backup_id,source_id,source_type,host,service,redo,size,path,destination,ebid FROM "
-      "catalog_files f JOIN catalog c ON c.entry_id=f.entry_id WHERE f.db=? AND visible_ms<=? ORDER BY f.rowid");
+      "SELECT f.entry_id,f.backup_id,source_id,source_type,host,service,redo,size,path,destination,ebid,l.first,l.last,"
+      "l.segments FROM catalog_files f JOIN catalog c ON c.entry_id=f.entry_id LEFT JOIN log_files l ON "
+      "l.entry_id=f.entry_id WHERE f.db=? AND visible_ms<=? ORDER BY f.rowid");
   rows.bind(1, database.name).bind(2, now_ms());
   while (rows.step()) {
     view.begin(database.name);
     view.number(rows.number(0)).number(rows.number(1)).number(rows.number(2)).text(rows.text(3)).text(rows.text(4));
-    view.text(rows.text(5)).number(rows.number(6)).null().null().number(rows.number(7)).text(rows.text(8));
-    view.text(rows.text(9));
+    const auto number_or_null = [&](int column) {
+      if (rows.is_null(column))
+        view.null();
+      else
+        view.number(rows.number(column));
+    };
+    view.text(rows.text(5)).number(rows.number(6));
+    number_or_null(first_position);
+    number_or_null(last_position);
+    view.number(rows.number(7)).text(rows.text(8)).text(rows.text(9));
     if (rows.is_null(10))
       view.null();
     else
       view.text(rows.text(10));
-    view.null().end();
+    number_or_null(segment_count);
+    view.end();
   }
 }
 

@@ -29,6 +29,10 @@ CREATE TABLE IF NOT EXISTS savepoints(db TEXT, id INTEGER, ms INTEGER, redo INTE
   PRIMARY KEY(db, id)) WITHOUT ROWID;
 CREATE TABLE IF NOT EXISTS redo(db TEXT, position INTEGER, commit_ms INTEGER, statement TEXT, PRIMARY KEY(db, position))
   WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS log_files(entry_id INTEGER PRIMARY KEY, first INTEGER, last INTEGER, segments INTEGER);
+CREATE TABLE IF NOT EXISTS service_logs(db TEXT, service TEXT, saved INTEGER, closed INTEGER, segments INTEGER,
+  opened_ms INTEGER, PRIMARY KEY(db, service)) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS log_discards(db TEXT PRIMARY KEY, backup_id INTEGER);
 )";
 
 /// Ports as documented: 3NN01/3NN13 name server, 3NN03/3NN15 first tenant, 3NN07 xsengine, then from 3NN40 in threes.

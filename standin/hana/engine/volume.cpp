@@ -120,7 +120,7 @@ void drop_left_files(const Layout& layout) {
   std::vector<std::filesystem::path> left;
   for (const auto& entry : std::filesystem::directory_iterator(layout.shared("data"), error)) {
     const std::string name = entry.path().filename();
-    if (name.find(".db.savepoint.") != std::string::npos || name.find(".db.catalog.") != std::string::npos)
+    if (name.find(".db.savepoint.") != std::string::npos || name.find(".db.text.") != std::string::npos)
       left.push_back(entry.path());
   }
   for (const auto& path : left) std::filesystem::remove(path, error);

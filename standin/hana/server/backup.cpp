@@ -60,7 +60,7 @@ std::optional<Sql_Error> Backups::start(System_State& state, const Backup_Reques
 }
 
 void Backups::run(const std::shared_ptr<Running_Backup>& running, std::optional<Backup_Base> base) {
-  Backup_Run work(layout_, faults_, *running, [this] { return next_id(); });
+  Backup_Run work(layout_, faults_, *running, catalogs_);
   const std::string failure = work.execute(base);
   {
     const std::lock_guard guard(running->mutex);

@@ -12,6 +12,7 @@
 #include "catalog/views.h"
 #include "engine/sql_text.h"
 #include "engine/volume.h"
+#include "server/catalog_backups.h"
 #include "server/faults.h"
 
 namespace standin {
@@ -53,7 +54,8 @@ struct Running_Backup {
 /// The data backups of all databases: one at a time each. Safe for all threads.
 class Backups {
  public:
-  Backups(const Layout& layout, Faults& faults) : layout_(layout), faults_(faults) {}
+  Backups(const Layout& layout, Faults& faults)
+      : layout_(layout), faults_(faults), catalogs_([this] { return next_id(); }) {}
   ~Backups() { stop_all(); }
   /// Begins on a thread of its own; the error when HANA refuses it at once.
   std::optional<Sql_Error> start(System_State& state, const Backup_Request& request,
@@ -64,13 +66,16 @@ class Backups {
   std::vector<Progress_Row> progress();
   /// Cancels what runs and waits for its end.
   void stop_all();
+  /// A new backup id: the time, but never the same one twice.
+  std::int64_t next_id();
+  Catalog_Backups& catalogs() { return catalogs_; }
 
  private:
   void run(const std::shared_ptr<Running_Backup>& running, std::optional<Backup_Base> base);
-  std::int64_t next_id();
   std::optional<Sql_Error> cancel_running(System_State& state, Running_Backup& running);
   Layout layout_;
   Faults& faults_;
+  Catalog_Backups catalogs_;
   std::mutex mutex_;
   std::condition_variable idle_;
   int active_ = 0;
@@ -81,8 +86,8 @@ class Backups {
 /// The work of one backup, on its thread.
 class Backup_Run {
  public:
-  Backup_Run(const Layout& layout, Faults& faults, Running_Backup& running, std::function<std::int64_t()> next_id)
-      : layout_(layout), faults_(faults), running_(running), next_id_(std::move(next_id)) {}
+  Backup_Run(const Layout& layout, Faults& faults, Running_Backup& running, Catalog_Backups& catalogs)
+      : layout_(layout), faults_(faults), running_(running), catalogs_(catalogs) {}
   /// The error's text, empty when it was successful.
   std::string execute(std::optional<Backup_Base> base);
 
@@ -96,7 +101,6 @@ class Backup_Run {
   bool note_files(System_State& state, const std::vector<std::vector<Piece>>& all, const Savepoint& savepoint,
                   Files when);
   void write_catalog_backup(System_State& state);
-  void note_checksum(std::int64_t id, const std::string& service, const Piece& piece) const;
   std::string header_of(const std::string& service, int volume, int part, const Savepoint& savepoint,
                         const Backup_Base& base) const;
   void log(const char* level, const std::string& text) const;
@@ -110,7 +114,7 @@ class Backup_Run {
   Layout layout_;
   Faults& faults_;
   Running_Backup& running_;
-  std::function<std::int64_t()> next_id_;
+  Catalog_Backups& catalogs_;
 };
 
 }  // namespace standin

@@ -8,10 +8,12 @@
 
 #include "backint/backint_call.h"
 #include "base/clock.h"
-#include "base/ini.h"
 #include "base/text.h"
 #include "catalog/backup_log.h"
+#include "engine/redo_log.h"
 #include "server/backup.h"
+#include "server/configuration.h"
+#include "server/log_stream.h"
 
 namespace standin {
 
@@ -24,10 +26,6 @@ std::string level_of(const std::string& type) {
   if (type == incremental_backup) return "INCREMENTAL";
   return type == differential_backup ? "DIFFERENTIAL" : "COMPLETE";
 }
-std::string user_id_of(const Layout& layout, const std::string& database) {
-  return layout.multi() && database != system_database ? database + "@" + layout.sid : layout.sid;
-}
-bool is_true(const std::string& value) { return lower(value) == "true" || lower(value) == "yes" || value == "1"; }
 }  // namespace
 
 struct Backup_Run::Piece {
@@ -45,10 +43,7 @@ bool Backup_Run::canceled() const {
 }
 
 std::string Backup_Run::setting(const char* key, const char* otherwise) const {
-  const std::string folder = layout_.database_folder(running_.request.database);
-  const std::string of_system = Ini::load(layout_.configuration("global.ini")).get("backup", key, otherwise);
-  if (folder.empty() || running_.request.database == system_database) return of_system;
-  return Ini::load(layout_.configuration(folder + "/global.ini")).get("backup", key, of_system);
+  return setting_of(layout_, running_.request.database, "backup", key, otherwise);
 }
 
 std::int64_t Backup_Run::rate() {
@@ -162,11 +157,10 @@ std::string Backup_Run::write_services(System_State& state, const Savepoint& sav
     const std::uint64_t pages = count_pages(ballast);
     const bool split = request.backint && channels > 1 && pages >= pages_worth_a_channel;
     const auto parts = static_cast<std::uint64_t>(split ? channels : 1);
-    // The tables lie in the index server, or in the name server of a system database.
-    const bool has_tables = service.name == "indexserver" || (service.name == "nameserver" && layout_.multi());
+    const bool with_tables = has_tables(layout_, service.name);
     for (std::uint64_t i = 0; i < parts; ++i) {
       Volume_Stream::Content content;
-      if (has_tables && i == 0) content.table_pages = savepoint.changed;
+      if (with_tables && i == 0) content.table_pages = savepoint.changed;
       content.ballast = slice(ballast, pages * i / parts, pages * (i + 1) / parts);
       content.ballast_seed =
           static_cast<std::uint64_t>(std::hash<std::string>{}(request.database + "/" + service.name));
@@ -202,7 +196,7 @@ std::string Backup_Run::write_service(Running_Service& service, std::vector<Piec
   }
   Backint_Call call{layout_,
                     request.database,
-                    user_id_of(layout_, request.database),
+                    backint_user_id(layout_, request.database),
                     running_.id,
                     objects,
                     level_of(request.type),
@@ -223,7 +217,7 @@ std::string Backup_Run::write_service(Running_Service& service, std::vector<Piec
       [this] { return rate(); });
   for (std::size_t i = 0; i < pieces.size(); ++i) {
     pieces[i].part = std::move(parts[i]);
-    note_checksum(running_.id, service.service.name, pieces[i]);
+    note_checksum(layout_, request.database, service.service.name, running_.id, pieces[i].part);
   }
   log(error.empty() ? "INFO" : "ERROR", "state of service: " + service.service.name + ", " + layout_.host + ":" +
                                             std::to_string(service.service.port) +
@@ -242,15 +236,8 @@ std::string Backup_Run::write_to_file(Piece& piece, Running_Service& service) {
       stream, file.get(),
       {[this] { return canceled(); },
        [&](std::size_t bytes) { service.transferred += static_cast<std::int64_t>(bytes); }, [this] { return rate(); }});
-  note_checksum(running_.id, service.service.name, piece);
+  note_checksum(layout_, running_.request.database, service.service.name, running_.id, piece.part);
   return piece.part.result.complete ? std::string() : "[110203] Not all data could be written: " + piece.part.name;
-}
-
-void Backup_Run::note_checksum(std::int64_t id, const std::string& service, const Piece& piece) const {
-  append_file(layout_.shared("backup_checksums.tsv"),
-              std::to_string(id) + "\t" + running_.request.database + "\t" + service + "\t" + piece.part.name + "\t" +
-                  piece.part.external_id + "\t" + std::to_string(piece.part.result.bytes) + "\t" +
-                  piece.part.result.sha256 + "\n");
 }
 
 bool Backup_Run::note_files(System_State& state, const std::vector<std::vector<Piece>>& all, const Savepoint& savepoint,
@@ -277,51 +264,8 @@ bool Backup_Run::note_files(System_State& state, const std::vector<std::vector<P
 
 void Backup_Run::write_catalog_backup(System_State& state) {
   const std::string& database = running_.request.database;
-  const bool backint = is_true(setting("catalog_backup_using_backint", "false"));
   const bool same_id = faults_.take("catalog_same_id", database).value_or("no") == "yes";
-  const std::int64_t id = same_id ? running_.id : next_id_();
-  Catalog catalog(state);
-  const std::int64_t entry = catalog.begin(database, log_backup, id, "", 0, id);
-  // The catalog is text of any length behind the header page: it travels as pages of a file of its own.
-  const std::string text = catalog.text(database);
-  const std::string pages = state.tables_file(database) + ".catalog." + std::to_string(id);
-  std::string padded = text;
-  padded.resize((text.size() + page_bytes - 1) / page_bytes * page_bytes, '\0');
-  Piece piece;
-  piece.part.content.header = "hana backup 1\ndatabase=" + database + "\nhost=" + layout_.host +
-                              "\nservice=catalog\nbackup_id=" + std::to_string(id) +
-                              "\nkind=CATALOG\nbytes=" + std::to_string(text.size()) + "\n";
-  piece.part.content.snapshot = pages;
-  for (std::uint64_t i = 0; i < padded.size() / page_bytes; ++i) piece.part.content.table_pages.push_back(i);
-  const std::string folder = layout_.database_folder(database);
-  std::string error = write_file(pages, padded) ? std::string() : "[2] catalog could not be written";
-  Running_Service service;
-  service.service.name = "catalog";
-  if (error.empty() && backint) {
-    piece.part.name = layout_.backint_directory(database) + "/log_backup_0_0_0_0";
-    Backint_Call call{layout_,
-                      database,
-                      user_id_of(layout_, database),
-                      id,
-                      1,
-                      "LOG",
-                      {},
-                      setting("catalog_backup_parameter_file", "")};
-    std::vector<Backint_Part> parts{piece.part};
-    error = run_backint(
-        call, parts, [] { return false; }, [](std::size_t) {}, [] { return std::int64_t{0}; });
-    piece.part = parts.front();
-    note_checksum(id, "catalog", piece);
-  } else if (error.empty()) {
-    piece.part.name = layout_.instance_directory() + "/backup/log" + (folder.empty() ? "" : "/" + folder) +
-                      "/log_backup_0_0_0_0." + std::to_string(id);
-    error = write_to_file(piece, service);
-  }
-  ::unlink(pages.c_str());
-  catalog.add_file(database, entry, id,
-                   {0, "catalog", "", static_cast<std::int64_t>(piece.part.result.bytes), piece.part.name,
-                    backint ? "backint" : "file", piece.part.external_id, 0});
-  catalog.finish(entry, error.empty() ? "successful" : "failed", error.empty() ? "<ok>" : error);
+  catalogs_.write(state, database, same_id ? std::optional(running_.id) : std::nullopt);
 }
 
 }  // namespace standin

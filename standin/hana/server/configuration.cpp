@@ -27,6 +27,8 @@ bool supported(const Change& change) {
                             {"enable_auto_log_backup", "yes,no"},
                             {"log_backup_using_backint", "true,false"},
                             {"catalog_backup_using_backint", "true,false"}};
+  for (const char* key : {"log_backup_timeout_s", "log_segment_size_mb"})
+    if (change.key == key) return parse_number(change.value).value_or(-1) >= 0;
   for (const Rule& rule : rules) {
     if (change.key != rule.key) continue;
     for (const std::string& value : split(rule.values, ','))
@@ -37,6 +39,16 @@ bool supported(const Change& change) {
 }
 
 }  // namespace
+
+std::string setting_of(const Layout& layout, const std::string& database, const char* section, const char* key,
+                       const std::string& otherwise) {
+  const std::string folder = layout.database_folder(database);
+  const std::string of_system = Ini::load(layout.configuration("global.ini")).get(section, key, otherwise);
+  if (folder.empty() || database == system_database) return of_system;
+  return Ini::load(layout.configuration(folder + "/global.ini")).get(section, key, of_system);
+}
+
+bool is_true(const std::string& value) { return lower(value) == "true" || lower(value) == "yes" || value == "1"; }
 
 std::optional<Sql_Error> alter_configuration(System_State& state, const std::string& database, Token_Reader& reader) {
   std::string file, layer, target;

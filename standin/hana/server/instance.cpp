@@ -9,6 +9,7 @@
 
 #include "base/clock.h"
 #include "base/wire.h"
+#include "engine/system_replication.h"
 #include "server/session.h"
 
 namespace standin {
@@ -17,6 +18,7 @@ Instance::Instance(Layout layout)
     : layout_(std::move(layout)),
       faults_(layout_.state("faults.conf")),
       backups_(layout_, faults_),
+      log_writer_(layout_, faults_, backups_),
       master_role_(layout_, faults_) {}
 
 void Instance::request_stop() { phase_ = stopping; }
@@ -44,6 +46,8 @@ int Instance::serve() {
   constexpr int poll_ms = 50;
   const std::int64_t ready_at = start_ms_ + faults_.number("start_ms", default_start_ms);
   std::int64_t gone_at = 0;
+  log_writer_.start(
+      [this] { return phase_ == running && master_role_.held() && !load_replication(layout_).secondary(); });
   // Tools may ask for the state while the backups end.
   std::atomic<bool> backups_ended{false};
   std::thread ending;
@@ -55,6 +59,7 @@ int Instance::serve() {
     if (phase_ == stopping && gone_at == 0) {
       gone_at = now + faults_.number("stop_ms", default_stop_ms);
       ending = std::thread([&] {
+        log_writer_.stop();
         backups_.stop_all();
         backups_ended = true;
       });

@@ -4,6 +4,7 @@
 
 #include "base/files.h"
 #include "server/backup.h"
+#include "server/log_writer.h"
 #include "server/master_role.h"
 
 namespace standin {
@@ -19,6 +20,7 @@ class Instance {
   [[nodiscard]] const Layout& layout() const { return layout_; }
   Faults& faults() { return faults_; }
   Backups& backups() { return backups_; }
+  Log_Writer& log_writer() { return log_writer_; }
   [[nodiscard]] Phase phase() const { return phase_; }
   [[nodiscard]] std::int64_t start_ms() const { return start_ms_; }
   /// Whether the databases are served here: elsewhere in a scale-out system nobody takes statements.
@@ -32,6 +34,7 @@ class Instance {
   Layout layout_;
   Faults faults_;
   Backups backups_;
+  Log_Writer log_writer_;
   Master_Role master_role_;
   std::atomic<Phase> phase_{starting};
   std::atomic<int> connections_{0};

@@ -30,18 +30,37 @@ Statements::Answer Statements::run(const std::string& sql, bool autocommit, Resu
     return Sql_Error{7, "feature not supported: this statement on a read-enabled secondary site"};
   if (reader.accept("BACKUP")) return backup(sql, reader);
   if (reader.accept_words({"ALTER", "SYSTEM"})) return alter_system(reader);
-  if (reader.accept("COMMIT")) return tables_.commit();
+  if (reader.accept("COMMIT")) {
+    if (auto error = wait_for_log()) return error;
+    return tables_.commit();
+  }
   if (reader.accept("ROLLBACK")) {
     tables_.rollback();
     return std::nullopt;
   }
   for (const std::string_view word : {"UPSERT", "INSERT", "UPDATE", "DELETE"})
-    if (reader.accept(word)) return tables_.change(sql, autocommit, result);
+    if (reader.accept(word)) return change(sql, autocommit, result);
   if (reader.accept_words({"CREATE", "TABLE"}) || reader.accept_words({"DROP", "TABLE"}))
-    return tables_.change(sql, true, result);
+    return change(sql, true, result);
   if (reader.accept("RECOVER") || reader.accept("GRANT") || reader.accept_words({"CREATE", "DATABASE"}))
     return Sql_Error{7, "feature not supported: the stand-in does not know this statement"};
   return reader.error();
+}
+
+Statements::Answer Statements::wait_for_log() {
+  constexpr std::int64_t step_ms = 50;
+  while (instance_.log_writer().full(state_, database_)) {
+    const bool fails = instance_.faults().take("log_area_full", database_).value_or("hang") == "fail";
+    if (fails || instance_.phase() != Instance::running)
+      return Sql_Error{2, "general error: the log area is full, no log backup has taken the log"};
+    sleep_ms(step_ms);
+  }
+  return std::nullopt;
+}
+
+Statements::Answer Statements::change(const std::string& sql, bool autocommit, Result& result) {
+  if (auto error = wait_for_log()) return error;
+  return tables_.change(sql, autocommit, result);
 }
 
 Statements::Answer Statements::select(const std::string& sql, Result& result) {

@@ -20,6 +20,9 @@ class Statements {
  private:
   using Answer = std::optional<Sql_Error>;
   Answer select(const std::string& sql, Result& result);
+  /// While the log area is full nothing can be written.
+  Answer wait_for_log();
+  Answer change(const std::string& sql, bool autocommit, Result& result);
   Answer backup(const std::string& sql, Token_Reader& reader);
   Answer backup_data(const std::string& sql, Token_Reader& reader);
   Answer backup_cancel(Token_Reader& reader);

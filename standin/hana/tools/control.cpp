@@ -25,6 +25,8 @@ constexpr const char* usage =
     "  user DATABASE NAME PASSWORD-FILE PRIVILEGES | lock DATABASE NAME | unlock DATABASE NAME\n"
     "  replication none|primary|sync|syncmem|async [PEER-HOST PEER-SITE]\n"
     "  change --database NAME --mb N [--service NAME]  new content for so much of a service's data\n"
+    "  log-writer on|off|auto                     log backups by themselves: as global.ini says, never, with Backint "
+    "only\n"
     "  time-offset SECONDS | dump\n"
     "Names are taken as they are written; SECONDS of a recovery count from 1970.\n";
 constexpr std::int64_t pages_per_mb = 256;
@@ -109,6 +111,11 @@ int time_offset(const Layout& layout, const Arguments& a) {
   return write_file(layout.state("clock_offset_seconds"), a[1] + "\n") ? 0 : 1;
 }
 
+int log_writer(const Layout& layout, const Arguments& a) {
+  if (a[1] != "on" && a[1] != "off" && a[1] != "auto") return refuse("on, off or auto expected");
+  return write_file(layout.shared("log_writer"), a[1] + "\n") ? 0 : 1;
+}
+
 int set_user(System_State& state, const Arguments& a) {
   const auto password = read_file(a[3]);
   return password && Accounts(state).set(a[1], a[2], split(*password, '\n').front(), a[4]) ? 0 : 1;
@@ -151,6 +158,7 @@ int main(int count, char** values) {
       {"lock", {3, [&] { return done(Accounts(state).set_locked(a[1], a[2], true)); }}},
       {"unlock", {3, [&] { return done(Accounts(state).set_locked(a[1], a[2], false)); }}},
       {"replication", {2, [&] { return replication(*layout, a); }}},
+      {"log-writer", {2, [&] { return log_writer(*layout, a); }}},
       {"time-offset", {2, [&] { return time_offset(*layout, a); }}},
       {"change", {5, [&] { return change(state, a); }}},
       {"dump", {1, [&] { return dump(*layout, state); }}}};
