@@ -1,7 +1,6 @@
 #include "hana/common/hdbsql_general_text_handler.h"
 
 #include <algorithm>
-#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -69,14 +68,16 @@ class Quote_Or_Escape {
   explicit Quote_Or_Escape(std::string_view text) : text_(text) {}
   /// The first quote or escape at or behind `at`; the end of the text when there is none.
   [[nodiscard]] std::size_t from(std::size_t at) {
-    if (!quote_at_ || *quote_at_ < at) quote_at_ = std::min(text_.find(quote, at), text_.size());
-    const std::size_t before = text_.substr(at, *quote_at_ - at).find(escape);
-    return before == std::string_view::npos ? *quote_at_ : at + before;
+    if (!looked_ || quote_at_ < at) quote_at_ = std::min(text_.find(quote, at), text_.size());
+    looked_ = true;
+    const std::size_t before = text_.substr(at, quote_at_ - at).find(escape);
+    return before == std::string_view::npos ? quote_at_ : at + before;
   }
 
  private:
   std::string_view text_;
-  std::optional<std::size_t> quote_at_;
+  bool looked_ = false;
+  std::size_t quote_at_ = 0;  ///< the last quote found
 };
 
 /// Adds what stands at `at` inside quotes, a quote or an escape, and passes it. False when the quotes end there.
