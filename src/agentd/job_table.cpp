@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "agentd/definition_guard.h"
+#include "job/job_mutex.h"
 #include "platform/clock.h"
 #include "platform/log.h"
 
@@ -35,6 +36,22 @@ std::string kind_of(const Job_Definition& definition) {
   const std::string subtype = job_def_subtype_to_string(definition.subtype());
   return (definition.type() == JOB_DEFINITION_RESTORE ? "restore" : "backup") + std::string(" of subtype \"") +
          subtype + "\"";
+}
+
+bool is_data_backup(const Job_Definition& definition) {
+  const Job_Definition_Subtype subtype = definition.subtype();
+  return definition.type() == JOB_DEFINITION_BACKUP &&
+         (subtype == JOB_DEFINITION_SUBTYPE_FULL || subtype == JOB_DEFINITION_SUBTYPE_INCREMENTAL ||
+          subtype == JOB_DEFINITION_SUBTYPE_CUMULATIVE);
+}
+
+/// The other run whose data backup of the same resource goes on now; empty when there is none. A stop knows its backup
+/// by what the database system lists alone, and would take that one for its own.
+std::string other_backup_of_resource(const Job& job, const std::string& job_act_id) {
+  const Job_Definition_Ptr definition = job.definition();
+  if (!is_data_backup(*definition) || definition->source.null()) return {};
+  const std::string holder = Job_Mutex::get(definition->source->id())->holder();
+  return holder == job_act_id ? std::string() : holder;
 }
 
 }  // namespace
@@ -109,6 +126,9 @@ JSON_RPC_Answer Job_Table::stop(const std::string& job_act_id) {
     return has_ended(job_act_id) ? refused("the job has ended already") : unknown_job(job_act_id);
   if (const Job_State state = job->state(); is_finished(state))
     return refused(std::string("the job has ended already, it is ") + job_state_to_string(state));
+  if (const std::string other = other_backup_of_resource(*job, job_act_id); !other.empty())
+    return refused("the backup of this system that runs now is that of the job " + other +
+                   ", which the stop would cancel; ask again when that job has ended");
   D3_INFO("Stop job %C\n", job_act_id.c_str());
   const int code = job->stop(nullptr);
   const char* const message = code == request_taken ? "" : "the job cannot be stopped now; the agent's log tells why";

@@ -68,6 +68,16 @@ std::size_t Job_Mutex::waiting() const {
   return waiting_;
 }
 
+void Job_Mutex::holder(const std::string& name) {
+  const std::lock_guard lock(mutex_);
+  if (owner_ == std::this_thread::get_id()) holder_ = name;
+}
+
+std::string Job_Mutex::holder() const {
+  const std::lock_guard lock(mutex_);
+  return holder_;
+}
+
 int Job_Mutex::tryacquire() {
   const std::lock_guard lock(mutex_);
   if (owner_ != std::thread::id()) {
@@ -86,6 +96,7 @@ int Job_Mutex::release() {
       return -1;
     }
     owner_ = std::thread::id();
+    holder_.clear();
   }
   freed_.notify_one();
   return 0;

@@ -27,6 +27,10 @@ class Job_Mutex {
   /// 0; -1 with errno EPERM when the calling thread does not hold it.
   int release();
   int remove() { return 0; }
+  /// Says who holds it, for as long as the calling thread does; without effect when another thread holds it.
+  void holder(const std::string& name);
+  /// Empty when nobody holds it, or the holder has not said who it is.
+  [[nodiscard]] std::string holder() const;
   /// How many threads wait in acquire; for tests and for the agent's status.
   [[nodiscard]] std::size_t waiting() const;
 
@@ -34,5 +38,6 @@ class Job_Mutex {
   mutable std::mutex mutex_;
   std::condition_variable freed_;
   std::thread::id owner_;  ///< default: free
+  std::string holder_;     ///< as the owner calls itself
   std::size_t waiting_ = 0;
 };

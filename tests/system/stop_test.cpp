@@ -201,6 +201,20 @@ TEST_F(Stop_System, That_Still_Polls_For_An_Ended_Run_Does_Not_Hold_The_Agent_Up
   EXPECT_TRUE(agent_says("The stop of a job that has ended still runs, it is cut off, the agent ends"));
 }
 
+TEST_F(Stop_System, Of_A_Run_That_Waits_For_Another_Does_Not_Cancel_The_Other) {
+  start_all({.data_mb = 20});
+  const std::string first = start_slow_backup(tenant());
+  const std::string second = start_backup(tenant(), {"--compression", "zstd"});
+  ASSERT_TRUE(eventually([&] { return job_state(second) == "running"; }));
+  const Rest_Answer answer = rest("POST", "/jobs/" + second + "/stop");
+  EXPECT_NE(answer.body.find("is that of the job " + first), std::string::npos) << answer.body;
+  EXPECT_EQ(states_in_hana(), "running\n");
+  no_faults();
+  EXPECT_EQ(wait_for_end(first), "completed");
+  EXPECT_EQ(wait_for_end(second), "completed");
+  EXPECT_EQ(sets().size(), 2U);
+}
+
 TEST_F(Stop_System, Of_A_Run_That_Has_Ended_Is_Refused) {
   start_all({.data_mb = 1});
   const std::string run = start_backup(tenant());

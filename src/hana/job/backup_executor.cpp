@@ -34,6 +34,7 @@ Backup_Executor::Backup_Executor(Job& job) : Backup_Executor_Basic(job) {}
 bool Backup_Executor::execute_backup(const Action_Options*) {
   const auto mutex = Job_Mutex::get(src_->id());
   ACE_GUARD_RETURN(Job_Mutex, guard, *mutex, false);
+  mutex->holder(evt_handler_.job_act_id());
   Backup_Source_Collector collector(sid_);
   if (!prepare_backint() || !collect_databases(collector) || !bind_hdbsql()) return false;
   // The Backint agent finds out by itself when the key is not there.

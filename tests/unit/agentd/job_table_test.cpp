@@ -3,6 +3,7 @@
 #include "agentd/definition_guard.h"
 #include "agentd/former_runs.h"
 #include "job/job_activity_record.h"
+#include "job/job_mutex.h"
 #include "module_fixture.h"
 #include "platform/clock.h"
 #include "scrt/uuid.h"
@@ -141,6 +142,21 @@ TEST_F(Job_Table_Test, A_Stop_May_Be_Asked_Twice) {
   EXPECT_EQ(only_activity().state, JOB_STATE_CANCELED);
   // The second may have come before the end or after it.
   (void)log.claim_containing("Cannot ");
+}
+
+TEST_F(Job_Table_Test, A_Stop_That_Would_Cancel_The_Backup_Of_Another_Run_Is_Refused) {
+  const std::string another = "aaaaaaaa-0000-4000-8000-000000000002";
+  const std::shared_ptr<Job_Mutex> resource = Job_Mutex::get("0d0c1a4e-16f3-4f0a-8d5c-2f9f0a5b7e21");
+  ASSERT_TRUE(start(definition("until stopped")).ok);
+  ASSERT_EQ(resource->acquire(), 0);
+  resource->holder(another);
+  EXPECT_EQ(text(jobs.stop(activity_id)), R"({"code":-1,"message":"the backup of this system that runs now is that )"
+                                          R"(of the job aaaaaaaa-0000-4000-8000-000000000002, which the stop would )"
+                                          R"(cancel; ask again when that job has ended"})");
+  EXPECT_TRUE(is_active(only_activity().state));
+  resource->holder(activity_id);
+  EXPECT_EQ(text(jobs.stop(activity_id)), R"({"code":0,"message":""})") << "its own backup";
+  ASSERT_EQ(resource->release(), 0);
 }
 
 TEST_F(Job_Table_Test, A_Job_May_Be_Removed_While_Its_Stop_Still_Polls) {

@@ -49,6 +49,19 @@ TEST(Job_Mutex, Can_Be_Tried) {
   EXPECT_EQ(lock->release(), 0);
 }
 
+TEST(Job_Mutex, Tells_Who_Holds_It) {
+  const std::shared_ptr<Job_Mutex> lock = Job_Mutex::get("a");
+  lock->holder("nobody");
+  EXPECT_EQ(lock->holder(), "");
+  ASSERT_EQ(lock->acquire(), 0);
+  EXPECT_EQ(lock->holder(), "") << "it has not said";
+  lock->holder("me");
+  std::thread([&] { lock->holder("another"); }).join();
+  EXPECT_EQ(Job_Mutex::get("a")->holder(), "me");
+  ASSERT_EQ(lock->release(), 0);
+  EXPECT_EQ(lock->holder(), "");
+}
+
 TEST(Job_Mutex, Makes_A_Second_Run_Wait) {
   const std::shared_ptr<Job_Mutex> lock = Job_Mutex::get("a");
   ACE_Guard<Job_Mutex> guard(*lock);

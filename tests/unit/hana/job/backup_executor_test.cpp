@@ -322,6 +322,7 @@ TEST_F(Data_Backup, Holds_The_Lock_Of_The_Resource_For_The_Whole_Run) {
   std::atomic<int> found_free = 0;
   backupd_.intercept = [&](const std::string&, const std::string&) -> std::optional<net::Http_Response> {
     ++looks;
+    EXPECT_EQ(mutex->holder(), job().job_act_id());
     if (mutex->tryacquire() == 0) {
       ++found_free;
       EXPECT_EQ(mutex->release(), 0);
