@@ -14,7 +14,8 @@ constexpr int timeout_s = 900;
 class Log_Backup : public Installed_HANA {
  protected:
   Output configure(const std::string& pairs, const std::string& layer = "'SYSTEM'") {
-    return sql("ALTER SYSTEM ALTER CONFIGURATION ('global.ini'," + layer + ") SET " + pairs + " WITH RECONFIGURE");
+    return sql("ALTER SYSTEM ALTER CONFIGURATION ('global.ini'," + layer + ") SET " + pairs + " WITH RECONFIGURE",
+               home_);
   }
   void switch_on() {
     const Output got = configure(
@@ -47,6 +48,14 @@ class Log_Backup : public Installed_HANA {
     ADD_FAILURE() << "no " << wanted << " log backups: " << found;
     return found;
   }
+  /// A log backup of TN1 that hdbbackint is busy with.
+  void run_slowly() {
+    switch_on();
+    full();
+    script("wait 3000");
+    later(timeout_s);
+    wait_for_logs(1, "running");
+  }
   /// Long enough for the log writer to look several times.
   static void let_it_look() { std::this_thread::sleep_for(std::chrono::milliseconds(500)); }
   static void expect_chain(const std::string& logs, const std::string& service) {
@@ -68,6 +77,7 @@ class Log_Backup : public Installed_HANA {
     EXPECT_GT(count, 0) << service;
   }
   int offset_ = 0;
+  std::string home_ = "SYSTEMDB";  ///< where the system is configured
 };
 
 TEST_F(Log_Backup, Is_Not_Written_By_An_Installation_As_It_Is_Delivered) {
@@ -314,6 +324,69 @@ TEST_F(Log_Backup, Has_No_Gap_After_A_Crash) {
   expect_chain(logs("successful", "indexserver"), "indexserver");
   expect_chain(logs("successful", "xsengine"), "xsengine");
   EXPECT_EQ(logs("running"), "");
+}
+
+TEST_F(Log_Backup, Writes_The_Same_Log_Again_After_A_Crash) {
+  install({"--tenant", "TN1"});
+  run_slowly();
+  ASSERT_EQ(hdb("kill-9").code, 0);
+  script("");
+  start();
+  EXPECT_EQ(wait_for_logs(1), "indexserver,0,1,1,backint\n");
+  EXPECT_EQ(logs("failed"), "indexserver,0,1,1,backint\n");
+}
+
+TEST_F(Log_Backup, Is_Given_Up_When_The_Instance_Stops_And_Comes_After_The_Next_Start) {
+  install({"--tenant", "TN1"});
+  run_slowly();
+  ASSERT_EQ(hdb("stop").code, 0);
+  script("");
+  start();
+  EXPECT_EQ(wait_for_logs(1), "indexserver,0,1,1,backint\n");
+  EXPECT_EQ(value_of("select MESSAGE from SYS_DATABASES.M_BACKUP_CATALOG where STATE_NAME='failed'"),
+            "The database was stopped while the backup was running\n");
+}
+
+TEST_F(Log_Backup, Does_Not_Disturb_Data_Backups_Nor_Their_Catalog) {
+  install();
+  fault("log_segment_bytes = 100");
+  switch_on();
+  full();
+  std::thread writer([&] {
+    for (int i = 0; i < 12; ++i) put("k" + std::to_string(i));
+  });
+  for (int i = 0; i < 3; ++i) full();
+  writer.join();
+  wait_for_logs(2);
+  // The last catalog backup of all may still run.
+  const std::string open = "select count(*) from SYS_DATABASES.M_BACKUP_CATALOG where STATE_NAME='running'";
+  for (int i = 0; i < 20 && value_of(open) != "0\n"; ++i) let_it_look();
+  EXPECT_EQ(value_of("select STATE_NAME, MESSAGE from SYS_DATABASES.M_BACKUP_CATALOG where STATE_NAME <> 'successful'"),
+            "");
+  expect_chain(logs(), "indexserver");
+}
+
+TEST_F(Log_Backup, Of_The_System_Database_Holds_Its_Name_Servers_Log) {
+  install({"--tenant", "TN1"});
+  switch_on();
+  ASSERT_EQ(sql("BACKUP DATA USING BACKINT ('full')").code, 0);
+  ASSERT_EQ(sql("UPSERT KV VALUES ('system-key','v')").code, 0);
+  later(timeout_s);
+  EXPECT_EQ(wait_for_logs(1), "nameserver,0,1,1,backint\n");
+  EXPECT_NE(text_of(root_ / "backint.calls").find("/backint/SYSTEMDB/log_backup_1_0_0_1\""), std::string::npos);
+}
+
+TEST_F(Log_Backup, Of_A_Single_Container_Lies_In_The_Backint_Folder_Itself) {
+  install({"--single-container"});
+  home_ = "HDB";
+  switch_on();
+  ASSERT_EQ(sql("BACKUP DATA USING BACKINT ('full')", "HDB").code, 0);
+  later(timeout_s);
+  const std::string calls = root_ / "backint.calls";
+  for (int i = 0; i < 20 && text_of(calls).find("/backint/log_backup_") == std::string::npos; ++i) let_it_look();
+  let_it_look();
+  EXPECT_NE(text_of(calls).find("_0_0_1\""), std::string::npos) << text_of(calls);
+  EXPECT_EQ(text_of(calls).find("/SYSTEMDB/"), std::string::npos) << text_of(calls);
 }
 
 }  // namespace

@@ -1,13 +1,15 @@
 // The smallest hdbbackint that a backup needs, for the stand-in's own tests: copies each pipe into a folder. Reads its
-// script from <root>/backint.script: "exit N", "wrong-size", "silent".
+// script from <root>/backint.script: "exit N", "wrong-size", "silent", "wait MILLISECONDS" (before it reads).
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <sstream>
 #include <string>
+#include <thread>
 
 namespace fs = std::filesystem;
 
@@ -37,7 +39,9 @@ int main(int count, char** values) {
     std::cerr << "the pool is full" << std::endl;
     return std::stoi(script.substr(5));
   }
+  if (script.starts_with("wait ")) std::this_thread::sleep_for(std::chrono::milliseconds(std::stoi(script.substr(5))));
   std::ifstream input(in);
+  if (!input) return 2;
   std::ofstream answers(out);
   answers << "#SOFTWAREID \"backint 1.04\" \"scripted 1\"\n";
   fs::create_directories(root + "/pool");
