@@ -14,7 +14,8 @@ namespace {
 /// Runs that are remembered after their end: a start of one of them that was under way twice comes soon or never.
 constexpr std::size_t ended_limit = 100;
 
-enum Request_Code { request_taken = 0, request_refused = -1 };
+/// Later: nothing is wrong, the same request may be taken when what the message names is over.
+enum Request_Code { request_taken = 0, request_later = 1, request_refused = -1 };
 
 JSON_RPC_Answer done(json_spirit::Object result) {
   JSON_RPC_Answer answer;
@@ -23,8 +24,8 @@ JSON_RPC_Answer done(json_spirit::Object result) {
   return answer;
 }
 
-JSON_RPC_Answer refused(const std::string& why) {
-  return done({{"code", static_cast<int>(request_refused)}, {"message", why}});
+JSON_RPC_Answer refused(const std::string& why, Request_Code code = request_refused) {
+  return done({{"code", static_cast<int>(code)}, {"message", why}});
 }
 
 JSON_RPC_Answer unknown_job(const std::string& job_act_id) {
@@ -128,7 +129,8 @@ JSON_RPC_Answer Job_Table::stop(const std::string& job_act_id) {
     return refused(std::string("the job has ended already, it is ") + job_state_to_string(state));
   if (const std::string other = other_backup_of_resource(*job, job_act_id); !other.empty())
     return refused("the backup of this system that runs now is that of the job " + other +
-                   ", which the stop would cancel; ask again when that job has ended");
+                       ", which the stop would cancel; ask again when that job has ended",
+                   request_later);
   D3_INFO("Stop job %C\n", job_act_id.c_str());
   const int code = job->stop(nullptr);
   const char* const message = code == request_taken ? "" : "the job cannot be stopped now; the agent's log tells why";

@@ -24,8 +24,8 @@ class Job_Table {
   [[nodiscard]] JSON_RPC_Answer start(const json_spirit::Value& definition, const json_spirit::Object& options,
                                       const std::string& job_act_id);
   /// Passes the request to the job, also a second time; the answer carries {"code", "message"}: code 0 says that the
-  /// request was taken, not that the run has ended. Refused with a code of its own when the run has ended, and for a
-  /// data backup while another run backs the same resource up.
+  /// request was taken, not that the run has ended. -1: not taken, as when the run has ended. 1: not now, because
+  /// another run backs the resource of this data backup up.
   [[nodiscard]] JSON_RPC_Answer stop(const std::string& job_act_id);
   /// Has the job's class clean up after it, and forgets it. Refused while it runs.
   [[nodiscard]] JSON_RPC_Answer remove(const std::string& job_act_id);

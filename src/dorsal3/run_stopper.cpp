@@ -14,6 +14,10 @@ constexpr std::uint64_t stop_alert_code = 20;
 /// The last line of every vain stop; it says no more than the alert.
 constexpr const char* stop_failed_line = "Failed to stop HANA backup job";
 
+/// The agent's code of a stop that it may take later, and what is made of it here.
+constexpr int stop_later = 1;
+constexpr const char* not_now = "not_now";
+
 std::chrono::steady_clock::time_point now() { return platform::Clock::current().steady_now(); }
 
 std::string seconds_text(std::chrono::seconds span) { return std::to_string(span.count()) + " seconds"; }
@@ -45,7 +49,8 @@ bool Run_Stopper::ask_once(Failure& failure) {
     return true;
   }
   const std::string message = text_member(answer, "message");
-  failure = {exit_failed, "not_stopped", "the agent did not take the stop" + (message.empty() ? "" : ": " + message)};
+  failure = {exit_failed, code == stop_later ? not_now : "not_stopped",
+             "the agent did not take the stop" + (message.empty() ? "" : ": " + message)};
   return false;
 }
 
@@ -54,6 +59,7 @@ bool Run_Stopper::attend(Failure& failure) {
   if (asked_job_ != follower_.job()) {
     asked_job_ = follower_.job();
     refusals_ = 0;
+    later_told_ = false;
     away_since_.reset();
     return ask(failure);
   }
@@ -92,6 +98,15 @@ bool Run_Stopper::ask(Failure& failure) {
 }
 
 bool Run_Stopper::refused(Failure& failure, const std::string& why) {
+  // A run whose turn has not come is asked for as long as the user likes.
+  if (failure.code == not_now) {
+    if (!later_told_)
+      say("The stop cannot be taken yet: " + why + ". Asking every " + seconds_text(repeat_pause) +
+          "; Ctrl-C leaves the run alone.");
+    later_told_ = true;
+    ask_again_later();
+    return true;
+  }
   if (++refusals_ >= refusal_limit) {
     failure.message += "; asked " + std::to_string(refusals_) + " times in vain, the run " + asked_job_ + " goes on";
     return false;

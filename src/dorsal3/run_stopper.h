@@ -29,7 +29,7 @@ class Run_Stopper {
   static constexpr std::chrono::seconds repeat_pause{5};
   /// A stop waits up to 300 seconds for HANA and tells nothing when that was in vain: then it is asked for again.
   static constexpr std::chrono::seconds silence_limit{360};
-  /// Requests in a row that the server or the agent may refuse.
+  /// Requests in a row that the server or the agent may refuse; those that the agent takes later are not counted.
   static constexpr unsigned refusal_limit = 60;
 
  private:
@@ -52,6 +52,7 @@ class Run_Stopper {
   std::string asked_job_;  ///< the run that the members below are about
   unsigned requests_ = 0;
   unsigned refusals_ = 0;             ///< in a row
+  bool later_told_ = false;           ///< that the agent takes the stop later
   std::uint64_t seen_alert_ = 0;      ///< newest alert before the request
   std::size_t seen_error_lines_ = 0;  ///< of the run's log before the request
   Time asked_at_;

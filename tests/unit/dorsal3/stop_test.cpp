@@ -201,6 +201,22 @@ TEST_F(Stop_Test, Refusals_Without_End_Are_Given_Up) {
   EXPECT_EQ(server.count("POST /jobs/a2/stop"), Run_Stopper::refusal_limit);
 }
 
+TEST_F(Stop_Test, A_Run_Whose_Turn_Has_Not_Come_Is_Asked_For_Until_It_Is_Taken) {
+  constexpr unsigned many = Run_Stopper::refusal_limit + 10;
+  server.answer("GET /alerts?job_act_id=a2&order=desc", no_alert);
+  server.answer("GET /jobs/a2", R"({"id":"a2","state":3})");
+  for (unsigned i = 0; i < many; ++i)
+    server.answer("POST /jobs/a2/stop", R"({"code":1,"message":"the backup of a1 runs now"})");
+  server.answer("POST /jobs/a2/stop", taken);
+  clock.at(Run_Stopper::repeat_pause * (many + 5), [&] { press_ctrl_c(); });
+  EXPECT_EQ(run({"stop", "a2"}), exit_interrupted);
+  EXPECT_EQ(server.count("POST /jobs/a2/stop"), many + 1);
+  const std::string told = "cannot be taken yet: the agent did not take the stop: the backup of a1 runs now. Asking";
+  const std::size_t at = error.str().find(told);
+  EXPECT_NE(at, std::string::npos) << error.str();
+  EXPECT_EQ(error.str().find(told, at + 1), std::string::npos) << "once is enough";
+}
+
 TEST_F(Stop_Test, Failures_Of_The_Way_Have_Their_Own_Exit_Codes) {
   EXPECT_EQ(run({"stop", "nothing"}), exit_not_found);
 
