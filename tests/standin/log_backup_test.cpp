@@ -366,6 +366,20 @@ TEST_F(Log_Backup, Does_Not_Disturb_Data_Backups_Nor_Their_Catalog) {
   expect_chain(logs(), "indexserver");
 }
 
+TEST_F(Log_Backup, Takes_Turns_With_The_Catalog_Backups_Of_Other_Services) {
+  install({"--tenant", "TN1", "--services", "indexserver,xsengine,scriptserver"});
+  switch_on();
+  full();
+  script("wait 300");
+  later(timeout_s);
+  wait_for_logs(3);
+  const std::string catalogs =
+      "select count(*) from SYS_DATABASES.M_BACKUP_CATALOG_FILES f join SYS_DATABASES.M_BACKUP_CATALOG c on c.ENTRY_ID "
+      "= f.ENTRY_ID where f.SOURCE_TYPE_NAME='catalog' and c.STATE_NAME='successful'";
+  for (int i = 0; i < 20 && value_of(catalogs) != "4\n"; ++i) let_it_look();
+  EXPECT_EQ(value_of(catalogs), "4\n");
+}
+
 TEST_F(Log_Backup, Of_The_System_Database_Holds_Its_Name_Servers_Log) {
   install({"--tenant", "TN1"});
   switch_on();
