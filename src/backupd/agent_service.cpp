@@ -193,9 +193,9 @@ JSON_RPC_Answer Agent_Service::unreachable(const std::string& host_uuid) {
 }
 
 /// What a run left is removed now; when that fails, the next sweep finds it again. What goes on elsewhere is begun on
-/// the starter's thread.
+/// the starter's thread, and so is what waits for the end of a run.
 void Agent_Service::settle(const Activity_Store::Ended& ended) {
-  if (ended.followed) stores_.starter.wake();
+  if (ended.followed || !ended.runs.empty()) stores_.starter.wake();
   for (const std::string& id : ended.runs) {
     Sweep_Result result;
     if (Outcome outcome = stores_.sweeper.sweep_run(id, result); !outcome.ok())

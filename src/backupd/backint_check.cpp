@@ -72,9 +72,11 @@ Outcome read_backint_job(const json_spirit::Object& body, sap_hana::Backint_Back
   return {};
 }
 
+bool is_ondemand_type(const std::string& type) { return type == ondemand_log || type == ondemand_catalog; }
+
 Outcome read_ondemand_job(const json_spirit::Object& body, sap_hana::Backint_Backup_Job_Info& job) {
   if (Outcome outcome = read_backint_job(body, job); !outcome.ok()) return outcome;
-  if (job.type != ondemand_log && job.type != ondemand_catalog)
+  if (!is_ondemand_type(job.type))
     return refuse("the \"type\" of a backup that HANA began by itself is \"log\" or \"catalog\", not \"" + job.type +
                   "\"");
   if (!job.job_act_id.empty())

@@ -12,6 +12,8 @@ namespace backupd {
 [[nodiscard]] Outcome read_backint_job(const json_spirit::Object& body, sap_hana::Backint_Backup_Job_Info& job);
 /// The same for a backup that HANA began by itself: of a log or of the catalog, with its id and without a run.
 [[nodiscard]] Outcome read_ondemand_job(const json_spirit::Object& body, sap_hana::Backint_Backup_Job_Info& job);
+/// True for a type that such a record has.
+[[nodiscard]] bool is_ondemand_type(const std::string& type);
 /// Reads one file record of the job `job_uuid`.
 [[nodiscard]] Outcome read_backint_file(const json_spirit::Value& value, const std::string& job_uuid,
                                         sap_hana::Backup_File_Info& file);

@@ -1,5 +1,8 @@
 #include "backupd/backint_store.h"
 
+#include "backupd/backint_check.h"
+#include "backupd/ondemand_queue.h"
+
 namespace backupd {
 
 namespace {
@@ -31,13 +34,20 @@ struct Owner {
   std::string sid;
   std::string database;
   bool taken = false;
+  std::string job_act_id;
+  std::string type;
+
+  /// HANA began the backup by itself.
+  [[nodiscard]] bool ondemand() const { return job_act_id.empty() && is_ondemand_type(type); }
 };
 
 std::optional<Owner> find_owner(Sql_Session& session, const std::string& uuid) {
-  const auto row =
-      session.first("SELECT host_uuid, sid, database_name, taken FROM backint_jobs WHERE uuid = :a", {uuid}, 4);
+  const auto row = session.first(
+      "SELECT host_uuid, sid, database_name, taken, job_act_id, document FROM backint_jobs WHERE uuid = :a", {uuid}, 6);
   if (!row) return std::nullopt;
-  return Owner{row->text(0), row->text(1), row->text(2), row->number(3) != 0};
+  Owner owner{row->text(0), row->text(1), row->text(2), row->number(3) != 0, row->text(4), {}};
+  json_spirit::object_get(stored_object(row->text(5)), "type", owner.type);
+  return owner;
 }
 
 /// The record as it is stored when the same object was recorded before.
@@ -199,7 +209,7 @@ bool Backint_Store::list_jobs(List_Query query, List_Page& page) {
   });
 }
 
-Outcome Backint_Store::add_files(const std::string& job_uuid, std::vector<sap_hana::Backup_File_Info> files,
+Outcome Backint_Store::add_files(const std::string& job_uuid, std::vector<sap_hana::Backup_File_Info> files, bool last,
                                  json_spirit::Array& stored) {
   Outcome outcome;
   json_spirit::Array rows;
@@ -226,6 +236,13 @@ Outcome Backint_Store::add_files(const std::string& job_uuid, std::vector<sap_ha
       rows.emplace_back(file.to_json());
       ++added;
     }
+    if (last && !owner->ondemand()) {
+      outcome = Outcome::refuse(
+          Outcome::invalid, "\"last\" is for a backup that HANA began by itself; " + job_uuid + " belongs to a run");
+      return false;
+    }
+    // The set that has taken the record has what it was owed, or its run is about to commit it.
+    if (last && !owner->taken) add_ondemand_run(session, job_uuid);
     return true;
   });
   if (!committed) return outcome.ok() ? store_failed() : outcome;

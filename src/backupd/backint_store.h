@@ -41,8 +41,9 @@ class Backint_Store {
   /// Records that were not taken.
   [[nodiscard]] bool list_jobs(List_Query query, List_Page& page);
 
-  /// All of `files` or none. A (filename, extern_backup_id) of the job that is stored already is done already.
-  [[nodiscard]] Outcome add_files(const std::string& job_uuid, std::vector<sap_hana::Backup_File_Info> files,
+  /// All of `files` or none. A (filename, extern_backup_id) of the job that is stored already is done already. With
+  /// `last` all objects of a backup that HANA began by itself are stored now: the run that records it is owed.
+  [[nodiscard]] Outcome add_files(const std::string& job_uuid, std::vector<sap_hana::Backup_File_Info> files, bool last,
                                   json_spirit::Array& stored);
   [[nodiscard]] Outcome list_job_files(const std::string& job_uuid, json_spirit::Array& rows);
   /// Newest first; each with "host_uuid", "sid" and "database" of its job.

@@ -68,9 +68,11 @@ Reply get_job_files(Server_Core& core, const Request& request) {
 Reply post_job_files(Server_Core& core, const Request& request) {
   json_spirit::Array array;
   json_spirit::Array stored;
+  bool last = false;
   std::vector<sap_hana::Backup_File_Info> files;
   Body_Reader reader(request.body, "the list of file records");
   reader.array("files", array, Need::required);
+  reader.flag("last", last);
   if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
   if (array.empty() || array.size() > most_files_at_once)
     return Outcome::refuse(Outcome::invalid,
@@ -80,7 +82,8 @@ Reply post_job_files(Server_Core& core, const Request& request) {
     if (Outcome outcome = read_backint_file(value, request.parameters.at(0), file); !outcome.ok()) return outcome;
     files.push_back(std::move(file));
   }
-  const Outcome outcome = core.backint.add_files(request.parameters.at(0), std::move(files), stored);
+  const Outcome outcome = core.backint.add_files(request.parameters.at(0), std::move(files), last, stored);
+  if (last && outcome.ok()) core.starter.wake();
   const std::size_t total = stored.size();
   return stored_reply(outcome, json_spirit::Object{{"total", total}, {"rows", std::move(stored)}});
 }

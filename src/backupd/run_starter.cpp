@@ -1,5 +1,7 @@
 #include "backupd/run_starter.h"
 
+#include <algorithm>
+
 #include "platform/log.h"
 
 namespace backupd {
@@ -8,8 +10,6 @@ namespace {
 
 constexpr std::chrono::seconds start_timeout{60};
 constexpr std::chrono::seconds poll_for_agents{1};
-/// Nothing waits: only wake ends this.
-constexpr std::chrono::hours idle{1};
 
 }  // namespace
 
@@ -44,11 +44,12 @@ class Run_Starter::Sending {
 };
 
 Run_Starter::Run_Starter(Definition_Store& definitions, Activity_Store& activities, Resource_Store& resources,
-                         Agent_Registry& agents)
+                         Agent_Registry& agents, Ondemand_Queue& queue)
     : definitions_(definitions),
       activities_(activities),
       resources_(resources),
       agents_(agents),
+      queue_(queue),
       begun_(platform::Clock::current().steady_now()) {}
 
 Run_Starter::~Run_Starter() {
@@ -66,7 +67,9 @@ void Run_Starter::run() {
     work_.reset();
     // Looked at after the reset, which may have taken back the last wake.
     if (stopping_.is_set()) return;
-    const std::chrono::nanoseconds pause = work() ? std::chrono::nanoseconds(poll_for_agents) : idle;
+    const std::chrono::nanoseconds next =
+        queue_.work([this](const std::string& host_uuid) { return agents_.is_connected(host_uuid); });
+    const std::chrono::nanoseconds pause = work() ? std::min<std::chrono::nanoseconds>(poll_for_agents, next) : next;
     static_cast<void>(platform::Clock::current().wait_for(work_, pause));
   }
 }

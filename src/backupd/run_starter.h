@@ -11,6 +11,7 @@
 #include "backupd/activity_store.h"
 #include "backupd/agent_registry.h"
 #include "backupd/definition_store.h"
+#include "backupd/ondemand_queue.h"
 #include "backupd/outcome.h"
 #include "backupd/resource_store.h"
 #include "json/value.h"
@@ -19,7 +20,8 @@
 namespace backupd {
 
 /// Hands runs to the agents that shall run them: at once for an operator who waits, and on a thread of its own those
-/// that a declined run is followed by, so that no agent waits for another one's answer. What waits is kept in the
+/// that a declined run is followed by and those that the queue owes to HANA's own backups, so that no agent waits for
+/// another one's answer. What waits is kept in the
 /// database and is found again after a restart. Any thread.
 class Run_Starter {
  public:
@@ -28,7 +30,7 @@ class Run_Starter {
   static constexpr std::chrono::seconds agent_return_limit{60};
 
   Run_Starter(Definition_Store& definitions, Activity_Store& activities, Resource_Store& resources,
-              Agent_Registry& agents);
+              Agent_Registry& agents, Ondemand_Queue& queue);
   ~Run_Starter();
   Run_Starter(const Run_Starter&) = delete;
   Run_Starter& operator=(const Run_Starter&) = delete;
@@ -64,6 +66,7 @@ class Run_Starter {
   Activity_Store& activities_;
   Resource_Store& resources_;
   Agent_Registry& agents_;
+  Ondemand_Queue& queue_;  ///< the thread's alone
   const Time begun_;
   mutable std::mutex mutex_;
   std::set<std::string> being_sent_;       ///< guarded by mutex_

@@ -95,6 +95,12 @@ const std::vector<Step>& steps() {
           "database_backup_id / 172800000 AS span, CASE WHEN type IN ('incremental', 'differential') THEN 1 ELSE 0 END "
           "AS delta, source_size, total_size FROM sets WHERE type <> 'full') AS parts GROUP BY lifeline, span, delta",
       },
+      {
+          // Backups that HANA began by itself and that no backup set holds yet; see ondemand_queue.h.
+          "CREATE TABLE ondemand_runs (id BIGINT NOT NULL PRIMARY KEY, job_uuid TEXT NOT NULL UNIQUE, "
+          "def_id TEXT NOT NULL, host_uuid TEXT NOT NULL, sid TEXT NOT NULL, database_name TEXT NOT NULL, "
+          "tries BIGINT NOT NULL, due BIGINT NOT NULL, run_id TEXT NOT NULL)",
+      },
   };
   return all;
 }

@@ -13,6 +13,7 @@
 #include "backupd/definition_store.h"
 #include "backupd/job_dispatch.h"
 #include "backupd/key_store.h"
+#include "backupd/ondemand_queue.h"
 #include "backupd/pool_storage.h"
 #include "backupd/pool_store.h"
 #include "backupd/resource_store.h"
@@ -54,6 +55,7 @@ class Server_Core {
   Pool_Storage storage;
   Sweeper sweeper;
   Agent_Registry agents;
+  Ondemand_Queue ondemand_queue;
   Run_Starter starter;
   Agent_Service agent_service;
   Job_Dispatch dispatch;

@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "backupd/ondemand_queue.h"
 #include "backupd/set_sizes.h"
 
 namespace backupd {
@@ -72,6 +73,7 @@ void insert_set(Sql_Session& session, const Backup_Set_Record& set, const Object
     session.execute("UPDATE backint_files SET set_id = :a WHERE id = :b", {id, file});
     session.execute("UPDATE backint_jobs SET taken = 1 WHERE uuid = (SELECT job_uuid FROM backint_files WHERE id = :a)",
                     {file});
+    remove_ondemand_run(session, file);
   }
 }
 

@@ -32,14 +32,16 @@ struct Answer {
   [[nodiscard]] long number_of(const char* key) const;
 };
 
-/// A fixed date; waits are real ones, for what another thread is about to do.
+/// A date that only a test moves; waits are real ones, for what another thread is about to do.
 class Still_Clock : public platform::Clock {
  public:
   /// Limits that are measured fall due.
   void pass(std::chrono::seconds span) { passed_ = passed_.load() + span.count(); }
   /// Waits with exactly this limit are over at once.
   void cut_waits_of(std::chrono::nanoseconds limit) { cut_ = limit.count(); }
-  std::chrono::system_clock::time_point now() override { return std::chrono::system_clock::from_time_t(1'700'000'000); }
+  /// The date moves.
+  void pass_wall(std::chrono::seconds span) { date_ = date_.load() + span.count(); }
+  std::chrono::system_clock::time_point now() override { return std::chrono::system_clock::from_time_t(date_); }
   std::chrono::steady_clock::time_point steady_now() override {
     return std::chrono::steady_clock::now() + std::chrono::seconds(passed_);
   }
@@ -50,6 +52,7 @@ class Still_Clock : public platform::Clock {
 
  private:
   std::atomic<std::chrono::seconds::rep> passed_{0};
+  std::atomic<std::time_t> date_{1'700'000'000};
   std::atomic<std::chrono::nanoseconds::rep> cut_{-1};
   platform::Scoped_Clock scope_{*this};
 };
