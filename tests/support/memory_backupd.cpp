@@ -88,6 +88,11 @@ std::vector<Object> Memory_Backupd::files() const {
   return files_;
 }
 
+std::vector<std::string> Memory_Backupd::completed_jobs() const {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return completed_jobs_;
+}
+
 void Memory_Backupd::change_file(const std::string& ebid, const std::string& key, const Value& value) {
   const std::lock_guard<std::mutex> guard(mutex_);
   for (Object& file : files_) {
@@ -228,6 +233,9 @@ void Memory_Backupd::add_files(net::Server_Exchange& exchange, const Object& job
     for (const char* key : {"host_uuid", "sid", "database"}) file[key] = text_of(job, key);
     files_.push_back(std::move(file));
   }
+  bool last = false;
+  if (json_spirit::object_get(document.get_obj(), "last", last) && last)
+    completed_jobs_.push_back(text_of(job, "uuid"));
   answer(exchange, 201, Object{});
 }
 

@@ -27,6 +27,8 @@ class Memory_Backupd : public net::Http_Handler {
   [[nodiscard]] std::vector<json_spirit::Object> jobs() const;
   /// File records, oldest first.
   [[nodiscard]] std::vector<json_spirit::Object> files() const;
+  /// Jobs whose last file record came, once for each such request.
+  [[nodiscard]] std::vector<std::string> completed_jobs() const;
   /// Changes one key of the record of an EBID.
   void change_file(const std::string& ebid, const std::string& key, const json_spirit::Value& value);
   /// A kept backup set holds the file of this EBID: it cannot be deleted.
@@ -57,6 +59,7 @@ class Memory_Backupd : public net::Http_Handler {
   mutable std::mutex mutex_;
   std::map<std::string, json_spirit::Object> jobs_;  // guarded by mutex_, as all below
   std::vector<json_spirit::Object> files_;
+  std::vector<std::string> completed_jobs_;
   std::map<std::string, std::string> objects_;
   std::set<std::string> held_;
   std::uint64_t last_id_ = 0;

@@ -182,13 +182,23 @@ bool Backint_Catalog_helper::add_file(const Backup_File_Info& file) {
 }
 
 bool Backint_Catalog_helper::add_files(const char* uuid, const std::list<Backup_File_Info>& files) {
+  return post_files(uuid, files, false);
+}
+
+bool Backint_Catalog_helper::add_last_file(const Backup_File_Info& file) {
+  return post_files(file.info_uuid.c_str(), {file}, true);
+}
+
+bool Backint_Catalog_helper::post_files(const char* uuid, const std::list<Backup_File_Info>& files, bool last) {
   if (!has_uuid(uuid)) return false;
   if (files.empty()) return true;
   json_spirit::Array rows;
   for (const Backup_File_Info& file : files) rows.push_back(file.to_json());
   json_spirit::Value reply;
   JSON_HTTP_Failure failure;
-  if (session_.post(job_path(uuid) + "/files", json_spirit::Object{{"files", rows}}, reply, &failure)) return true;
+  json_spirit::Object body{{"files", rows}};
+  if (last) body["last"] = true;
+  if (session_.post(job_path(uuid) + "/files", body, reply, &failure)) return true;
   log_failure("store the files of the Backint job", uuid, failure);
   return false;
 }

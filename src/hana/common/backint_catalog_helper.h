@@ -37,6 +37,8 @@ class Backint_Catalog_helper {
   /// success.
   [[nodiscard]] bool add_file(const Backup_File_Info& file);
   [[nodiscard]] bool add_files(const char* uuid, const std::list<Backup_File_Info>& files);
+  /// Adds the last record of a backup that HANA began by itself: backupd then begins the run that makes its set.
+  [[nodiscard]] bool add_last_file(const Backup_File_Info& file);
 
   /// Which file records are wanted; empty members are not asked for.
   struct File_Query {
@@ -55,6 +57,8 @@ class Backint_Catalog_helper {
   [[nodiscard]] bool remove_file(std::uint64_t id);
 
  private:
+  [[nodiscard]] bool post_files(const char* uuid, const std::list<Backup_File_Info>& files, bool last);
+
   JSON_HTTP_Session session_;
 };
 

@@ -81,8 +81,10 @@ void run_backup(const Call& call) {
   const bool limited = !settings.rate_limits.source.empty() || !settings.rate_limits.destination.empty();
   Shared_Rate rate(limited ? settings.rate_account : std::string());
   Worker_Pool workers(Worker_Pool::fitting_threads());
-  const Backup_Resources resources{call, settings, rate, workers};
   const std::vector<Request_Entry>& entries = call.request.entries;
+  Record_Turns turns(entries.size());
+  const bool ondemand = job_uuid_of(call).empty();
+  const Backup_Resources resources{call, settings, rate, workers, ondemand ? &turns : nullptr};
   serve_in_order(entries.size(), parallel_objects,
                  [&](std::size_t index) { Object_Saver(resources, entries[index]).save(); });
 }

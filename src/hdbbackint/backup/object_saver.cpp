@@ -99,10 +99,16 @@ bool Object_Saver::record() {
   file.compression = compression_value_to_name(stream_.method);
   file.checksum = stream_.checksum;
   const Cause_Capture cause;
-  if (resources_.call.records(settings.max_seconds_retry).add_file(file)) return true;
+  if (tell(file)) return true;
   fail("backupd did not take its record: " + cause.text());
   remove_unrecorded();
   return false;
+}
+
+bool Object_Saver::tell(const sap_hana::Backup_File_Info& file) {
+  sap_hana::Backint_Catalog_helper records = resources_.call.records(resources_.settings.max_seconds_retry);
+  if (resources_.turns == nullptr) return records.add_file(file);
+  return resources_.turns->take([&](bool last) { return last ? records.add_last_file(file) : records.add_file(file); });
 }
 
 /// Only when backupd says that it has no record: one that it took although its answer was lost must keep its object.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "hdbbackint/backup/record_turns.h"
 #include "hdbbackint/call.h"
 #include "hdbbackint/settings.h"
 #include "hdbbackint/stream/resuming_writer.h"
@@ -15,6 +16,7 @@ struct Backup_Resources {
   const Job_Settings& settings;
   Shared_Rate& rate;
   Worker_Pool& workers;
+  Record_Turns* turns = nullptr;  ///< of a backup that HANA began by itself, else none
 };
 
 /// Saves one object: reads it from HANA, stores it, records it, answers. One thread; used once.
@@ -30,6 +32,7 @@ class Object_Saver {
   bool store();
   bool commit();
   bool record();
+  bool tell(const sap_hana::Backup_File_Info& file);
   std::unique_ptr<Byte_Sink> open_sink(Compression_Method method);
   void remove_unrecorded();
   bool fail(const std::string& why);

@@ -123,6 +123,42 @@ TEST_F(Ondemand, Calls_Of_One_Backup_Share_Its_Record) {
   EXPECT_EQ(server_.files().size(), 3U);
 }
 
+TEST_F(Ondemand, Backupd_Is_Told_With_The_Last_Object_That_All_Are_Stored) {
+  configure("log_backup_HDB_HDB00", configuration());
+  std::string input;
+  std::vector<std::string> pipes;
+  for (int i = 0; i < 8; ++i) {
+    pipes.push_back(make_pipe("log_backup_2_" + std::to_string(i) + "_1_9"));
+    input += "#PIPE " + pipes.back() + "\n";
+  }
+  std::thread hana([&] {
+    for (const std::string& path : pipes) EXPECT_TRUE(write_pipe(path, path));
+  });
+  const Outcome outcome = call("backup", input, {"-s", "5"});
+  hana.join();
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_EQ(server_.files().size(), 8U);
+  EXPECT_EQ(server_.completed_jobs(), std::vector<std::string>{text_of(ondemand_record(), "uuid")});
+}
+
+TEST_F(Ondemand, Backup_That_Lacks_An_Object_Is_Never_Complete) {
+  configure("log_backup_HDB_HDB00", configuration());
+  const std::string good = make_pipe("log_backup_2_0_1_9");
+  std::thread hana([&] { EXPECT_TRUE(write_pipe(good, "x")); });
+  const Outcome outcome = call("backup", "#PIPE " + good + "\n#PIPE " + pipe("log_backup_3_0_1_9"), {"-s", "5"});
+  hana.join();
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_EQ(server_.files().size(), 1U);
+  EXPECT_TRUE(server_.completed_jobs().empty());
+  EXPECT_EQ(log_.claim_containing("No such file or directory"), 1U);
+}
+
+TEST_F(Ondemand, Data_Backup_Is_Completed_By_Its_Run) {
+  save(object_name("1_1"), "the data");
+  EXPECT_EQ(server_.files().size(), 1U);
+  EXPECT_TRUE(server_.completed_jobs().empty());
+}
+
 TEST_F(Ondemand, Catalog_Has_A_Record_Of_Its_Own_Under_Whatever_Id) {
   configure("log_backup_HDB_HDB00", configuration());
   save(object_name("1_1"), "the data", {"-s", "5"});

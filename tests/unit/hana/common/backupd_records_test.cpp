@@ -230,6 +230,17 @@ TEST_F(Backint_Catalog_helper_Test, Takes_The_Record_That_Backupd_Has_Of_A_Log_B
   expect_error("cannot be read: it is no object");
 }
 
+TEST_F(Backint_Catalog_helper_Test, Tells_Which_File_Is_The_Last) {
+  Backup_File_Info file;
+  file.info_uuid = job_uuid;
+  const std::string files = json_spirit::dump_json(Object{{"files", json_spirit::Array{file.to_json()}}});
+  server_.expect("POST", std::string(job_path) + "/files", files, 201, "{}");
+  EXPECT_TRUE(helper_.add_file(file));
+  server_.expect("POST", std::string(job_path) + "/files", files.substr(0, files.size() - 1) + ",\"last\":true}", 201,
+                 "{}");
+  EXPECT_TRUE(helper_.add_last_file(file));
+}
+
 TEST_F(Backint_Catalog_helper_Test, Reads_A_Record_Also_A_Taken_One) {
   Object record = job().to_json();
   record["taken"] = true;
