@@ -1,5 +1,6 @@
 // The stop of a data backup: what is cancelled, how long its end is waited for, and what is removed from the pool.
 
+#include <algorithm>
 #include <numeric>
 #include <string>
 #include <vector>
@@ -240,6 +241,11 @@ TEST_F(Stop, Gives_Up_After_300_Seconds_Of_Pauses_And_Keeps_What_HANA_May_Still_
   EXPECT_GE(seconds_slept(), stop_limit_seconds);
   EXPECT_LT(seconds_slept(), stop_limit_seconds + longest_pause_seconds);
   EXPECT_EQ(hdbsql_.statements().size() - before, clock_.sleeps().size() + 1);
+  const std::vector<double> sleeps = clock_.sleeps();
+  const std::size_t capped = 4;  // the pauses before may grow to 1, 2, 4 and 8 seconds
+  ASSERT_GT(sleeps.size(), capped);
+  EXPECT_TRUE(std::any_of(sleeps.begin() + capped, sleeps.end(), [](double s) { return s < longest_pause_seconds; }))
+      << "without jitter all would be the longest";
   expect_info("Failed to stop database TN1 backup job with backup id 1700, state is cancel pending\n");
   EXPECT_EQ(log_.claim_containing("successfully"), 0U);
   EXPECT_TRUE(stored("TN1", "1700"));
@@ -284,6 +290,7 @@ TEST_F(Stop, Ends_When_HANA_Refuses_The_Cancel) {
   expect_cancel("TN1", "1701", refused("* 258: insufficient privilege"));
   expect_failure("Failed to cancel backup job for database TN1 with backup id 1701\n", "TN1");
   expect_error_with("insufficient privilege");
+  EXPECT_EQ(job().snapshot().message, "") << "hdbsql's lines of the cancel are not the run's";
   EXPECT_TRUE(stored("TN1", "1701"));
 }
 
