@@ -148,7 +148,7 @@ TEST_F(Data_Backup, Goes_Through_As_Many_Channels_As_Configured) {
 
 TEST_F(Data_Backup, Runs_While_A_Transaction_Is_Open) {
   install({"--tenant", "TN1"});
-  fault("slow_statement = 1500 | match=DUMMY");
+  fault("slow_statement = 4000 | match=DUMMY");
   Output writer;
   std::thread worker([&] {
     writer =
