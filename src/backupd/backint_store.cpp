@@ -136,7 +136,8 @@ Outcome Backint_Store::add_ondemand_job(sap_hana::Backint_Backup_Job_Info job, j
   Outcome outcome;
   std::optional<json_spirit::Object> record;
   const bool done = database_.write([&](Sql_Session& session) {
-    if (record = find_open_job(session, job)) {
+    record = find_open_job(session, job);
+    if (record) {
       outcome.kind = Outcome::already_done;
       return true;
     }
