@@ -196,7 +196,8 @@ void Memory_Backupd::add_ondemand_job(net::Server_Exchange& exchange) {
   }
   const Object& record = document.get_obj();
   const std::lock_guard<std::mutex> guard(mutex_);
-  for (const auto& [uuid, known] : jobs_) {
+  for (const auto& entry : jobs_) {
+    const Object& known = entry.second;
     const bool same = std::all_of(std::begin(ondemand_key), std::end(ondemand_key), [&](const char* key) {
       const Value* left = known.find(key);
       const Value* right = record.find(key);

@@ -2,6 +2,7 @@
 
 #include "hana/job/log_backup_executor.h"
 
+#include <ace/Time_Value.h>
 #include <strings.h>
 
 #include <chrono>
@@ -18,6 +19,15 @@
 #include "platform/clock.h"
 #include "platform/file_lock.h"
 #include "platform/log.h"
+
+namespace sap_hana {
+
+/// Pause between two looks at what a log backup waits for. Not in the header: the data backup has a constant of that
+/// name.
+extern const ACE_Time_Value TIME_INTERVAL;
+const ACE_Time_Value TIME_INTERVAL(10, 0);
+
+}  // namespace sap_hana
 
 namespace {
 
@@ -60,8 +70,6 @@ std::chrono::seconds since(std::chrono::steady_clock::time_point start) {
 }  // namespace
 
 namespace sap_hana {
-
-const ACE_Time_Value TIME_INTERVAL(10, 0);
 
 Log_Backup_Executor::Log_Backup_Executor(Job& job) : Backup_Executor_Basic(job) {}
 Log_Backup_Executor::~Log_Backup_Executor() = default;

@@ -1,16 +1,12 @@
 #pragma once
 
 #include <ace/Basic_Types.h>
-#include <ace/Time_Value.h>
 
 #include <string>
 
 #include "hana/job/backup_executor_basic.h"
 
 namespace sap_hana {
-
-/// Pause between two looks at what a log backup waits for.
-extern const ACE_Time_Value TIME_INTERVAL;
 
 /// A log backup. HANA backs its logs up by itself; a definition only makes that possible (setup_ondemand), and each of
 /// its runs records one backup that HANA has made (execute_backup). docs/formats/log-backup-configuration.md describes
