@@ -5,10 +5,10 @@
 #include "hana/common/environ_getter.h"
 #include "hana/common/hdbsql_error_msg_handler.h"
 #include "hana/job/backup_executor.h"
+#include "hana/job/io_control.h"
 #include "job/job.h"
 #include "job/job_definition.h"
 #include "platform/log.h"
-#include "records/rate_limits.h"
 #include "scrt/time_text.h"
 
 namespace {
@@ -29,14 +29,6 @@ const char* kind_word(Job_Definition_Subtype type) {
 constexpr const char* lifted_no_full_backup = "no full backup";
 constexpr const char* lifted_pool_changed = "pool changed";
 constexpr const char* lifted_restored = "restored";
-
-/// How the Backint agent treats its streams.
-json_spirit::Object io_control(const Job_Definition& definition) {
-  json_spirit::Object io_ctl{{"max_seconds_retry", definition.max_seconds_retry()},
-                             {"resumption_buffer_size", definition.resumption_buffer_size()}};
-  definition.rate_limits().to_json_in_object(io_ctl, false);
-  return io_ctl;
-}
 
 }  // namespace
 

@@ -13,6 +13,7 @@
 #include "hana/common/ondemand_conf_path.h"
 #include "hana/common/system_config_manager.h"
 #include "hana/job/backup_source_collector.h"
+#include "hana/job/io_control.h"
 #include "hana/job/log_backup_executor.h"
 #include "job/job.h"
 #include "job/job_activity_record.h"
@@ -21,7 +22,6 @@
 #include "platform/file_root.h"
 #include "platform/files.h"
 #include "platform/log.h"
-#include "records/rate_limits.h"
 #include "scrt/path_t.h"
 
 namespace {
@@ -123,9 +123,6 @@ bool Log_Backup_Executor::generate_conf_file_of(const std::string& database) {
 
 json_spirit::Object Log_Backup_Executor::configuration() const {
   const char* const compression = compression_value_to_name(compression_);
-  json_spirit::Object io_ctl{{"max_seconds_retry", def_.max_seconds_retry()},
-                             {"resumption_buffer_size", def_.resumption_buffer_size()}};
-  def_.rate_limits().to_json_in_object(io_ctl, false);
   return {{owner_key, def_.id()},
           {"type", log_type},
           {"sid", sid_},
@@ -138,7 +135,7 @@ json_spirit::Object Log_Backup_Executor::configuration() const {
           {"uid", def_.uid()},
           {"compression", compression == nullptr ? "" : compression},
           {"compression_level", compression_level_},
-          {"io_ctl", io_ctl}};
+          {"io_ctl", io_control(def_)}};
 }
 
 bool Log_Backup_Executor::generate_log_conf_file(const std::string& database) {
