@@ -108,6 +108,8 @@ void Installed_HANA::fault(const std::string& line) {
   std::ofstream(instance() / "standin/faults.conf", std::ios::app) << line << "\n";
 }
 
+void Installed_HANA::no_faults() { fs::remove(instance() / "standin/faults.conf"); }
+
 void Installed_HANA::script(const std::string& line) { std::ofstream(root_ / "backint.script") << line << "\n"; }
 
 std::string Installed_HANA::running_backup() {

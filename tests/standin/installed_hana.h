@@ -41,6 +41,8 @@ class Installed_HANA : public ::testing::Test {
   Output hdb(const std::string& verb) { return run({instance() / "HDB", verb}); }
   Output control(const std::vector<std::string>& words);
   void fault(const std::string& line);
+  /// Takes all faults away; what hangs goes on.
+  void no_faults();
   void script(const std::string& line);
   /// The id of the backup that runs; waits until the catalog shows it.
   std::string running_backup();

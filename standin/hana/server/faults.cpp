@@ -60,6 +60,16 @@ std::optional<std::string> Faults::take(const std::string& key, const std::strin
   return std::nullopt;
 }
 
+bool Faults::stands(const std::string& key) const {
+  const auto file = read_file(path_);
+  if (!file) return false;
+  const auto lines = split(*file, '\n');
+  return std::any_of(lines.begin(), lines.end(), [&key](const std::string& raw) {
+    Line line;
+    return parse_line(raw, line) && line.key == key;
+  });
+}
+
 std::int64_t Faults::number(const std::string& key, std::int64_t otherwise, const std::string& database) {
   const auto value = take(key, database);
   return value ? parse_number(*value).value_or(otherwise) : otherwise;

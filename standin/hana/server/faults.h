@@ -17,6 +17,8 @@ class Faults {
   /// The value of the first line that applies; its count goes down.
   std::optional<std::string> take(const std::string& key, const std::string& database = {},
                                   const std::string& text = {});
+  /// Whether a line of this key stands in the file, whatever its counts and matches; takes nothing.
+  bool stands(const std::string& key) const;
   std::int64_t number(const std::string& key, std::int64_t otherwise, const std::string& database = {});
 
  private:
