@@ -6,7 +6,7 @@ test: setup
 	tools/check
 	cmake --preset dev
 	cmake --build --preset dev
-	ctest --preset dev -j "$$(nproc)"
+	tools/run_tests dev
 
 demo: setup
 	cmake --preset release
