@@ -1,13 +1,12 @@
 // Setting a log backup up and removing it: the configuration file by which hdbbackint knows of the definition, and
 // HANA's own switches.
 
-#include <sys/stat.h>
-
 #include <cstdio>
 #include <vector>
 
 #include "agent/backupd_client/access_key_file.h"
 #include "hana/common/backint_preparer.h"
+#include "hana/common/directory_permission.h"
 #include "hana/common/file_group.h"
 #include "hana/common/json_file.h"
 #include "hana/common/ondemand_conf_path.h"
@@ -39,19 +38,6 @@ bool set_aside(const std::string& path) {
   const platform::File_Root& root = platform::File_Root::current();
   if (std::rename(root.real(path).c_str(), root.real(aside).c_str()) == 0) return true;
   D3_ERROR("Failed to rename %s to %s\n", path.c_str(), aside);
-  return false;
-}
-
-/// Sets the mode of a directory; for a file, of the directory it lies in.
-bool change_directory_permission(const std::string& path, mode_t mode) {
-  std::string directory = path;
-  if (!platform::is_directory(path.c_str())) {
-    char buffer[platform::path_buffer_bytes];
-    if (platform::dirname_r(path.c_str(), buffer, sizeof buffer, '/') == nullptr) return false;
-    directory = buffer;
-  }
-  if (::chmod(platform::File_Root::current().real(directory).c_str(), mode) == 0) return true;
-  D3_ERROR("Failed to set the mode of '%C': %m\n", directory.c_str());
   return false;
 }
 
