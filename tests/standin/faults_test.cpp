@@ -117,6 +117,7 @@ TEST_F(HANA_Faults, Hide_Progress_And_Entries_For_A_While) {
   // The sizes are known when the services have opened their streams.
   for (int i = 0; i < 500 && value_of(rows) == "2,0\n"; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_NE(value_of(rows), "2,0\n");
+  no_faults();
   worker.join();
   EXPECT_EQ(backup.code, 0) << backup.err;
   fault("catalog_late_ms = 100000");
