@@ -4,6 +4,8 @@
 #include <new>
 
 #include "hana/job/hana_backup_job.h"
+#include "hana/job/log_backup_executor.h"
+#include "job/controllable_job_t.h"
 #include "platform/log.h"
 
 namespace {
@@ -26,6 +28,8 @@ ACE_Intrusive_Auto_Ptr<Job> make_backup_job(const Job_Definition_Ptr& definition
     case JOB_DEFINITION_SUBTYPE_INCREMENTAL:
     case JOB_DEFINITION_SUBTYPE_CUMULATIVE:
       return make_job<HANA_Backup_Job>(definition);
+    case JOB_DEFINITION_SUBTYPE_ONDEMAND:
+      return make_job<Controllable_Job_T<sap_hana::Log_Backup_Executor>>(definition);
     default:
       return refuse(definition->subtype());
   }
