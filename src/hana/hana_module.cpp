@@ -11,6 +11,9 @@
 #include "hana/job/hana_job_creator.h"
 #include "hana/job/restore_job_options_parser.h"
 #include "hana/job/restore_job_source_parser.h"
+#include "hana/websvcs_agent/json_rpc_hana_file_download_handler.h"
+#include "hana/websvcs_agent/json_rpc_hana_instance_control_handler.h"
+#include "hana/websvcs_agent/json_rpc_hana_list_handler.h"
 #include "job/default_backup_job_source_parser.h"
 #include "scrt/object_creator_impl_t.h"
 
@@ -42,6 +45,10 @@ void gobble_parser_creator(void* object) {
 
 void _gobble_HANA_Job_Creator(void* object) { delete static_cast<Job_Creator*>(object); }
 void _gobble_HANA_Instance_Handler(void* object) { delete static_cast<Instance_Handler*>(object); }
+void gobble_rpc_handler(void* object) { delete static_cast<JSON_RPC_Handler*>(object); }
+void _gobble_JSON_RPC_HANA_List_Handler(void* object) { gobble_rpc_handler(object); }
+void _gobble_JSON_RPC_HANA_Instance_Control_Handler(void* object) { gobble_rpc_handler(object); }
+void _gobble_JSON_RPC_HANA_File_Download_Handler(void* object) { gobble_rpc_handler(object); }
 void _gobble_HANA_Backup_Job_Options_Parser_Creator(void* object) { gobble_parser_creator(object); }
 void _gobble_HANA_Backup_Job_Source_Parser_Creator(void* object) { gobble_parser_creator(object); }
 void _gobble_HANA_Restore_Job_Source_Parser_Creator(void* object) { gobble_parser_creator(object); }
@@ -57,6 +64,20 @@ HANA_EXPORT Job_Creator* _make_HANA_Job_Creator(Gobble* gobble) {
 
 HANA_EXPORT Instance_Handler* _make_HANA_Instance_Handler(Gobble* gobble) {
   return make<Instance_Handler, HANA_Instance_Handler>(gobble, _gobble_HANA_Instance_Handler);
+}
+
+HANA_EXPORT JSON_RPC_Handler* _make_JSON_RPC_HANA_List_Handler(Gobble* gobble) {
+  return make<JSON_RPC_Handler, JSON_RPC_HANA_List_Handler>(gobble, _gobble_JSON_RPC_HANA_List_Handler);
+}
+
+HANA_EXPORT JSON_RPC_Handler* _make_JSON_RPC_HANA_Instance_Control_Handler(Gobble* gobble) {
+  return make<JSON_RPC_Handler, JSON_RPC_HANA_Instance_Control_Handler>(gobble,
+                                                                        _gobble_JSON_RPC_HANA_Instance_Control_Handler);
+}
+
+HANA_EXPORT JSON_RPC_Handler* _make_JSON_RPC_HANA_File_Download_Handler(Gobble* gobble) {
+  return make<JSON_RPC_Handler, JSON_RPC_HANA_File_Download_Handler>(gobble,
+                                                                     _gobble_JSON_RPC_HANA_File_Download_Handler);
 }
 
 HANA_EXPORT Parser_Creator* _make_HANA_Backup_Job_Options_Parser_Creator(Gobble* gobble) {

@@ -1,8 +1,16 @@
 #include "agent/backupd_client/client_io_ex.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 #include <string_view>
 
 #include "agent/backupd_client/client_io_transport.h"
+#include "platform/file_root.h"
+#include "platform/files.h"
+#include "platform/unique_descriptor.h"
 
 namespace {
 
@@ -18,6 +26,16 @@ bool is_sound_path(std::string_view path) {
     if (slash == std::string_view::npos) return true;
     path.remove_prefix(slash + 1);
   }
+}
+
+bool write_all(int descriptor, std::string_view content) {
+  while (!content.empty()) {
+    const ssize_t written = ::write(descriptor, content.data(), content.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return false;
+    content.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
 }
 
 }  // namespace
@@ -90,6 +108,45 @@ std::unique_ptr<Pool_Reader> Client_IO_Ex::open(const std::string& path) {
 
 bool Client_IO_Ex::exists(const std::string& path) {
   return check(path, false) && keep_failure(transport_->exists(path));
+}
+
+bool Client_IO_Ex::get_file(const std::string& path, const std::string& local_path, int open_flags,
+                            std::size_t block_bytes, const Progress& progress) {
+  const std::unique_ptr<Pool_Reader> reader = open(path);
+  if (reader == nullptr) return false;
+  const std::string real = platform::File_Root::current().real(local_path);
+  const platform::Unique_Descriptor file(::open(real.c_str(), open_flags, platform::mode_sap_file));
+  if (file.get() < 0) return fail_locally("cannot be opened", local_path);
+  if (copy(*reader, file.get(), block_bytes, progress, local_path)) return true;
+  // Half a file would pass for a whole one.
+  (void)platform::remove_file(local_path);
+  return false;
+}
+
+bool Client_IO_Ex::copy(Pool_Reader& reader, int descriptor, std::size_t block_bytes, const Progress& progress,
+                        const std::string& local_path) {
+  std::string block(block_bytes, '\0');
+  std::uint64_t total = 0;
+  for (;;) {
+    const ssize_t count = reader.read(block.data(), block.size());
+    if (count < 0) {
+      error_ = reader.error();
+      transient_ = reader.transient();
+      return false;
+    }
+    if (count == 0) break;
+    if (!write_all(descriptor, {block.data(), static_cast<std::size_t>(count)}))
+      return fail_locally("cannot be written", local_path);
+    total += static_cast<std::uint64_t>(count);
+    if (progress) progress(total);
+  }
+  return ::fsync(descriptor) == 0 || fail_locally("cannot be synced", local_path);
+}
+
+bool Client_IO_Ex::fail_locally(const std::string& what, const std::string& local_path) {
+  error_ = "'" + local_path + "' " + what + ": " + std::strerror(errno);
+  transient_ = false;
+  return false;
 }
 
 const std::string& Client_IO_Ex::error() const { return error_; }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -68,6 +69,12 @@ class Client_IO_Ex {
   [[nodiscard]] std::unique_ptr<Pool_Writer> create(const std::string& path);
   [[nodiscard]] std::unique_ptr<Pool_Reader> open(const std::string& path);
   [[nodiscard]] bool exists(const std::string& path);
+  /// Told how many bytes of the object have been stored so far.
+  using Progress = std::function<void(std::uint64_t bytes)>;
+  /// Copies one object into a local file (documented path, mode 0640), opened with `open_flags`, in blocks of
+  /// `block_bytes`. False when it could not be had whole; the local file is then gone.
+  [[nodiscard]] bool get_file(const std::string& path, const std::string& local_path, int open_flags,
+                              std::size_t block_bytes, const Progress& progress = {});
   /// Of the last failure: what and why.
   [[nodiscard]] const std::string& error() const;
   [[nodiscard]] bool transient() const;
@@ -77,6 +84,9 @@ class Client_IO_Ex {
  private:
   [[nodiscard]] bool check(const std::string& path, bool root_allowed);
   bool keep_failure(bool ok);
+  bool fail_locally(const std::string& what, const std::string& local_path);
+  bool copy(Pool_Reader& reader, int descriptor, std::size_t block_bytes, const Progress& progress,
+            const std::string& local_path);
 
   Client_IO_Options options_;
   std::unique_ptr<Transport> transport_;
