@@ -42,16 +42,17 @@ void Agent_Connection::close() {
   leave();
 }
 
-bool Agent_Connection::take_forward_slot(unsigned limit) {
-  const std::lock_guard lock(mutex_);
-  if (forwarding_ >= limit) return false;
-  ++forwarding_;
-  return true;
+Agent_Connection::Forward_Slot::Forward_Slot(Agent_Connection& connection, unsigned limit) : connection_(connection) {
+  const std::lock_guard lock(connection_.mutex_);
+  if (connection_.forwarding_ >= limit) return;
+  ++connection_.forwarding_;
+  taken_ = true;
 }
 
-void Agent_Connection::give_forward_slot() {
-  const std::lock_guard lock(mutex_);
-  --forwarding_;
+Agent_Connection::Forward_Slot::~Forward_Slot() {
+  if (!taken_) return;
+  const std::lock_guard lock(connection_.mutex_);
+  --connection_.forwarding_;
 }
 
 }  // namespace backupd

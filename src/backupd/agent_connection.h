@@ -30,10 +30,20 @@ class Agent_Connection {
 
   /// Calls to other agents that are made for this one: they are given up when its socket has closed.
   [[nodiscard]] JSON_RPC_Call_Group& forwards() { return forwards_; }
-  /// One of the calls that may wait for other agents at once; false when there are `limit` already. Each that was given
-  /// is given back.
-  [[nodiscard]] bool take_forward_slot(unsigned limit);
-  void give_forward_slot();
+  /// One of the calls that may wait for other agents at once, given back at the end of its scope; not taken when there
+  /// are `limit` already.
+  class Forward_Slot {
+   public:
+    Forward_Slot(Agent_Connection& connection, unsigned limit);
+    ~Forward_Slot();
+    Forward_Slot(const Forward_Slot&) = delete;
+    Forward_Slot& operator=(const Forward_Slot&) = delete;
+    [[nodiscard]] bool taken() const { return taken_; }
+
+   private:
+    Agent_Connection& connection_;
+    bool taken_ = false;
+  };
 
  private:
   JSON_RPC_Peer* enter();

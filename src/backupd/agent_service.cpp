@@ -173,15 +173,14 @@ JSON_RPC_Answer Agent_Service::forward(Agent_Connection& connection, const json_
     return refuse(JSON_RPC_E_INVALID_PARAMS,
                   "the method \"" + method + "\" is the server's alone; an agent may not ask it of another");
   if (!registry_.is_connected(host_uuid)) return unreachable(host_uuid);
-  if (!connection.take_forward_slot(forwards_at_once))
+  const Agent_Connection::Forward_Slot slot(connection, forwards_at_once);
+  if (!slot.taken())
     return refuse(JSON_RPC_E_SERVER, "this agent waits for " + std::to_string(forwards_at_once) +
                                          " answers of other agents already; ask again when one has come");
   const json_spirit::Value* forwarded = params.find("params");
   const std::chrono::seconds timeout(std::clamp<std::int64_t>(seconds, 1, forward_largest_seconds));
-  JSON_RPC_Answer answer = registry_.call(host_uuid, method, forwarded == nullptr ? json_spirit::Value() : *forwarded,
-                                          timeout, &connection.forwards());
-  connection.give_forward_slot();
-  return answer;
+  return registry_.call(host_uuid, method, forwarded == nullptr ? json_spirit::Value() : *forwarded, timeout,
+                        &connection.forwards());
 }
 
 JSON_RPC_Answer Agent_Service::unreachable(const std::string& host_uuid) {
