@@ -1,9 +1,13 @@
 // One run of a log backup: what it waits for, how long, and what it records.
 
+#include <atomic>
+#include <chrono>
 #include <numeric>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "platform/clock.h"
 #include "platform/file_lock.h"
 #include "unit/hana/job/log_backup_fixture.h"
 
@@ -21,7 +25,10 @@ constexpr const char* log_uuid = "99999999-9999-4999-8999-999999999999";
 constexpr ACE_UINT64 log_id = 1700;
 constexpr ACE_UINT64 full_id = 1500;
 constexpr const char* processes_of_log = "/usr/sap/HDB/SYS/global/hdb/opt/hdbbackint -f backup -s 1700 -u TN1@HDB";
+constexpr const char* restore_lock = "/var/opt/tarvex/dorsal3/agent/lock/restore_HDB_TN1";
 constexpr double poll_seconds = 10;
+/// Only a broken lock waits that long.
+constexpr std::chrono::seconds real_limit{20};
 
 class Log_Run : public backup_test::Log_Backup_Test {
  protected:
@@ -56,9 +63,12 @@ class Log_Run : public backup_test::Log_Backup_Test {
   }
   static Sql_Answer runs() { return table("STATE_NAME,SYS_END_TIME", {"\"running\",?"}); }
 
+  static Sql_Answer listed(const std::string& database, const std::string& active) {
+    return table("DATABASE_NAME,DESCRIPTION,ACTIVE_STATUS,OS_USER,OS_GROUP",
+                 {"\"" + database + "\",\"\",\"" + active + "\",\"\",\"\""});
+  }
   void expect_listed(const std::string& database, const std::string& active = "YES") {
-    hdbsql_.expect(list_sql(database), table("DATABASE_NAME,DESCRIPTION,ACTIVE_STATUS,OS_USER,OS_GROUP",
-                                             {"\"" + database + "\",\"\",\"" + active + "\",\"\",\"\""}));
+    hdbsql_.expect(list_sql(database), listed(database, active));
   }
   void expect_state(ACE_UINT64 id, Sql_Answer answer) { hdbsql_.expect(state_sql(id), std::move(answer)); }
   void expect_full(const std::string& database, ACE_UINT64 id) {
@@ -109,11 +119,15 @@ TEST_F(Log_Run, Records_The_Set_Of_The_Backup_With_Its_Full) {
   know_full_set("TN1");
   expect_listed("TN1");
   expect_state(log_id, state("successful"));
-  expect_full("TN1", full_id);
+  Sql_Answer newest_full = table("BACKUP_ID", {std::to_string(full_id)});
+  Pauses before_full;
+  newest_full.before = [&] { before_full = clock_.sleeps(); };
+  hdbsql_.expect(full_sql("TN1"), newest_full);
   expect_state(full_id, state("successful"));
   expect_metadata();
   EXPECT_TRUE(run());
-  EXPECT_EQ(clock_.sleeps(), Pauses{1}) << "the catalog gets a second";
+  EXPECT_EQ(before_full, Pauses{1}) << "the catalog gets a second";
+  EXPECT_EQ(clock_.sleeps(), Pauses{1});
   EXPECT_EQ(progress(), (std::vector<int>{1, 100}));
   EXPECT_TRUE(alerts().empty());
   expect_info("Start to backup HANA HDB:TN1 log\n");
@@ -156,6 +170,7 @@ TEST_F(Log_Run, Raises_Alert_2_When_Hdbsql_Cannot_Be_Bound) {
   expect_failure({"7/2 0 1 {}"}, "Failed to init hdbsql for HDB HDB00\n");
   expect_error("Failed to get username and password\n");
   expect_error_with("No account is stored");
+  EXPECT_TRUE(progress().empty()) << "it has not begun";
 }
 
 TEST_F(Log_Run, Raises_Alert_9_For_A_Backint_Job_That_Backupd_Does_Not_Know) {
@@ -164,19 +179,21 @@ TEST_F(Log_Run, Raises_Alert_9_For_A_Backint_Job_That_Backupd_Does_Not_Know) {
 }
 
 TEST_F(Log_Run, Starts_A_Tenant_That_Is_Not_Active_Under_The_Restore_Lock) {
-  constexpr const char* lock = "/var/opt/tarvex/dorsal3/agent/lock/restore_HDB_TN1";
   add_backint_job(log_uuid, "TN1", log_id);
   know_full_set("TN1");
   expect_listed("TN1", "NO");
   bool locked = false;
   Sql_Answer status = table("ACTIVE_STATUS", {"\"NO\""});
-  status.before = [&] { locked = root_.exists(lock); };
+  status.before = [&] {
+    locked = root_.exists(restore_lock);
+    EXPECT_TRUE(log_.has("Start to backup HANA HDB:TN1 log\n"));
+  };
   hdbsql_.expect(status_sql("TN1"), status);
   hdbsql_.expect("ALTER SYSTEM START DATABASE TN1", backup_test::done());
   hdbsql_.expect(status_sql("TN1"), table("ACTIVE_STATUS", {"\"YES\""}));
   bool released = false;
   Sql_Answer successful = state("successful");
-  successful.before = [&] { released = !root_.exists(lock); };
+  successful.before = [&] { released = !root_.exists(restore_lock); };
   expect_state(log_id, successful);
   expect_full("TN1", full_id);
   expect_state(full_id, state("successful"));
@@ -191,7 +208,50 @@ TEST_F(Log_Run, Tries_To_Start_A_Tenant_That_Cannot_Be_Listed) {
   hdbsql_.expect(list_sql("TN1"), refused());
   hdbsql_.expect(status_sql("TN1"), table("ACTIVE_STATUS", {}));
   expect_failure({R"(7/3 0 1 {"database":"TN1"})"}, "Failed to start tenant database TN1\n");
+  EXPECT_FALSE(root_.exists(restore_lock));
   log_.claim_all();
+}
+
+TEST_F(Log_Run, Starts_A_Tenant_Only_When_A_Restore_Has_Let_Go_Of_It) {
+  add_backint_job(log_uuid, "TN1", log_id);
+  platform::Wait_Event at_the_lock;
+  std::atomic<bool> restored{false};
+  Sql_Answer inactive = listed("TN1", "NO");
+  inactive.before = [&] { at_the_lock.set(); };
+  hdbsql_.expect(list_sql("TN1"), inactive);
+  Sql_Answer status = table("ACTIVE_STATUS", {"\"YES\""});
+  bool too_early = false;
+  status.before = [&] { too_early = !restored; };
+  hdbsql_.expect(status_sql("TN1"), status);
+  expect_state(log_id, state("failed"));
+  platform::File_Lock restore(restore_lock);
+  ASSERT_TRUE(restore.acquire());
+  std::thread log_backup([&] { EXPECT_FALSE(run()); });
+  EXPECT_TRUE(at_the_lock.wait_real(real_limit));
+  restored = true;
+  restore.release();
+  log_backup.join();
+  EXPECT_FALSE(too_early);
+  expect_error("Job state is error\n");
+}
+
+TEST_F(Log_Run, Needs_No_Lock_For_An_Active_Tenant_Nor_That_Of_Another_One) {
+  platform::File_Lock active(restore_lock);
+  ASSERT_TRUE(active.acquire());
+  add_backint_job(log_uuid, "TN1", log_id);
+  expect_listed("TN1");
+  expect_state(log_id, state("failed"));
+  expect_failure({"7/11 0 1 {}"}, "Job state is error\n");
+  EXPECT_TRUE(active.held());
+  active.release();
+
+  platform::File_Lock other("/var/opt/tarvex/dorsal3/agent/lock/restore_HDB_TN2");
+  ASSERT_TRUE(other.acquire());
+  expect_listed("TN1", "NO");
+  hdbsql_.expect(status_sql("TN1"), table("ACTIVE_STATUS", {"\"YES\""}));
+  expect_state(log_id, state("failed"));
+  EXPECT_FALSE(run());
+  expect_error("Job state is error\n");
 }
 
 TEST_F(Log_Run, Fails_Silently_Where_The_Restore_Lock_Cannot_Be_Had) {
@@ -299,6 +359,14 @@ TEST_F(Log_Run, Ends_The_Wait_When_The_State_Cannot_Be_Read) {
   expect_error("Failed to get job state\n");
 }
 
+TEST_F(Log_Run, Ends_The_Wait_When_The_State_Can_No_Longer_Be_Read) {
+  Log_Executor& executor = waiting_executor();
+  expect_state(log_id, runs());
+  hdbsql_.expect(state_sql(log_id), table("STATE_NAME,SYS_END_TIME", {}), 10);
+  EXPECT_FALSE(executor.wait_backint_job(log_id));
+  expect_error("Failed to get job state\n");
+}
+
 TEST_F(Log_Run, Gives_A_Backup_Up_That_Has_Had_No_Process_After_600_Seconds) {
   Log_Executor& executor = waiting_executor();
   hdbsql_.expect_on_and_on(state_sql(log_id), runs());
@@ -348,6 +416,25 @@ TEST_F(Log_Run, Of_A_Stopped_Instance_Waits_Until_No_Hdbbackint_Runs_Whatever_Th
   EXPECT_TRUE(executor.wait_backint_job(log_id));
   EXPECT_EQ(seconds_slept(), 7210);
   EXPECT_TRUE(hdbsql_.statements().empty());
+}
+
+TEST_F(Log_Run, Of_An_Instance_In_No_Clear_State_Waits_For_Processes_Too) {
+  set_half_started();
+  Log_Executor& executor = waiting_executor();
+  runner_.let_run({{10, "hdbadm", "hdbbackint -f restore"}});
+  clock_.at(std::chrono::seconds(15), [this] { runner_.let_run({}); });
+  EXPECT_TRUE(executor.wait_backint_job(log_id));
+  EXPECT_EQ(clock_.sleeps(), (Pauses{poll_seconds, poll_seconds}));
+  EXPECT_TRUE(hdbsql_.statements().empty());
+}
+
+TEST_F(Log_Run, Of_A_Stopped_Instance_Takes_Processes_That_Cannot_Be_Listed_As_None) {
+  set_running(false);
+  Log_Executor& executor = waiting_executor();
+  runner_.fail_to_list(true);
+  EXPECT_TRUE(executor.wait_backint_job(log_id));
+  EXPECT_TRUE(clock_.sleeps().empty());
+  expect_error_with("Failed to list the processes of this host");
 }
 
 TEST_F(Log_Run, Of_An_Instance_That_Cannot_Be_Asked_Fails) {

@@ -4,14 +4,6 @@
 
 namespace backup_test {
 
-namespace {
-
-// What sapcontrol -function GetProcessList exits with.
-constexpr int running_code = 3;
-constexpr int stopped_code = 4;
-
-}  // namespace
-
 Log_Backup_Test::Log_Backup_Test() {
   set_subtype(JOB_DEFINITION_SUBTYPE_ONDEMAND);
   // SAP's group: the one that the test itself may give files to.
@@ -20,7 +12,7 @@ Log_Backup_Test::Log_Backup_Test() {
     if (call.program.ends_with("/hdbnsutil"))
       child.standard_output = "online: true\n\nmode: " + mode_ + "\n";
     else if (call.program.ends_with("/sapcontrol"))
-      child.code = running_ ? running_code : stopped_code;
+      child.code = static_cast<int>(state_);
     else
       return false;
     return true;
