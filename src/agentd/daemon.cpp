@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "agent/backupd_client/access_key_file.h"
+#include "agentd/alert_tap.h"
 #include "agentd/backint_verifier.h"
 #include "agentd/bounded_end.h"
 #include "agentd/former_runs.h"
@@ -48,7 +49,9 @@ std::string outbox_directory() { return platform::product_paths::agent_state("ou
 Daemon::Daemon(Agent_Configuration configuration)
     : configuration_(std::move(configuration)),
       instance_service_(modules_, instances_),
-      jobs_(modules_, configuration_.host_uuid),
+      maker_(modules_, configuration_.host_uuid),
+      jobs_(maker_),
+      ondemand_(maker_),
       router_(modules_),
       link_(
           configuration_,
@@ -88,7 +91,7 @@ bool Daemon::start() {
 void Daemon::connect_jobs() {
   set_activity_listener(reporter_);
   set_job_log_sink(reporter_);
-  set_alert_sink(reporter_);
+  set_alert_sink(std::make_shared<Alert_Tap>(reporter_));
 }
 
 void Daemon::add_methods() {
@@ -108,6 +111,10 @@ void Daemon::add_methods() {
   router_.add("job.remove", [this](const Params& params) {
     return with_job_id(params, [this](const std::string& id) { return jobs_.remove(id); });
   });
+  router_.add(
+      "job.setup", [this](const Params& params) { return ondemand_.setup(params); }, Method_Router::Pace::slow);
+  router_.add(
+      "job.unsetup", [this](const Params& params) { return ondemand_.unsetup(params); }, Method_Router::Pace::slow);
   router_.add("instance.probe", [this](const Params&) { return instance_service_.probe(); });
   router_.add("instance.state", [this](const Params& params) { return instance_service_.state(params); });
   router_.add("instance.logon", [this](const Params& params) { return instance_service_.logon(params); });

@@ -10,6 +10,7 @@
 #include "agentd/job_table.h"
 #include "agentd/method_router.h"
 #include "agentd/module.h"
+#include "agentd/ondemand_setup.h"
 #include "agentd/outbox.h"
 #include "agentd/reporter.h"
 #include "agentd/server_link.h"
@@ -45,7 +46,9 @@ class Daemon {
   Instance_Manager instances_;
   Scoped_Instance_Manager instances_scope_{instances_};
   Instance_Service instance_service_;
+  Job_Maker maker_;
   Job_Table jobs_;
+  Ondemand_Setup ondemand_;
   Method_Router router_;
   Server_Link link_;
   Scoped_Agent_Channel channel_scope_{link_};

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "agentd/definition_guard.h"
 #include "job/job_mutex.h"
 #include "platform/clock.h"
 #include "platform/log.h"
@@ -30,13 +29,6 @@ JSON_RPC_Answer refused(const std::string& why, Request_Code code = request_refu
 
 JSON_RPC_Answer unknown_job(const std::string& job_act_id) {
   return refusal_answer(JSON_RPC_E_SERVER, "this agent runs no job " + platform::cut_for_log(job_act_id));
-}
-
-/// The kind in the definition's own words, for messages.
-std::string kind_of(const Job_Definition& definition) {
-  const std::string subtype = job_def_subtype_to_string(definition.subtype());
-  return (definition.type() == JOB_DEFINITION_RESTORE ? "restore" : "backup") + std::string(" of subtype \"") +
-         subtype + "\"";
 }
 
 bool is_data_backup(const Job_Definition& definition) {
@@ -68,7 +60,7 @@ JSON_RPC_Answer Job_Table::start(const json_spirit::Value& definition, const jso
                                  const std::string& job_act_id) {
   if (find(job_act_id).get() != nullptr || has_ended(job_act_id)) return done({{"job_act_id", job_act_id}});
   std::string refusal;
-  const Job_Ptr job = make_job(definition, refusal);
+  const Job_Ptr job = maker_.make(definition, refusal);
   if (job.get() == nullptr) return refusal_answer(JSON_RPC_E_INVALID_PARAMS, refusal);
   if (!job->open_activity(job_act_id))
     return refusal_answer(JSON_RPC_E_SERVER, "the activity record of the run cannot be made; see the agent's log");
@@ -80,32 +72,6 @@ JSON_RPC_Answer Job_Table::start(const json_spirit::Value& definition, const jso
   if (job->start(options.empty() ? nullptr : &options) == 0) return done({{"job_act_id", job_act_id}});
   forget(job_act_id);
   return refusal_answer(JSON_RPC_E_SERVER, "the job's thread cannot be started; see the agent's log");
-}
-
-Job_Ptr Job_Table::make_job(const json_spirit::Value& document, std::string& refusal) const {
-  std::string module_name;
-  if (!document.is_object() || !json_spirit::object_get(document.get_obj(), "module", module_name)) {
-    refusal = "the definition names no module";
-    return {};
-  }
-  const Module* const module = modules_.find(module_name);
-  if (module == nullptr || module->job_creator() == nullptr) {
-    refusal = "this agent has no module \"" + platform::cut_for_log(module_name) +
-              "\" that runs jobs; install it and name it in agent.toml";
-    return {};
-  }
-  if (!names_are_safe(document.get_obj(), refusal)) return {};
-  const auto choose = [module](Job_Definition_Type type, Job_Definition_Subtype) { return module->parsers(type); };
-  const Job_Definition_Ptr definition = read_job_definition(document, choose, refusal);
-  if (definition.null()) return {};
-  if (definition->host_id() != host_uuid_) {
-    refusal = "the definition is for host " + platform::cut_for_log(definition->host_id()) + ", this is " + host_uuid_;
-    return {};
-  }
-  const Job_Ptr job = module->job_creator()->create(definition);
-  if (job.get() == nullptr)
-    refusal = "module \"" + module_name + "\" does not run a " + kind_of(*definition) + "; the definition is refused";
-  return job;
 }
 
 bool Job_Table::take(const std::string& job_act_id, const Job_Ptr& job, std::string& refusal) {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "agentd/module.h"
+#include "agentd/job_maker.h"
 #include "job/job.h"
 #include "net/json_rpc_peer.h"
 
@@ -16,7 +16,7 @@ namespace agentd {
 /// The jobs that this agent runs, by the id of their activity. Any thread.
 class Job_Table {
  public:
-  Job_Table(const Modules& modules, std::string host_uuid) : modules_(modules), host_uuid_(std::move(host_uuid)) {}
+  explicit Job_Table(const Job_Maker& maker) : maker_(maker) {}
 
   /// Starts a run of a definition document. The answer carries {"job_act_id"}; its refusals say why: the document is
   /// not sound, is another host's, names an unknown module, is of a kind that the module does not run, or the agent is
@@ -44,13 +44,11 @@ class Job_Table {
 
  private:
   [[nodiscard]] Job_Ptr find(const std::string& job_act_id) const;
-  [[nodiscard]] Job_Ptr make_job(const json_spirit::Value& definition, std::string& refusal) const;
   void forget(const std::string& job_act_id);
   [[nodiscard]] bool has_ended(const std::string& job_act_id) const;
   [[nodiscard]] bool take(const std::string& job_act_id, const Job_Ptr& job, std::string& refusal);
 
-  const Modules& modules_;
-  const std::string host_uuid_;
+  const Job_Maker& maker_;
   mutable std::mutex mutex_;
   std::map<std::string, Job_Ptr> jobs_;  ///< guarded by mutex_
   std::deque<std::string> ended_;        ///< the last runs that have ended; guarded by mutex_

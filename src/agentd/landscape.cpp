@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "agentd/database_list.h"
+#include "agentd/ini_section.h"
 #include "platform/files.h"
 #include "platform/log.h"
 
@@ -14,28 +15,7 @@ namespace agentd {
 
 namespace {
 
-constexpr const char* landscape_section = "[landscape]";
-
-std::string trimmed(const std::string& text) {
-  constexpr const char* blanks = " \t\r";
-  const std::size_t begin = text.find_first_not_of(blanks);
-  if (begin == std::string::npos) return {};
-  return text.substr(begin, text.find_last_not_of(blanks) - begin + 1);
-}
-
-std::map<std::string, std::string> read_section(const std::string& text) {
-  std::map<std::string, std::string> values;
-  bool inside = false;
-  std::stringstream lines(text);
-  for (std::string raw; std::getline(lines, raw);) {
-    const std::string line = trimmed(raw);
-    if (line.starts_with('[')) inside = line == landscape_section;
-    const std::size_t equals = line.find('=');
-    if (inside && !line.starts_with('#') && equals != std::string::npos)
-      values[trimmed(line.substr(0, equals))] = trimmed(line.substr(equals + 1));
-  }
-  return values;
-}
+constexpr const char* landscape_section = "landscape";
 
 /// Without port and domain: the file and the instance may give a host with or without them.
 std::string short_name(const std::string& host) {
@@ -54,7 +34,7 @@ std::size_t count_words(const std::string& text) {
 }  // namespace
 
 json_spirit::Object parse_landscape(const std::string& text, const std::string& host) {
-  std::map<std::string, std::string> values = read_section(text);
+  std::map<std::string, std::string> values = read_ini_section(text, landscape_section);
   json_spirit::Object attributes;
   if (!values["id"].empty()) attributes["landscape_id"] = values["id"];
   const bool several_hosts = count_words(values["worker"] + " " + values["standby"]) > 1;

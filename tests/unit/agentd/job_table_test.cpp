@@ -39,7 +39,8 @@ class Job_Table_Test : public Module_Fixture {
   }
 
   Modules modules;
-  Job_Table jobs{modules, host_uuid};
+  Job_Maker maker{modules, host_uuid};
+  Job_Table jobs{maker};
 };
 
 }  // namespace
