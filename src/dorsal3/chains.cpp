@@ -23,14 +23,7 @@ struct Chain {
 
 bool is_kind(Set set, const char* kind) { return text_member(*set, "type") == kind; }
 
-/// A set whose storages name no state is not on its pool any more.
-bool is_online(Set set) {
-  for (const auto& storage : object_rows(*set, "storages")) {
-    json_spirit::Array states;
-    if (json_spirit::object_get(storage, "state", states) && !states.empty()) return true;
-  }
-  return false;
-}
+bool is_online(Set set) { return dorsal3::is_online(*set); }
 
 /// HANA's ids grow with time. Sets of one id, or without one, keep the order in which they were committed.
 bool is_older(Set left, Set right) {
@@ -216,6 +209,14 @@ std::map<std::string, std::string> short_ids(const std::vector<std::string>& ids
     names[*id] = id->substr(0, length);
   }
   return names;
+}
+
+bool is_online(const json_spirit::Object& set) {
+  for (const auto& storage : object_rows(set, "storages")) {
+    json_spirit::Array states;
+    if (json_spirit::object_get(storage, "state", states) && !states.empty()) return true;
+  }
+  return false;
 }
 
 std::uint64_t stored_size(const json_spirit::Object& set) {

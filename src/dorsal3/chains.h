@@ -30,6 +30,9 @@ struct Chain_Source {
 /// For each id its shortest beginning, eight characters or more, that none of the others has.
 [[nodiscard]] std::map<std::string, std::string> short_ids(const std::vector<std::string>& ids);
 
+/// A set whose storages name no state is not on its pool any more.
+[[nodiscard]] bool is_online(const json_spirit::Object& set);
+
 /// Bytes of the set on its pool.
 [[nodiscard]] std::uint64_t stored_size(const json_spirit::Object& set);
 

@@ -13,7 +13,7 @@ namespace {
 
 constexpr const char* exit_code_help =
     "Exit codes: 0 good, 1 the work's result is bad, 2 wrong command line, 3 configuration, 4 server or agent not\n"
-    "reachable, 5 refused, 6 not found, 7 busy, 8 answer not understood, 130 interrupted.";
+    "reachable, 5 refused, 6 not found, 7 busy, 8 answer not understood, 9 gap in the logs, 130 interrupted.";
 
 struct Command_Line {
   Configuration_Request configuration;

@@ -13,6 +13,7 @@ enum Exit_Code {
   exit_not_found = 6,      ///< the instance, database, set, job or pool does not exist
   exit_busy = 7,           ///< what is asked for runs already
   exit_protocol = 8,       ///< the server answered something this command does not understand
+  exit_gap = 9,            ///< the chain of logs has a gap, or no full backup to begin at
   exit_interrupted = 130   ///< Ctrl-C; a started job goes on
 };
 

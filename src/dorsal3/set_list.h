@@ -22,6 +22,11 @@ struct Set_List {
 [[nodiscard]] bool read_data_sets(Server_Client& server, const std::string& resource_uuid, const std::string& database,
                                   std::uint64_t limit, Set_List& list, Failure& failure);
 
+/// Reads the sets of log and catalog backups of a database, newest first, until a page of them is older than
+/// `backup_id`: all that HANA began since that backup, and some before.
+[[nodiscard]] bool read_log_sets(Server_Client& server, const std::string& resource_uuid, const std::string& database,
+                                 std::uint64_t backup_id, std::vector<json_spirit::Object>& sets, Failure& failure);
+
 /// How many sets of one kind a database has.
 [[nodiscard]] bool count_sets(Server_Client& server, const std::string& resource_uuid, const std::string& database,
                               const char* kind, std::uint64_t& count, Failure& failure);

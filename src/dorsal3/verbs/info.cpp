@@ -5,6 +5,8 @@
 #include "dorsal3/chains.h"
 #include "dorsal3/chains_text.h"
 #include "dorsal3/format.h"
+#include "dorsal3/log_chain_text.h"
+#include "dorsal3/log_report.h"
 #include "dorsal3/resources.h"
 #include "dorsal3/set_list.h"
 #include "dorsal3/verb.h"
@@ -25,11 +27,13 @@ class Info_Verb : public Verb {
     sub->add_option("--limit", limit_, "How many sets of each kind to show, the newest ones")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
+    sub->add_flag("--logs", logs_, "Show the chain of log positions since the newest full backup instead");
     return sub;
   }
 
   Outcome run(Context& context) override {
     Failure failure;
+    if (logs_) return show_logs(context);
     std::vector<Resource> resources;
     if (!choose_resources(context, resources, failure)) return Outcome::failed(std::move(failure));
     read_pool_names(context);
@@ -45,12 +49,23 @@ class Info_Verb : public Verb {
   }
 
   void print(const json_spirit::Object& model, std::ostream& out) const override {
+    if (logs_) {
+      for (const auto& database : object_rows(model, "databases")) print_log_chain(database, out);
+      return;
+    }
     const auto instances = object_rows(model, "instances");
     if (instances.empty()) out << "No instance is registered. Run: dorsal3 discover\n";
     for (const auto& instance : instances) print_instance(instance, out);
   }
 
  private:
+  Outcome show_logs(Context& context) {
+    Failure failure{exit_usage, "usage", "--logs needs an instance or a database of one: INSTANCE[/DATABASE]"};
+    if (subject_text_.empty() || !parse_subject(subject_text_, subject_, failure))
+      return Outcome::failed(std::move(failure));
+    return report_logs(context, subject_);
+  }
+
   bool choose_resources(Context& context, std::vector<Resource>& resources, Failure& failure) {
     if (subject_text_.empty()) return list_resources(context.server, resources, failure);
     resources.resize(1);
@@ -164,6 +179,7 @@ class Info_Verb : public Verb {
 
   std::string subject_text_;
   Backup_Subject subject_;
+  bool logs_ = false;
   std::uint64_t limit_ = default_set_limit;
   std::map<std::string, std::string> pool_names_;
 };
