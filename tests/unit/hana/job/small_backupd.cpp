@@ -91,13 +91,15 @@ net::Http_Response Small_Backupd::answer(const std::string& method, const std::s
   const std::string route = path.starts_with(api) ? path.substr(api.size()) : path;
   const std::lock_guard guard(mutex_);
   if (route == "/server") return json_answer(status_ok, Object{{"product", "backupd"}, {"version", "1.0.0"}});
-  if (route == "/resources") return json_answer(status_ok, rows_of(resource.is_null() ? Array() : Array{resource}));
+  if (route == "/resources") return find_resource(query);
   if (route == "/pools") return json_answer(status_ok, rows_of(pools));
   if (route == "/sets/restore/sets") return find_set(query);
   if (route == "/sets" && method == "POST") {
     committed.push_back(body.get_obj());
     return json_answer(status_created, body);
   }
+  constexpr std::string_view views_route = "/catalog/hana/";
+  if (route.starts_with(views_route)) return answer_view(route.substr(views_route.size()), body);
   constexpr std::string_view jobs_route = "/backint/jobs";
   if (!route.starts_with(jobs_route)) return error_answer(status_not_found);
   const std::string rest = route.substr(jobs_route.size());
@@ -119,6 +121,19 @@ net::Http_Response Small_Backupd::answer_job(const std::string& method, const st
   if (job == jobs.end()) return error_answer(status_not_found);
   if (method == "DELETE") removed_jobs.push_back(uuid);
   return json_answer(status_ok, job->second);
+}
+
+net::Http_Response Small_Backupd::answer_view(const std::string& view, const Value& body) {
+  const Object params = json_spirit::object_require<Object>(body.get_obj(), "params");
+  views.push_back(view + " " + json_spirit::dump_json(params));
+  const Value reply = on_view ? on_view(view, params) : Value();
+  return reply.is_null() ? error_answer(status_not_found) : json_answer(status_ok, reply);
+}
+
+net::Http_Response Small_Backupd::find_resource(const std::string& query) const {
+  const auto found = resources.find(query_value(query, "uuid"));
+  const Value& record = found == resources.end() ? resource : found->second;
+  return json_answer(status_ok, rows_of(record.is_null() ? Array() : Array{record}));
 }
 
 net::Http_Response Small_Backupd::find_set(const std::string& query) const {

@@ -28,12 +28,18 @@ class Small_Backupd : public net::Http_Handler {
 
   /// The resource's record; null: backupd knows no such resource.
   json_spirit::Value resource;
+  /// Records of further resources by uuid.
+  std::map<std::string, json_spirit::Value> resources;
   json_spirit::Array pools;
   std::map<std::string, json_spirit::Object> jobs;  ///< Backint job records by uuid
   std::map<std::string, json_spirit::Array> files;  ///< their files
   std::vector<std::string> removed_jobs;
   std::map<Set_Key, json_spirit::Value> sets;  ///< what the search for a set finds
   std::vector<json_spirit::Object> committed;
+  /// What a catalog view answers to its params; null: it refuses.
+  std::function<json_spirit::Value(const std::string& view, const json_spirit::Object& params)> on_view;
+  /// "view params" of every question to a view so far.
+  std::vector<std::string> views;
   /// Called when a Backint job record arrives: what the Backint agent will have stored.
   std::function<void(const json_spirit::Object& job)> on_job;
   /// Called for each request first; an answer here replaces the real one.
@@ -44,6 +50,8 @@ class Small_Backupd : public net::Http_Handler {
                                           const json_spirit::Value& body);
   [[nodiscard]] net::Http_Response answer_job(const std::string& method, const std::string& uuid,
                                               const json_spirit::Value& body);
+  [[nodiscard]] net::Http_Response answer_view(const std::string& view, const json_spirit::Value& body);
+  [[nodiscard]] net::Http_Response find_resource(const std::string& query) const;
   [[nodiscard]] net::Http_Response find_set(const std::string& query) const;
 
   mutable std::mutex mutex_;
