@@ -52,6 +52,8 @@ class Log_Backup_Executor : public Backup_Executor_Basic {
   [[nodiscard]] bool generate_conf_file_of(const std::string& database);
   [[nodiscard]] json_spirit::Object configuration() const;
   [[nodiscard]] bool owns(const std::string& path) const;
+  /// Of any definition.
+  [[nodiscard]] static bool has_live_configuration();
 
   // execute_backup, in this order
   [[nodiscard]] bool bind_hdbsql();

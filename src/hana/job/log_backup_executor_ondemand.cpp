@@ -1,6 +1,8 @@
 // Setting a log backup up and removing it: the configuration file by which hdbbackint knows of the definition, and
 // HANA's own switches.
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <vector>
 
@@ -172,13 +174,20 @@ bool Log_Backup_Executor::remove_ondemand() {
     D3_ERROR("Failed to backup HANA log, failed to remove %s '%s' job configure file\n",
              instance ? "instance" : "database", instance ? instance_name_.c_str() : entry.database.c_str());
   }
-  std::vector<std::string> names;
-  // No directory: no configuration either.
-  (void)platform::list_directory(hana_state_directory(), names);
-  for (const std::string& name : names)
-    if (is_live_ondemand_conf(name)) return true;
-  disable_log_backup();
+  if (!has_live_configuration()) disable_log_backup();
   return true;
+}
+
+bool Log_Backup_Executor::has_live_configuration() {
+  const std::string directory = hana_state_directory();
+  std::vector<std::string> names;
+  if (!platform::list_directory(directory, names)) {
+    // No directory: no configuration either. One that cannot be looked into may hold that of another definition.
+    if (errno == ENOENT || errno == ENOTDIR) return false;
+    D3_ERROR("Failed to list '%C': %m; HANA's log backup is left as it is\n", directory.c_str());
+    return true;
+  }
+  return std::any_of(names.begin(), names.end(), is_live_ondemand_conf);
 }
 
 bool Log_Backup_Executor::change_active_file_group() {
