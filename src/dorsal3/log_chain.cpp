@@ -4,9 +4,9 @@
 #include <set>
 
 #include "dorsal3/chains.h"
-#include "dorsal3/log_positions.h"
 #include "dorsal3/resources.h"
 #include "dorsal3/set_list.h"
+#include "records/log_positions.h"
 #include "scrt/time_text.h"
 
 namespace dorsal3 {

@@ -6,8 +6,8 @@
 
 #include "command_fixture.h"
 #include "dorsal3/log_chain_text.h"
-#include "dorsal3/log_positions.h"
 #include "dorsal3/resources.h"
+#include "records/log_positions.h"
 #include "set_builder.h"
 
 using namespace dorsal3;

@@ -1,10 +1,8 @@
-#include "dorsal3/log_positions.h"
+#include "records/log_positions.h"
 
 #include <algorithm>
 
 #include "scrt/numbers.h"
-
-namespace dorsal3 {
 
 namespace {
 
@@ -89,5 +87,3 @@ const Log_Positions::Piece& Log_Positions::end_of_first_run() const {
   while (end + 1 < pieces_.size() && pieces_[end].last >= pieces_[end + 1].first) ++end;
   return pieces_[end];
 }
-
-}  // namespace dorsal3

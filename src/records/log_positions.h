@@ -6,8 +6,6 @@
 #include <string_view>
 #include <vector>
 
-namespace dorsal3 {
-
 /// What the name of a log backup's object tells: "log_backup_<volume>_<partition>_<first>_<last>", as HANA names the
 /// pipe, also with ".<backup id>" behind it.
 struct Log_Name {
@@ -69,5 +67,3 @@ class Log_Positions {
   std::vector<Piece> pieces_;  ///< by position, none overlaps another
   std::vector<Overlap> overlaps_;
 };
-
-}  // namespace dorsal3
