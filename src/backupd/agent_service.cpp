@@ -99,6 +99,7 @@ JSON_RPC_Answer Agent_Service::hello(const std::shared_ptr<Agent_Connection>& co
   }
   registry_.put(connection);
   stores_.starter.wake();
+  stores_.setups.agent_came(host_uuid);
   return success(
       json_spirit::Object{{"server_time", posix_time_to_utc_text(platform::Clock::current().wall_seconds())}});
 }
@@ -120,9 +121,24 @@ JSON_RPC_Answer Agent_Service::list_definitions(const Agent_Connection& connecti
   query.where_given("module", module);
   List_Page page;
   if (!stores_.definitions.list(query, page)) return store_failed();
+  if (Outcome outcome = drop_removed(page.rows); !outcome.ok()) return refuse(outcome);
   for (json_spirit::Value& row : page.rows)
     if (Outcome outcome = stores_.definitions.for_agent(row.get_obj()); !outcome.ok()) return refuse(outcome);
   return success(json_spirit::Object{{"rows", page.rows}});
+}
+
+/// A log backup that was removed is none for agents, although its runs still need the record.
+Outcome Agent_Service::drop_removed(json_spirit::Array& definitions) {
+  json_spirit::Array kept;
+  for (json_spirit::Value& definition : definitions) {
+    std::string id;
+    bool removed = false;
+    json_spirit::object_get(definition.get_obj(), "id", id);
+    if (Outcome outcome = stores_.definitions.is_removed(id, removed); !outcome.ok()) return outcome;
+    if (!removed) kept.push_back(std::move(definition));
+  }
+  definitions.swap(kept);
+  return {};
 }
 
 /// By its id a definition is looked for wherever it belongs; the answer is an array, empty when there is none.
@@ -132,7 +148,9 @@ JSON_RPC_Answer Agent_Service::find_definition(const std::string& id) {
   if (outcome.kind == Outcome::not_found) return success(json_spirit::Array());
   if (!outcome.ok()) return refuse(outcome);
   if (Outcome filled = stores_.definitions.for_agent(definition); !filled.ok()) return refuse(filled);
-  return success(json_spirit::Array{definition});
+  json_spirit::Array found{definition};
+  if (Outcome kept = drop_removed(found); !kept.ok()) return refuse(kept);
+  return success(std::move(found));
 }
 
 JSON_RPC_Answer Agent_Service::report(const Agent_Connection& connection, const json_spirit::Object& params) {

@@ -8,6 +8,7 @@
 #include "backupd/definition_store.h"
 #include "backupd/resource_store.h"
 #include "backupd/run_starter.h"
+#include "backupd/setup_keeper.h"
 #include "backupd/sweeper.h"
 #include "net/http_transport.h"
 
@@ -22,6 +23,7 @@ class Agent_Service {
     Activity_Store& activities;
     Sweeper& sweeper;
     Run_Starter& starter;
+    Setup_Keeper& setups;
   };
 
   Agent_Service(Stores stores, Agent_Registry& registry) : stores_(stores), registry_(registry) {}
@@ -37,6 +39,7 @@ class Agent_Service {
   JSON_RPC_Answer hello(const std::shared_ptr<Agent_Connection>& connection, const json_spirit::Object& params);
   JSON_RPC_Answer list_definitions(const Agent_Connection& connection, const json_spirit::Object& params);
   JSON_RPC_Answer find_definition(const std::string& id);
+  [[nodiscard]] Outcome drop_removed(json_spirit::Array& definitions);
   JSON_RPC_Answer report(const Agent_Connection& connection, const json_spirit::Object& params);
   JSON_RPC_Answer log(const Agent_Connection& connection, const json_spirit::Object& params);
   JSON_RPC_Answer forward(Agent_Connection& connection, const json_spirit::Object& params);

@@ -109,11 +109,24 @@ Outcome check_rate_limits(const json_spirit::Object& limits) {
   return {};
 }
 
+constexpr char subtype_log[] = "log";
+
+Outcome check_log_backup(const json_spirit::Object& source, const json_spirit::Object& schedule) {
+  json_spirit::Array entries;
+  long type = 0;
+  json_spirit::object_get(source, "entries", entries);
+  if (entries.size() != 1)
+    return refuse("a log backup has one source entry, an instance or one database of it; make a definition for each");
+  if (schedule.empty() || (json_spirit::object_get(schedule, "type", type) && type == schedule_on_demand)) return {};
+  return refuse("the \"schedule\" of a log backup is {\"type\": 7}: HANA begins it by itself");
+}
+
 struct Parts {
   json_spirit::Object source;
   json_spirit::Object options;
   json_spirit::Object target;
   json_spirit::Object rate_limits;
+  json_spirit::Object schedule;
   std::string type;
   std::string subtype;
 };
@@ -132,8 +145,6 @@ void read_plain_members(Body_Reader& reader) {
   for (const char* key :
        {"max_seconds_retry", "resumption_buffer_size", "retry_count", "retry_interval", "job_revision"})
     reader.number(key, number);
-  json_spirit::Object schedule;
-  reader.object("schedule", schedule);
 }
 
 }  // namespace
@@ -158,6 +169,7 @@ Outcome check_definition(const json_spirit::Object& body, Definition_Summary& su
   reader.object("options", parts.options);
   reader.object("target", parts.target, Need::required);
   reader.object("rate_limits", parts.rate_limits);
+  reader.object("schedule", parts.schedule);
   read_plain_members(reader);
   if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
   if (Outcome outcome = check_kind(parts.type, parts.subtype, summary.module); !outcome.ok()) return outcome;
@@ -165,7 +177,8 @@ Outcome check_definition(const json_spirit::Object& body, Definition_Summary& su
   if (Outcome outcome = check_rate_limits(parts.rate_limits); !outcome.ok()) return outcome;
   if (parts.type != type_backup) return {};
   if (Outcome outcome = check_backup_source(parts.source); !outcome.ok()) return outcome;
-  return check_backup_options(parts.options);
+  if (Outcome outcome = check_backup_options(parts.options); !outcome.ok()) return outcome;
+  return parts.subtype == subtype_log ? check_log_backup(parts.source, parts.schedule) : Outcome();
 }
 
 }  // namespace backupd

@@ -7,6 +7,9 @@
 
 namespace backupd {
 
+/// The type of the schedule of a log backup: what it backs up begins it.
+inline constexpr int schedule_on_demand = 7;
+
 /// What the server itself needs of a job definition.
 struct Definition_Summary {
   std::string id;

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "backupd/definition_check.h"
+#include "backupd/setup_store.h"
 #include "platform/clock.h"
 #include "scrt/time_text.h"
 #include "scrt/uuid.h"
@@ -13,6 +14,7 @@ namespace {
 
 constexpr char revision_key[] = "job_revision";
 constexpr char creation_key[] = "creation_time";
+constexpr char setup_key[] = "setup";
 
 Outcome store_failed() {
   return Outcome::refuse(Outcome::internal, "the job definitions cannot be read or written now; see the server's log");
@@ -64,6 +66,26 @@ void replace(Sql_Session& session, const Definition_Summary& summary, const json
                   {summary.name, summary.module, summary.host_uuid, json_spirit::dump_json(document), summary.id});
 }
 
+/// A log backup is set up at its agent, which another kind of job knows nothing of.
+Outcome check_kind_stays(const json_spirit::Object& known, const json_spirit::Object& document) {
+  if (is_set_up(known) == is_set_up(document)) return {};
+  return Outcome::refuse(Outcome::conflict,
+                         "a log backup does not become another kind of job, nor the other way round; remove the "
+                         "definition and make a new one");
+}
+
+/// What must hold before a known definition is replaced.
+Outcome check_replacement(Sql_Session& session, const json_spirit::Object& known, const json_spirit::Object& document,
+                          const std::string& id) {
+  if (Outcome outcome = check_kind_stays(known, document); !outcome.ok()) return outcome;
+  return !is_set_up(document) && runs(session, id) ? is_running(id) : Outcome();
+}
+
+Outcome not_set_up(const std::string& id) {
+  return Outcome::refuse(Outcome::invalid,
+                         "the job definition " + id + " is no log backup, there is nothing to set up");
+}
+
 }  // namespace
 
 Outcome Definition_Store::put(const json_spirit::Object& body, json_spirit::Object& stored) {
@@ -77,22 +99,23 @@ Outcome Definition_Store::put(const json_spirit::Object& body, json_spirit::Obje
   json_spirit::Object document = without_own_members(body);
   document["id"] = summary.id;
   document["target"] = json_spirit::Object{{"pool_uuid", summary.pool_uuid}};
+  if (is_set_up(document)) document["schedule"] = json_spirit::Object{{"type", schedule_on_demand}};
   Outcome outcome;
   const bool committed = database_.write([&](Sql_Session& session) {
     const auto known = find(session, summary.id);
-    if (known && without_own_members(*known) == document) {
+    const bool same = known && without_own_members(*known) == document;
+    const bool set_up = is_set_up(document);
+    if (same) {
       outcome.kind = Outcome::already_done;
       document = *known;
-      return true;
-    }
-    if (known && runs(session, summary.id)) {
-      outcome = is_running(summary.id);
-      return false;
-    }
-    if (known)
+    } else if (known) {
+      outcome = check_replacement(session, *known, document, summary.id);
+      if (!outcome.ok()) return false;
       replace(session, summary, *known, document);
-    else
+    } else {
       insert(session, summary, document);
+    }
+    if (set_up) want_setup(session, summary.id, summary.host_uuid, !same, false);
     return true;
   });
   if (!committed) return outcome.ok() ? store_failed() : outcome;
@@ -108,11 +131,15 @@ Outcome Definition_Store::get(const std::string& id, json_spirit::Object& defini
   return {};
 }
 
-Outcome Definition_Store::remove(const std::string& id) {
+Outcome Definition_Store::remove(const std::string& id, bool forced) {
   Outcome outcome;
   const bool removed = database_.write([&](Sql_Session& session) {
-    if (!find(session, id))
+    const auto known = find(session, id);
+    Setup_Row setup;
+    if (!known)
       outcome = no_such_definition(id);
+    else if (is_set_up(*known) && find_setup(session, id, setup))
+      want_removal(session, id, forced);
     else if (runs(session, id))
       outcome = is_running(id);
     else
@@ -120,6 +147,42 @@ Outcome Definition_Store::remove(const std::string& id) {
     return outcome.ok();
   });
   return removed || !outcome.ok() ? outcome : store_failed();
+}
+
+Outcome Definition_Store::renew(const std::string& id) {
+  Outcome outcome;
+  const bool stored = database_.write([&](Sql_Session& session) {
+    const auto known = find(session, id);
+    if (!known)
+      outcome = no_such_definition(id);
+    else if (!is_set_up(*known))
+      outcome = not_set_up(id);
+    if (!outcome.ok()) return false;
+    std::string host_uuid;
+    json_spirit::object_get(*known, "host_uuid", host_uuid);
+    want_setup(session, id, host_uuid, false, true);
+    return true;
+  });
+  return stored || !outcome.ok() ? outcome : store_failed();
+}
+
+Outcome Definition_Store::add_setup(json_spirit::Object& definition) {
+  std::string id;
+  Setup_Row row;
+  bool found = false;
+  json_spirit::object_get(definition, "id", id);
+  if (!is_set_up(definition)) return {};
+  if (!database_.read([&](Sql_Session& session) { found = find_setup(session, id, row); })) return store_failed();
+  if (found) definition[setup_key] = to_json(row);
+  return {};
+}
+
+Outcome Definition_Store::is_removed(const std::string& id, bool& removed) {
+  Setup_Row row;
+  bool found = false;
+  if (!database_.read([&](Sql_Session& session) { found = find_setup(session, id, row); })) return store_failed();
+  removed = found && row.wanted == Setup_Row::removed;
+  return {};
 }
 
 bool Definition_Store::list(const List_Query& query, List_Page& page) {

@@ -1,11 +1,13 @@
 #include "backupd/body_reader.h"
 #include "backupd/routes.h"
 #include "backupd/server_core.h"
+#include "backupd/setup_store.h"
 
 namespace backupd {
 
 namespace {
 
+constexpr unsigned status_ok = 200;
 constexpr unsigned status_accepted = 202;
 
 Reply get_definitions(Server_Core& core, const Request& request) {
@@ -17,24 +19,58 @@ Reply get_definitions(Server_Core& core, const Request& request) {
   query.where_given("module", request.parameter("module"));
   query.where_given("name", request.parameter("name"));
   if (!core.definitions.list(query, page)) return store_unavailable();
+  for (json_spirit::Value& row : page.rows)
+    if (Outcome outcome = core.definitions.add_setup(row.get_obj()); !outcome.ok()) return outcome;
   return page;
+}
+
+/// Has a log backup set up, or removed, at its agent and adds what came of it.
+Outcome settle_setup(Server_Core& core, json_spirit::Object& definition) {
+  std::string id;
+  json_spirit::object_get(definition, "id", id);
+  if (is_set_up(definition)) core.setups.settle(id);
+  return core.definitions.add_setup(definition);
 }
 
 Reply post_definition(Server_Core& core, const Request& request) {
   json_spirit::Object stored;
   const Outcome outcome = core.definitions.put(request.body, stored);
+  if (!outcome.ok()) return outcome;
+  if (Outcome added = settle_setup(core, stored); !added.ok()) return added;
   return stored_reply(outcome, stored);
 }
 
 Reply get_definition(Server_Core& core, const Request& request) {
   json_spirit::Object definition;
   if (Outcome outcome = core.definitions.get(request.parameters.at(0), definition); !outcome.ok()) return outcome;
+  if (Outcome outcome = core.definitions.add_setup(definition); !outcome.ok()) return outcome;
   return json_spirit::Value(definition);
 }
 
+/// {} for a definition that is gone; {"setup"} for a log backup, which goes when its runs need it no more.
 Reply delete_definition(Server_Core& core, const Request& request) {
-  if (Outcome outcome = core.definitions.remove(request.parameters.at(0)); !outcome.ok()) return outcome;
-  return json_spirit::Value(json_spirit::Object());
+  const std::string id = request.parameters.at(0);
+  json_spirit::Object definition;
+  if (Outcome outcome = core.definitions.get(id, definition); !outcome.ok()) return outcome;
+  if (Outcome outcome = core.definitions.remove(id, request.parameter("force") == "1"); !outcome.ok()) return outcome;
+  if (!is_set_up(definition)) return json_spirit::Value(json_spirit::Object());
+  if (Outcome outcome = settle_setup(core, definition); !outcome.ok()) return outcome;
+  const json_spirit::Value* const setup = definition.find("setup");
+  if (setup == nullptr) return json_spirit::Value(json_spirit::Object());
+  std::string state;
+  const bool removed = json_spirit::object_get(setup->get_obj(), "state", state) && state == Setup_Row::removed;
+  return {json_spirit::Object{{"setup", *setup}}, removed ? status_ok : status_accepted};
+}
+
+Reply renew_setup(Server_Core& core, const Request& request) {
+  const std::string id = request.parameters.at(0);
+  json_spirit::Object definition;
+  Body_Reader reader(request.body, "the renewal of a setup");
+  if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
+  if (Outcome outcome = core.definitions.renew(id); !outcome.ok()) return outcome;
+  if (Outcome outcome = core.definitions.get(id, definition); !outcome.ok()) return outcome;
+  if (Outcome outcome = settle_setup(core, definition); !outcome.ok()) return outcome;
+  return json_spirit::Value(definition);
 }
 
 Reply start_job(Server_Core& core, const Request& request) {
@@ -104,9 +140,16 @@ void add_job_routes(Router& router, Server_Core& core) {
   router.add({"DELETE",
               definitions + "/<id>",
               role_operator,
-              {},
+              {"force"},
               Body::none,
               [&core](Request& request) { return delete_definition(core, request); },
+              {}});
+  router.add({"POST",
+              definitions + "/<id>/setup",
+              role_operator,
+              {},
+              Body::json,
+              [&core](Request& request) { return renew_setup(core, request); },
               {}});
   router.add({"POST",
               definitions + "/<id>/start",

@@ -101,6 +101,13 @@ const std::vector<Step>& steps() {
           "def_id TEXT NOT NULL, host_uuid TEXT NOT NULL, sid TEXT NOT NULL, database_name TEXT NOT NULL, "
           "tries BIGINT NOT NULL, due BIGINT NOT NULL, run_id TEXT NOT NULL)",
       },
+      {
+          // Definitions that are set up at what they back up; see setup_store.h.
+          "CREATE TABLE ondemand_setups (def_id TEXT NOT NULL PRIMARY KEY, host_uuid TEXT NOT NULL, "
+          "wanted TEXT NOT NULL, state TEXT NOT NULL, message TEXT NOT NULL, alerts TEXT NOT NULL, "
+          "state_time TEXT NOT NULL, renew BIGINT NOT NULL, tries BIGINT NOT NULL, due BIGINT NOT NULL, "
+          "at_agent TEXT NOT NULL, wish BIGINT NOT NULL)",
+      },
   };
   return all;
 }

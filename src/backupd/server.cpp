@@ -52,6 +52,7 @@ bool Server::start(std::string& error) {
     return false;
   }
   core_->starter.start();
+  core_->setups.start();
   D3_INFO("listening on %C\n", url.c_str());
   return true;
 }

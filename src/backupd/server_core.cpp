@@ -18,7 +18,8 @@ Server_Core::Server_Core(Database& database, Options wanted)
       sweeper(database, pools, storage, options.own_host_uuid),
       ondemand_queue(database),
       starter(definitions, activities, resources, agents, ondemand_queue),
-      agent_service({resources, definitions, activities, sweeper, starter}, agents),
+      setups(database, definitions, resources, agents),
+      agent_service({resources, definitions, activities, sweeper, starter, setups}, agents),
       dispatch({definitions, activities, resources, agents, starter}),
       requests(resources, sets, backint, agents),
       handler_(router_, keys, [this](net::Web_Socket& socket, const std::string& host_uuid) {

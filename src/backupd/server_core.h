@@ -21,6 +21,7 @@
 #include "backupd/router.h"
 #include "backupd/run_starter.h"
 #include "backupd/set_store.h"
+#include "backupd/setup_keeper.h"
 #include "backupd/sweeper.h"
 
 namespace backupd {
@@ -57,6 +58,7 @@ class Server_Core {
   Agent_Registry agents;
   Ondemand_Queue ondemand_queue;
   Run_Starter starter;
+  Setup_Keeper setups;
   Agent_Service agent_service;
   Job_Dispatch dispatch;
   Agent_Requests requests;
