@@ -10,7 +10,8 @@ enum Alert_Level : long { ALERT_LEVEL_JOB = 1 };
 enum Alert_Code : unsigned long {
   ALERT_PREPARE_BACKINT = 1,
   ALERT_INIT_HDBSQL = 2,
-  ALERT_START_TENANT = 3,  ///< parameter "database"
+  ALERT_START_TENANT = 3,   ///< parameter "database"
+  ALERT_STOP_DATABASE = 4,  ///< parameter "database": the tenant, or the instance
   ALERT_COLLECT_SOURCE = 5,
   ALERT_RESOURCE_INFO = 6,
   ALERT_BACKINT_CONFIGURATION = 7,
@@ -21,7 +22,11 @@ enum Alert_Code : unsigned long {
   ALERT_FULL_BACKUP_CATALOG = 12,
   ALERT_UPDATE_METADATA = 13,
   ALERT_LOG_CONFIGURATION = 14,  ///< parameter "instance": the instance, or the database
-  ALERT_STOP_BACKUP = 20,        ///< parameter "database": the one handled last; also when no backup ran
+  ALERT_RECOVER = 15,
+  ALERT_RESTORE_CATALOG = 16,
+  ALERT_RESTART_CLUSTER = 17,  ///< parameter "host": its uuid
+  ALERT_STATEMENT_FILE = 18,   ///< parameter "file": another recovery is pending
+  ALERT_STOP_BACKUP = 20,      ///< parameter "database": the one handled last; also when no backup ran
   ALERT_SAVE_CATALOG = 45
 };
 
