@@ -5,6 +5,7 @@
 
 #include "hana/job/hana_backup_job.h"
 #include "hana/job/log_backup_executor.h"
+#include "hana/job/restore_executor.h"
 #include "job/controllable_job_t.h"
 #include "platform/log.h"
 
@@ -35,6 +36,11 @@ ACE_Intrusive_Auto_Ptr<Job> make_backup_job(const Job_Definition_Ptr& definition
   }
 }
 
+ACE_Intrusive_Auto_Ptr<Job> make_restore_job(const Job_Definition_Ptr& definition) {
+  if (definition->subtype() != JOB_DEFINITION_SUBTYPE_POINT_IN_TIME) return refuse(definition->subtype());
+  return make_job<Controllable_Job_T<sap_hana::Restore_Executor>>(definition);
+}
+
 }  // namespace
 
 ACE_Intrusive_Auto_Ptr<Job> HANA_Job_Creator::create(
@@ -43,7 +49,7 @@ ACE_Intrusive_Auto_Ptr<Job> HANA_Job_Creator::create(
     case JOB_DEFINITION_BACKUP:
       return make_backup_job(definition);
     case JOB_DEFINITION_RESTORE:
-      return refuse(definition->subtype());
+      return make_restore_job(definition);
     default:
       return {};
   }

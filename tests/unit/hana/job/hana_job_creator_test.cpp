@@ -6,6 +6,7 @@
 
 #include "hana/job/hana_backup_job.h"
 #include "hana/job/log_backup_executor.h"
+#include "hana/job/restore_executor.h"
 #include "job/controllable_job_t.h"
 #include "support/log_capture.h"
 #include "support/vtable_slots.h"
@@ -48,13 +49,23 @@ TEST_F(HANA_Job_Creator_Test, Makes_A_Log_Backup_Of_An_Ondemand_Definition) {
   EXPECT_TRUE(log_.lines().empty());
 }
 
+TEST_F(HANA_Job_Creator_Test, Makes_A_Restore_Of_A_Point_In_Time_Definition) {
+  const Job_Definition_Ptr wanted = definition(JOB_DEFINITION_RESTORE, JOB_DEFINITION_SUBTYPE_POINT_IN_TIME);
+  const Job_Ptr job = creator_.create(wanted);
+  ASSERT_NE(job.get(), nullptr);
+  EXPECT_NE(dynamic_cast<Controllable_Job_T<sap_hana::Restore_Executor>*>(job.get()), nullptr);
+  EXPECT_EQ(job->definition().get(), wanted.get());
+  EXPECT_TRUE(log_.lines().empty());
+}
+
 TEST_F(HANA_Job_Creator_Test, Refuses_Every_Other_Kind_Of_Backup_And_Restore_By_Name) {
   for (int type = JOB_DEFINITION_BACKUP; type <= JOB_DEFINITION_RESTORE; ++type)
     for (int subtype = JOB_DEFINITION_SUBTYPE_NONE; subtype <= JOB_DEFINITION_SUBTYPE_DR_TEST; ++subtype) {
       const bool data_backup = type == JOB_DEFINITION_BACKUP && subtype >= JOB_DEFINITION_SUBTYPE_FULL &&
                                subtype <= JOB_DEFINITION_SUBTYPE_CUMULATIVE;
       const bool log_backup = type == JOB_DEFINITION_BACKUP && subtype == JOB_DEFINITION_SUBTYPE_ONDEMAND;
-      if (data_backup || log_backup) continue;
+      const bool restore = type == JOB_DEFINITION_RESTORE && subtype == JOB_DEFINITION_SUBTYPE_POINT_IN_TIME;
+      if (data_backup || log_backup || restore) continue;
       const auto kind = static_cast<Job_Definition_Subtype>(subtype);
       const Job_Ptr job = creator_.create(definition(static_cast<Job_Definition_Type>(type), kind));
       EXPECT_EQ(job.get(), nullptr) << type << " " << subtype;
