@@ -4,6 +4,7 @@
 
 #include "backupd/body_reader.h"
 #include "backupd/list_query.h"
+#include "backupd/restore_selection.h"
 #include "backupd/set_sizes.h"
 
 namespace backupd {
@@ -11,43 +12,6 @@ namespace backupd {
 namespace {
 
 constexpr char module_hana[] = "hana";
-
-struct Restore_Point {
-  std::string type;
-  std::string resource_uuid;
-  std::string lifeline;
-  std::string database;
-  std::string time;
-  std::int64_t database_backup_id = 0;
-};
-
-using Found = std::optional<Sql_Row>;
-
-Found find_full(Sql_Session& session, const Restore_Point& point) {
-  if (point.lifeline.empty())
-    return session.first(
-        "SELECT document FROM sets WHERE resource_uuid = :a AND database_name = :b AND type = 'full' "
-        "AND start_time <= :c ORDER BY start_time DESC, id DESC LIMIT 1",
-        {point.resource_uuid, point.database, point.time}, 1);
-  return session.first(
-      "SELECT document FROM sets WHERE resource_uuid = :a AND lifeline = :b AND database_name = :c "
-      "AND type = 'full' AND start_time <= :d ORDER BY start_time DESC, id DESC LIMIT 1",
-      {point.resource_uuid, point.lifeline, point.database, point.time}, 1);
-}
-
-Found find_catalog(Sql_Session& session, const Restore_Point& point) {
-  Found after = session.first(
-      "SELECT document FROM sets WHERE resource_uuid = :a AND lifeline = :b AND database_name = :c AND type = "
-      "'catalog' "
-      "AND start_time >= :d AND database_backup_id >= :e ORDER BY start_time ASC, id ASC LIMIT 1",
-      {point.resource_uuid, point.lifeline, point.database, point.time, point.database_backup_id}, 1);
-  if (after) return after;
-  return session.first(
-      "SELECT document FROM sets WHERE resource_uuid = :a AND lifeline = :b AND database_name = :c AND type = "
-      "'catalog' "
-      "AND database_backup_id >= :d ORDER BY start_time DESC, id DESC LIMIT 1",
-      {point.resource_uuid, point.lifeline, point.database, point.database_backup_id}, 1);
-}
 
 Outcome store_failed() {
   return Outcome::refuse(Outcome::internal, "the backup sets cannot be read now; see the server's log");
@@ -72,7 +36,7 @@ Outcome Catalog_Views::ask_set(const std::string& module, const json_spirit::Obj
   Body_Reader reader(params, "the view's params");
   reader.text("uuid", uuid, Need::required);
   if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
-  Found row;
+  std::optional<Sql_Row> row;
   if (!database_.read([&](Sql_Session& session) {
         row = session.first("SELECT document FROM sets WHERE uuid = :a AND module = :b", {uuid, module}, 1);
       }))
@@ -84,26 +48,27 @@ Outcome Catalog_Views::ask_set(const std::string& module, const json_spirit::Obj
 
 Outcome Catalog_Views::ask_restore_sets(const json_spirit::Object& params, json_spirit::Object& result) {
   Restore_Point point;
+  std::string type;
   Body_Reader reader(params, "the view's params");
-  reader.text("type", point.type, Need::required);
+  reader.text("type", type, Need::required);
   reader.text("resource_uuid", point.resource_uuid, Need::required);
   reader.text("lifeline", point.lifeline);
   reader.text("database", point.database, Need::required);
   reader.text("time", point.time, Need::required);
-  const bool catalog = point.type == "catalog";
+  const bool catalog = type == "catalog";
   if (catalog) reader.number("database_backup_id", point.database_backup_id, Need::required);
   if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
-  if (!catalog && point.type != "fullbackup")
-    return Outcome::refuse(Outcome::invalid, "restore sets of type \"" + point.type +
-                                                 "\" are not known; the type is fullbackup or catalog");
+  if (!catalog && type != "fullbackup")
+    return Outcome::refuse(Outcome::invalid,
+                           "restore sets of type \"" + type + "\" are not known; the type is fullbackup or catalog");
   if (catalog && point.lifeline.empty())
     return Outcome::refuse(Outcome::invalid, "the \"lifeline\" is missing; a catalog belongs to one");
-  Found row;
+  std::optional<json_spirit::Object> set;
   if (!database_.read(
-          [&](Sql_Session& session) { row = catalog ? find_catalog(session, point) : find_full(session, point); }))
+          [&](Sql_Session& session) { set = catalog ? select_catalog(session, point) : select_full(session, point); }))
     return store_failed();
   json_spirit::Array rows;
-  if (row) rows.emplace_back(stored_object(row->text(0)));
+  if (set) rows.emplace_back(*set);
   result = {{"total", rows.size()}, {"rows", rows}};
   return {};
 }

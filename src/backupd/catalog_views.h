@@ -11,13 +11,11 @@ namespace backupd {
 /// The queries by which a restore chooses what it reads. Safe from any thread.
 ///
 /// "set" {"uuid"}: the set's record.
-/// "rselect" {"type": "fullbackup", "resource_uuid", "lifeline", "database", "time"}: {"rows"} with the newest full
-/// backup
-///   that began at `time` or before; an empty lifeline matches every one.
+/// "rselect" {"type": "fullbackup", "resource_uuid", "lifeline", "database", "time"}: {"rows"} with the full backup
+/// that
+///   select_full finds.
 /// "rselect" {"type": "catalog", "resource_uuid", "lifeline", "database", "database_backup_id", "time"}: {"rows"} with
-/// the
-///   set that holds HANA's own catalog: of those made after the backup, the first begun at `time` or later, which so
-///   knows everything up to then, else the newest.
+///   the set that select_catalog finds; see restore_selection.h.
 /// "sets_size" {"lifeline", "ignore_delta", "start_backup_id", "end_backup_id"}: {"total_source_size", "total_size"},
 /// the
 ///   sums over the backup it starts from and the deltas, logs and catalogs after it up to the end; without the deltas

@@ -1,0 +1,234 @@
+#include "backupd/restore_selection.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <tuple>
+#include <vector>
+
+#include "backupd/list_query.h"
+#include "records/log_positions.h"
+#include "scrt/time_text.h"
+
+namespace backupd {
+
+namespace {
+
+using Document = std::optional<json_spirit::Object>;
+
+constexpr const char* all_types[] = {"full", "incremental", "differential", "log", "catalog"};
+/// Logs lie in sets of these types: one that holds a catalog too is named after it.
+constexpr const char* log_types[] = {"log", "catalog"};
+/// How many sets around the time tell which services write logs. Each writes one in a quarter of an hour at the latest.
+constexpr std::int64_t sets_around = 128;
+
+constexpr char of_lifeline[] =
+    "FROM sets WHERE resource_uuid = :a AND lifeline = :b AND database_name = :c AND type = :d ";
+
+std::string text_of(const json_spirit::Object& object, const char* key) {
+  std::string text;
+  json_spirit::object_get(object, key, text);
+  return text;
+}
+
+/// That of the newest set begun by the time, whatever its type.
+std::string lifeline_at(Sql_Session& session, const Restore_Point& point) {
+  std::tuple<std::string, std::int64_t, std::string> newest;
+  for (const char* type : all_types) {
+    const auto row = session.first(
+        "SELECT start_time, id, lifeline FROM sets WHERE resource_uuid = :a AND database_name = :b AND type = :c AND "
+        "start_time <= :d ORDER BY start_time DESC, id DESC LIMIT 1",
+        {point.resource_uuid, point.database, std::string(type), point.time}, 3);
+    if (row) newest = std::max(newest, {row->text(0), row->number(1), row->text(2)});
+  }
+  return std::get<2>(newest);
+}
+
+/// A log backup as a catalog knows it or not.
+struct Log_Share {
+  std::string start_time;
+  std::string last_time;
+  std::int64_t backup_id = 0;
+};
+using Service_Id = std::pair<std::uint64_t, std::uint64_t>;  ///< volume, partition
+
+/// Log sets of one type in one direction of time, from the point's time on.
+class Log_Walk {
+ public:
+  enum class Direction { back, forth };
+  Log_Walk(Sql_Session& session, const Restore_Point& point, const char* type, Direction direction)
+      : session_(session), point_(point), type_(type), direction_(direction) {}
+
+  /// The next page of them; false at the end.
+  bool next(std::vector<json_spirit::Object>& sets, std::vector<std::int64_t>& backup_ids) {
+    static const std::string back =
+        std::string("SELECT document, database_backup_id ") + of_lifeline +
+        "AND start_time < :e AND database_backup_id >= :f ORDER BY start_time DESC, id DESC LIMIT :g OFFSET :h";
+    static const std::string forth =
+        std::string("SELECT document, database_backup_id ") + of_lifeline +
+        "AND start_time >= :e AND database_backup_id >= :f ORDER BY start_time ASC, id ASC LIMIT :g OFFSET :h";
+    sets.clear();
+    backup_ids.clear();
+    for (const Sql_Row& row : session_.query(direction_ == Direction::back ? back : forth,
+                                             {point_.resource_uuid, point_.lifeline, point_.database, type_,
+                                              point_.time, point_.database_backup_id, sets_around, offset_},
+                                             2)) {
+      sets.push_back(stored_object(row.text(0)));
+      backup_ids.push_back(row.number(1));
+    }
+    offset_ += static_cast<std::int64_t>(sets.size());
+    return !sets.empty();
+  }
+
+ private:
+  Sql_Session& session_;
+  const Restore_Point& point_;
+  const std::string type_;
+  const Direction direction_;
+  std::int64_t offset_ = 0;
+};
+
+std::vector<Service_Id> services_in(const json_spirit::Object& set) {
+  std::vector<Service_Id> services;
+  json_spirit::Array files;
+  json_spirit::object_get(set, "files", files);
+  for (const json_spirit::Value& file : files)
+    if (file.is_object())
+      if (const auto name = Log_Name::parse(text_of(file.get_obj(), "filename")))
+        services.emplace_back(name->volume, name->partition);
+  return services;
+}
+
+/// Finds for each service that writes logs the first log backup begun at the time or later.
+class Log_Reach {
+ public:
+  Log_Reach(Sql_Session& session, const Restore_Point& point) : session_(session), point_(point) {
+    for (const char* type : log_types) look_back(type);
+    // Which services there are is known only after a page of each type was seen.
+    std::vector<Log_Walk> walks;
+    for (const char* type : log_types) walks.emplace_back(session_, point_, type, Log_Walk::Direction::forth);
+    for (Log_Walk& walk : walks) look_on(walk);
+    for (Log_Walk& walk : walks)
+      while (!complete() && look_on(walk)) continue;
+  }
+
+  [[nodiscard]] bool complete() const { return first_.size() == services_.size(); }
+  [[nodiscard]] const std::map<Service_Id, Log_Share>& first() const { return first_; }
+
+ private:
+  void look_back(const char* type) {
+    std::vector<json_spirit::Object> sets;
+    std::vector<std::int64_t> ids;
+    Log_Walk walk(session_, point_, type, Log_Walk::Direction::back);
+    if (!walk.next(sets, ids)) return;
+    for (const json_spirit::Object& set : sets)
+      for (const Service_Id& service : services_in(set)) services_.insert(service);
+  }
+
+  bool look_on(Log_Walk& walk) {
+    std::vector<json_spirit::Object> sets;
+    std::vector<std::int64_t> ids;
+    if (!walk.next(sets, ids)) return false;
+    for (std::size_t i = 0; i < sets.size(); ++i)
+      for (const Service_Id& service : services_in(sets[i])) {
+        services_.insert(service);
+        const Log_Share share{text_of(sets[i], "start_time"), text_of(sets[i], "last_time"), ids[i]};
+        const auto [known, added] = first_.emplace(service, share);
+        if (!added && share.start_time < known->second.start_time) known->second = share;
+      }
+    return true;
+  }
+
+  Sql_Session& session_;
+  const Restore_Point& point_;
+  std::set<Service_Id> services_;
+  std::map<Service_Id, Log_Share> first_;
+};
+
+/// Services save their logs side by side, so a catalog may begin while one of them goes on. Records tell whole seconds,
+/// and a set's begin is one later than HANA's: so a catalog surely knows the log when it begins more than a second
+/// after the log's end.
+std::string known_after(const std::string& last_time) {
+  std::time_t end = 0;
+  return iso8601_to_posix_time(last_time.c_str(), end) ? posix_time_to_utc_text(end + 1) : last_time;
+}
+
+Document find_catalog_by(Sql_Session& session, const Restore_Point& point) {
+  const Log_Reach reach(session, point);
+  if (!reach.complete()) return std::nullopt;
+  std::int64_t from_id = point.database_backup_id;
+  std::string ended;
+  for (const auto& [service, log] : reach.first()) {
+    from_id = std::max(from_id, log.backup_id);
+    ended = std::max(ended, known_after(log.last_time));
+  }
+  const auto row = session.first(
+      std::string("SELECT document ") + of_lifeline +
+          "AND start_time >= :e AND start_time > :f AND database_backup_id >= :g "
+          "ORDER BY start_time ASC, id ASC LIMIT 1",
+      {point.resource_uuid, point.lifeline, point.database, std::string("catalog"), point.time, ended, from_id}, 1);
+  if (!row) return std::nullopt;
+  return stored_object(row->text(0));
+}
+
+Document find_newest_catalog(Sql_Session& session, const Restore_Point& point) {
+  const auto row = session.first(
+      std::string("SELECT document ") + of_lifeline +
+          "AND database_backup_id >= :e ORDER BY start_time DESC, id DESC LIMIT 1",
+      {point.resource_uuid, point.lifeline, point.database, std::string("catalog"), point.database_backup_id}, 1);
+  if (!row) return std::nullopt;
+  return stored_object(row->text(0));
+}
+
+void put_catalog_first(json_spirit::Object& set) {
+  json_spirit::Array files;
+  if (!json_spirit::object_get(set, "files", files)) return;
+  std::stable_partition(files.begin(), files.end(), [](const json_spirit::Value& file) {
+    return file.is_object() && is_catalog_name(text_of(file.get_obj(), "filename"));
+  });
+  set["files"] = std::move(files);
+}
+
+}  // namespace
+
+std::string primary_pool(const json_spirit::Object& set) {
+  json_spirit::Array storages;
+  json_spirit::object_get(set, "storages", storages);
+  for (const json_spirit::Value& value : storages) {
+    if (!value.is_object()) continue;
+    const json_spirit::Object& storage = value.get_obj();
+    const json_spirit::Value* const upstream = storage.find("upstream_pool_uuid");
+    json_spirit::Array state;
+    // A storage without a state is one that the set is gone from.
+    if (upstream != nullptr && upstream->is_null() && json_spirit::object_get(storage, "state", state) &&
+        !state.empty())
+      return text_of(storage, "pool_uuid");
+  }
+  return {};
+}
+
+bool is_usable(const json_spirit::Object& set) { return !primary_pool(set).empty(); }
+
+std::optional<json_spirit::Object> select_full(Sql_Session& session, const Restore_Point& point) {
+  constexpr std::int64_t page = 16;
+  const std::string lifeline = point.lifeline.empty() ? lifeline_at(session, point) : point.lifeline;
+  if (lifeline.empty()) return std::nullopt;
+  for (std::int64_t offset = 0;; offset += page) {
+    const Sql_Rows rows = session.query(
+        std::string("SELECT document ") + of_lifeline +
+            "AND start_time <= :e ORDER BY start_time DESC, id DESC LIMIT :f OFFSET :g",
+        {point.resource_uuid, lifeline, point.database, std::string("full"), point.time, page, offset}, 1);
+    if (rows.empty()) return std::nullopt;
+    for (const Sql_Row& row : rows)
+      if (json_spirit::Object set = stored_object(row.text(0)); is_usable(set)) return set;
+  }
+}
+
+std::optional<json_spirit::Object> select_catalog(Sql_Session& session, const Restore_Point& point) {
+  Document set = find_catalog_by(session, point);
+  if (!set) set = find_newest_catalog(session, point);
+  if (set) put_catalog_first(*set);
+  return set;
+}
+
+}  // namespace backupd
