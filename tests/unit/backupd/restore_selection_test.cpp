@@ -112,8 +112,9 @@ TEST_F(Restore_Selection, Takes_The_First_Catalog_By_Which_Every_Service_Has_Its
   insert(two_services());
   EXPECT_EQ(catalog("08:05:00", "08:00:00"), "C2");
   EXPECT_EQ(catalog("08:10:01", "08:00:00"), "C2");
-  EXPECT_EQ(catalog("08:10:02", "08:00:00"), "C4");
-  EXPECT_EQ(catalog("08:12:01", "08:00:00"), "C4");
+  EXPECT_EQ(catalog("08:10:02", "08:00:00"), "C3");
+  EXPECT_EQ(catalog("08:12:01", "08:00:00"), "C3");
+  EXPECT_EQ(catalog("08:12:02", "08:00:00"), "C4");
   EXPECT_EQ(catalog("08:20:01", "08:00:00"), "C4");
 }
 
