@@ -1,18 +1,16 @@
 #include "backint/pipe_writer.h"
 
 #include <fcntl.h>
-#include <openssl/evp.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <memory>
 #include <vector>
 
+#include "backint/sha256.h"
 #include "base/clock.h"
-#include "base/text.h"
 
 namespace standin {
 
@@ -21,21 +19,6 @@ namespace {
 constexpr std::size_t block_bytes = 1 << 20;
 constexpr int poll_ms = 50;
 constexpr std::int64_t slices_per_second = 10;
-
-class Sha256 {
- public:
-  Sha256() : context_(EVP_MD_CTX_new(), &EVP_MD_CTX_free) { EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr); }
-  void add(const char* data, std::size_t size) { EVP_DigestUpdate(context_.get(), data, size); }
-  std::string finish() {
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned size = 0;
-    EVP_DigestFinal_ex(context_.get(), digest, &size);
-    return hex(digest, size);
-  }
-
- private:
-  std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context_;
-};
 
 bool wait_writable(int fd, const Stream_Watch& watch) {
   for (;;) {
