@@ -105,7 +105,7 @@ TEST_F(HDBSQL_Tool, Tells_Unknown_Names_From_Wrong_Syntax) {
         Case{"upsert TRIGGER values ('a')", 259}, Case{"select * from WHERE", 257}, Case{"select * frm DUMMY", 257},
         Case{"select * from NONE.T", 362}, Case{"select \"none\" from DUMMY", 260}, Case{"select NONE from DUMMY", 260},
         Case{"select NONE() from DUMMY", 328}, Case{"BACKUP CANCEL FOR TN1 x", 257},
-        Case{"RECOVER DATA FOR TN1 CLEAR LOG", 7}}) {
+        Case{"RECOVER DATA FOR TN1 CLEAR LOG", 257}}) {
     const Output got = hdbsql({one.statement});
     EXPECT_EQ(got.err.find("* " + std::to_string(one.code) + ": "), 0U) << one.statement << "\n" << got.err;
     EXPECT_EQ(got.code, one.code & 0xff) << one.statement;

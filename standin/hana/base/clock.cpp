@@ -54,6 +54,17 @@ std::string log_time_text(std::int64_t ms) {
   return text.insert(text.size() - 2, ":");
 }
 
+std::optional<std::int64_t> seconds_of_utc_text(const std::string& text) {
+  constexpr const char* picture = "%Y-%m-%d %H:%M:%S";
+  std::tm parts{};
+  const char* const end = ::strptime(text.c_str(), picture, &parts);
+  if (end == nullptr || *end != '\0') return std::nullopt;
+  const std::time_t seconds = ::timegm(&parts);
+  // A day that the month does not have, and what lacks its zeros, reads differently.
+  const std::string again = formatted(broken_down(static_cast<std::int64_t>(seconds) * ms_per_second, true), picture);
+  return again == text ? std::optional<std::int64_t>(seconds) : std::nullopt;
+}
+
 std::string local_time_text(std::int64_t ms, const char* format) { return formatted(broken_down(ms, false), format); }
 
 }  // namespace standin

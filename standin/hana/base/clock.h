@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace standin {
@@ -13,6 +14,8 @@ void sleep_ms(std::int64_t milliseconds);
 std::string timestamp_text(std::int64_t ms, bool utc);
 /// "YYYY-MM-DDTHH:MM:SS+hh:mm", 25 characters.
 std::string log_time_text(std::int64_t ms);
+/// "YYYY-MM-DD HH:MM:SS" in UTC as seconds since the epoch; nothing when it is no such time.
+std::optional<std::int64_t> seconds_of_utc_text(const std::string& text);
 /// strftime in the server's zone.
 std::string local_time_text(std::int64_t ms, const char* format);
 

@@ -8,8 +8,8 @@ namespace standin {
 std::int64_t Catalog::begin(const std::string& database, const std::string& type, std::int64_t backup_id,
                             const std::string& comment, std::int64_t savepoint, std::int64_t visible_ms) {
   Statement row = state_.sqlite().prepare(
-      "INSERT INTO catalog(db,entry_type,backup_id,start_ms,end_ms,state,comment,message,savepoint,visible_ms) "
-      "VALUES(?,?,?,?,NULL,'running',?,'',?,?)");
+      "INSERT INTO catalog(db,entry_type,backup_id,start_ms,end_ms,state,comment,message,savepoint,visible_ms,branch) "
+      "VALUES(?1,?2,?3,?4,NULL,'running',?5,'',?6,?7,(SELECT coalesce(max(id),0) FROM branches WHERE db=?1))");
   row.bind(1, database).bind(2, type).bind(3, backup_id).bind(4, backup_id).bind(5, comment).bind(6, savepoint);
   if (!row.bind(7, visible_ms).run()) return 0;
   return sqlite3_last_insert_rowid(state_.sqlite().raw());
@@ -28,9 +28,15 @@ bool Catalog::add_file(const std::string& database, std::int64_t entry, std::int
   return row.bind(12, file.redo).run();
 }
 
-bool Catalog::note_log(std::int64_t entry, std::int64_t first, std::int64_t last, std::int64_t segments) {
-  Statement row = state_.sqlite().prepare("INSERT OR REPLACE INTO log_files VALUES(?,?,?,?)");
-  return row.bind(1, entry).bind(2, first).bind(3, last).bind(4, segments).run();
+bool Catalog::note_log(std::int64_t entry, std::int64_t first, std::int64_t last, std::int64_t segments,
+                       std::int64_t until_ms) {
+  Statement row = state_.sqlite().prepare("INSERT OR REPLACE INTO log_files VALUES(?,?,?,?,?)");
+  return row.bind(1, entry).bind(2, first).bind(3, last).bind(4, segments).bind(5, until_ms).run();
+}
+
+bool Catalog::note_savepoint(std::int64_t entry, std::int64_t ms) {
+  Statement row = state_.sqlite().prepare("UPDATE catalog SET savepoint_ms=? WHERE entry_id=?");
+  return row.bind(1, ms).bind(2, entry).run();
 }
 
 bool Catalog::complete_file(std::int64_t entry, const Catalog_File& file) {
@@ -66,10 +72,12 @@ bool Catalog::finish(std::int64_t entry, const std::string& state, const std::st
 
 std::optional<Backup_Base> Catalog::base_of_delta(const std::string& database, bool only_full) {
   const auto newest = [&](const char* types) -> std::optional<Backup_Base> {
-    Statement rows = state_.sqlite().prepare(std::string("SELECT backup_id, savepoint FROM catalog WHERE db=? AND "
-                                                         "state='successful' AND entry_type IN (") +
-                                             types + ") ORDER BY backup_id DESC LIMIT 1");
-    if (!rows.bind(1, database).step()) return std::nullopt;
+    Statement rows =
+        state_.sqlite().prepare(std::string("SELECT backup_id, savepoint FROM catalog WHERE db=? AND "
+                                            "state='successful' AND backup_id>(SELECT coalesce(max(id),0) FROM "
+                                            "branches WHERE db=?) AND entry_type IN (") +
+                                types + ") ORDER BY backup_id DESC LIMIT 1");
+    if (!rows.bind(1, database).bind(2, database).step()) return std::nullopt;
     return Backup_Base{rows.number(0), rows.number(1)};
   };
   const auto full = newest("'complete data backup'");
@@ -100,12 +108,16 @@ std::string Catalog::text(const std::string& database) {
       text += "\n";
     }
   };
-  add("entry", state_.sqlite().prepare("SELECT entry_id,entry_type,backup_id,start_ms,end_ms,state,savepoint FROM "
-                                       "catalog WHERE db=? ORDER BY entry_id"));
+  add("entry", state_.sqlite().prepare(
+                   "SELECT entry_id,entry_type,backup_id,start_ms,end_ms,state,savepoint,savepoint_ms,branch,comment,"
+                   "message FROM "
+                   "catalog WHERE db=? ORDER BY entry_id"));
   add("file", state_.sqlite().prepare("SELECT entry_id,backup_id,source_id,source_type,host,service,size,path,"
                                       "destination,ebid,redo FROM catalog_files WHERE db=? ORDER BY entry_id"));
-  add("log", state_.sqlite().prepare("SELECT l.entry_id,first,last,segments FROM log_files l JOIN catalog c ON "
-                                     "c.entry_id=l.entry_id WHERE c.db=? ORDER BY l.entry_id"));
+  add("log",
+      state_.sqlite().prepare("SELECT l.entry_id,first,last,segments,until_ms FROM log_files l JOIN catalog c ON "
+                              "c.entry_id=l.entry_id WHERE c.db=? ORDER BY l.entry_id"));
+  add("branch", state_.sqlite().prepare("SELECT id,parent,fork FROM branches WHERE db=? ORDER BY id"));
   return text;
 }
 

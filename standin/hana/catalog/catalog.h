@@ -38,19 +38,23 @@ class Catalog {
                      const std::string& comment, std::int64_t savepoint, std::int64_t visible_ms);
   bool add_file(const std::string& database, std::int64_t entry, std::int64_t backup_id, const Catalog_File& file);
   /// What a log backup's file holds of its service's log.
-  bool note_log(std::int64_t entry, std::int64_t first, std::int64_t last, std::int64_t segments);
+  /// `until_ms`: all that was committed before is in it or in an earlier one.
+  bool note_log(std::int64_t entry, std::int64_t first, std::int64_t last, std::int64_t segments,
+                std::int64_t until_ms);
+  /// When the state of the database was that a data backup holds.
+  bool note_savepoint(std::int64_t entry, std::int64_t ms);
   /// Of a file that was added when its backup began: what is known when it has ended.
   bool complete_file(std::int64_t entry, const Catalog_File& file);
   /// "cancel pending"; `with_end` writes an end time already.
   bool set_pending(std::int64_t entry, bool with_end);
   bool finish(std::int64_t entry, const std::string& state, const std::string& message);
-  /// The newest successful data backup that a delta may start from.
+  /// The newest successful data backup that a delta may start from: one since the last recovery.
   std::optional<Backup_Base> base_of_delta(const std::string& database, bool only_full);
   /// Entries that a server left running when it died.
   bool fail_unfinished();
   std::optional<std::string> state_of_data_backup(const std::string& database, std::int64_t backup_id);
   std::int64_t newest_id(const std::string& database);
-  /// One line per entry and file of the database: what a catalog backup holds.
+  /// One line per entry and file of the database: what a catalog backup holds (catalog_image.h reads it).
   std::string text(const std::string& database);
 
  private:

@@ -1,10 +1,13 @@
 #include "engine/ballast.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace standin {
 
 namespace {
+
+constexpr std::size_t noise_bytes = page_bytes / 2;
 
 /// `ranges` with `fresh` laid over them.
 std::vector<Ballast_Range> laid_over(const std::vector<Ballast_Range>& ranges, const Ballast_Range& fresh) {
@@ -24,7 +27,7 @@ std::vector<Ballast_Range> laid_over(const std::vector<Ballast_Range>& ranges, c
 std::vector<Ballast_Range> with_changes(System_State& state, const std::string& database, const Service& service,
                                         std::int64_t since, std::int64_t until, std::vector<Ballast_Range> ranges) {
   Statement rows = state.sqlite().prepare(
-      "SELECT id, first, pages FROM ballast_changes WHERE db=? AND service=? AND id>? "
+      "SELECT coalesce(version,id), first, pages FROM ballast_changes WHERE db=? AND service=? AND id>? "
       "AND id<=? ORDER BY id");
   rows.bind(1, database).bind(2, service.name).bind(3, since).bind(4, until);
   while (rows.step())
@@ -35,7 +38,30 @@ std::vector<Ballast_Range> with_changes(System_State& state, const std::string& 
   return ranges;
 }
 
+std::uint64_t next_noise(std::uint64_t& state) {
+  state ^= state << 13;
+  state ^= state >> 7;
+  state ^= state << 17;
+  return state;
+}
+
 }  // namespace
+
+void fill_ballast_page(std::uint64_t seed, std::uint64_t page, std::uint64_t version, char* buffer) {
+  static constexpr char line[] =
+      "region=EMEA;status=released;currency=EUR;plant=1000;unit=PC;flag=0;text=standard item;";
+  std::uint64_t state =
+      (seed + 1) * 0x9e3779b97f4a7c15ULL ^ (page + 1) * 0xbf58476d1ce4e5b9ULL ^ version * 0x94d049bb133111ebULL;
+  if (state == 0) state = 1;
+  for (std::size_t at = 0; at < noise_bytes; at += sizeof line - 1)
+    std::memcpy(buffer + at, line, std::min(sizeof line - 1, noise_bytes - at));
+  std::memcpy(buffer, &page, sizeof page);
+  std::memcpy(buffer + sizeof page, &version, sizeof version);
+  for (std::size_t at = noise_bytes; at < page_bytes; at += sizeof state) {
+    const std::uint64_t noise = next_noise(state);
+    std::memcpy(buffer + at, &noise, sizeof noise);
+  }
+}
 
 std::optional<Ballast_Range> change_ballast(System_State& state, const std::string& database,
                                             const std::string& service, std::uint64_t pages) {
@@ -50,7 +76,9 @@ std::optional<Ballast_Range> change_ballast(System_State& state, const std::stri
   const std::uint64_t first = all != 0 && last.step() ? static_cast<std::uint64_t>(last.number(0)) % all : 0;
   const std::uint64_t wanted = std::min(pages, all);
   const std::uint64_t before_end = std::min(wanted, all - first);
-  Statement row = state.sqlite().prepare("INSERT INTO ballast_changes(db,service,first,pages) VALUES(?,?,?,?)");
+  Statement row = state.sqlite().prepare(
+      "INSERT INTO ballast_changes(db,service,first,pages,version) SELECT ?1,?2,?3,?4,1+max((SELECT "
+      "coalesce(max(version),0) FROM ballast_changes WHERE db=?1),(SELECT coalesce(max(seq),0) FROM sqlite_sequence))");
   const auto note = [&](std::uint64_t from, std::uint64_t count) {
     row.bind(1, database).bind(2, service).bind(3, static_cast<std::int64_t>(from));
     return count == 0 || row.bind(4, static_cast<std::int64_t>(count)).run();

@@ -9,6 +9,8 @@
 
 namespace standin {
 
+inline constexpr std::size_t page_bytes = 4096;
+
 /// Pages of a service that stand for a real database's size: made when they are read, from their numbers and `version`,
 /// which is 0 until they change.
 struct Ballast_Range {
@@ -16,6 +18,10 @@ struct Ballast_Range {
   std::uint64_t pages = 0;
   std::uint64_t version = 0;
 };
+
+/// What a ballast page begins with: its number and its version, 8 bytes each. The rest is half text, half noise made
+/// from `seed`, number and version; it compresses to a little more than a half.
+void fill_ballast_page(std::uint64_t seed, std::uint64_t page, std::uint64_t version, char* buffer);
 
 /// Gives the next `pages` pages of the service a new content, going on behind the last change and round to the first
 /// page; at most all pages. What was changed; nothing when there is no such service or no ballast.

@@ -9,6 +9,36 @@ namespace {
 constexpr std::int64_t bytes_per_entry = 64;
 }
 
+namespace {
+/// On one line, whatever a value holds.
+std::string escaped(const std::string& statement) {
+  return replace_all(replace_all(statement, "\\", "\\\\"), "\n", "\\n");
+}
+
+std::string unescaped(std::string_view text) {
+  std::string statement;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const bool escape = text[at] == '\\' && at + 1 < text.size();
+    if (escape) ++at;
+    statement += escape && text[at] == 'n' ? '\n' : text[at];
+  }
+  return statement;
+}
+}  // namespace
+
+std::vector<Log_Entry> parse_log_text(const std::string& text) {
+  std::vector<Log_Entry> entries;
+  for (const std::string& line : split(text, '\n')) {
+    const std::size_t first = line.find('\t');
+    const std::size_t second = line.find('\t', first + 1);
+    if (first == std::string::npos || second == std::string::npos) continue;
+    entries.push_back({parse_number(line.substr(0, first)).value_or(0),
+                       parse_number(line.substr(first + 1, second - first - 1)).value_or(0),
+                       unescaped(std::string_view(line).substr(second + 1))});
+  }
+  return entries;
+}
+
 bool has_tables(const Layout& layout, const std::string& service) {
   return service == "indexserver" || (service == "nameserver" && layout.multi());
 }
@@ -35,7 +65,7 @@ std::string Redo_Log::text(std::int64_t first, std::int64_t last) {
       "SELECT position,commit_ms,statement FROM redo WHERE db=? AND position>? AND position<=? ORDER BY position");
   rows.bind(1, database_).bind(2, first).bind(3, last);
   std::string text;
-  while (rows.step()) text += rows.text(0) + "\t" + rows.text(1) + "\t" + replace_all(rows.text(2), "\n", " ") + "\n";
+  while (rows.step()) text += rows.text(0) + "\t" + rows.text(1) + "\t" + escaped(rows.text(2)) + "\n";
   return text;
 }
 

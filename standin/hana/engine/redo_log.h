@@ -16,8 +16,16 @@ struct Service_Log {
   std::int64_t saved = 0;      ///< position up to which log backups hold the log
   std::int64_t closed = 0;     ///< position up to which segments are closed
   std::int64_t segments = 0;   ///< closed ones that no log backup holds yet
-  std::int64_t opened_ms = 0;  ///< since when the open segment is
+  std::int64_t opened_ms = 0;  ///< since when the open segment is: no earlier commit is behind `closed`
 };
+
+/// A line of a log backup.
+struct Log_Entry {
+  std::int64_t position = 0;
+  std::int64_t commit_ms = 0;
+  std::string statement;  ///< empty for what a database writes by itself
+};
+std::vector<Log_Entry> parse_log_text(const std::string& text);
 
 /// A database's redo log, as all of its services see it. Each thread uses its own.
 class Redo_Log {
@@ -28,7 +36,8 @@ class Redo_Log {
   bool write_own_entry();
   /// Of the entries behind `position`, as they count for the size of segments and of the log area.
   std::int64_t bytes_behind(std::int64_t position);
-  /// "position<tab>time<tab>statement" lines of the entries behind `first` up to `last`.
+  /// "position<tab>time<tab>statement" lines of the entries behind `first` up to `last`; a line end in a statement is
+  /// "\n", a backslash is doubled.
   std::string text(std::int64_t first, std::int64_t last);
 
   std::optional<Service_Log> of_service(const std::string& service);

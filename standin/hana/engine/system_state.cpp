@@ -1,6 +1,7 @@
 #include "engine/system_state.h"
 
 #include <algorithm>
+#include <functional>
 
 #include "base/files.h"
 #include "base/text.h"
@@ -12,26 +13,32 @@ namespace {
 constexpr const char* schema = R"(
 PRAGMA journal_mode=WAL;
 PRAGMA synchronous=NORMAL;
-CREATE TABLE IF NOT EXISTS databases(name TEXT PRIMARY KEY, position INTEGER, status TEXT NOT NULL);
-CREATE TABLE IF NOT EXISTS services(db TEXT, name TEXT, volume INTEGER, port INTEGER, sql_port INTEGER, ballast INTEGER);
+CREATE TABLE IF NOT EXISTS databases(name TEXT PRIMARY KEY, position INTEGER, status TEXT NOT NULL,
+  stops INTEGER NOT NULL DEFAULT 0, broken INTEGER NOT NULL DEFAULT 0);
+CREATE TABLE IF NOT EXISTS services(db TEXT, name TEXT, volume INTEGER, port INTEGER, sql_port INTEGER, ballast INTEGER,
+  seed INTEGER);
 CREATE TABLE IF NOT EXISTS users(db TEXT, name TEXT, salt BLOB, hash BLOB, privileges TEXT, locked INTEGER,
   failures INTEGER, PRIMARY KEY(db, name));
 CREATE TABLE IF NOT EXISTS catalog(entry_id INTEGER PRIMARY KEY, db TEXT, entry_type TEXT, backup_id INTEGER,
-  start_ms INTEGER, end_ms INTEGER, state TEXT, comment TEXT, message TEXT, savepoint INTEGER, visible_ms INTEGER);
+  start_ms INTEGER, end_ms INTEGER, state TEXT, comment TEXT, message TEXT, savepoint INTEGER, visible_ms INTEGER,
+  savepoint_ms INTEGER NOT NULL DEFAULT 0, branch INTEGER NOT NULL DEFAULT 0);
 CREATE INDEX IF NOT EXISTS catalog_by_database ON catalog(db, backup_id);
 CREATE TABLE IF NOT EXISTS catalog_files(db TEXT, entry_id INTEGER, backup_id INTEGER, source_id INTEGER,
   source_type TEXT, host TEXT, service TEXT, size INTEGER, path TEXT, destination TEXT, ebid TEXT, redo INTEGER);
 CREATE INDEX IF NOT EXISTS files_by_database ON catalog_files(db, backup_id);
 CREATE TABLE IF NOT EXISTS pages(db TEXT, page INTEGER, hash BLOB, savepoint INTEGER, PRIMARY KEY(db, page))
   WITHOUT ROWID;
-CREATE TABLE IF NOT EXISTS ballast_changes(id INTEGER PRIMARY KEY, db TEXT, service TEXT, first INTEGER, pages INTEGER);
+CREATE TABLE IF NOT EXISTS ballast_changes(id INTEGER PRIMARY KEY AUTOINCREMENT, db TEXT, service TEXT, first INTEGER,
+  pages INTEGER, version INTEGER);
 CREATE TABLE IF NOT EXISTS savepoints(db TEXT, id INTEGER, ms INTEGER, redo INTEGER, ballast INTEGER,
   PRIMARY KEY(db, id)) WITHOUT ROWID;
 CREATE TABLE IF NOT EXISTS redo(db TEXT, position INTEGER, commit_ms INTEGER, statement TEXT, PRIMARY KEY(db, position))
   WITHOUT ROWID;
-CREATE TABLE IF NOT EXISTS log_files(entry_id INTEGER PRIMARY KEY, first INTEGER, last INTEGER, segments INTEGER);
+CREATE TABLE IF NOT EXISTS log_files(entry_id INTEGER PRIMARY KEY, first INTEGER, last INTEGER, segments INTEGER,
+  until_ms INTEGER);
 CREATE TABLE IF NOT EXISTS service_logs(db TEXT, service TEXT, saved INTEGER, closed INTEGER, segments INTEGER,
   opened_ms INTEGER, PRIMARY KEY(db, service)) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS branches(db TEXT, id INTEGER, parent INTEGER, fork INTEGER, PRIMARY KEY(db, id)) WITHOUT ROWID;
 CREATE TABLE IF NOT EXISTS log_discards(db TEXT PRIMARY KEY, backup_id INTEGER);
 )";
 
@@ -56,12 +63,12 @@ std::vector<Database> System_State::databases() {
   while (rows.step()) found.push_back({rows.text(0), rows.text(1), {}});
   for (Database& database : found) {
     Statement services =
-        sqlite_.prepare("SELECT name, volume, port, sql_port, ballast FROM services WHERE db=? ORDER BY volume");
+        sqlite_.prepare("SELECT name, volume, port, sql_port, ballast, seed FROM services WHERE db=? ORDER BY volume");
     services.bind(1, database.name);
     while (services.step())
       database.services.push_back({services.text(0), static_cast<int>(services.number(1)),
                                    static_cast<int>(services.number(2)), static_cast<int>(services.number(3)),
-                                   services.number(4)});
+                                   services.number(4), static_cast<std::uint64_t>(services.number(5))});
   }
   return found;
 }
@@ -79,7 +86,7 @@ bool System_State::add_database(const std::string& name, const std::vector<std::
   const std::int64_t position = count.number(0);
   const int used = static_cast<int>(count.number(1));
   count = Statement();
-  Statement insert = sqlite_.prepare("INSERT INTO databases VALUES(?,?,'YES')");
+  Statement insert = sqlite_.prepare("INSERT INTO databases(name,position,status) VALUES(?,?,'YES')");
   if (!insert.bind(1, name).bind(2, position).run()) return false;
   const bool first_tenant = layout_.multi() ? position == 1 : true;
   const auto share = ballast_pages / static_cast<std::int64_t>(std::max<std::size_t>(services.size(), 1));
@@ -100,15 +107,16 @@ bool System_State::add_database(const std::string& name, const std::vector<std::
     if (layout_.multi() && name != system_database)
       own_volume = service == "indexserver" ? 3 : (volume == 3 ? ++volume : volume);
     if (own_volume == volume) ++volume;
-    Statement row = sqlite_.prepare("INSERT INTO services VALUES(?,?,?,?,?,?)");
+    Statement row = sqlite_.prepare("INSERT INTO services VALUES(?,?,?,?,?,?,?)");
     row.bind(1, name).bind(2, service).bind(3, own_volume).bind(4, port).bind(5, sql_port).bind(6, share);
-    if (!row.run()) return false;
+    const auto seed = static_cast<std::int64_t>(std::hash<std::string>{}(name + "/" + service));
+    if (!row.bind(7, seed).run()) return false;
   }
   return write_database_list();
 }
 
 bool System_State::set_status(const std::string& name, const std::string& status) {
-  Statement update = sqlite_.prepare("UPDATE databases SET status=? WHERE name=?");
+  Statement update = sqlite_.prepare("UPDATE databases SET status=?1, stops=stops+(?1='NO') WHERE name=?2");
   return update.bind(1, status).bind(2, name).run() && sqlite3_changes(sqlite_.raw()) == 1 && write_database_list();
 }
 
@@ -123,6 +131,21 @@ bool System_State::write_database_list() {
             (database.status == "YES" ? "yes" : "no") + "\n";
   }
   return write_file(layout_.real(layout_.global_directory() + "/mdc/databases.lst"), text);
+}
+
+std::int64_t System_State::stops_of(const std::string& name) {
+  Statement row = sqlite_.prepare("SELECT stops FROM databases WHERE name=?");
+  return row.bind(1, name).step() ? row.number(0) : 0;
+}
+
+bool System_State::set_broken(const std::string& name, bool broken) {
+  Statement update = sqlite_.prepare("UPDATE databases SET broken=? WHERE name=?");
+  return update.bind(1, broken ? 1 : 0).bind(2, name).run();
+}
+
+bool System_State::is_broken(const std::string& name) {
+  Statement row = sqlite_.prepare("SELECT broken FROM databases WHERE name=?");
+  return row.bind(1, name).step() && row.number(0) != 0;
 }
 
 std::string System_State::tables_file(const std::string& database) const {

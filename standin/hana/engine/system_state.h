@@ -15,6 +15,7 @@ struct Service {
   int port = 0;
   int sql_port = 0;
   std::int64_t ballast_pages = 0;
+  std::uint64_t seed = 0;  ///< what its ballast is made from
 };
 
 struct Database {
@@ -37,6 +38,11 @@ class System_State {
                                   std::int64_t ballast_pages);
   /// Also writes databases.lst.
   [[nodiscard]] bool set_status(const std::string& name, const std::string& status);
+  /// How often the database was stopped: a session does not outlive its database.
+  std::int64_t stops_of(const std::string& name);
+  /// Of a database whose recovery has begun to change it and has not ended well: it cannot be started.
+  [[nodiscard]] bool set_broken(const std::string& name, bool broken);
+  bool is_broken(const std::string& name);
   [[nodiscard]] bool write_database_list();
   /// File with the database's tables.
   [[nodiscard]] std::string tables_file(const std::string& database) const;

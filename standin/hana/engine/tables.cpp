@@ -192,10 +192,21 @@ std::optional<Sql_Error> run_select(const std::string& tables_file, const std::s
   return collect(sqlite, statement, sql, result);
 }
 
+bool open_tables(Sqlite& sqlite, const std::string& tables_file) {
+  if (!sqlite.open(tables_file) || !sqlite.execute(create_kv)) return false;
+  add_functions(sqlite);
+  return true;
+}
+
+std::optional<Sql_Error> replay_statement(Sqlite& sqlite, const std::string& sql) {
+  Statement statement = sqlite.prepare(sql);
+  if (statement.raw() == nullptr) return translate(sqlite, sql);
+  Result ignored;
+  return collect(sqlite, statement, sql, ignored);
+}
+
 bool Table_Session::open() {
-  if (opened_) return true;
-  opened_ = sqlite_.open(state_.tables_file(database_)) && sqlite_.execute(create_kv);
-  add_functions(sqlite_);
+  if (!opened_) opened_ = open_tables(sqlite_, state_.tables_file(database_));
   return opened_;
 }
 

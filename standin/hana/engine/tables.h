@@ -26,6 +26,11 @@ struct Result {
 std::optional<Sql_Error> run_select(const std::string& tables_file, const std::string& sql,
                                     const std::function<bool(Sqlite&)>& attach, Result& result);
 
+/// Opens a database's tables; makes the one that every database has.
+bool open_tables(Sqlite& sqlite, const std::string& tables_file);
+/// Runs a statement as the redo log holds it.
+std::optional<Sql_Error> replay_statement(Sqlite& sqlite, const std::string& statement);
+
 /// A user's open transaction in a database: changes are kept in the redo log when it commits.
 class Table_Session {
  public:

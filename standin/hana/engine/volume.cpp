@@ -8,13 +8,11 @@
 #include <cstring>
 #include <filesystem>
 
+#include "base/clock.h"
+
 namespace standin {
 
 namespace {
-
-constexpr std::uint64_t items_per_group = 510;
-constexpr std::uint64_t ballast_numbers_from = 1ULL << 40;
-constexpr std::size_t noise_bytes = page_bytes / 2;
 
 /// Reads through a connection of its own: the one that keeps writers away cannot be copied from.
 bool copy_tables(const std::string& tables, const std::string& path) {
@@ -22,7 +20,6 @@ bool copy_tables(const std::string& tables, const std::string& path) {
   Sqlite from, to;
   if (!from.open(tables) || !to.open(path)) return false;
   sqlite3_backup* const copy = sqlite3_backup_init(to.raw(), "main", from.raw(), "main");
-  if (copy == nullptr) return false;
   if (copy == nullptr) return false;
   sqlite3_backup_step(copy, -1);
   return sqlite3_backup_finish(copy) == SQLITE_OK;
@@ -39,6 +36,7 @@ bool copy_with_position(System_State& state, const std::string& database, Savepo
     Statement top = state.sqlite().prepare("SELECT coalesce(max(position),0) FROM redo WHERE db=?");
     if (top.bind(1, database).step()) savepoint.redo = top.number(0);
   }
+  savepoint.ms = now_ms();
   savepoint.ballast_until = newest_ballast_change(state, database);
   const bool good = copy_tables(state.tables_file(database), savepoint.snapshot);
   return state.sqlite().execute("COMMIT") && good;
@@ -65,33 +63,9 @@ bool note_changes(System_State& state, const std::string& database, const Savepo
   Statement shorter = state.sqlite().prepare("DELETE FROM pages WHERE db=? AND page>=?");
   good = good && shorter.bind(1, database).bind(2, number).run();
   Statement row = state.sqlite().prepare("INSERT OR REPLACE INTO savepoints VALUES(?,?,?,?,?)");
-  row.bind(1, database).bind(2, savepoint.id).bind(3, savepoint.id).bind(4, savepoint.redo);
+  row.bind(1, database).bind(2, savepoint.id).bind(3, savepoint.ms).bind(4, savepoint.redo);
   good = good && row.bind(5, savepoint.ballast_until).run();
   return state.sqlite().execute(good ? "COMMIT" : "ROLLBACK") && good;
-}
-
-std::uint64_t next_noise(std::uint64_t& state) {
-  state ^= state << 13;
-  state ^= state >> 7;
-  state ^= state << 17;
-  return state;
-}
-
-/// Half text, half noise: compresses to a little more than a half.
-void fill_ballast(std::uint64_t seed, std::uint64_t page, std::uint64_t version, char* buffer) {
-  static constexpr char line[] =
-      "region=EMEA;status=released;currency=EUR;plant=1000;unit=PC;flag=0;text=standard item;";
-  std::uint64_t state =
-      (seed + 1) * 0x9e3779b97f4a7c15ULL ^ (page + 1) * 0xbf58476d1ce4e5b9ULL ^ version * 0x94d049bb133111ebULL;
-  if (state == 0) state = 1;
-  for (std::size_t at = 0; at < noise_bytes; at += sizeof line - 1)
-    std::memcpy(buffer + at, line, std::min(sizeof line - 1, noise_bytes - at));
-  std::memcpy(buffer, &page, sizeof page);
-  std::memcpy(buffer + sizeof page, &version, sizeof version);
-  for (std::size_t at = noise_bytes; at < page_bytes; at += sizeof state) {
-    const std::uint64_t noise = next_noise(state);
-    std::memcpy(buffer + at, &noise, sizeof noise);
-  }
 }
 
 }  // namespace
@@ -120,7 +94,8 @@ void drop_left_files(const Layout& layout) {
   std::vector<std::filesystem::path> left;
   for (const auto& entry : std::filesystem::directory_iterator(layout.shared("data"), error)) {
     const std::string name = entry.path().filename();
-    if (name.find(".db.savepoint.") != std::string::npos || name.find(".db.text.") != std::string::npos)
+    if (name.find(".db.savepoint.") != std::string::npos || name.find(".db.text.") != std::string::npos ||
+        name.find(".db.recovery") != std::string::npos)
       left.push_back(entry.path());
   }
   for (const auto& path : left) std::filesystem::remove(path, error);
@@ -172,7 +147,7 @@ bool Volume_Stream::fill(std::uint64_t page, char* buffer) {
   }
   const Place place = place_of(group * items_per_group + within - 1);
   if (place.ballast) {
-    fill_ballast(content_.ballast_seed, place.number, place.version, buffer);
+    fill_ballast_page(content_.ballast_seed, place.number, place.version, buffer);
     return true;
   }
   return ::pread(snapshot_.get(), buffer, page_bytes, static_cast<off_t>(place.number * page_bytes)) ==

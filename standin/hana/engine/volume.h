@@ -10,11 +10,15 @@
 
 namespace standin {
 
-inline constexpr std::size_t page_bytes = 4096;
+/// Pages behind one index page of a stream.
+inline constexpr std::uint64_t items_per_group = 510;
+/// Lower numbers are pages of tables.
+inline constexpr std::uint64_t ballast_numbers_from = 1ULL << 40;
 
 /// The database as it was at one moment: a copy of its tables' pages, whose changes since earlier savepoints are known.
 struct Savepoint {
   std::int64_t id = 0;
+  std::int64_t ms = 0;                 ///< when it was: later commits are not in
   std::int64_t redo = 0;               ///< position in the redo log up to which commits are in
   std::string snapshot;                ///< file with the pages
   std::vector<std::uint64_t> changed;  ///< pages written after the base, all of them for a full backup

@@ -140,6 +140,18 @@ std::vector<Progress_Row> Backups::progress() {
   return rows;
 }
 
+void Backups::end_of(const std::string& database) {
+  std::shared_ptr<Running_Backup> running;
+  {
+    const std::lock_guard guard(mutex_);
+    const auto found = newest_.find(database);
+    if (found != newest_.end()) running = found->second;
+  }
+  if (!running) return;
+  running->cancel_at_ms = 1;
+  wait(*running);
+}
+
 void Backups::stop_all() {
   std::unique_lock guard(mutex_);
   for (const auto& [database, running] : newest_)

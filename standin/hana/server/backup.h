@@ -64,6 +64,8 @@ class Backups {
   /// Asks for the end; returns while the backup is still "cancel pending".
   std::optional<Sql_Error> cancel(System_State& state, const std::string& database, std::int64_t id);
   std::vector<Progress_Row> progress();
+  /// Ends the database's data backup, if one runs, and waits for its end.
+  void end_of(const std::string& database);
   /// Cancels what runs and waits for its end.
   void stop_all();
   /// A new backup id: the time, but never the same one twice.

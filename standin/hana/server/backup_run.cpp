@@ -10,6 +10,7 @@
 #include "base/clock.h"
 #include "base/text.h"
 #include "catalog/backup_log.h"
+#include "engine/recovered_store.h"
 #include "engine/redo_log.h"
 #include "server/backup.h"
 #include "server/configuration.h"
@@ -72,7 +73,7 @@ std::string Backup_Run::header_of(const std::string& service, int volume, int pa
          "\nvolume=" + std::to_string(volume) + "\npart=" + std::to_string(part) +
          "\nbackup_id=" + std::to_string(running_.id) + "\nkind=" + level_of(running_.request.type) +
          "\nbase_id=" + std::to_string(base.backup_id) + "\nsavepoint=" + std::to_string(savepoint.id) +
-         "\nredo_position=" + std::to_string(savepoint.redo) + "\n";
+         "\nsavepoint_ms=" + std::to_string(savepoint.ms) + "\nredo_position=" + std::to_string(savepoint.redo) + "\n";
 }
 
 std::string Backup_Run::execute(std::optional<Backup_Base> base) {
@@ -83,6 +84,7 @@ std::string Backup_Run::execute(std::optional<Backup_Base> base) {
   std::string error;
   const auto savepoint = take_savepoint(state, running_.request.database, running_.id, base ? base->savepoint : 0);
   if (savepoint) {
+    Catalog(state).note_savepoint(running_.entry, savepoint->ms);
     error = write_services(state, *savepoint, base.value_or(Backup_Base{}));
     drop_savepoint_file(*savepoint);
   } else {
@@ -134,6 +136,7 @@ std::string Backup_Run::write_services(System_State& state, const Savepoint& sav
       parse_number(setting("parallel_data_backup_backint_channels", "1")).value_or(1), 1, most_channels);
   const bool delta = request.type != complete_backup;
   std::vector<std::vector<Piece>> all;
+  std::vector<Topology_Service> topology;
   std::size_t objects = 0;
   bool first = true;
   for (const auto& running : running_.services) {
@@ -162,14 +165,18 @@ std::string Backup_Run::write_services(System_State& state, const Savepoint& sav
       Volume_Stream::Content content;
       if (with_tables && i == 0) content.table_pages = savepoint.changed;
       content.ballast = slice(ballast, pages * i / parts, pages * (i + 1) / parts);
-      content.ballast_seed =
-          static_cast<std::uint64_t>(std::hash<std::string>{}(request.database + "/" + service.name));
+      content.ballast_seed = service.seed;
       add(service.volume, static_cast<int>(i) + 1, std::move(content));
     }
+    topology.push_back({service.name, service.volume, static_cast<int>(parts),
+                        static_cast<std::uint64_t>(service.ballast_pages), service.seed});
     first = false;
     objects += pieces.size();
     all.push_back(std::move(pieces));
   }
+  std::string& topology_header = all.front().front().part.content.header;
+  topology_header += topology_text(topology);
+  if (topology_header.size() > page_bytes) return "[2] the topology has too many services";
   // The catalog names the destinations of a backup as soon as it runs: a cancel finds it by them.
   bool noted = note_files(state, all, savepoint, Files::begin);
   std::vector<std::string> errors(all.size());

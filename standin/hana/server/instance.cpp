@@ -19,6 +19,8 @@ Instance::Instance(Layout layout)
       faults_(layout_.state("faults.conf")),
       backups_(layout_, faults_),
       log_writer_(layout_, faults_, backups_),
+      recoveries_(layout_, faults_, backups_, log_writer_),
+      startup_recovery_(layout_, faults_, recoveries_),
       master_role_(layout_, faults_) {}
 
 void Instance::request_stop() { phase_ = stopping; }
@@ -35,12 +37,25 @@ void Instance::consider_role() {
   static_cast<void>(state.write_database_list());
 }
 
+bool Instance::takes_logons() const {
+  return phase_ == running && serves_databases() && now_ms() >= startup_recovery_.logons_from_ms();
+}
+
+void Instance::go_on_starting(std::int64_t ready_at) {
+  if (phase_ != starting) return;
+  if (startup_recovery_.state() == Startup_Recovery::failed) request_stop();
+  Phase expected = starting;
+  if (startup_recovery_.state() != Startup_Recovery::running && now_ms() >= ready_at)
+    phase_.compare_exchange_strong(expected, running);
+}
+
 int Instance::serve() {
   start_ms_ = now_ms();
   const std::string socket_path = layout_.state("socket");
   const Descriptor listener = listen_at(socket_path);
   if (!listener.valid() || !write_pid()) return 1;
   consider_role();
+  if (master_role_.held() && !load_replication(layout_).secondary()) startup_recovery_.begin();
   constexpr std::int64_t default_start_ms = 300;
   constexpr std::int64_t default_stop_ms = 100;
   constexpr int poll_ms = 50;
@@ -53,12 +68,12 @@ int Instance::serve() {
   std::thread ending;
   for (;;) {
     const std::int64_t now = now_ms();
-    Phase expected = starting;
-    if (now >= ready_at) phase_.compare_exchange_strong(expected, running);
+    go_on_starting(ready_at);
     if (phase_ != stopping) consider_role();
     if (phase_ == stopping && gone_at == 0) {
       gone_at = now + faults_.number("stop_ms", default_stop_ms);
       ending = std::thread([&] {
+        recoveries_.stop_all();
         log_writer_.stop();
         backups_.stop_all();
         backups_ended = true;

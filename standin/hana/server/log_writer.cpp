@@ -31,6 +31,23 @@ void Log_Writer::stop() {
   idle_.wait(guard, [&] { return active_ == 0; });
 }
 
+bool Log_Writer::given_up(const std::string& database) {
+  if (stopping_) return true;
+  const std::lock_guard guard(mutex_);
+  return ending_.contains(database);
+}
+
+void Log_Writer::end_of(const std::string& database) {
+  const std::string prefix = key_of(database, "");
+  std::unique_lock guard(mutex_);
+  ending_.insert(database);
+  idle_.wait(guard, [&] {
+    return std::none_of(turns_.begin(), turns_.end(),
+                        [&](const auto& turn) { return turn.second.busy && turn.first.starts_with(prefix); });
+  });
+  ending_.erase(database);
+}
+
 void Log_Writer::run(const std::function<bool()>& serving) {
   System_State state;
   bool opened = false;
@@ -83,6 +100,13 @@ bool Log_Writer::begin_log(Redo_Log& log, const std::string& database, const std
   return start && log.begin(*start);
 }
 
+bool Log_Writer::close_segment(System_State& state, Redo_Log& log, const std::string& service) {
+  // Nobody commits meanwhile: what was committed until now is in the segment.
+  if (!state.sqlite().execute("BEGIN IMMEDIATE")) return false;
+  const bool good = log.close_segment(service, log.position(), now_ms());
+  return state.sqlite().execute(good ? "COMMIT" : "ROLLBACK") && good;
+}
+
 bool Log_Writer::close_segments(System_State& state, const Database& database, const Settings& settings) {
   Redo_Log log(state, database.name);
   const std::int64_t now = now_ms();
@@ -100,7 +124,7 @@ bool Log_Writer::close_segments(System_State& state, const Database& database, c
     if (position == known->closed) continue;
     const bool by_size =
         segment_bytes > 0 && has_tables(layout_, service.name) && log.bytes_behind(known->closed) >= segment_bytes;
-    if ((by_time || by_size || area_full) && !log.close_segment(service.name, position, now)) return false;
+    if ((by_time || by_size || area_full) && !close_segment(state, log, service.name)) return false;
   }
   return true;
 }
@@ -139,7 +163,7 @@ void Log_Writer::save(const Due& given) {
       std::int64_t id = backups_.next_id();
       error = write(state, due, id, due.backint);
       const bool falls_back = faults_.take("log_fallback", due.database).value_or("file") == "file";
-      if (!error.empty() && due.backint && falls_back && !stopping_) {
+      if (!error.empty() && due.backint && falls_back && !given_up(due.database)) {
         id = backups_.next_id();
         error = write(state, due, id, false);
       }
@@ -180,12 +204,12 @@ std::string Log_Writer::write(System_State& state, const Due& due, std::int64_t 
   const std::int64_t entry = catalog.begin(due.database, log_backup, id, "", 0, id);
   Catalog_File file{due.service.volume, "volume", due.service.name, 0, stream.name, backint ? "backint" : "file"};
   const bool noted = catalog.add_file(due.database, entry, id, file) &&
-                     catalog.note_log(entry, due.log.saved, due.log.closed, due.log.segments);
+                     catalog.note_log(entry, due.log.saved, due.log.closed, due.log.segments, due.log.opened_ms);
   note("INFO", std::string("to ") + (backint ? " backint: " : " file: ") + stream.name);
   Backint_Part part;
   std::string error = write_log_stream(
-      state, stream, [this] { return stopping_.load(); }, part);
-  if (stopping_ && !error.empty()) error = "The database was stopped while the backup was running";
+      state, stream, [&] { return given_up(due.database); }, part);
+  if (given_up(due.database) && !error.empty()) error = "The database was stopped while the backup was running";
   file.size = static_cast<std::int64_t>(part.result.bytes);
   file.external_id = part.external_id;
   // The end and what it means for the log stand together: a server that dies writes the same log again or none of it.

@@ -24,6 +24,8 @@ class Log_Writer {
   void start(std::function<bool()> serving);
   /// Gives up what runs and waits for its end.
   void stop();
+  /// Gives up the log backups of a stopped database and waits for their end.
+  void end_of(const std::string& database);
   /// Whether the log area holds all that it can, since no log backup has taken it.
   bool full(System_State& state, const std::string& database);
 
@@ -51,9 +53,11 @@ class Log_Writer {
   void tick(System_State& state);
   void keep(System_State& state, const Database& database, const Settings& settings);
   bool begin_log(Redo_Log& log, const std::string& database, const std::string& service);
+  static bool close_segment(System_State& state, Redo_Log& log, const std::string& service);
   bool close_segments(System_State& state, const Database& database, const Settings& settings);
   void launch(const Due& due);
   void save(const Due& due);
+  bool given_up(const std::string& database);
   std::string write(System_State& state, const Due& due, std::int64_t id, bool backint);
 
   Layout layout_;
@@ -62,6 +66,7 @@ class Log_Writer {
   std::mutex mutex_;
   std::condition_variable idle_;
   int active_ = 0;
+  std::set<std::string> ending_;       ///< databases whose log backups are given up
   std::map<std::string, Turn> turns_;  ///< of "database/service"
   std::atomic<bool> stopping_{false};
   std::thread thread_;

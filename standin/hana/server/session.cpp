@@ -59,8 +59,7 @@ class Session {
   Message logon(const Message& message) {
     statements_.reset();
     port_ = message[4];
-    if (instance_.phase() != Instance::running || !instance_.serves_databases() || !state_.open(instance_.layout()))
-      return refused();
+    if (!instance_.takes_logons() || !state_.open(instance_.layout())) return refused();
     Faults& faults = instance_.faults();
     database_ = find_database(message[1], port_);
     if (database_.empty() || faults.take("nobody_listens", database_)) return refused();
@@ -71,6 +70,7 @@ class Session {
     if (faults.take("lock_account", database_, message[2])) return error(locked_error());
     if (auto problem = Accounts(state_).logon(database_, message[2], message[3])) return error(*problem);
     statements_ = std::make_unique<Statements>(instance_, state_, database_, message[2]);
+    stops_ = state_.stops_of(database_);
     return {"A",
             faults.take("password_warning", database_) ? "warning431=1" : "",
             "0",
@@ -91,6 +91,10 @@ class Session {
 
   Message statement(const std::string& sql, bool autocommit) {
     if (!statements_) return error({-10821, "Session not connected"});
+    if (state_.stops_of(database_) != stops_) {
+      statements_.reset();
+      return error({-10807, "Connection down: [89006] System call 'recv' failed, rc=104:Connection reset by peer"});
+    }
     Faults& faults = instance_.faults();
     if (faults.take("die_server", database_, sql)) ::kill(::getpid(), SIGKILL);
     const std::string directives = directives_of(sql);
@@ -160,6 +164,7 @@ class Session {
   System_State state_;
   std::string database_;
   std::string port_;
+  std::int64_t stops_ = 0;  ///< of the database at the logon
   std::unique_ptr<Statements> statements_;
 };
 

@@ -42,7 +42,8 @@ Statements::Answer Statements::run(const std::string& sql, bool autocommit, Resu
     if (reader.accept(word)) return change(sql, autocommit, result);
   if (reader.accept_words({"CREATE", "TABLE"}) || reader.accept_words({"DROP", "TABLE"}))
     return change(sql, true, result);
-  if (reader.accept("RECOVER") || reader.accept("GRANT") || reader.accept_words({"CREATE", "DATABASE"}))
+  if (reader.accept("RECOVER")) return recover(sql, reader);
+  if (reader.accept("GRANT") || reader.accept_words({"CREATE", "DATABASE"}))
     return Sql_Error{7, "feature not supported: the stand-in does not know this statement"};
   return reader.error();
 }
@@ -140,6 +141,17 @@ Statements::Answer Statements::backup_cancel(Token_Reader& reader) {
   return instance_.backups().cancel(state_, database, id);
 }
 
+Statements::Answer Statements::recover(const std::string& sql, Token_Reader& reader) {
+  Recovery_Request request;
+  if (auto error = parse_recovery(state_.layout(), sql, reader, request)) return error;
+  if (!state_.layout().multi() || database_ != system_database || request.database.empty())
+    return Sql_Error{7,
+                     "feature not supported: only tenants are recovered by a statement, in the system database; others "
+                     "while the instance starts"};
+  if (!may({"DATABASE ADMIN", "DATABASE RECOVERY OPERATOR"})) return missing_privilege();
+  return instance_.recoveries().recover_tenant(state_, request);
+}
+
 Statements::Answer Statements::alter_system(Token_Reader& reader) {
   if (reader.accept_words({"ALTER", "CONFIGURATION"})) {
     if (!may({"INIFILE ADMIN"})) return missing_privilege();
@@ -167,6 +179,11 @@ Statements::Answer Statements::start_or_stop(bool start, const std::string& name
     if (answer == "error") return Sql_Error{2, "general error: database " + name + " cannot be changed"};
     return Sql_Error{2, "general error: database " + name + (start ? " is already running" : " is already stopped")};
   }
+  if (start && instance_.recoveries().running(name))
+    return Sql_Error{2, "general error: database " + name + " is being recovered"};
+  if (start && state_.is_broken(name))
+    return Sql_Error{2, "general error: database " + name +
+                            " cannot be started: its recovery has not been completed, recover it first"};
   constexpr std::int64_t default_change_ms = 100;
   if (!state_.set_status(name, start ? "STARTING" : "STOPPING")) return Sql_Error{2, "general error"};
   sleep_ms(instance_.faults().number("database_change_ms", default_change_ms, name));

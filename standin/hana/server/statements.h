@@ -26,6 +26,7 @@ class Statements {
   Answer backup(const std::string& sql, Token_Reader& reader);
   Answer backup_data(const std::string& sql, Token_Reader& reader);
   Answer backup_cancel(Token_Reader& reader);
+  Answer recover(const std::string& sql, Token_Reader& reader);
   Answer alter_system(Token_Reader& reader);
   Answer start_or_stop(bool start, const std::string& name);
   Answer read_database(Token_Reader& reader, std::string& name);

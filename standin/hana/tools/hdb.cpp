@@ -11,6 +11,7 @@ using namespace standin;
 
 constexpr int start_limit_seconds = 2700;
 constexpr int stop_limit_seconds = 600;
+constexpr const char* not_running = "FAIL: process hdbdaemon HDB Daemon not running\n";
 
 void print_step(const char* name) {
   std::printf("\n%s\n%s\nOK\n", local_time_text(now_ms(), "%d.%m.%Y %H:%M:%S").c_str(), name);
@@ -23,11 +24,16 @@ int start(const Layout& layout) {
       "Starting instance using: %s -function StartWait 2700 2\n\n",
       control.c_str());
   if (!fault_setting(layout, "hdb_start_fails").empty() || !start_instance(layout)) {
-    std::printf("FAIL: process hdbdaemon HDB Daemon not running\n");
+    std::printf("%s", not_running);
     return 1;
   }
   print_step("Start");
-  if (!wait_for_phase(layout, "running", start_limit_seconds)) return 2;
+  const Start_End end = wait_for_start(layout, start_limit_seconds);
+  if (end == Start_End::down) {
+    std::printf("%s", not_running);
+    return 1;
+  }
+  if (end == Start_End::timeout) return 2;
   print_step("StartWait");
   return 0;
 }

@@ -78,6 +78,16 @@ bool wait_for_phase(const Layout& layout, const std::string& phase, int timeout_
   return false;
 }
 
+Start_End wait_for_start(const Layout& layout, int timeout_seconds) {
+  for (std::int64_t waited = 0; waited <= timeout_seconds * 1000LL; waited += step_ms) {
+    const std::string phase = instance_state(layout).phase;
+    if (phase == "running") return Start_End::running;
+    if (phase == "stopped") return Start_End::down;
+    sleep_ms(step_ms);
+  }
+  return Start_End::timeout;
+}
+
 std::string fault_setting(const Layout& layout, const std::string& key) {
   const Ini faults = Ini::load(layout.state("faults.conf"));
   return std::string(trim(split(faults.get("", key), '|').front()));

@@ -23,6 +23,9 @@ bool stop_instance(const Layout& layout);
 /// Ends the server at once, as a crash does.
 bool kill_instance(const Layout& layout);
 bool wait_for_phase(const Layout& layout, const std::string& phase, int timeout_seconds);
+/// Of an instance that shows itself already: until it runs, or has gone down again.
+enum class Start_End { running, down, timeout };
+Start_End wait_for_start(const Layout& layout, int timeout_seconds);
 /// The value of a key of the fault file, without counting.
 std::string fault_setting(const Layout& layout, const std::string& key);
 

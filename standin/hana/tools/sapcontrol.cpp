@@ -64,6 +64,19 @@ int wait_for(const Layout& layout, const char* phase, const std::vector<std::str
   return wait_for_phase(layout, phase, limit) ? exit_done : exit_timeout;
 }
 
+int wait_for_start(const Layout& layout, const std::vector<std::string>& arguments) {
+  const int limit = arguments.empty() ? 0 : static_cast<int>(parse_number(arguments[0]).value_or(0));
+  switch (standin::wait_for_start(layout, limit)) {
+    case Start_End::running:
+      return exit_done;
+    case Start_End::down:
+      std::printf("FAIL: process hdbdaemon HDB Daemon not running\n");
+      return exit_failed;
+    default:
+      return exit_timeout;
+  }
+}
+
 /// The master last when all stop, first when all start: the role stays where it is.
 std::vector<Layout> hosts_from_master(const Layout& layout) {
   std::vector<Layout> hosts;
@@ -112,7 +125,7 @@ int run(const Layout& layout, const std::string& function, const std::vector<std
     const bool good = function == "StartSystem" ? start_system(layout) : start_instance(layout);
     header(good ? "OK" : "FAIL: the instance could not be started");
     if (!good) return exit_failed;
-    return function == "StartWait" ? wait_for(layout, "running", arguments) : exit_done;
+    return function == "StartWait" ? wait_for_start(layout, arguments) : exit_done;
   }
   if (function == "Stop" || function == "StopSystem" || function == "StopWait") {
     const bool good = function == "StopSystem" ? stop_system(layout) : stop_instance(layout);
