@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "hdbbackint/console.h"
 #include "hdbbackint/protocol/interface_version.h"
+#include "hdbbackint/restore/object_search.h"
 #include "scrt/time_text.h"
 
 namespace hdbbackint {
@@ -11,20 +11,12 @@ namespace hdbbackint {
 namespace {
 
 void inquire(const Call& call, const Request_Entry& entry) {
-  auto query = call.own_files();
-  query.origin_path = entry.name;
-  query.extern_backup_id = entry.ebid;
-  std::list<sap_hana::Backup_File_Info> files;
-  const Cause_Capture cause;
-  if (!call.records(default_seconds_retry).get_files(query, files)) {
-    call.fail(entry, "cannot look it up in backupd: " + cause.text());
+  Object_Search search(call, entry);
+  if (!search.find()) {
+    call.fail(entry, search.error());
     return;
   }
-  // An exact name is meant, never the beginning of one.
-  files.remove_if([&](const sap_hana::Backup_File_Info& file) {
-    return (!entry.name.empty() && file.origin_path != entry.name) ||
-           (!entry.ebid.empty() && file.extern_backup_id != entry.ebid);
-  });
+  const std::list<sap_hana::Backup_File_Info>& files = search.files();
   if (files.empty()) call.answers.not_found(entry.ebid, entry.name);
   const bool timestamps = wants_timestamps(call.request.caller_interface);
   for (const sap_hana::Backup_File_Info& file : files) {

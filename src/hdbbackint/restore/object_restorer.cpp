@@ -2,6 +2,7 @@
 
 #include "hdbbackint/console.h"
 #include "hdbbackint/paths.h"
+#include "hdbbackint/restore/object_search.h"
 #include "hdbbackint/settings.h"
 #include "hdbbackint/stream/object_destination.h"
 #include "hdbbackint/stream/restore_pipeline.h"
@@ -40,35 +41,29 @@ void Object_Restorer::restore() {
 }
 
 Object_Restorer::Search Object_Restorer::find() {
+  return destination() == null_device && entry_.kind != Request_Entry::Kind::newest ? find_for_check() : find_own();
+}
+
+Object_Restorer::Search Object_Restorer::find_own() {
+  Object_Search search(call_, entry_);
+  if (!search.find()) {
+    error_ = search.error();
+    return Search::failed;
+  }
+  if (search.files().empty()) return Search::not_found;
+  file_ = std::move(search.files().front());
+  staged_seconds_retry_ = search.max_seconds_retry();
+  return Search::found;
+}
+
+/// Reading back for a check shows nobody anything: it is open to every user.
+Object_Restorer::Search Object_Restorer::find_for_check() {
   const Cause_Capture cause;
-  const Search search = entry_.kind == Request_Entry::Kind::newest ? find_newest() : find_version();
-  if (search == Search::failed) error_ = "cannot look it up in backupd: " + cause.text();
-  return search;
-}
-
-Object_Restorer::Search Object_Restorer::find_newest() {
-  auto query = call_.own_files();
-  query.origin_path = entry_.name;
-  std::list<sap_hana::Backup_File_Info> files;
-  if (!call_.records(default_seconds_retry).get_files(query, files)) return Search::failed;
-  for (const sap_hana::Backup_File_Info& file : files) {
-    if (file.origin_path != entry_.name) continue;
-    file_ = file;
-    return Search::found;
-  }
-  return Search::not_found;
-}
-
-Object_Restorer::Search Object_Restorer::find_version() {
-  // Reading back for a check shows nobody anything; every other reader gets its own database's objects only.
-  sap_hana::Backint_Catalog_helper::File_Query scope;
-  if (destination() != null_device) {
-    scope.sid = call_.user.sid;
-    scope.database = call_.user.database;
-  }
   bool found = false;
-  auto records = call_.records(default_seconds_retry);
-  if (!records.get_file_by_ebid(entry_.ebid.c_str(), scope, file_, found)) return Search::failed;
+  if (!call_.records(default_seconds_retry).get_file_by_ebid(entry_.ebid.c_str(), {}, file_, found)) {
+    error_ = "cannot look it up in backupd: " + cause.text();
+    return Search::failed;
+  }
   return found && file_.origin_path == entry_.name ? Search::found : Search::not_found;
 }
 
@@ -97,8 +92,9 @@ bool Object_Restorer::move() {
   return false;
 }
 
-/// What the job said when the object was saved; a record that is gone means one attempt.
+/// What the restore says, else what the job said when the object was saved; a record that is gone means one attempt.
 unsigned Object_Restorer::max_seconds_retry() const {
+  if (staged_seconds_retry_) return *staged_seconds_retry_;
   sap_hana::Backint_Backup_Job_Info job;
   Job_Settings settings;
   std::string ignored;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include "hana/backint_catalog/backint_backup_file.h"
 #include "hdbbackint/call.h"
 
@@ -17,8 +19,8 @@ class Object_Restorer {
  private:
   enum class Search { found, not_found, failed };
   Search find();
-  Search find_newest();
-  Search find_version();
+  Search find_own();
+  Search find_for_check();
   bool move();
   [[nodiscard]] unsigned max_seconds_retry() const;
   [[nodiscard]] const std::string& destination() const;
@@ -27,6 +29,7 @@ class Object_Restorer {
   const Request_Entry& entry_;
   Stop_Source stop_;
   sap_hana::Backup_File_Info file_;
+  std::optional<unsigned> staged_seconds_retry_;
   std::string error_;
 };
 

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <list>
+#include <optional>
+#include <string>
+
+#include "hana/backint_catalog/backint_backup_file.h"
+#include "hdbbackint/call.h"
+
+namespace hdbbackint {
+
+/// Finds the records of the objects that an entry of a restore or an inquiry asks for. One thread; used once.
+///
+/// A user sees its own database's objects and, while a restore into it goes on, those of the database that the restore
+/// comes from. While one goes on, its catalog has one version: the one that the restore has staged.
+class Object_Search {
+ public:
+  Object_Search(const Call& call, const Request_Entry& entry) : call_(call), entry_(entry) {}
+
+  /// Fills files(), newest first. False with error() when it cannot be told.
+  [[nodiscard]] bool find();
+  [[nodiscard]] std::list<sap_hana::Backup_File_Info>& files() { return files_; }
+  [[nodiscard]] const std::string& error() const { return error_; }
+  /// How long a restore that goes on tries again; nothing when none says so.
+  [[nodiscard]] std::optional<unsigned> max_seconds_retry() const { return max_seconds_retry_; }
+
+ private:
+  using Query = sap_hana::Backint_Catalog_helper::File_Query;
+
+  [[nodiscard]] bool find_staged(bool& staged);
+  [[nodiscard]] bool find_recorded();
+  [[nodiscard]] bool ask(const Query& query);
+  [[nodiscard]] User_Id owner() const;
+
+  const Call& call_;
+  const Request_Entry& entry_;
+  std::list<sap_hana::Backup_File_Info> files_;
+  std::string error_;
+  std::optional<unsigned> max_seconds_retry_;
+};
+
+}  // namespace hdbbackint
