@@ -5,6 +5,7 @@
 
 #include "backupd/backint_check.h"
 #include "backupd/body_reader.h"
+#include "backupd/restore_definition_check.h"
 #include "net/uri.h"
 #include "platform/log.h"
 #include "records/rate_limits.h"
@@ -147,6 +148,12 @@ void read_plain_members(Body_Reader& reader) {
     reader.number(key, number);
 }
 
+Outcome check_restore(const Parts& parts, Definition_Summary& summary) {
+  if (Outcome outcome = check_restore_target(parts.target, summary.target_resource_uuid); !outcome.ok()) return outcome;
+  if (Outcome outcome = check_restore_source(parts.source); !outcome.ok()) return outcome;
+  return check_restore_options(parts.options);
+}
+
 }  // namespace
 
 bool is_database_name(const std::string& name) {
@@ -173,9 +180,9 @@ Outcome check_definition(const json_spirit::Object& body, Definition_Summary& su
   read_plain_members(reader);
   if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
   if (Outcome outcome = check_kind(parts.type, parts.subtype, summary.module); !outcome.ok()) return outcome;
-  if (Outcome outcome = check_target(parts.target, summary.pool_uuid); !outcome.ok()) return outcome;
   if (Outcome outcome = check_rate_limits(parts.rate_limits); !outcome.ok()) return outcome;
-  if (parts.type != type_backup) return {};
+  if (parts.type == type_restore) return check_restore(parts, summary);
+  if (Outcome outcome = check_target(parts.target, summary.pool_uuid); !outcome.ok()) return outcome;
   if (Outcome outcome = check_backup_source(parts.source); !outcome.ok()) return outcome;
   if (Outcome outcome = check_backup_options(parts.options); !outcome.ok()) return outcome;
   return parts.subtype == subtype_log ? check_log_backup(parts.source, parts.schedule) : Outcome();

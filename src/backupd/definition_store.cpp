@@ -15,6 +15,8 @@ namespace {
 constexpr char revision_key[] = "job_revision";
 constexpr char creation_key[] = "creation_time";
 constexpr char setup_key[] = "setup";
+constexpr char pool_key[] = "pool_uuid";
+constexpr char resource_key[] = "resource_uuid";
 
 Outcome store_failed() {
   return Outcome::refuse(Outcome::internal, "the job definitions cannot be read or written now; see the server's log");
@@ -88,17 +90,35 @@ Outcome not_set_up(const std::string& id) {
 
 }  // namespace
 
+Outcome Definition_Store::check_registered(const Definition_Summary& summary) {
+  if (summary.target_resource_uuid.empty()) {
+    std::optional<Pool> pool;
+    if (!pools_.find(summary.pool_uuid, pool)) return store_failed();
+    return pool ? Outcome()
+                : Outcome::refuse(Outcome::invalid,
+                                  "the pool " + summary.pool_uuid + " is not registered; register it first");
+  }
+  bool known = false;
+  if (!database_.read([&](Sql_Session& session) {
+        known =
+            session.first("SELECT uuid FROM resources WHERE uuid = :a", {summary.target_resource_uuid}, 1).has_value();
+      }))
+    return store_failed();
+  if (known) return {};
+  return Outcome::refuse(Outcome::invalid, "the system " + summary.target_resource_uuid +
+                                               " to restore into is not registered; let it be discovered first");
+}
+
 Outcome Definition_Store::put(const json_spirit::Object& body, json_spirit::Object& stored) {
   Definition_Summary summary;
   if (Outcome outcome = check_definition(body, summary); !outcome.ok()) return outcome;
-  std::optional<Pool> pool;
-  if (!pools_.find(summary.pool_uuid, pool)) return store_failed();
-  if (!pool)
-    return Outcome::refuse(Outcome::invalid, "the pool " + summary.pool_uuid + " is not registered; register it first");
+  if (Outcome outcome = check_registered(summary); !outcome.ok()) return outcome;
   if (summary.id.empty()) summary.id = make_uuid();
   json_spirit::Object document = without_own_members(body);
   document["id"] = summary.id;
-  document["target"] = json_spirit::Object{{"pool_uuid", summary.pool_uuid}};
+  document["target"] = summary.target_resource_uuid.empty()
+                           ? json_spirit::Object{{pool_key, summary.pool_uuid}}
+                           : json_spirit::Object{{resource_key, summary.target_resource_uuid}};
   if (is_set_up(document)) document["schedule"] = json_spirit::Object{{"type", schedule_on_demand}};
   Outcome outcome;
   const bool committed = database_.write([&](Sql_Session& session) {
@@ -198,7 +218,8 @@ Outcome Definition_Store::for_agent(json_spirit::Object& definition) {
   std::string uuid;
   std::optional<Pool> pool;
   json_spirit::object_get(definition, "target", target);
-  json_spirit::object_get(target, "pool_uuid", uuid);
+  if (target.contains(resource_key)) return {};
+  json_spirit::object_get(target, pool_key, uuid);
   if (!pools_.find(uuid, pool)) return store_failed();
   if (!pool) return Outcome::refuse(Outcome::invalid, "the pool " + uuid + " of the job is not registered any more");
   target["location"] = pools_.url_of(*pool);

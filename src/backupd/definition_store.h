@@ -10,6 +10,8 @@
 
 namespace backupd {
 
+struct Definition_Summary;
+
 /// Job definitions. Safe from any thread.
 class Definition_Store {
  public:
@@ -31,10 +33,13 @@ class Definition_Store {
   [[nodiscard]] Outcome renew(const std::string& id);
   /// Whether the definition is a log backup that is being removed or is kept for its runs alone.
   [[nodiscard]] Outcome is_removed(const std::string& id, bool& removed);
-  /// The definition as an agent needs it: its target with the pool's url as "location".
+  /// The definition as an agent needs it: a pool as target comes with its url as "location".
   [[nodiscard]] Outcome for_agent(json_spirit::Object& definition);
 
  private:
+  /// The pool, or the system that is restored into.
+  [[nodiscard]] Outcome check_registered(const Definition_Summary& summary);
+
   Database& database_;
   Pool_Store& pools_;
 };

@@ -164,7 +164,9 @@ void read_agents(const Object& object, Job_Definition& definition) {
 void read_target(const Object& object, Job_Definition& definition) {
   if (present(object, "target") == nullptr) return;
   const Object& target = sub_object(object, "target");
-  definition.target().id(json_spirit::object_require<std::string>(target, "pool_uuid"));
+  // A restore goes into a system, everything else to a pool.
+  const bool system = present(target, "resource_uuid") != nullptr;
+  definition.target().id(json_spirit::object_require<std::string>(target, system ? "resource_uuid" : "pool_uuid"));
   if (present(target, "location") != nullptr)
     definition.target().location(json_spirit::object_require<std::string>(target, "location"));
 }

@@ -113,6 +113,14 @@ TEST_F(Job_Definition_Reader_Test, Leaves_The_Defaults_Of_Missing_And_Null_Keys)
   EXPECT_EQ(definition->state(), JOB_STATE_NONE);
 }
 
+TEST_F(Job_Definition_Reader_Test, Takes_A_System_For_A_Target) {
+  const Job_Definition_Ptr definition = read(
+      R"({"id":"d","type":"backup","subtype":"full","source":{"id":"r","entries":[]},"target":{"resource_uuid":"s"}})");
+  ASSERT_FALSE(definition.null()) << error_;
+  EXPECT_EQ(definition->target().id(), "s");
+  EXPECT_EQ(definition->target().location(), "");
+}
+
 TEST_F(Job_Definition_Reader_Test, Refuses_What_Is_Not_Sound) {
   const std::string head = R"({"id":"d","type":"backup","subtype":"full","source":{"id":"r","entries":[]})";
   struct Row {
@@ -136,6 +144,7 @@ TEST_F(Job_Definition_Reader_Test, Refuses_What_Is_Not_Sound) {
       {head + R"(,"agents":[1]})", "key 'agents' holds something else than texts"},
       {head + R"(,"target":"pool"})", "key 'target' is not an object"},
       {head + R"(,"target":{}})", "lack of key 'pool_uuid'"},
+      {head + R"(,"target":{"resource_uuid":5}})", "key 'resource_uuid' is integer, expected a string"},
       {head + R"(,"schedule":{}})", "lack of key 'type'"},
       {head + R"(,"state":26})", "state 26 is unknown"},
       {R"({"id":"d","type":"restore","subtype":"point-in-time","source":{}})",
