@@ -11,7 +11,9 @@
 #include "agentd/log_backup_files.h"
 #include "agentd/log_backup_settings.h"
 #include "job/default_backup_job_source.h"
+#include "job/job_activity_record.h"
 #include "job/job_log.h"
+#include "platform/files.h"
 #include "platform/log.h"
 
 namespace agentd {
@@ -127,6 +129,25 @@ void confirm_removal(const Job_Definition& definition, Result& result) {
   confirm_switched_off(definition, files, result);
 }
 
+std::string marker_of(const Job_Definition& definition) {
+  return job_activity_directory() + "/" + platform::encode_file_name(definition.id());
+}
+
+/// What stands for the definition in the activity directory as long as it is set up: the module gives it to the group
+/// of the database system. A log backup works without it, so a failure is only told.
+void mark(const Job_Definition& definition) {
+  const std::string path = marker_of(definition);
+  if (platform::is_regular_file(path.c_str())) return;
+  if (platform::mkdir_p(job_activity_directory().c_str(), platform::mode_directory) != 0 ||
+      !platform::write_file_durably(path, definition.name() + "\n", platform::mode_sap_file))
+    D3_WARNING("Failed to write '%C': %m\n", path.c_str());
+}
+
+void unmark(const Job_Definition& definition) {
+  const std::string path = marker_of(definition);
+  if (!platform::remove_file(path)) D3_WARNING("Failed to remove '%C': %m\n", path.c_str());
+}
+
 }  // namespace
 
 Job_Ptr Ondemand_Setup::make(const json_spirit::Object& params, JSON_RPC_Answer& refusal) const {
@@ -152,6 +173,7 @@ JSON_RPC_Answer Ondemand_Setup::setup(const json_spirit::Object& params) {
   const std::string name = platform::cut_for_log(definition->name());
   const Alert_Tap::Copies raised;
   Result result;
+  mark(*definition);
   if (run([&] { return job->setup_ondemand(); }, result) != 0)
     result.code = setup_failed;
   else
@@ -174,6 +196,7 @@ JSON_RPC_Answer Ondemand_Setup::unsetup(const json_spirit::Object& params) {
   Result result;
   if (run([&] { return job->remove(false, nullptr); }, result) != 0) result.code = setup_failed;
   confirm_removal(*definition, result);
+  if (result.code == setup_done) unmark(*definition);
   if (result.code == setup_done)
     D3_INFO("'%C' is removed from what it backed up\n", name.c_str());
   else

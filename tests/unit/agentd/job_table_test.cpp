@@ -83,7 +83,7 @@ TEST_F(Job_Table_Test, Refusals_Say_Why_And_Leave_Nothing) {
   json_spirit::Object other_host = definition("x");
   other_host["host_uuid"] = "5c3e2f6a-0000-4a3a-9a39-5b3d8a1d1c11";
   json_spirit::Object other_kind = definition("x");
-  other_kind["subtype"] = "log";
+  other_kind["subtype"] = "media";
   json_spirit::Object unknown_key = definition("x");
   unknown_key["surprise"] = 1;
   json_spirit::Object bad_name = definition("x");

@@ -7,7 +7,10 @@
 #include "job/controllable_job_t.h"
 #include "job/default_backup_job_source_parser.h"
 #include "job/job_executor_t.h"
+#include "job/job_alert.h"
 #include "platform/clock.h"
+#include "platform/files.h"
+#include "platform/log.h"
 #include "scrt/object_creator_impl_t.h"
 
 namespace {
@@ -30,6 +33,25 @@ class No_Options_Parser : public YAJL_Parser<Job_Options> {
 class Executor : public Job_Executor_T<Default_Backup_Job_Source, No_Options, Job_Event_Handler> {
  public:
   explicit Executor(Job& job) : Job_Executor_T(job) {}
+
+  static constexpr const char* configuration = "/var/opt/tarvex/dorsal3/agent/hana/log_backup_PRD_HDB00_TN%5F1";
+
+  /// Writes a configuration as a log backup of the definition's first entry has it, as the definition's name tells.
+  bool setup_ondemand() override {
+    if (def_.name() == "fail") {
+      D3_ERROR("The test setup fails\n");
+      write_job_alert(&job_, 7, 14, 0, json_spirit::Object{{"instance", "TN1"}}, 1);
+      return false;
+    }
+    if (def_.name() == "is taken for installed") return true;
+    return platform::write_file_durably(
+        configuration, R"({"job_definition_uuid":")" + def_.id() + R"(","sid":"PRD","instance_name":"HDB00"})", 0640);
+  }
+  bool remove_ondemand() override {
+    if (def_.name() != "fail") return platform::remove_file(configuration);
+    D3_ERROR("The test removal fails\n");
+    return false;
+  }
 
   bool execute_i(const Action_Options*) override {
     const std::string name = def_.name();
@@ -73,7 +95,9 @@ class Slow_To_Stop : public Controllable_Job_T<Executor> {
 class Creator : public Job_Creator, Counted {
  public:
   ACE_Intrusive_Auto_Ptr<Job> create(Job_Definition_Ptr definition) override {
-    if (definition->subtype() != JOB_DEFINITION_SUBTYPE_FULL) return {};
+    if (definition->subtype() != JOB_DEFINITION_SUBTYPE_FULL &&
+        definition->subtype() != JOB_DEFINITION_SUBTYPE_ONDEMAND)
+      return {};
     return ACE_Intrusive_Auto_Ptr<Job>(new Slow_To_Stop(definition));
   }
 };
