@@ -1,14 +1,11 @@
 #include "backupd/backint_store.h"
 
-#include "backupd/backint_check.h"
-#include "backupd/ondemand_queue.h"
+#include "backupd/backint_rows.h"
+#include "backupd/ondemand_records.h"
 
 namespace backupd {
 
 namespace {
-
-constexpr char file_columns[] = "id, document, host_uuid, sid, database_name";
-constexpr std::size_t file_column_count = 5;
 
 Outcome store_failed() {
   return Outcome::refuse(Outcome::internal, "the Backint records cannot be read or written now; see the server's log");
@@ -17,37 +14,6 @@ Outcome store_failed() {
 Outcome no_such_job(const std::string& uuid) {
   return Outcome::refuse(Outcome::not_found,
                          "there is no Backint job record " + uuid + "; its job may have ended without a backup set");
-}
-
-json_spirit::Object file_record(const Sql_Row& row) {
-  json_spirit::Object record = stored_object(row.text(1));
-  record["id"] = row.number(0);
-  record["host_uuid"] = row.text(2);
-  record["sid"] = row.text(3);
-  record["database"] = row.text(4);
-  return record;
-}
-
-/// What a file record needs of its job.
-struct Owner {
-  std::string host_uuid;
-  std::string sid;
-  std::string database;
-  bool taken = false;
-  std::string job_act_id;
-  std::string type;
-
-  /// HANA began the backup by itself.
-  [[nodiscard]] bool ondemand() const { return job_act_id.empty() && is_ondemand_type(type); }
-};
-
-std::optional<Owner> find_owner(Sql_Session& session, const std::string& uuid) {
-  const auto row = session.first(
-      "SELECT host_uuid, sid, database_name, taken, job_act_id, document FROM backint_jobs WHERE uuid = :a", {uuid}, 6);
-  if (!row) return std::nullopt;
-  Owner owner{row->text(0), row->text(1), row->text(2), row->number(3) != 0, row->text(4), {}};
-  json_spirit::object_get(stored_object(row->text(5)), "type", owner.type);
-  return owner;
 }
 
 /// The record as it is stored when the same object was recorded before.
@@ -72,53 +38,30 @@ Outcome compare(const json_spirit::Object& stored, const sap_hana::Backup_File_I
                                                 "; give the new object an id of its own");
 }
 
-/// The directory that the object lies in.
-std::string dataset_of(const std::string& storage_path) {
-  const std::size_t slash = storage_path.rfind('/');
-  return slash == std::string::npos ? std::string() : storage_path.substr(0, slash);
-}
-
-void insert_file(Sql_Session& session, const Owner& owner, sap_hana::Backup_File_Info& file) {
-  const std::int64_t id = session.next_number("backint_file");
-  file.id = static_cast<std::uint64_t>(id);
-  session.execute(
-      "INSERT INTO backint_files (id, job_uuid, filename, origin_path, extern_backup_id, host_uuid, sid, "
-      "database_name, pool_uuid, dataset, set_id, document) "
-      "VALUES (:a, :b, :c, :d, :e, :f, :g, :h, :i, :j, :k, :l)",
-      {id, file.info_uuid, file.filename, file.origin_path, file.extern_backup_id, owner.host_uuid, owner.sid,
-       owner.database, file.pool_uuid, dataset_of(file.storage_path), std::int64_t{0},
-       json_spirit::dump_json(file.to_json())});
-}
-
-Outcome insert_job(Sql_Session& session, sap_hana::Backint_Backup_Job_Info& job) {
-  if (find_owner(session, job.uuid))
-    return Outcome::refuse(Outcome::conflict,
-                           "a Backint job record " + job.uuid + " is stored already; make a new uuid for a new backup");
-  if (!session.first("SELECT uuid FROM pools WHERE uuid = :a", {job.pool_uuid}, 1))
-    return Outcome::refuse(Outcome::invalid, "the pool " + job.pool_uuid + " is not registered; register it first");
-  const std::int64_t id = session.next_number("backint_job");
-  job.id = static_cast<std::uint64_t>(id);
-  session.execute(
-      "INSERT INTO backint_jobs (id, uuid, host_uuid, job_act_id, sid, database_name, database_backup_id, "
-      "landscape_id, pool_uuid, taken, document) VALUES (:a, :b, :c, :d, :e, :f, :g, :h, :i, :j, :k)",
-      {id, job.uuid, job.host_uuid, job.job_act_id, job.sid, job.database,
-       static_cast<std::int64_t>(job.database_backup_id), job.landscape_id, job.pool_uuid, std::int64_t{0},
-       json_spirit::dump_json(job.to_json())});
-  return {};
-}
-
-/// The record of the same backup that HANA began by itself. Logs and catalogs are apart also under one backup id, for a
-/// set is of one type.
-std::optional<json_spirit::Object> find_open_job(Sql_Session& session, const sap_hana::Backint_Backup_Job_Info& job) {
-  for (const Sql_Row& row :
-       session.query("SELECT document FROM backint_jobs WHERE host_uuid = :a AND database_name = :b AND "
-                     "database_backup_id = :c AND sid = :d AND job_act_id = '' AND taken = 0 ORDER BY id",
-                     {job.host_uuid, job.database, static_cast<std::int64_t>(job.database_backup_id), job.sid}, 1)) {
-    json_spirit::Object record = stored_object(row.text(0));
-    std::string type;
-    if (json_spirit::object_get(record, "type", type) && type == job.type) return record;
+/// Stores one object, or finds it stored. What comes for an on-demand record that its set has taken goes to the
+/// record's successor: `record_uuid` tells whose it is then.
+Outcome store_file(Sql_Session& session, const Backint_Owner& owner, sap_hana::Backup_File_Info& file,
+                   std::string& record_uuid, json_spirit::Object& stored, bool& is_new) {
+  std::optional<json_spirit::Object> same = find_same(session, file);
+  if (!same && owner.ondemand()) same = find_in_sibling(session, file.info_uuid, file);
+  if (same) {
+    stored = *same;
+    json_spirit::object_get(stored, "info_uuid", record_uuid);
+    return compare(*same, file);
   }
-  return std::nullopt;
+  if (owner.taken) {
+    const auto successor = owner.ondemand() ? successor_of(session, file.info_uuid) : std::nullopt;
+    if (!successor)
+      return Outcome::refuse(Outcome::conflict, "the Backint job record " + file.info_uuid +
+                                                    " was taken by its finished backup; nothing can be added to it");
+    file.info_uuid = *successor;
+  }
+  record_uuid = file.info_uuid;
+  insert_file(session, owner, file);
+  touch_job(session, record_uuid);
+  stored = file.to_json();
+  is_new = true;
+  return {};
 }
 
 }  // namespace
@@ -216,34 +159,27 @@ Outcome Backint_Store::add_files(const std::string& job_uuid, std::vector<sap_ha
   json_spirit::Array rows;
   std::size_t added = 0;
   const bool committed = database_.write([&](Sql_Session& session) {
-    const std::optional<Owner> owner = find_owner(session, job_uuid);
+    const std::optional<Backint_Owner> owner = find_owner(session, job_uuid);
     if (!owner) {
       outcome = no_such_job(job_uuid);
       return false;
     }
+    std::string record_uuid = job_uuid;
     for (sap_hana::Backup_File_Info& file : files) {
-      if (const auto same = find_same(session, file)) {
-        if (outcome = compare(*same, file); !outcome.ok()) return false;
-        rows.emplace_back(*same);
-        continue;
-      }
-      if (owner->taken) {
-        outcome =
-            Outcome::refuse(Outcome::conflict, "the Backint job record " + job_uuid +
-                                                   " was taken by its finished backup; nothing can be added to it");
-        return false;
-      }
-      insert_file(session, *owner, file);
-      rows.emplace_back(file.to_json());
-      ++added;
+      json_spirit::Object record;
+      bool is_new = false;
+      if (outcome = store_file(session, *owner, file, record_uuid, record, is_new); !outcome.ok()) return false;
+      rows.emplace_back(std::move(record));
+      added += is_new ? 1 : 0;
     }
     if (last && !owner->ondemand()) {
       outcome = Outcome::refuse(
           Outcome::invalid, "\"last\" is for a backup that HANA began by itself; " + job_uuid + " belongs to a run");
       return false;
     }
-    // The set that has taken the record has what it was owed, or its run is about to commit it.
-    if (last && !owner->taken) add_ondemand_run(session, job_uuid);
+    // The set that has taken a record has what it was owed, or its run is about to commit it.
+    if (const auto kept = last ? find_owner(session, record_uuid) : std::nullopt; kept && !kept->taken)
+      add_ondemand_run(session, record_uuid);
     return true;
   });
   if (!committed) return outcome.ok() ? store_failed() : outcome;
@@ -297,6 +233,24 @@ Outcome Backint_Store::remove_file(std::int64_t id, bool force) {
     return true;
   });
   return removed || !outcome.ok() ? outcome : store_failed();
+}
+
+bool Backint_Store::list_owed_runs(const List_Query& query, List_Page& page) {
+  return list_ondemand_runs(database_, query, page);
+}
+
+bool Backint_Store::drain_owed_runs(const Ondemand_Database& owner, List_Page& page) {
+  if (!database_.write([&](Sql_Session& session) {
+        drain_ondemand_runs(session, owner);
+        return true;
+      }))
+    return false;
+  List_Query query;
+  query.limit = list_largest_limit;
+  query.where("host_uuid", owner.host_uuid);
+  query.where("sid", owner.sid);
+  query.where("database_name", owner.name);
+  return list_ondemand_runs(database_, query, page);
 }
 
 }  // namespace backupd

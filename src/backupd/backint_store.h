@@ -6,6 +6,7 @@
 
 #include "backupd/database.h"
 #include "backupd/list_query.h"
+#include "backupd/ondemand_rows.h"
 #include "backupd/outcome.h"
 #include "hana/backint_catalog/backint_backup_file.h"
 #include "hana/backint_catalog/backint_job.h"
@@ -50,6 +51,11 @@ class Backint_Store {
   [[nodiscard]] bool list_files(const File_Filter& filter, List_Query query, List_Page& page);
   /// A record that a set holds goes only with `force`.
   [[nodiscard]] Outcome remove_file(std::int64_t id, bool force);
+
+  /// Runs that are owed to backups which HANA began by itself; columns of the query are those of the table.
+  [[nodiscard]] bool list_owed_runs(const List_Query& query, List_Page& page);
+  /// All that waits of a database is due now. `page`: what is still there.
+  [[nodiscard]] bool drain_owed_runs(const Ondemand_Database& owner, List_Page& page);
 
  private:
   Database& database_;

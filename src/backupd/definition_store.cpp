@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "backupd/definition_check.h"
+#include "backupd/ondemand_rows.h"
 #include "backupd/setup_store.h"
 #include "platform/clock.h"
 #include "scrt/time_text.h"
@@ -135,7 +136,10 @@ Outcome Definition_Store::put(const json_spirit::Object& body, json_spirit::Obje
     } else {
       insert(session, summary, document);
     }
-    if (set_up) want_setup(session, summary.id, summary.host_uuid, !same, false);
+    if (set_up) {
+      want_setup(session, summary.id, summary.host_uuid, !same, false);
+      definition_stored(session, summary.host_uuid);
+    }
     return true;
   });
   if (!committed) return outcome.ok() ? store_failed() : outcome;

@@ -48,6 +48,7 @@ Reply post_sweep(Server_Core& core, const Request& request) {
   Body_Reader reader(request.body, "the sweep");
   if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
   if (Outcome outcome = core.sweeper.sweep_all(core.activities, result); !outcome.ok()) return outcome;
+  core.starter.wake();  // it may have found a backup that a run is owed to
   return json_spirit::Value(
       json_spirit::Object{{"jobs", result.jobs}, {"files", result.files}, {"datasets", result.datasets}});
 }

@@ -111,6 +111,33 @@ Reply delete_file(Server_Core& core, const Request& request) {
   return json_spirit::Value(json_spirit::Object());
 }
 
+Reply get_owed_runs(Server_Core& core, const Request& request) {
+  List_Query query;
+  List_Page page;
+  if (Outcome outcome = read_list_query(request, sorts, query); !outcome.ok()) return outcome;
+  query.where_given("host_uuid", request.parameter("host_uuid"));
+  query.where_given("sid", request.parameter("sid"));
+  query.where_given("database_name", request.parameter("database"));
+  if (!core.backint.list_owed_runs(query, page)) return store_unavailable();
+  return page;
+}
+
+Reply drain_owed_runs(Server_Core& core, const Request& request) {
+  Ondemand_Database database;
+  Body_Reader reader(request.body, "the database whose log backups shall be recorded");
+  reader.uuid("host_uuid", database.host_uuid, Need::required);
+  reader.text("sid", database.sid, Need::required);
+  reader.text("database", database.name, Need::required);
+  if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
+  if (request.identity.role == role_agent && request.identity.host_uuid != database.host_uuid)
+    return Outcome::refuse(Outcome::forbidden, "the key belongs to the host " + request.identity.host_uuid +
+                                                   ", which has no say over the log backups of another one");
+  List_Page page;
+  if (!core.backint.drain_owed_runs(database, page)) return store_unavailable();
+  core.starter.wake();
+  return page;
+}
+
 }  // namespace
 
 void add_backint_routes(Router& router, Server_Core& core) {
@@ -132,6 +159,21 @@ void add_backint_routes(Router& router, Server_Core& core) {
               {},
               Body::json,
               [&core](Request& request) { return post_ondemand_job(core, request); },
+              {}});
+  const std::string runs = std::string(rest_prefix) + "/backint/ondemand-runs";
+  router.add({"GET",
+              runs,
+              all_roles,
+              with_list_keys({"host_uuid", "sid", "database"}),
+              Body::none,
+              [&core](Request& request) { return get_owed_runs(core, request); },
+              {}});
+  router.add({"POST",
+              runs + "/drain",
+              role_agent | role_operator,
+              {},
+              Body::json,
+              [&core](Request& request) { return drain_owed_runs(core, request); },
               {}});
   router.add({"GET",
               jobs + "/<uuid>",

@@ -36,6 +36,7 @@ Reply post_definition(Server_Core& core, const Request& request) {
   json_spirit::Object stored;
   const Outcome outcome = core.definitions.put(request.body, stored);
   if (!outcome.ok()) return outcome;
+  core.starter.wake();  // a log backup may wait for a definition
   if (Outcome added = settle_setup(core, stored); !added.ok()) return added;
   return stored_reply(outcome, stored);
 }

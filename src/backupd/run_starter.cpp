@@ -44,13 +44,15 @@ class Run_Starter::Sending {
 };
 
 Run_Starter::Run_Starter(Definition_Store& definitions, Activity_Store& activities, Resource_Store& resources,
-                         Agent_Registry& agents, Ondemand_Queue& queue)
+                         Agent_Registry& agents, Ondemand_Queue& queue, Sweeper& sweeper)
     : definitions_(definitions),
       activities_(activities),
       resources_(resources),
       agents_(agents),
       queue_(queue),
-      begun_(platform::Clock::current().steady_now()) {}
+      sweeper_(sweeper),
+      begun_(platform::Clock::current().steady_now()),
+      next_sweep_(begun_) {}
 
 Run_Starter::~Run_Starter() {
   stopping_.set();
@@ -67,11 +69,23 @@ void Run_Starter::run() {
     work_.reset();
     // Looked at after the reset, which may have taken back the last wake.
     if (stopping_.is_set()) return;
+    sweep();
     const std::chrono::nanoseconds next =
         queue_.work([this](const std::string& host_uuid) { return agents_.is_connected(host_uuid); });
-    const std::chrono::nanoseconds pause = work() ? std::min<std::chrono::nanoseconds>(poll_for_agents, next) : next;
+    const std::chrono::nanoseconds longest = std::min<std::chrono::nanoseconds>(next, sweep_interval);
+    const std::chrono::nanoseconds pause = work() ? std::min<std::chrono::nanoseconds>(poll_for_agents, next) : longest;
     static_cast<void>(platform::Clock::current().wait_for(work_, pause));
   }
+}
+
+void Run_Starter::sweep() {
+  const Time now = platform::Clock::current().steady_now();
+  if (now < next_sweep_) return;
+  next_sweep_ = now + sweep_interval;
+  Sweep_Result result;
+  std::int64_t queued = 0;
+  // What fails is logged by the store, and looked for again.
+  static_cast<void>(sweeper_.sweep_abandoned(result, queued));
 }
 
 bool Run_Starter::work() {

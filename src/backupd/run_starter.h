@@ -14,6 +14,7 @@
 #include "backupd/ondemand_queue.h"
 #include "backupd/outcome.h"
 #include "backupd/resource_store.h"
+#include "backupd/sweeper.h"
 #include "json/value.h"
 #include "platform/clock.h"
 
@@ -28,9 +29,11 @@ class Run_Starter {
   /// How long a run waits for an agent that was there, or that had no time yet to come back after a restart of this
   /// server.
   static constexpr std::chrono::seconds agent_return_limit{60};
+  /// How often what hdbbackint left behind is looked for.
+  static constexpr std::chrono::minutes sweep_interval{10};
 
   Run_Starter(Definition_Store& definitions, Activity_Store& activities, Resource_Store& resources,
-              Agent_Registry& agents, Ondemand_Queue& queue);
+              Agent_Registry& agents, Ondemand_Queue& queue, Sweeper& sweeper);
   ~Run_Starter();
   Run_Starter(const Run_Starter&) = delete;
   Run_Starter& operator=(const Run_Starter&) = delete;
@@ -54,6 +57,7 @@ class Run_Starter {
   using Time = std::chrono::steady_clock::time_point;
 
   void run();
+  void sweep();
   /// True when runs wait for their agent.
   bool work();
   void try_one(const Activity_Store::Waiting_Run& run);
@@ -67,7 +71,9 @@ class Run_Starter {
   Resource_Store& resources_;
   Agent_Registry& agents_;
   Ondemand_Queue& queue_;  ///< the thread's alone
+  Sweeper& sweeper_;
   const Time begun_;
+  Time next_sweep_;  ///< the thread's alone
   mutable std::mutex mutex_;
   std::set<std::string> being_sent_;       ///< guarded by mutex_
   std::map<std::string, Time> deadlines_;  ///< of runs whose agent is away; the thread's alone

@@ -108,6 +108,21 @@ const std::vector<Step>& steps() {
           "state_time TEXT NOT NULL, renew BIGINT NOT NULL, tries BIGINT NOT NULL, due BIGINT NOT NULL, "
           "at_agent TEXT NOT NULL, wish BIGINT NOT NULL)",
       },
+      {
+          // A look at the queue reads what is due and what is under way: hold says what may not be begun, see
+          // Ondemand_Entry::Hold.
+          "ALTER TABLE ondemand_runs ADD COLUMN hold BIGINT NOT NULL DEFAULT 0",
+          "ALTER TABLE ondemand_runs ADD COLUMN message TEXT NOT NULL DEFAULT ''",
+          "UPDATE ondemand_runs SET hold = 1 WHERE EXISTS (SELECT 1 FROM ondemand_runs AS e WHERE e.id < "
+          "ondemand_runs.id AND e.tries < 7 AND e.host_uuid = ondemand_runs.host_uuid AND e.sid = ondemand_runs.sid "
+          "AND e.database_name = ondemand_runs.database_name)",
+          "CREATE INDEX ondemand_runs_due ON ondemand_runs (due) WHERE hold = 0 AND run_id = ''",
+          "CREATE INDEX ondemand_runs_under_way ON ondemand_runs (run_id) WHERE run_id <> ''",
+          "CREATE INDEX ondemand_runs_of_database ON ondemand_runs (host_uuid, sid, database_name, hold, id)",
+          // When something was stored for a record the last time, POSIX seconds: tells abandoned ones.
+          "ALTER TABLE backint_jobs ADD COLUMN touched BIGINT NOT NULL DEFAULT 0",
+          "CREATE INDEX backint_jobs_open ON backint_jobs (touched) WHERE taken = 0 AND job_act_id = ''",
+      },
   };
   return all;
 }

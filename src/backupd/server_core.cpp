@@ -17,7 +17,7 @@ Server_Core::Server_Core(Database& database, Options wanted)
       activities(database),
       sweeper(database, pools, storage, options.own_host_uuid),
       ondemand_queue(database),
-      starter(definitions, activities, resources, agents, ondemand_queue),
+      starter(definitions, activities, resources, agents, ondemand_queue, sweeper),
       setups(database, definitions, resources, agents),
       agent_service({resources, definitions, activities, sweeper, starter, setups}, agents),
       dispatch({definitions, activities, resources, agents, starter}),

@@ -1,8 +1,10 @@
 #include "backupd/set_store.h"
 
 #include <optional>
+#include <set>
 
-#include "backupd/ondemand_queue.h"
+#include "backupd/ondemand_records.h"
+#include "backupd/ondemand_rows.h"
 #include "backupd/set_sizes.h"
 
 namespace backupd {
@@ -69,11 +71,16 @@ void insert_set(Sql_Session& session, const Backup_Set_Record& set, const Object
        set.job_act_id, set.lifeline, set.start_time, set.source_size, set.total_size, set.requested_type,
        set.lift_reason, json_spirit::dump_json(stored)});
   count_set(session, set.lifeline, set.type, set.database_backup_id, {set.source_size, set.total_size});
+  std::set<std::string> jobs;
   for (const std::int64_t file : objects.file_ids) {
+    if (const auto job = session.first("SELECT job_uuid FROM backint_files WHERE id = :a", {file}, 1))
+      jobs.insert(job->text(0));
     session.execute("UPDATE backint_files SET set_id = :a WHERE id = :b", {id, file});
-    session.execute("UPDATE backint_jobs SET taken = 1 WHERE uuid = (SELECT job_uuid FROM backint_files WHERE id = :a)",
-                    {file});
-    remove_ondemand_run(session, file);
+  }
+  for (const std::string& job : jobs) {
+    session.execute("UPDATE backint_jobs SET taken = 1 WHERE uuid = :a", {job});
+    remove_ondemand_run(session, job);
+    hand_on_leftovers(session, job);
   }
 }
 

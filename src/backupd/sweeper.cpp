@@ -4,6 +4,7 @@
 
 #include "backupd/beneath.h"
 #include "backupd/body_reader.h"
+#include "backupd/ondemand_records.h"
 #include "platform/log.h"
 
 namespace backupd {
@@ -91,12 +92,47 @@ bool Sweeper::remove_records(const std::string& job_act_id, Sweep_Result& result
   return true;
 }
 
+bool Sweeper::remove_empty(Sql_Session& session, const std::string& job_uuid, Dataset& dataset) {
+  const auto row = session.first(
+      "SELECT pool_uuid, host_uuid, landscape_id, database_name, database_backup_id FROM backint_jobs WHERE uuid = :a",
+      {job_uuid}, 5);
+  if (!row) return false;
+  dataset = {row->text(0), row->text(1), row->text(2), row->text(3), row->text(4)};
+  session.execute("DELETE FROM backint_jobs WHERE uuid = :a", {job_uuid});
+  return true;
+}
+
+Outcome Sweeper::sweep_abandoned(Sweep_Result& result, std::int64_t& queued) {
+  Abandoned abandoned;
+  std::vector<Dataset> datasets;
+  const bool done = database_.write([&](Sql_Session& session) {
+    abandoned = find_abandoned(session);
+    for (const std::string& uuid : abandoned.empty)
+      if (Dataset dataset; remove_empty(session, uuid, dataset)) datasets.push_back(dataset);
+    return true;
+  });
+  if (!done) return store_failed();
+  queued = abandoned.queued;
+  result.jobs += static_cast<std::int64_t>(datasets.size());
+  if (queued != 0)
+    D3_INFO(
+        "%q backups that HANA began by itself broke off after some of their objects were saved: these are recorded "
+        "now\n",
+        queued);
+  if (!datasets.empty())
+    D3_INFO("Removed %q Backint job records of backups that HANA began by itself and of which nothing was saved\n",
+            static_cast<std::int64_t>(datasets.size()));
+  return sweep_datasets(datasets, result);
+}
+
 Outcome Sweeper::sweep_all(Activity_Store& activities, Sweep_Result& result) {
   std::vector<std::string> runs;
   std::vector<Pool> pools;
   if (!activities.ended_with_records(runs) || !pools_.all(pools)) return store_failed();
   for (const std::string& run : runs)
     if (Outcome outcome = sweep_run(run, result); !outcome.ok()) return outcome;
+  std::int64_t queued = 0;
+  if (Outcome outcome = sweep_abandoned(result, queued); !outcome.ok()) return outcome;
   for (const Pool& pool : pools)
     if (is_local(pool)) sweep_pool(pool, result);
   return {};

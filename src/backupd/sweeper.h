@@ -48,10 +48,14 @@ class Sweeper {
 
   /// After the run `job_act_id` has ended.
   [[nodiscard]] Outcome sweep_run(const std::string& job_act_id, Sweep_Result& result);
-  /// All ended runs, then every pool that can be reached.
+  /// Records of backups that HANA began by itself whose calls ended without their last object, see
+  /// ondemand_records.h: a run is owed to what was saved (`queued` tells how many), what holds nothing goes.
+  [[nodiscard]] Outcome sweep_abandoned(Sweep_Result& result, std::int64_t& queued);
+  /// All ended runs, what was abandoned, then every pool that can be reached.
   [[nodiscard]] Outcome sweep_all(Activity_Store& activities, Sweep_Result& result);
 
  private:
+  [[nodiscard]] bool remove_empty(Sql_Session& session, const std::string& job_uuid, Dataset& dataset);
   bool remove_records(const std::string& job_act_id, Sweep_Result& result, std::vector<Dataset>& datasets);
   [[nodiscard]] Outcome sweep_datasets(const std::vector<Dataset>& datasets, Sweep_Result& result);
   void sweep_dataset(const Pool& pool, const Dataset& dataset, Sweep_Result& result);

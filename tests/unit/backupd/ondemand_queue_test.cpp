@@ -1,10 +1,6 @@
 #include "backupd/ondemand_queue.h"
 
-#include <algorithm>
-#include <condition_variable>
-#include <mutex>
-
-#include "unit/backupd/fake_agent.h"
+#include "unit/backupd/ondemand_fixture.h"
 
 using namespace backupd_test;
 
@@ -12,151 +8,7 @@ namespace {
 
 using backupd::Ondemand_Queue;
 
-constexpr std::chrono::seconds limit{10};
-constexpr std::chrono::minutes minute{1};
-constexpr int running = 3;
-constexpr int completed = 7;
-constexpr int failed = 10;
-
-struct Started {
-  std::string run;
-  std::string job;
-  std::string definition;
-};
-
-/// A host whose agent takes every run and ends none by itself.
-class Ondemand_Queue_Test : public ::testing::Test {
- protected:
-  Ondemand_Queue_Test() {
-    server.add_pool();
-    std::string body = definition_json();
-    body.replace(body.find("\"full\""), 6, "\"log\"");
-    body.replace(body.find(resource_uuid), std::string(resource_uuid).size(), server.add_instance(host_a));
-    const Answer answer = server.request("POST", "/job-definitions", body);
-    EXPECT_EQ(answer.status, 201U) << answer.text;
-    definition = answer.text_of("id");
-  }
-
-  void come() {
-    agent = std::make_unique<Fake_Agent>(
-        server, server.agent_key,
-        [this](const std::string& method, const json_spirit::Value& params) { return take(method, params.get_obj()); });
-    std::string known;
-    for (const Started& run : started) known += (known.empty() ? "\"" : ",\"") + run.run + "\"";
-    ASSERT_TRUE(agent->hello(host_a, R"(,"activities":[)" + known + "]").ok);
-  }
-  void leave() {
-    agent.reset();
-    while (server.core->agents.is_connected(host_a)) std::this_thread::yield();
-  }
-  void restart() {
-    leave();
-    server.restart();
-  }
-
-  std::string ondemand(int number, long backup_id, const std::string& database = "TN1") const {
-    std::string body = job_json(uuid_of(number), "", database, backup_id);
-    body.replace(body.find("\"full\""), 6, "\"log\"");
-    const std::string attributes = "\"extended_attrs\":{";
-    return body.insert(body.find(attributes) + attributes.size(), "\"job_definition_uuid\":\"" + definition + "\",");
-  }
-  Answer store(int number, long backup_id, const char* last = ",\"last\":true", const std::string& database = "TN1") {
-    return server.agent(
-        "POST", "/backint/jobs/" + uuid_of(number) + "/files",
-        R"({"files":[)" + file_json("e-" + std::to_string(number), "pipe_0", backup_id, database) + "]" + last + "}");
-  }
-  /// HANA has backed up by itself, and all of it is stored.
-  void back_up(int number, const std::string& database = "TN1") {
-    const long backup_id = 1000 + number;
-    const Answer job = server.agent("POST", "/backint/on-demand-jobs", ondemand(number, backup_id, database));
-    ASSERT_EQ(job.status, 201U) << job.text;
-    const Answer files = store(number, backup_id, ",\"last\":true", database);
-    ASSERT_EQ(files.status, 201U) << files.text;
-  }
-  void commit(int number, const std::string& run, const std::string& database = "TN1") {
-    const Answer set = server.agent("POST", "/sets",
-                                    set_json(uuid_of(500 + number), "e-" + std::to_string(number), "log",
-                                             "2026-01-01 10:00:00", 1000 + number, run, database));
-    EXPECT_EQ(set.status, 201U) << set.text;
-  }
-  void report(const std::string& run, int state) {
-    const std::string record = R"({"id":")" + run + R"(","state":)" + std::to_string(state) + "}";
-    EXPECT_TRUE(agent->call("job.report", R"({"activities":[)" + record + "]}").ok);
-  }
-
-  /// The `number`th run that the agent is asked for (from 1), when it has come.
-  Started run(std::size_t number) {
-    std::unique_lock lock(mutex);
-    EXPECT_TRUE(asked.wait_for(lock, limit, [&] { return started.size() >= number; })) << "no run " << number;
-    return started.size() < number ? Started() : started[number - 1];
-  }
-  /// How many runs there are once the starter has looked at everything: it looks in rounds, one after the other.
-  std::size_t runs_after_a_look() {
-    Ondemand_Queue queue(server.database);
-    server.core->starter.wake();
-    // What is due would be begun here when the starter had not done it yet; nothing is.
-    std::size_t seen = 0;
-    static_cast<void>(queue.work([&](const std::string&) {
-      ++seen;
-      return false;
-    }));
-    const std::lock_guard lock(mutex);
-    return started.size() + seen;
-  }
-  void pass(std::chrono::seconds span) {
-    server.clock.pass_wall(span);
-    server.core->starter.wake();
-  }
-  long entries() {
-    long count = -1;
-    EXPECT_TRUE(server.database.read([&](backupd::Sql_Session& session) {
-      count = static_cast<long>(session.first("SELECT count(*) FROM ondemand_runs", {}, 1)->number(0));
-    }));
-    return count;
-  }
-  /// Ends a run without its set, and waits until the queue has noted it.
-  void fail(const Started& run, std::int64_t tries) {
-    report(run.run, failed);
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (tries_of(run.job) != tries && std::chrono::steady_clock::now() < end) std::this_thread::yield();
-    EXPECT_EQ(tries_of(run.job), tries);
-    server.log.claim_containing("is tried again in");
-  }
-  std::int64_t tries_of(const std::string& job) {
-    std::int64_t tries = -1;
-    EXPECT_TRUE(server.database.read([&](backupd::Sql_Session& session) {
-      const auto row = session.first("SELECT tries FROM ondemand_runs WHERE job_uuid = :a", {job}, 1);
-      if (row) tries = row->number(0);
-    }));
-    return tries;
-  }
-
-  JSON_RPC_Answer take(const std::string& method, const json_spirit::Object& params) {
-    if (method != "job.start") return good(json_spirit::Object());
-    Started run;
-    json_spirit::Object options;
-    json_spirit::Object document;
-    json_spirit::object_get(params, "job_act_id", run.run);
-    json_spirit::object_get(params, "options", options);
-    json_spirit::object_get(params, "definition", document);
-    json_spirit::object_get(options, "backint_job_uuid", run.job);
-    json_spirit::object_get(document, "id", run.definition);
-    const std::lock_guard lock(mutex);
-    // A run whose answer was lost is asked for again; an agent has it then.
-    const bool known =
-        std::any_of(started.begin(), started.end(), [&](const Started& one) { return one.run == run.run; });
-    if (!known) started.push_back(run);
-    asked.notify_all();
-    return good(json_spirit::Object{{"job_act_id", run.run}});
-  }
-
-  Memory_Server server;
-  std::string definition;
-  std::mutex mutex;
-  std::condition_variable asked;
-  std::vector<Started> started;  // guarded by mutex
-  std::unique_ptr<Fake_Agent> agent;
-};
+class Ondemand_Queue_Test : public Ondemand_Fixture {};
 
 TEST_F(Ondemand_Queue_Test, Begins_A_Run_When_The_Last_Object_Is_Stored) {
   come();
@@ -272,10 +124,10 @@ TEST_F(Ondemand_Queue_Test, Backup_That_Is_Never_Recorded_Lets_The_Later_Ones_Pa
   back_up(2);
   ASSERT_TRUE(server.database.write([&](backupd::Sql_Session& session) {
     session.execute("UPDATE ondemand_runs SET tries = :a WHERE job_uuid = :b",
-                    {Ondemand_Queue::tries_in_order - 1, uuid_of(1)});
+                    {backupd::Ondemand_Entry::tries_in_order - 1, uuid_of(1)});
     return true;
   }));
-  fail(first, Ondemand_Queue::tries_in_order);
+  fail(first, backupd::Ondemand_Entry::tries_in_order);
   EXPECT_EQ(run(2).job, uuid_of(2));
 }
 

@@ -1,0 +1,208 @@
+#include "backupd/ondemand_rows.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "backupd/setup_store.h"
+
+namespace backupd {
+
+namespace {
+
+constexpr char definition_key[] = "job_definition_uuid";
+constexpr std::int64_t milliseconds_per_second = 1000;
+constexpr char waits_behind[] = "waits until the earlier log backups of the database are recorded";
+constexpr char waits_for_definition[] =
+    "its definition was removed, and no other one backs up the logs of this database; enable log backup for it again";
+
+constexpr char entry_columns[] =
+    "q.id, q.job_uuid, q.def_id, q.host_uuid, q.sid, q.database_name, q.tries, q.due, q.run_id";
+constexpr std::size_t entry_column_count = 9;
+
+Ondemand_Entry read_entry(const Sql_Row& row) {
+  return {
+      row.number(0), row.text(1), row.text(2), {row.text(3), row.text(4), row.text(5)}, row.number(6), row.number(7),
+      row.text(8),   false,       {}};
+}
+
+Sql_Values of(const Ondemand_Database& database) { return {database.host_uuid, database.sid, database.name}; }
+
+/// Whether an entry of the database keeps the later ones back.
+bool is_held_back(Sql_Session& session, const Ondemand_Database& database) {
+  Sql_Values values = of(database);
+  values.emplace_back(Ondemand_Entry::tries_in_order);
+  return session
+      .first(
+          "SELECT id FROM ondemand_runs WHERE host_uuid = :a AND sid = :b AND database_name = :c AND hold = 0 "
+          "AND tries < :d LIMIT 1",
+          values, 1)
+      .has_value();
+}
+
+/// The oldest entry that was kept back is free, when nothing keeps it back any more.
+void release_next(Sql_Session& session, const Ondemand_Database& database) {
+  if (is_held_back(session, database)) return;
+  session.execute(
+      "UPDATE ondemand_runs SET hold = 0 WHERE id = (SELECT min(id) FROM ondemand_runs WHERE host_uuid = :a AND "
+      "sid = :b AND database_name = :c AND hold = 1)",
+      of(database));
+}
+
+/// How well a definition fits: 2 names the database, 1 its instance, 0 neither.
+int fit(const json_spirit::Object& definition, const Ondemand_Database& database) {
+  json_spirit::Object source;
+  json_spirit::Array entries;
+  std::string name;
+  json_spirit::object_get(definition, "source", source);
+  json_spirit::object_get(source, "name", name);
+  json_spirit::object_get(source, "entries", entries);
+  const std::string prefix = database.sid + "_";
+  if (!is_set_up(definition) || !name.starts_with(prefix)) return 0;
+  const std::string instance = "hana/" + name.substr(prefix.size());
+  int best = 0;
+  for (const json_spirit::Value& entry : entries) {
+    if (!entry.is_string()) continue;
+    if (entry.get_str() == instance + "/" + database.name) best = 2;
+    if (entry.get_str() == instance) best = std::max(best, 1);
+  }
+  return best;
+}
+
+json_spirit::Object shown(const Sql_Row& row) {
+  const Ondemand_Entry entry = read_entry(row);
+  const auto hold = static_cast<Ondemand_Entry::Hold>(row.number(entry_column_count));
+  std::string message = row.text(entry_column_count + 1);
+  if (hold == Ondemand_Entry::behind) message = waits_behind;
+  if (hold == Ondemand_Entry::no_definition) message = waits_for_definition;
+  return {{"id", entry.id},
+          {"definition_uuid", entry.definition_id},
+          {"host_uuid", entry.database.host_uuid},
+          {"sid", entry.database.sid},
+          {"database", entry.database.name},
+          {"backint_job_uuid", entry.job_uuid},
+          {"state", entry.run.empty() ? "waiting" : "running"},
+          {"tries", entry.tries},
+          {"next_try_ms", hold == Ondemand_Entry::free ? entry.due * milliseconds_per_second : std::int64_t{0}},
+          {"message", message}};
+}
+
+}  // namespace
+
+void add_ondemand_run(Sql_Session& session, const std::string& job_uuid) {
+  const auto job =
+      session.first("SELECT host_uuid, sid, database_name, document FROM backint_jobs WHERE uuid = :a", {job_uuid}, 4);
+  if (!job || session.first("SELECT id FROM ondemand_runs WHERE job_uuid = :a", {job_uuid}, 1)) return;
+  json_spirit::Object attributes;
+  std::string definition;
+  json_spirit::object_get(stored_object(job->text(3)), "extended_attrs", attributes);
+  json_spirit::object_get(attributes, definition_key, definition);
+  const Ondemand_Database database{job->text(0), job->text(1), job->text(2)};
+  const std::int64_t hold = is_held_back(session, database) ? Ondemand_Entry::behind : Ondemand_Entry::free;
+  session.execute(
+      "INSERT INTO ondemand_runs (id, job_uuid, def_id, host_uuid, sid, database_name, tries, due, run_id, hold, "
+      "message) VALUES (:a, :b, :c, :d, :e, :f, 0, 0, '', :g, '')",
+      {session.next_number("ondemand_run"), job_uuid, definition, database.host_uuid, database.sid, database.name,
+       hold});
+}
+
+void remove_ondemand_run(Sql_Session& session, const std::string& job_uuid) {
+  const auto row =
+      session.first("SELECT host_uuid, sid, database_name FROM ondemand_runs WHERE job_uuid = :a", {job_uuid}, 3);
+  if (!row) return;
+  session.execute("DELETE FROM ondemand_runs WHERE job_uuid = :a", {job_uuid});
+  release_next(session, {row->text(0), row->text(1), row->text(2)});
+}
+
+std::vector<Ondemand_Entry> ondemand_runs_under_way(Sql_Session& session) {
+  std::vector<Ondemand_Entry> entries;
+  for (const Sql_Row& row :
+       session.query(std::string("SELECT ") + entry_columns +
+                         ", a.ended, a.document FROM ondemand_runs q LEFT JOIN activities a ON a.id = q.run_id "
+                         "WHERE q.run_id <> ''",
+                     {}, entry_column_count + 2)) {
+    Ondemand_Entry& entry = entries.emplace_back(read_entry(row));
+    entry.run_ended = row.is_null(entry_column_count) || row.number(entry_column_count) != 0;
+    if (entry.run_ended && !row.is_null(entry_column_count + 1))
+      json_spirit::object_get(stored_object(row.text(entry_column_count + 1)), "message", entry.run_message);
+  }
+  return entries;
+}
+
+std::vector<Ondemand_Entry> ondemand_runs_due(Sql_Session& session, std::int64_t now) {
+  const std::string waiting =
+      std::string("SELECT ") + entry_columns + " FROM ondemand_runs q WHERE q.hold = 0 AND q.run_id = '' AND q.due ";
+  std::vector<Ondemand_Entry> entries;
+  for (const Sql_Row& row : session.query(waiting + "<= :a", {now}, entry_column_count))
+    entries.push_back(read_entry(row));
+  // A date that was set back must not make a pause longer.
+  for (const Sql_Row& row : session.query(waiting + "> :a", {now + ondemand_longest_pause_seconds}, entry_column_count))
+    entries.push_back(read_entry(row));
+  // Sorted here: asked for its order, the database would walk the whole table.
+  std::sort(entries.begin(), entries.end(), [](const auto& left, const auto& right) { return left.id < right.id; });
+  return entries;
+}
+
+std::int64_t next_ondemand_due(Sql_Session& session, std::int64_t now) {
+  const auto row =
+      session.first("SELECT min(due) FROM ondemand_runs WHERE hold = 0 AND due > :a AND run_id = ''", {now}, 1);
+  return row ? row->number(0) : 0;
+}
+
+bool put_off_ondemand_run(Sql_Session& session, const Ondemand_Entry& entry, std::int64_t due) {
+  const std::int64_t changed = session.execute(
+      "UPDATE ondemand_runs SET tries = :a, due = :b, run_id = '', message = :c WHERE id = :d AND run_id = :e",
+      {entry.tries + 1, due, entry.run_message, entry.id, entry.run});
+  if (changed != 0) release_next(session, entry.database);
+  return changed != 0;
+}
+
+void hold_without_definition(Sql_Session& session, const Ondemand_Entry& entry) {
+  session.execute("UPDATE ondemand_runs SET hold = 2 WHERE id = :a", {entry.id});
+  release_next(session, entry.database);
+}
+
+void definition_stored(Sql_Session& session, const std::string& host_uuid) {
+  const Sql_Rows databases = session.query(
+      "SELECT DISTINCT sid, database_name FROM ondemand_runs WHERE host_uuid = :a AND hold = 2", {host_uuid}, 2);
+  for (const Sql_Row& row : databases) {
+    const Ondemand_Database database{host_uuid, row.text(0), row.text(1)};
+    session.execute(
+        "UPDATE ondemand_runs SET hold = 1, due = 0 WHERE host_uuid = :a AND sid = :b AND database_name = :c AND "
+        "hold = 2",
+        of(database));
+    release_next(session, database);
+  }
+}
+
+std::string find_log_definition(Sql_Session& session, const Ondemand_Database& database) {
+  std::string best;
+  int best_fit = 0;
+  for (const Sql_Row& row : session.query("SELECT id, document FROM job_definitions WHERE host_uuid = :a ORDER BY seq",
+                                          {database.host_uuid}, 2)) {
+    const int own = fit(stored_object(row.text(1)), database);
+    if (own == 0 || own < best_fit) continue;
+    best = row.text(0);
+    best_fit = own;
+  }
+  return best;
+}
+
+void drain_ondemand_runs(Sql_Session& session, const Ondemand_Database& database) {
+  session.execute(
+      "UPDATE ondemand_runs SET due = 0, hold = CASE WHEN hold = 2 THEN 1 ELSE hold END WHERE host_uuid = :a AND "
+      "sid = :b AND database_name = :c AND run_id = ''",
+      of(database));
+  release_next(session, database);
+}
+
+bool list_ondemand_runs(Database& database, const List_Query& query, List_Page& page) {
+  return database.read([&](Sql_Session& session) {
+    page.total = count_rows(session, "ondemand_runs", query);
+    for (const Sql_Row& row :
+         select_rows(session, "ondemand_runs q", std::string(entry_columns) + ", q.hold, q.message",
+                     entry_column_count + 2, query))
+      page.rows.emplace_back(shown(row));
+  });
+}
+
+}  // namespace backupd

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "backupd/database.h"
+#include "backupd/list_query.h"
+
+namespace backupd {
+
+/// Whose backups are recorded in order.
+struct Ondemand_Database {
+  std::string host_uuid;
+  std::string sid;
+  std::string name;
+  auto operator<=>(const Ondemand_Database&) const = default;
+  /// For people: "TN1@HDB".
+  [[nodiscard]] std::string text() const { return name + "@" + sid; }
+};
+
+/// An entry of the queue of runs that are owed to HANA's own backups.
+struct Ondemand_Entry {
+  /// Why it may not be begun.
+  enum Hold : std::int64_t {
+    free = 0,
+    behind = 1,        ///< an earlier backup of the database is not recorded yet
+    no_definition = 2  ///< its definition was removed, and no other one backs the database's logs up
+  };
+  /// A backup that was tried so often does not hold back the later ones of its database any more: it may never be
+  /// recorded, and HANA cannot be recovered over logs that nobody knows.
+  static constexpr std::int64_t tries_in_order = 7;
+
+  std::int64_t id = 0;
+  std::string job_uuid;
+  std::string definition_id;
+  Ondemand_Database database;
+  std::int64_t tries = 0;
+  std::int64_t due = 0;  ///< POSIX seconds
+  std::string run;       ///< the run that was begun for it, "" when none is under way
+  bool run_ended = false;
+  std::string run_message;  ///< of the ended run
+};
+
+/// Longest pause between two tries.
+inline constexpr std::int64_t ondemand_longest_pause_seconds = 3600;
+
+// Each within a session of the caller; what changes something needs a transaction.
+
+/// Adds the entry of a Backint job record, in the transaction that stores its last object. Nothing when it is there.
+void add_ondemand_run(Sql_Session& session, const std::string& job_uuid);
+/// Removes the entry of a record, in the transaction that commits the backup set of its objects.
+void remove_ondemand_run(Sql_Session& session, const std::string& job_uuid);
+
+/// Those with a run, ended or not.
+[[nodiscard]] std::vector<Ondemand_Entry> ondemand_runs_under_way(Sql_Session& session);
+/// Those that may be begun now, in order.
+[[nodiscard]] std::vector<Ondemand_Entry> ondemand_runs_due(Sql_Session& session, std::int64_t now);
+/// When the next one of the others falls due; 0 when none does.
+[[nodiscard]] std::int64_t next_ondemand_due(Sql_Session& session, std::int64_t now);
+/// The run of the entry ended in vain; false when the entry has no such run any more.
+[[nodiscard]] bool put_off_ondemand_run(Sql_Session& session, const Ondemand_Entry& entry, std::int64_t due);
+/// Lets the entry wait until a definition for its database is stored.
+void hold_without_definition(Sql_Session& session, const Ondemand_Entry& entry);
+
+/// A definition of this host was stored: what waited for one is looked at again.
+void definition_stored(Sql_Session& session, const std::string& host_uuid);
+/// The definition of log backups for a database, "" when there is none: the newest one that names it, else the newest
+/// for its whole instance.
+[[nodiscard]] std::string find_log_definition(Sql_Session& session, const Ondemand_Database& database);
+
+/// All that waits of a database is due now.
+void drain_ondemand_runs(Sql_Session& session, const Ondemand_Database& database);
+/// As the interface shows them: {"id", "definition_uuid", "host_uuid", "sid", "database", "backint_job_uuid", "state",
+/// "tries", "next_try_ms", "message"}.
+[[nodiscard]] bool list_ondemand_runs(Database& database, const List_Query& query, List_Page& page);
+
+}  // namespace backupd
