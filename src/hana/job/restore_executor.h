@@ -112,6 +112,7 @@ class Restore_Executor : public Job_Executor_T<Restore_Job_Source, Restore_Job_O
 
   // restore_systemdb
   [[nodiscard]] bool write_statement(const std::string& instance_directory, const std::string& statement);
+  void wait_for_logon();
   void restart_other_hosts();
 };
 

@@ -1,5 +1,6 @@
 // The recovery itself: of a tenant by a statement, of the system database by the start of its instance.
 
+#include <chrono>
 #include <cstdio>
 #include <exception>
 
@@ -9,6 +10,7 @@
 #include "hana/common/instance_control.h"
 #include "hana/job/restore_executor.h"
 #include "job/job.h"
+#include "platform/clock.h"
 #include "platform/file_lock.h"
 #include "platform/files.h"
 #include "platform/log.h"
@@ -20,6 +22,11 @@ enum { STOP_DB_MAX_TRY = 3 };
 constexpr const char* control_method = "hana.instance.control";
 /// HANA runs the statement in it while it starts. Nobody but HANA removes it.
 constexpr const char* statement_file = "%s/work/recoverInstance.sql";
+
+/// hdbsql's own command, answered by every database that takes logons.
+constexpr const char* status_command = "\\s";
+constexpr std::chrono::seconds logon_interval{10};
+constexpr std::chrono::seconds logon_limit{600};
 
 }  // namespace
 
@@ -93,6 +100,7 @@ bool Restore_Executor::restore_systemdb(const Backup_Set_Info& info) {
     D3_ERROR("Failed to start '%s' instance to restore the SYSTEMDB\n", instance_name_.c_str());
     return false;
   }
+  wait_for_logon();
   restart_other_hosts();
   // The tenant that a system gets when it is made; one without it goes on without.
   if (mdc_) (void)Tenant_Database_Controller(hdbsql_).start(sid_);
@@ -113,6 +121,23 @@ bool Restore_Executor::write_statement(const std::string& instance_directory, co
   // It may stand there under its name and yet not be on disk.
   (void)platform::remove_file(path);
   return false;
+}
+
+/// A system database that was recovered takes logons some time after its start only. Without one, what comes next fails
+/// with words of its own.
+void Restore_Executor::wait_for_logon() {
+  platform::Clock& clock = platform::Clock::current();
+  const auto until = clock.steady_now() + logon_limit;
+  for (;;) {
+    const HDBSQL_Outcome outcome = hdbsql_.run(status_command, nullptr, nullptr);
+    if (outcome.failure != HDBSQL_Failure::connection) return;
+    if (clock.steady_now() >= until) {
+      D3_WARNING("HANA instance %C takes no logons after its recovery: %C\n", instance_mgr_name_.c_str(),
+                 outcome.message.c_str());
+      return;
+    }
+    clock.sleep_for(logon_interval);
+  }
 }
 
 void Restore_Executor::restart_other_hosts() {

@@ -49,6 +49,7 @@ class Restore_System : public backup_test::Restore_Test {
  protected:
   /// A system without the tenant of its own name.
   void expect_no_tenant_of_the_system() {
+    hdbsql_.expect("\\s", done());
     hdbsql_.expect("select ACTIVE_STATUS from SYS.M_DATABASES where DATABASE_NAME='HDB'",
                    backup_test::table("ACTIVE_STATUS", {}));
   }
@@ -59,6 +60,9 @@ class Restore_System : public backup_test::Restore_Test {
     set.is_full_backup = false;
     set.target_time = backup_test::wanted_time;
     return set;
+  }
+  static backup_test::Sql_Answer nobody_listens() {
+    return refused("* -10709: Connection failed (RTE:[89006] System call 'connect' failed, rc=111:Connection refused)");
   }
   static constexpr const char* full_text = "RECOVER DATA USING BACKUP_ID 1700 USING CATALOG BACKINT CLEAR LOG;";
 };
@@ -175,7 +179,7 @@ TEST_F(Restore_Tenant, Holds_Its_Lock_From_The_First_Question_To_The_Start) {
 }
 
 TEST_F(Restore_System, Is_Recovered_By_The_Start_Of_Its_Instance) {
-  expect_start("HDB");
+  expect_logon_and_own_tenant();
   std::string statement;
   on_action_ = [&](const std::string& action) {
     if (action == "start") {
@@ -194,7 +198,7 @@ TEST_F(Restore_System, Is_Recovered_By_The_Start_Of_Its_Instance) {
 }
 
 TEST_F(Restore_System, Leaves_The_Recovery_To_A_Time_Without_A_Semicolon) {
-  expect_start("HDB");
+  expect_logon_and_own_tenant();
   ASSERT_TRUE(recover(time_set()));
   EXPECT_EQ(root_.read(statement_path),
             "RECOVER DATABASE UNTIL TIMESTAMP '2026-11-20 08:30:00' CLEAR LOG  USING CATALOG BACKINT USING BACKUP_ID "
@@ -202,7 +206,7 @@ TEST_F(Restore_System, Leaves_The_Recovery_To_A_Time_Without_A_Semicolon) {
 }
 
 TEST_F(Restore_System, Gives_The_Statement_To_SAP_Whatever_The_Mask) {
-  expect_start("HDB");
+  expect_logon_and_own_tenant();
   const mode_t before = ::umask(077);
   const bool recovered = recover();
   ::umask(before);
@@ -283,7 +287,7 @@ TEST_F(Restore_System, Leaves_No_Statement_That_SAP_Could_Not_Read) {
 }
 
 TEST_F(Restore_System, Restarts_The_Other_Hosts_And_Goes_On_After_One_That_Fails) {
-  expect_start("HDB");
+  expect_logon_and_own_tenant();
   set_cluster({host_uuid, second_host, third_host});
   other_hosts_.refusing = {second_host};
   Restorer& restorer = ready_restorer();
@@ -295,6 +299,28 @@ TEST_F(Restore_System, Restarts_The_Other_Hosts_And_Goes_On_After_One_That_Fails
   EXPECT_EQ(alerts(), Strings{std::string(R"(7/17 0 1 {"host":")") + second_host + "\"}"});
 }
 
+TEST_F(Restore_System, Waits_Until_The_Recovered_System_Takes_Logons) {
+  hdbsql_.expect("\\s", nobody_listens(), 5);
+  expect_logon_and_own_tenant();
+  ASSERT_TRUE(recover());
+  EXPECT_EQ(clock_.sleeps(), (std::vector<double>{10, 10, 10, 10, 10}));
+}
+
+TEST_F(Restore_System, Goes_On_When_Its_Logon_Is_Refused_After_The_Recovery) {
+  hdbsql_.expect("\\s", refused("* 10: authentication failed SQLSTATE: 28000"));
+  expect_start("HDB");
+  EXPECT_TRUE(recover());
+  EXPECT_TRUE(clock_.sleeps().empty());
+}
+
+TEST_F(Restore_System, Gives_The_Wait_For_A_Logon_Up_After_Ten_Minutes) {
+  constexpr unsigned looks = 61;
+  hdbsql_.expect("\\s", nobody_listens(), looks);
+  expect_start("HDB");
+  EXPECT_TRUE(recover());
+  EXPECT_TRUE(log_.has_containing("HANA instance HDB_HDB00 takes no logons after its recovery"));
+}
+
 TEST_F(Restore_System, Does_Not_Need_The_Tenant_Of_Its_Own_Name) {
   expect_no_tenant_of_the_system();
   EXPECT_TRUE(recover());
@@ -304,6 +330,6 @@ TEST_F(Restore_System, Does_Not_Need_The_Tenant_Of_Its_Own_Name) {
 TEST_F(Restore_System, Has_No_Tenant_To_Start_On_A_Single_Container) {
   Restorer& restorer = ready_restorer();
   restorer.mdc_ = false;
+  hdbsql_.expect("\\s", done());
   EXPECT_TRUE(restorer.restore_data(true, full_set("HDB")));
-  EXPECT_TRUE(hdbsql_.statements().empty());
 }

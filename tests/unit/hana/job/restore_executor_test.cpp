@@ -258,7 +258,7 @@ TEST_F(Restore_Run, Has_Nothing_To_Do_Without_Entries) {
 
 TEST_F(Restore_Run, Recovers_A_System_Database_Through_Its_Instance) {
   add(from_full("SYSTEMDB"));
-  expect_start("HDB");
+  expect_logon_and_own_tenant();
   ASSERT_TRUE(restore());
   EXPECT_EQ(instance_actions(), (Strings{"HDB stop", "HDB start"}));
 }

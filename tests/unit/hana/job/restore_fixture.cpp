@@ -158,6 +158,11 @@ void Restore_Test::expect_stop(const std::string& database) {
   expect_status(database, "NO");
 }
 
+void Restore_Test::expect_logon_and_own_tenant() {
+  hdbsql_.expect("\\s", done());
+  expect_start("HDB");
+}
+
 void Restore_Test::expect_tenant_restore(const std::string& database, const std::string& statement) {
   expect_listed(database, true);
   expect_stop(database);

@@ -79,6 +79,8 @@ class Restore_Test : public Executor_Test {
   void expect_stop(const std::string& database);
   /// A start that finds the database active, as after a recovery.
   void expect_start(const std::string& database) { expect_status(database, "YES"); }
+  /// What comes after the start of a recovered system database with tenants.
+  void expect_logon_and_own_tenant();
   /// A whole restore of a tenant that is active before.
   void expect_tenant_restore(const std::string& database, const std::string& statement);
   static std::string full_statement(const std::string& database);
