@@ -7,6 +7,7 @@
 #include "agentd/backint_verifier.h"
 #include "agentd/bounded_end.h"
 #include "agentd/former_runs.h"
+#include "agentd/log_queue_drain.h"
 #include "job/job_activity_record.h"
 #include "platform/log.h"
 #include "platform/product_paths.h"
@@ -50,7 +51,7 @@ Daemon::Daemon(Agent_Configuration configuration)
     : configuration_(std::move(configuration)),
       instance_service_(modules_, instances_),
       maker_(modules_, configuration_.host_uuid),
-      jobs_(maker_),
+      jobs_(maker_, [this](const json_spirit::Value& definition) { return prepare(definition); }),
       ondemand_(maker_),
       router_(modules_),
       link_(
@@ -72,6 +73,15 @@ Daemon::~Daemon() {
   set_activity_listener(nullptr);
   set_job_log_sink(nullptr);
   set_alert_sink(nullptr);
+}
+
+/// A restore waits until the logs of its databases are recorded.
+Prepared_Starts::Work Daemon::prepare(const json_spirit::Value& definition) const {
+  Restored_Databases restored = Restored_Databases::of(definition);
+  if (restored.databases.empty()) return {};
+  return [restored = std::move(restored), host_uuid = configuration_.host_uuid](platform::Wait_Event& stop) {
+    drain_log_backups(restored, host_uuid, stop);
+  };
 }
 
 bool Daemon::start() {

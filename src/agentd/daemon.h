@@ -36,6 +36,7 @@ class Daemon {
  private:
   void add_methods();
   void connect_jobs();
+  [[nodiscard]] Prepared_Starts::Work prepare(const json_spirit::Value& definition) const;
   [[nodiscard]] bool greet();
   void job_ended(const std::string& job_act_id);
   [[nodiscard]] bool close_link(std::chrono::seconds limit);

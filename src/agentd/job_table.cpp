@@ -69,6 +69,10 @@ JSON_RPC_Answer Job_Table::start(const json_spirit::Value& definition, const jso
     return refusal_answer(JSON_RPC_E_SERVER, refusal);
   }
   D3_INFO("Start job %C '%C'\n", job_act_id.c_str(), platform::cut_for_log(job->definition()->name()).c_str());
+  if (Prepared_Starts::Work work = preparation_ ? preparation_(definition) : nullptr) {
+    prepared_.add(job_act_id, job, options, std::move(work));
+    return done({{"job_act_id", job_act_id}});
+  }
   if (job->start(options.empty() ? nullptr : &options) == 0) return done({{"job_act_id", job_act_id}});
   forget(job_act_id);
   return refusal_answer(JSON_RPC_E_SERVER, "the job's thread cannot be started; see the agent's log");
@@ -91,6 +95,7 @@ JSON_RPC_Answer Job_Table::stop(const std::string& job_act_id) {
   const Job_Ptr job = find(job_act_id);
   if (job.get() == nullptr)
     return has_ended(job_act_id) ? refused("the job has ended already") : unknown_job(job_act_id);
+  if (prepared_.cancel(job_act_id)) return done({{"code", static_cast<int>(request_taken)}, {"message", ""}});
   if (const Job_State state = job->state(); is_finished(state))
     return refused(std::string("the job has ended already, it is ") + job_state_to_string(state));
   if (const std::string other = other_backup_of_resource(*job, job_act_id); !other.empty())
@@ -159,6 +164,7 @@ bool Job_Table::drain(std::chrono::seconds limit) {
     stopping_ = true;
     for (const auto& [id, job] : jobs_) waited.push_back(job);
   }
+  prepared_.end_all();
   platform::Clock& clock = platform::Clock::current();
   const auto end = clock.steady_now() + limit;
   bool all = true;

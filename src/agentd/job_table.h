@@ -2,12 +2,15 @@
 
 #include <chrono>
 #include <deque>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "agentd/job_maker.h"
+#include "agentd/prepared_starts.h"
 #include "job/job.h"
 #include "net/json_rpc_peer.h"
 
@@ -16,11 +19,15 @@ namespace agentd {
 /// The jobs that this agent runs, by the id of their activity. Any thread.
 class Job_Table {
  public:
-  explicit Job_Table(const Job_Maker& maker) : maker_(maker) {}
+  /// What the runs of a definition wait for before they begin; an empty one: nothing.
+  using Preparation = std::function<Prepared_Starts::Work(const json_spirit::Value& definition)>;
+
+  explicit Job_Table(const Job_Maker& maker, Preparation preparation = {})
+      : maker_(maker), preparation_(std::move(preparation)) {}
 
   /// Starts a run of a definition document. The answer carries {"job_act_id"}; its refusals say why: the document is
   /// not sound, is another host's, names an unknown module, is of a kind that the module does not run, or the agent is
-  /// stopping. The same job_act_id again is answered as done.
+  /// stopping. The same job_act_id again is answered as done. A run that has something to wait for begins later.
   [[nodiscard]] JSON_RPC_Answer start(const json_spirit::Value& definition, const json_spirit::Object& options,
                                       const std::string& job_act_id);
   /// Passes the request to the job, also a second time; the answer carries {"code", "message"}: code 0 says that the
@@ -49,6 +56,8 @@ class Job_Table {
   [[nodiscard]] bool take(const std::string& job_act_id, const Job_Ptr& job, std::string& refusal);
 
   const Job_Maker& maker_;
+  const Preparation preparation_;
+  Prepared_Starts prepared_;
   mutable std::mutex mutex_;
   std::map<std::string, Job_Ptr> jobs_;  ///< guarded by mutex_
   std::deque<std::string> ended_;        ///< the last runs that have ended; guarded by mutex_
