@@ -99,11 +99,26 @@ std::vector<Service_Id> services_in(const json_spirit::Object& set) {
   return services;
 }
 
-/// Finds for each service that writes logs the first log backup begun at the time or later.
+/// HANA's log backup holds what was committed before it began, up to the end of the segment that it saves. Records tell
+/// whole seconds, and a begin is recorded one later than HANA's: so a log surely holds the whole second of the time
+/// when it is recorded with a begin that is so much later.
+constexpr std::time_t holding_seconds = 2;
+
+std::string later(const std::string& text, std::time_t seconds) {
+  std::time_t time = 0;
+  return iso8601_to_posix_time(text.c_str(), time) ? posix_time_to_utc_text(time + seconds) : text;
+}
+
+/// Finds for each service the first log backup that holds the time.
 class Log_Reach {
  public:
-  Log_Reach(Sql_Session& session, const Restore_Point& point) : session_(session), point_(point) {
+  Log_Reach(Sql_Session& session, Restore_Point point) : session_(session), point_(std::move(point)) {
+    point_.time = later(point_.time, holding_seconds);
+    look_at_full();
     for (const char* type : log_types) look_back(type);
+    // A volume of the full backup that was not seen has its log in partition 0.
+    for (const std::uint64_t volume : volumes_)
+      if (services_.lower_bound({volume, 0}) == services_.lower_bound({volume + 1, 0})) services_.insert({volume, 0});
     // Which services there are is known only after a page of each type was seen.
     std::vector<Log_Walk> walks;
     for (const char* type : log_types) walks.emplace_back(session_, point_, type, Log_Walk::Direction::forth);
@@ -112,10 +127,25 @@ class Log_Reach {
       while (!complete() && look_on(walk)) continue;
   }
 
+  /// Whether every service has one. Without any there is nothing to go by.
   [[nodiscard]] bool complete() const { return first_.size() == services_.size(); }
   [[nodiscard]] const std::map<Service_Id, Log_Share>& first() const { return first_; }
 
  private:
+  void look_at_full() {
+    const auto row = session_.first(
+        "SELECT document FROM sets WHERE resource_uuid = :a AND database_name = :b AND database_backup_id = :c AND "
+        "type "
+        "= 'full' AND lifeline = :d LIMIT 1",
+        {point_.resource_uuid, point_.database, point_.database_backup_id, point_.lifeline}, 1);
+    json_spirit::Array files;
+    if (row) json_spirit::object_get(stored_object(row->text(0)), "files", files);
+    for (const json_spirit::Value& file : files)
+      if (file.is_object())
+        if (const auto volume = data_volume(text_of(file.get_obj(), "filename")); volume && *volume != 0)
+          volumes_.insert(*volume);
+  }
+
   void look_back(const char* type) {
     std::vector<json_spirit::Object> sets;
     std::vector<std::int64_t> ids;
@@ -140,18 +170,15 @@ class Log_Reach {
   }
 
   Sql_Session& session_;
-  const Restore_Point& point_;
+  Restore_Point point_;
+  std::set<std::uint64_t> volumes_;  ///< of the full backup
   std::set<Service_Id> services_;
   std::map<Service_Id, Log_Share> first_;
 };
 
-/// Services save their logs side by side, so a catalog may begin while one of them goes on. Records tell whole seconds,
-/// and a set's begin is one later than HANA's: so a catalog surely knows the log when it begins more than a second
-/// after the log's end.
-std::string known_after(const std::string& last_time) {
-  std::time_t end = 0;
-  return iso8601_to_posix_time(last_time.c_str(), end) ? posix_time_to_utc_text(end + 1) : last_time;
-}
+/// Services save their logs side by side, so a catalog may begin while one of them goes on. It surely knows the log
+/// when its record begins more than a second after the log's end.
+std::string known_after(const std::string& last_time) { return later(last_time, 1); }
 
 Document find_catalog_by(Sql_Session& session, const Restore_Point& point) {
   const Log_Reach reach(session, point);

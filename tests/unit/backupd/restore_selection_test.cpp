@@ -111,16 +111,25 @@ std::vector<Set_Line> two_services() {
 TEST_F(Restore_Selection, Takes_The_First_Catalog_By_Which_Every_Service_Has_Its_Log) {
   insert(two_services());
   EXPECT_EQ(catalog("08:05:00", "08:00:00"), "C2");
-  EXPECT_EQ(catalog("08:10:01", "08:00:00"), "C2");
-  EXPECT_EQ(catalog("08:10:02", "08:00:00"), "C3");
-  EXPECT_EQ(catalog("08:12:01", "08:00:00"), "C3");
-  EXPECT_EQ(catalog("08:12:02", "08:00:00"), "C4");
-  EXPECT_EQ(catalog("08:20:01", "08:00:00"), "C4");
+  EXPECT_EQ(catalog("08:09:59", "08:00:00"), "C2");
+  // The log of 08:10 does not hold all of the second in which it began.
+  EXPECT_EQ(catalog("08:10:00", "08:00:00"), "C3");
+  EXPECT_EQ(catalog("08:11:59", "08:00:00"), "C3");
+  EXPECT_EQ(catalog("08:12:00", "08:00:00"), "C4");
+  EXPECT_EQ(catalog("08:19:59", "08:00:00"), "C4");
+}
+
+TEST_F(Restore_Selection, Counts_A_Service_Of_The_Full_Backup_That_Has_No_Log_Yet) {
+  insert({{"F1", "full", "08:00:00", "08:01:00", {"x_databackup_0_1", "x_databackup_2_1", "x_databackup_3_1"}},
+          {"A1", "log", "08:10:00", "08:10:01", {log_name(2, 1, 5)}},
+          {"C1", "catalog", "08:10:04", "08:10:05", {catalog_name}},
+          {"C2", "catalog", "08:20:04", "08:20:05", {catalog_name}}});
+  EXPECT_EQ(catalog("08:05:00", "08:00:00"), "C2");
 }
 
 TEST_F(Restore_Selection, Takes_The_Newest_Catalog_When_No_Log_Reaches_The_Time) {
   insert(two_services());
-  EXPECT_EQ(catalog("08:25:01", "08:00:00"), "C5");
+  EXPECT_EQ(catalog("08:20:00", "08:00:00"), "C5");
   EXPECT_EQ(catalog("20:00:00", "08:00:00"), "C5");
   EXPECT_EQ(catalog("08:05:00", "08:00:00", "L9"), "");
   EXPECT_EQ(catalog("08:05:00", "22:00:00"), "");
