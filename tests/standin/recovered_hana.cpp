@@ -1,5 +1,6 @@
 #include "standin/recovered_hana.h"
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <thread>
@@ -13,14 +14,28 @@ void look_again() { std::this_thread::sleep_for(std::chrono::milliseconds(25)); 
 std::string first_line(const std::string& text) { return text.substr(0, text.find('\n')); }
 }  // namespace
 
-void Recovered_HANA::install_with_logs(const std::vector<std::string>& more) {
+void Recovered_HANA::install_with_catalogs(const std::vector<std::string>& more) {
   install(more);
   const bool single = std::find(more.begin(), more.end(), "--single-container") != more.end();
+  home_ = single ? "HDB" : "SYSTEMDB";
+  configure("catalog_backup_using_backint");
+}
+
+void Recovered_HANA::install_with_logs(const std::vector<std::string>& more) {
+  install_with_catalogs(more);
+  configure("log_backup_using_backint");
+}
+
+void Recovered_HANA::configure(const std::string& key) {
   const Output got =
-      sql("ALTER SYSTEM ALTER CONFIGURATION ('global.ini','SYSTEM') SET ('backup','log_backup_using_backint')='true', "
-          "('backup','catalog_backup_using_backint')='true' WITH RECONFIGURE",
-          single ? "HDB" : "SYSTEMDB");
+      sql("ALTER SYSTEM ALTER CONFIGURATION ('global.ini','SYSTEM') SET ('backup','" + key + "')='true'", home_);
   ASSERT_EQ(got.code, 0) << got.err;
+}
+
+bool Recovered_HANA::becomes(const std::function<bool()>& wanted) {
+  for (int i = 0; i < most_looks; ++i, look_again())
+    if (wanted()) return true;
+  return false;
 }
 
 Output Recovered_HANA::backup(const std::string& kind, const std::string& prefix, const std::string& database) {

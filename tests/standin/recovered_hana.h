@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -10,7 +11,9 @@ namespace standin_test {
 /// A system whose tenant TN1 is backed up and recovered.
 class Recovered_HANA : public Installed_HANA {
  protected:
-  /// With log backups through hdbbackint.
+  /// With catalog backups through hdbbackint.
+  void install_with_catalogs(const std::vector<std::string>& more = {"--tenant", "TN1"});
+  /// With log backups through hdbbackint, too.
   void install_with_logs(const std::vector<std::string>& more = {"--tenant", "TN1", "--services",
                                                                  "indexserver,xsengine"});
   Output backup(const std::string& kind = "", const std::string& prefix = "p", const std::string& database = "TN1");
@@ -37,9 +40,14 @@ class Recovered_HANA : public Installed_HANA {
   std::string backup_log(const std::string& database = "TN1");
   /// The calls of hdbbackint since this was asked last: arguments and input lines.
   std::string new_calls();
+  /// Waits until it is so, for a while; whether it became so.
+  static bool becomes(const std::function<bool()>& wanted);
   int offset_ = 0;
 
  private:
+  /// Sets a switch of [backup].
+  void configure(const std::string& key);
+  std::string home_ = "SYSTEMDB";
   std::size_t seen_calls_ = 0;
 };
 

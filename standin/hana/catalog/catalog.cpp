@@ -92,6 +92,18 @@ bool Catalog::fail_unfinished() {
   return row.bind(1, now_ms()).run();
 }
 
+bool Catalog::forget(const std::string& database, std::int64_t backup_id) {
+  bool good = true;
+  for (const char* sql :
+       {"DELETE FROM log_files WHERE entry_id IN (SELECT entry_id FROM catalog WHERE db=? AND "
+        "backup_id=?)",
+        "DELETE FROM catalog_files WHERE db=? AND backup_id=?", "DELETE FROM catalog WHERE db=? AND backup_id=?"}) {
+    Statement row = state_.sqlite().prepare(sql);
+    good = row.bind(1, database).bind(2, backup_id).run() && good;
+  }
+  return good && sqlite3_changes(state_.sqlite().raw()) > 0;
+}
+
 std::int64_t Catalog::newest_id(const std::string& database) {
   Statement row = state_.sqlite().prepare("SELECT coalesce(max(backup_id),0) FROM catalog WHERE db=?");
   return row.bind(1, database).step() ? row.number(0) : 0;

@@ -52,6 +52,8 @@ class Catalog {
   std::optional<Backup_Base> base_of_delta(const std::string& database, bool only_full);
   /// Entries that a server left running when it died.
   bool fail_unfinished();
+  /// Takes a backup's entry out; false when there is none.
+  bool forget(const std::string& database, std::int64_t backup_id);
   std::optional<std::string> state_of_data_backup(const std::string& database, std::int64_t backup_id);
   std::int64_t newest_id(const std::string& database);
   /// One line per entry and file of the database: what a catalog backup holds (catalog_image.h reads it).

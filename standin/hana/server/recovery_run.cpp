@@ -239,9 +239,9 @@ Recovery_Run::Failure Recovery_Run::read_first_topology() {
 }
 
 Recovery_Run::Failure Recovery_Run::restore_data() {
-  if (auto failure = fault("data", recovery_error)) return failure;
   // From here on nothing is left of what the database was.
   if (!state_.set_broken(database_, true)) return not_completed("[2] the database's state cannot be written");
+  if (auto failure = fault("data", recovery_error)) return failure;
   for (std::size_t i = 0; i < backups_.size(); ++i) {
     if (i > 0) {
       if (auto failure = fault("delta", recovery_error)) return failure;
@@ -301,7 +301,7 @@ std::string Recovery_Run::restore_service(const Data_Backup& backup, const Topol
 
 Recovery_Run::Failure Recovery_Run::replay_logs() {
   if (request_.kind != Recovery_Request::until_timestamp) return std::nullopt;
-  if (auto failure = fault("log", recovery_error)) return failure;
+  if (auto failure = fault("redo", recovery_error)) return failure;
   for (const auto& [volume, pieces] : plan_.logs)
     if (auto failure = replay_volume(pieces)) return failure;
   // A volume whose log ends earlier ends it for all.

@@ -27,6 +27,7 @@ constexpr const char* usage =
     "  change --database NAME --mb N [--service NAME]  new content for so much of a service's data\n"
     "  log-writer on|off|auto                     log backups by themselves: as global.ini says, never, with Backint "
     "only\n"
+    "  forget DATABASE BACKUP-ID                  takes a backup out of the catalog, as HANA's deletion does\n"
     "  time-offset SECONDS | dump\n"
     "Names are taken as they are written; SECONDS of a recovery count from 1970.\n";
 constexpr std::int64_t pages_per_mb = 256;
@@ -106,6 +107,12 @@ int change(System_State& state, const Arguments& a) {
   return 0;
 }
 
+int forget(System_State& state, const Arguments& a) {
+  const auto id = parse_number(a[2]);
+  if (!id || !Catalog(state).forget(a[1], *id)) return refuse("no backup " + a[2] + " of " + a[1]);
+  return 0;
+}
+
 int time_offset(const Layout& layout, const Arguments& a) {
   if (!parse_number(a[1])) return refuse("SECONDS expected");
   return write_file(layout.state("clock_offset_seconds"), a[1] + "\n") ? 0 : 1;
@@ -161,6 +168,7 @@ int main(int count, char** values) {
       {"log-writer", {2, [&] { return log_writer(*layout, a); }}},
       {"time-offset", {2, [&] { return time_offset(*layout, a); }}},
       {"change", {5, [&] { return change(state, a); }}},
+      {"forget", {3, [&] { return forget(state, a); }}},
       {"dump", {1, [&] { return dump(*layout, state); }}}};
   const auto verb = verbs.find(a[0]);
   if (verb != verbs.end() && a.size() >= verb->second.least) return verb->second.run();
