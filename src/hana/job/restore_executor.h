@@ -16,6 +16,8 @@
 #include "job/job_executor_t.h"
 #include "json/value.h"
 
+struct Recovery_Statement;
+
 namespace sap_hana {
 
 /// A restore on the host that the databases come back to: each entry of the job's source, one after the other, the
@@ -98,8 +100,7 @@ class Restore_Executor : public Job_Executor_T<Restore_Job_Source, Restore_Job_O
   [[nodiscard]] bool make_pipe_directory(const Backup_Set_Info& info) const;
   void report(const Restore_Source_Collector& collector, int percent);
 
-  /// The clause that names where the backup came from, when that is another system or database.
-  [[nodiscard]] std::string source_clause(const Backup_Set_Info& info) const;
+  [[nodiscard]] Recovery_Statement statement_of(const Backup_Set_Info& info, bool tenantdb) const;
 
   // restore_catalog
   [[nodiscard]] bool make_catalog_directory(const std::string& directory) const;

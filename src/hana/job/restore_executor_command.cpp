@@ -1,49 +1,44 @@
-// The recovery statements, piece by piece as HANA is given them.
-
-#include <sstream>
+// The recovery statements. Their text is that of Recovery_Statement, which those who plan a restore show beforehand.
 
 #include "hana/job/restore_executor.h"
+#include "records/recovery_statement.h"
 
 namespace sap_hana {
+
+Recovery_Statement Restore_Executor::statement_of(const Backup_Set_Info& info, bool tenantdb) const {
+  Recovery_Statement statement;
+  statement.origin_database = info.origin_dbname;
+  statement.origin_sid = info.origin_sid;
+  statement.target_database = info.target_dbname;
+  statement.target_sid = sid_;
+  statement.set_uuid = info.catalog_uuid;
+  statement.backup_id = info.database_backup_id;
+  statement.time = info.target_time;
+  statement.full_only = info.is_full_backup;
+  statement.tenant = tenantdb;
+  statement.multi_container = mdc_;
+  statement.ancient = ancient_version_;
+  statement.ignore_delta = ignore_delta_;
+  return statement;
+}
 
 bool Restore_Executor::generate_restore_cmd(const Backup_Set_Info& info, std::string& cmd, bool tenantdb) const {
   return info.is_full_backup ? generate_full_restore_cmd(info, cmd, tenantdb)
                              : generate_point_in_time_restore_cmd(info, cmd, tenantdb);
 }
 
-std::string Restore_Executor::source_clause(const Backup_Set_Info& info) const {
-  if (info.origin_sid == sid_ && info.origin_dbname == info.target_dbname) return {};
-  return "USING SOURCE '" + info.origin_dbname + (mdc_ ? "@" + info.origin_sid : std::string()) + "' ";
-}
-
 bool Restore_Executor::generate_full_restore_cmd(const Backup_Set_Info& info, std::string& cmd, bool tenantdb) const {
-  std::ostringstream statement;
-  statement << "RECOVER DATA ";
-  if (tenantdb) statement << "FOR " << info.target_dbname << " ";
-  statement << source_clause(info);
-  if (info.catalog_uuid.empty()) {
-    statement << "USING BACKUP_ID " << info.database_backup_id;
-    if (!ancient_version_) statement << " USING CATALOG BACKINT";
-  } else {
-    statement << "USING BACKINT ('" << info.catalog_uuid << "')";
-  }
-  statement << " CLEAR LOG;";
-  cmd = statement.str();
+  Recovery_Statement statement = statement_of(info, tenantdb);
+  statement.full_only = true;
+  cmd = statement.text();
   return !cmd.empty();
 }
 
 bool Restore_Executor::generate_point_in_time_restore_cmd(const Backup_Set_Info& info, std::string& cmd,
                                                           bool tenantdb) const {
-  std::ostringstream statement;
-  statement << "RECOVER DATABASE ";
-  if (tenantdb) statement << "FOR " << info.target_dbname << " ";
-  statement << "UNTIL TIMESTAMP '" << info.target_time << "' CLEAR LOG ";
-  statement << source_clause(info);
-  if (!ancient_version_) statement << " USING CATALOG BACKINT";
-  statement << " USING BACKUP_ID " << info.database_backup_id;
-  statement << " CHECK ACCESS ALL";
-  if (ignore_delta_) statement << " IGNORE DELTA DATA BACKUPS";
-  cmd = statement.str();  // without a semicolon, unlike the other statement
+  Recovery_Statement statement = statement_of(info, tenantdb);
+  statement.full_only = false;
+  cmd = statement.text();
   return !cmd.empty();
 }
 
