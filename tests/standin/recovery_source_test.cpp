@@ -14,24 +14,33 @@ class Recovery_Source : public Recovered_HANA {
     other_ = root_ / "other";
     fs::create_directories(other_ / "opt/tarvex/dorsal3/bin");
     fs::copy_file(STANDIN_BACKINT, other_ / "opt/tarvex/dorsal3/bin/hdbbackint");
-    ASSERT_EQ(run({STANDIN_TOOLS "/standin-hana-install", "--root", other_, "--sid", "QAS", "--nr", "01", "--host",
-                   "qas01", "--tenant", "TQ", "--services", "indexserver,xsengine"})
-                  .code,
-              0);
-    fs::create_symlink("/opt/tarvex/dorsal3/bin/hdbbackint", other_ / "usr/sap/QAS/SYS/global/hdb/opt/hdbbackint");
-    ASSERT_EQ(run({other_ / "usr/sap/QAS/HDB01/HDB", "start"}).code, 0);
-    there(
-        "ALTER SYSTEM ALTER CONFIGURATION ('global.ini','SYSTEM') SET "
-        "('backup','catalog_backup_using_backint')='true'");
-    there("UPSERT KV VALUES ('from','QAS')", "TQ");
-    there("BACKUP DATA FOR TQ USING BACKINT ('uuid-q')");
-    const std::string id =
-        there("select max(BACKUP_ID) as ID from SYS_DATABASES.M_BACKUP_CATALOG where ENTRY_TYPE_NAME<>'log backup'")
-            .out;
-    id_ = id.substr(3, id.size() - 4);
+    install_other();
     fs::copy(other_ / "pool", root_ / "pool", fs::copy_options::recursive);
     stop();
     new_calls();
+  }
+  virtual void install_other() {
+    lay_out_other({"--tenant", "TQ", "--services", "indexserver,xsengine"});
+    back_up("TQ", "SYSTEMDB", "FOR TQ");
+  }
+  void lay_out_other(const std::vector<std::string>& more) {
+    std::vector<std::string> words{
+        STANDIN_TOOLS "/standin-hana-install", "--root", other_, "--sid", "QAS", "--nr", "01", "--host", "qas01"};
+    words.insert(words.end(), more.begin(), more.end());
+    ASSERT_EQ(run(words).code, 0);
+    fs::create_symlink("/opt/tarvex/dorsal3/bin/hdbbackint", other_ / "usr/sap/QAS/SYS/global/hdb/opt/hdbbackint");
+    ASSERT_EQ(run({other_ / "usr/sap/QAS/HDB01/HDB", "start"}).code, 0);
+  }
+  /// A row and a full backup; `home` is the database that takes the statements.
+  void back_up(const std::string& database, const std::string& home, const std::string& which) {
+    there(
+        "ALTER SYSTEM ALTER CONFIGURATION ('global.ini','SYSTEM') SET ('backup','catalog_backup_using_backint')='true'",
+        home);
+    there("UPSERT KV VALUES ('from','QAS')", database);
+    there("BACKUP DATA " + which + " USING BACKINT ('uuid-q')", home);
+    const std::string id =
+        there("select max(BACKUP_ID) as ID from M_BACKUP_CATALOG where ENTRY_TYPE_NAME<>'log backup'", database).out;
+    id_ = id.substr(3, id.size() - 4);
   }
   void TearDown() override {
     run({other_ / "usr/sap/QAS/HDB01/HDB", "kill-9"});
@@ -102,13 +111,31 @@ TEST_F(Recovery_Source, Is_Asked_For_Through_Other_Names_Or_As_Another_User_When
   EXPECT_NE(new_calls().find("\"/usr/sap/HDB/SYS/global/hdb/backint/DB_TN1/log_backup_0_0_0_0\""), std::string::npos);
 }
 
-TEST_F(Recovery_Source, Has_Its_Own_Folder_Only_In_A_Multi_Container_System) {
-  fault("source_container = single");
+class Recovery_From_Single_Container : public Recovery_Source {
+ protected:
+  void install_other() override {
+    lay_out_other({"--single-container"});
+    back_up("QAS", "QAS", "");
+  }
+};
+
+TEST_F(Recovery_From_Single_Container, Has_No_Folder_Of_The_Database_When_Told_So) {
   fs::create_directories(root_ / "usr/sap/QAS/SYS/global/hdb/backint");
-  EXPECT_NE(by_id().err.find("* 449: "), std::string::npos);
+  const std::string statement =
+      "RECOVER DATA FOR TN1 USING SOURCE 'QAS@QAS' USING BACKUP_ID " + id_ + " USING CATALOG BACKINT CLEAR LOG;";
+  EXPECT_NE(sql(statement).err.find("[110091] Invalid path selection for recovery: "
+                                    "/usr/sap/QAS/SYS/global/hdb/backint/DB_QAS/"),
+            std::string::npos);
+  new_calls();
+  fault("source_container = single");
+  const Output got = sql(statement);
+  ASSERT_EQ(got.code, 0) << got.err;
+  EXPECT_EQ(rows(), "from,QAS\n");
   const std::string calls = new_calls();
   EXPECT_NE(calls.find("#NULL \"/usr/sap/QAS/SYS/global/hdb/backint/log_backup_0_0_0_0\""), std::string::npos) << calls;
-  EXPECT_NE(calls.find("-u QAS\n"), std::string::npos) << calls;
+  EXPECT_EQ(count_of(calls, "-u QAS\n"), 4) << calls;
+  // The name server of a single container has no place in a tenant.
+  EXPECT_EQ(value_of("select SERVICE_NAME from SYS_DATABASES.M_SERVICES where DATABASE_NAME='TN1'"), "indexserver\n");
 }
 
 class Recovery_Of_Old : public Recovered_HANA {};

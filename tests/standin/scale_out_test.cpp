@@ -1,4 +1,5 @@
 #include <chrono>
+#include <fstream>
 #include <thread>
 
 #include "standin/installed_hana.h"
@@ -223,6 +224,49 @@ TEST_F(Scale_Out, Refuses_What_It_Is_Not_Made_For) {
   EXPECT_EQ(install_more({"--secondary-of", root_, "--mode", "sync", "--host", "hana09"}).code, 1);
   ASSERT_EQ(control({"replication", "primary"}).code, 0);
   EXPECT_EQ(install_more({"--join", root_, "--host", "hana09"}).code, 1);
+}
+
+TEST_F(Scale_Out, Recovers_Its_System_Database_On_The_Masters_Host) {
+  install_hosts();
+  start_all();
+  ASSERT_TRUE(serves("hana01"));
+  fault("logon_after_recovery_ms = 1");
+  ASSERT_EQ(sql_at("hana01", "UPSERT KV VALUES ('a','1')").code, 0);
+  ASSERT_EQ(sql_at("hana01", "BACKUP DATA USING BACKINT ('f')").code, 0);
+  const std::string full = sql_at("hana01",
+                                  "select max(BACKUP_ID) from M_BACKUP_CATALOG where ENTRY_TYPE_NAME<>'log "
+                                  "backup'")
+                               .out;
+  ASSERT_EQ(sql_at("hana01", "UPSERT KV VALUES ('a','2')").code, 0);
+  ASSERT_EQ(control_at("hana01", {"-function", "StopSystem", "HDB"}).code, 0);
+  for (const char* host : {"hana01", "hana02", "hana03"})
+    ASSERT_EQ(control_at(host, {"-function", "WaitforStopped", "30", "1"}).code, 0);
+  const std::string statement = "RECOVER DATA USING BACKUP_ID " + full.substr(0, full.find('\n')) + " CLEAR LOG;";
+  for (const char* host : {"hana01", "hana02"})
+    std::ofstream(instance_of(host) / "work/recoverInstance.sql") << statement;
+  start_all();
+  ASSERT_TRUE(serves("hana01"));
+  EXPECT_EQ(sql_at("hana01", "select V from KV").out, "1\n");
+  EXPECT_FALSE(fs::exists(instance_of("hana01") / "work/recoverInstance.sql"));
+  EXPECT_TRUE(fs::exists(instance_of("hana02") / "work/recoverInstance.sql"));
+}
+
+TEST_F(Scale_Out, Goes_Down_On_The_Next_Host_Too_When_A_Recovery_Has_Left_It_In_Pieces) {
+  install_hosts({"hana02"});
+  ASSERT_EQ(tool("hana01", "HDB", {"start"}).code, 0);
+  ASSERT_TRUE(serves("hana01"));
+  ASSERT_EQ(sql_at("hana01", "BACKUP DATA USING BACKINT ('f')").code, 0);
+  const std::string full = sql_at("hana01",
+                                  "select max(BACKUP_ID) from M_BACKUP_CATALOG where ENTRY_TYPE_NAME<>'log "
+                                  "backup'")
+                               .out;
+  ASSERT_EQ(tool("hana01", "HDB", {"stop"}).code, 0);
+  fault("recovery_fails = told so | match=data");
+  std::ofstream(instance_of("hana01") / "work/recoverInstance.sql")
+      << "RECOVER DATA USING BACKUP_ID " + full.substr(0, full.find('\n')) + " CLEAR LOG;";
+  EXPECT_EQ(tool("hana01", "HDB", {"start"}).code, 1);
+  ASSERT_EQ(tool("hana02", "HDB", {"start"}).code, 0);
+  EXPECT_EQ(control_at("hana02", {"-function", "WaitforStopped", "30", "1"}).code, 0);
 }
 
 }  // namespace

@@ -150,6 +150,8 @@ void Backups::end_of(const std::string& database) {
   if (!running) return;
   running->cancel_at_ms = 1;
   wait(*running);
+  const std::lock_guard guard(mutex_);
+  newest_.erase(database);
 }
 
 void Backups::stop_all() {

@@ -64,7 +64,7 @@ class Backups {
   /// Asks for the end; returns while the backup is still "cancel pending".
   std::optional<Sql_Error> cancel(System_State& state, const std::string& database, std::int64_t id);
   std::vector<Progress_Row> progress();
-  /// Ends the database's data backup, if one runs, and waits for its end.
+  /// Ends the database's data backup, if one runs, and waits for its end; nothing is told of its progress then.
   void end_of(const std::string& database);
   /// Cancels what runs and waits for its end.
   void stop_all();

@@ -35,6 +35,8 @@ void Instance::consider_role() {
   Catalog(state).fail_unfinished();
   drop_left_files(layout_);
   static_cast<void>(state.write_database_list());
+  // A candidate that takes over cannot open what a recovery has left in pieces.
+  if (phase_ == running && state.is_broken(layout_.multi() ? system_database : layout_.sid)) request_stop();
 }
 
 bool Instance::takes_logons() const {
