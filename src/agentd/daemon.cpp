@@ -55,9 +55,8 @@ Daemon::Daemon(Agent_Configuration configuration)
       ondemand_(maker_),
       router_(modules_),
       link_(
-          configuration_,
-          [this](const std::string& method, const json_spirit::Value& params) { return router_.call(method, params); },
-          [this] { reporter_->connected(); }),
+          configuration_, [this](const JSON_RPC_Message& message) { return router_.call(message); },
+          [this] { reporter_->connected(); }, {Method_Router::is_for_modules, Method_Router::module_workers}),
       outbox_(outbox_directory()),
       messages_(link_) {
   Reporter::Callbacks callbacks;
@@ -129,7 +128,6 @@ void Daemon::add_methods() {
   router_.add("instance.state", [this](const Params& params) { return instance_service_.state(params); });
   router_.add("instance.logon", [this](const Params& params) { return instance_service_.logon(params); });
   router_.add("instance.check", [this](const Params& params) { return instance_service_.check(params); });
-  router_.add("database.list", [this](const Params& params) { return instance_service_.databases(params); });
   router_.add(
       "backint.verify", [](const Params& params) { return verify(params); }, Method_Router::Pace::slow);
 }

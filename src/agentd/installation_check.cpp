@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string>
 
-#include "agentd/database_list.h"
+#include "agentd/system_id.h"
 #include "platform/files.h"
 #include "platform/log.h"
 #include "platform/product_paths.h"

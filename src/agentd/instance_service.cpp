@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "agentd/database_list.h"
+#include "agentd/handler_call.h"
 #include "agentd/installation_check.h"
 #include "agentd/job_table.h"
 #include "agentd/landscape.h"
@@ -16,6 +16,7 @@ namespace {
 
 constexpr const char* state_open = "open";
 constexpr const char* backint_program = "hdbbackint";
+constexpr std::chrono::seconds list_limit{60};
 
 JSON_RPC_Answer result_answer(json_spirit::Object result) {
   JSON_RPC_Answer answer;
@@ -96,6 +97,7 @@ bool Instance_Service::find_subject(const json_spirit::Object& params, Subject& 
   }
   const Module* const module = modules_.find(subject.type);
   subject.handler = module == nullptr ? nullptr : module->instance_handler();
+  if (module != nullptr) subject.lister = module->json_rpc_handler(module_factories::json_rpc_hana_list_handler);
   if (subject.handler == nullptr) {
     refusal =
         bad_params("this agent has no module for instances of type \"" + platform::cut_for_log(subject.type) + "\"");
@@ -169,30 +171,28 @@ json_spirit::Object Instance_Service::check_account(const Subject& subject) cons
   return check_row("account", code == Instance_Handler::LOGON_OK, "user " + username + ": " + logon_text(code));
 }
 
+/// As the list of databases is asked for, so that what a backup of the whole instance needs is what is tried.
 json_spirit::Object Instance_Service::check_databases(const Subject& subject) const {
-  std::vector<Listed_Database> databases;
-  std::string error;
-  if (!list_databases(*subject.instance, true, databases, error)) return check_row("databases", false, error);
-  std::string names;
-  for (const Listed_Database& database : databases) names += (names.empty() ? "" : ", ") + database.name;
-  return check_row("databases", true, names);
-}
-
-JSON_RPC_Answer Instance_Service::databases(const json_spirit::Object& params) {
-  Subject subject;
-  JSON_RPC_Answer refusal;
-  if (!find_subject(params, subject, refusal)) return refusal;
-  std::string state;
-  (void)subject.handler->get_state(subject.name.c_str(), state);
-  std::vector<Listed_Database> databases;
-  std::string error;
-  if (!list_databases(*subject.instance, state == state_open, databases, error))
-    return refusal_answer(JSON_RPC_E_SERVER, error);
+  if (subject.lister == nullptr)
+    return check_row("databases", false, "this agent's module cannot list databases; install its package again");
+  JSON_RPC_Message request;
+  request.kind = JSON_RPC_Message::request;
+  request.id = 1;
+  request.method = "hana.database.list";
+  request.params = json_spirit::Object{{"uid", ""}, {"instance", subject.name}};
+  const JSON_RPC_Answer answer = call_handler(*subject.lister, request, list_limit);
   json_spirit::Array rows;
-  for (const Listed_Database& database : databases)
-    rows.emplace_back(json_spirit::Object{
-        {"name", database.name}, {"active", database.active}, {"description", database.description}});
-  return result_answer({{"databases", std::move(rows)}});
+  if (!answer.ok || !answer.result.is_object() || !json_spirit::object_get(answer.result.get_obj(), "databases", rows))
+    return check_row("databases", false,
+                     "the databases cannot be listed: " + answer.message +
+                         "; the instance must run and its account be stored, the agent's log tells more");
+  std::string names;
+  for (const json_spirit::Value& row : rows) {
+    std::string name;
+    if (row.is_object()) json_spirit::object_get(row.get_obj(), "name", name);
+    names += (names.empty() ? "" : ", ") + name;
+  }
+  return check_row("databases", true, names);
 }
 
 }  // namespace agentd

@@ -22,14 +22,13 @@ class Instance_Service {
   [[nodiscard]] JSON_RPC_Answer logon(const json_spirit::Object& params);
   /// What a backup needs, each with a verdict: {"checks": [{"name", "ok", "message"}]}.
   [[nodiscard]] JSON_RPC_Answer check(const json_spirit::Object& params);
-  /// {"databases": [{"name", "active", "description"}]}.
-  [[nodiscard]] JSON_RPC_Answer databases(const json_spirit::Object& params);
 
  private:
   struct Subject {
     std::string type;
     std::string name;
     Instance_Handler* handler = nullptr;
+    JSON_RPC_Handler* lister = nullptr;  ///< null when the module has none
     Instance_Manager::Instance_var instance;
   };
 

@@ -6,8 +6,8 @@
 #include <sstream>
 #include <vector>
 
-#include "agentd/database_list.h"
 #include "agentd/ini_section.h"
+#include "agentd/system_id.h"
 #include "platform/files.h"
 #include "platform/log.h"
 

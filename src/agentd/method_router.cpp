@@ -6,6 +6,7 @@
 #include "agentd/handler_call.h"
 #include "agentd/job_table.h"
 #include "platform/log.h"
+#include "records/request_rights.h"
 
 namespace agentd {
 
@@ -13,8 +14,8 @@ namespace {
 
 using namespace module_factories;
 
-/// Starting or stopping an instance takes its time.
-constexpr std::chrono::seconds handler_limit{3600};
+/// How long a handler's own threads may take; what runs on the caller's thread, as starts and stops do, is waited for.
+constexpr std::chrono::seconds handler_limit{120};
 
 struct Handled_Method {
   const char* method;
@@ -22,35 +23,58 @@ struct Handled_Method {
 };
 /// Which handler of a module serves which method.
 constexpr std::array<Handled_Method, 4> handled_methods{
-    {{"hana.list.instances", json_rpc_hana_list_handler},
-     {"hana.list.databases", json_rpc_hana_list_handler},
+    {{"hana.instance.list", json_rpc_hana_list_handler},
+     {"hana.database.list", json_rpc_hana_list_handler},
      {"hana.instance.control", json_rpc_hana_instance_control_handler},
      {"hana.file.download", json_rpc_hana_file_download_handler}}};
 
 }  // namespace
 
-JSON_RPC_Answer Method_Router::call(const std::string& name, const json_spirit::Value& params) const {
+JSON_RPC_Answer Method_Router::call(const JSON_RPC_Message& message) const {
   try {
-    return dispatch(name, params);
+    return dispatch(message);
   } catch (const std::exception& error) {
-    D3_ERROR("Failed to answer %C, %C\n", platform::cut_for_log(name).c_str(),
+    D3_ERROR("Failed to answer %C, %C\n", platform::cut_for_log(message.method).c_str(),
              platform::cut_for_log(error.what()).c_str());
-    return refusal_answer(JSON_RPC_E_INTERNAL, "the agent failed to answer " + name + "; its log tells why");
+    return refusal_answer(JSON_RPC_E_INTERNAL, "the agent failed to answer " + message.method + "; its log tells why");
   }
 }
 
-JSON_RPC_Answer Method_Router::dispatch(const std::string& name, const json_spirit::Value& params) const {
-  const auto found = methods_.find(name);
-  if (found != methods_.end()) {
-    if (!params.is_null() && !params.is_object())
-      return refusal_answer(JSON_RPC_E_INVALID_PARAMS, "the params of " + name + " are no object");
-    const auto run = [&] { return found->second.run(params.is_null() ? json_spirit::Object() : params.get_obj()); };
-    return found->second.pace == Pace::slow ? run_slowly(run) : run();
-  }
-  if (JSON_RPC_Handler* const handler = find_handler(name))
-    return run_slowly([&] { return call_handler(*handler, name, params, handler_limit); });
+JSON_RPC_Answer Method_Router::call(const std::string& name, const json_spirit::Value& params) const {
+  JSON_RPC_Message message;
+  message.kind = JSON_RPC_Message::request;
+  message.method = name;
+  message.params = params;
+  return call(message);
+}
+
+bool Method_Router::is_for_modules(const JSON_RPC_Message& message) { return is_module_method(message.method); }
+
+JSON_RPC_Answer Method_Router::dispatch(const JSON_RPC_Message& message) const {
+  const auto found = methods_.find(message.method);
+  if (found != methods_.end()) return run_method(found->second, message);
+  if (JSON_RPC_Handler* const handler = find_handler(message.method)) return ask_module(*handler, message);
   return refusal_answer(JSON_RPC_E_METHOD_NOT_FOUND,
-                        "this agent does not know the method " + platform::cut_for_log(name));
+                        "this agent does not know the method " + platform::cut_for_log(message.method));
+}
+
+JSON_RPC_Answer Method_Router::run_method(const Known_Method& method, const JSON_RPC_Message& message) const {
+  if (!message.params.is_null() && !message.params.is_object())
+    return refusal_answer(JSON_RPC_E_INVALID_PARAMS, "the params of " + message.method + " are no object");
+  const auto run = [&] {
+    return method.run(message.params.is_null() ? json_spirit::Object() : message.params.get_obj());
+  };
+  return method.pace == Pace::slow ? run_slowly(slow_, run) : run();
+}
+
+JSON_RPC_Answer Method_Router::ask_module(JSON_RPC_Handler& handler, const JSON_RPC_Message& message) const {
+  const Requester requester = Requester::from_json(message.requester);
+  if (!may_ask(requester.role, message.method, message.params)) {
+    D3_WARNING("Refused %C to a requester who may not ask for it\n", message.method.c_str());
+    return refusal_answer(JSON_RPC_E_INVALID_PARAMS, "this requester may not ask for " + message.method);
+  }
+  const auto ask = [&] { return call_handler(handler, message, handler_limit); };
+  return is_control_action(message.method, message.params) ? run_slowly(actions_, ask) : ask();
 }
 
 /// One of the slow requests that run, for the life of this object.
@@ -67,8 +91,9 @@ class Method_Router::Slow_Place {
   const bool given_;
 };
 
-JSON_RPC_Answer Method_Router::run_slowly(const std::function<JSON_RPC_Answer()>& action) const {
-  const Slow_Place place(slow_);
+JSON_RPC_Answer Method_Router::run_slowly(std::atomic<unsigned>& places,
+                                          const std::function<JSON_RPC_Answer()>& action) {
+  const Slow_Place place(places);
   if (place.given()) return action();
   return refusal_answer(JSON_RPC_E_SERVER, "the agent is busy with " + std::to_string(slow_at_once) +
                                                " long requests; ask again when one of them has ended");

@@ -11,12 +11,16 @@
 namespace agentd {
 
 /// Finds who answers a request of backupd: the agent itself, or a module's JSON-RPC handler. Filled at start, then used
-/// by many threads. What may take minutes or hours, as every module's handler may, is answered only a few at once, so
-/// that workers are left for what must not wait, such as stopping a job.
+/// by many threads. What may take minutes or hours, as the start of an instance may, is answered only a few at once, so
+/// that workers are left for what must not wait, such as stopping a job. Requests to modules have workers of their own
+/// (is_for_modules), and say in whose name they are made: what that one may not ask is refused.
 class Method_Router {
  public:
   enum class Pace { quick, slow };
   static constexpr unsigned slow_at_once = 4;
+  /// Workers for requests to modules: more than the actions that may run at once, so that lists and states come
+  /// through.
+  static constexpr unsigned module_workers = 2 * slow_at_once;
 
   using Method = std::function<JSON_RPC_Answer(const json_spirit::Object& params)>;
 
@@ -26,7 +30,12 @@ class Method_Router {
     methods_[name] = {std::move(method), pace};
   }
   /// Never throws: what a method throws becomes an internal error, with one line in the log.
+  [[nodiscard]] JSON_RPC_Answer call(const JSON_RPC_Message& message) const;
+  /// A request of backupd's own, in nobody's name.
   [[nodiscard]] JSON_RPC_Answer call(const std::string& name, const json_spirit::Value& params) const;
+
+  /// Whether the message is for a module's handler.
+  [[nodiscard]] static bool is_for_modules(const JSON_RPC_Message& message);
 
  private:
   struct Known_Method {
@@ -35,13 +44,17 @@ class Method_Router {
   };
   class Slow_Place;
 
-  [[nodiscard]] JSON_RPC_Answer run_slowly(const std::function<JSON_RPC_Answer()>& action) const;
-  [[nodiscard]] JSON_RPC_Answer dispatch(const std::string& name, const json_spirit::Value& params) const;
+  [[nodiscard]] static JSON_RPC_Answer run_slowly(std::atomic<unsigned>& places,
+                                                  const std::function<JSON_RPC_Answer()>& action);
+  [[nodiscard]] JSON_RPC_Answer dispatch(const JSON_RPC_Message& message) const;
+  [[nodiscard]] JSON_RPC_Answer run_method(const Known_Method& method, const JSON_RPC_Message& message) const;
+  [[nodiscard]] JSON_RPC_Answer ask_module(JSON_RPC_Handler& handler, const JSON_RPC_Message& message) const;
   [[nodiscard]] JSON_RPC_Handler* find_handler(const std::string& name) const;
 
   const Modules& modules_;
   std::map<std::string, Known_Method> methods_;
-  mutable std::atomic<unsigned> slow_{0};  ///< slow requests that run
+  mutable std::atomic<unsigned> slow_{0};     ///< slow requests to the agent itself that run
+  mutable std::atomic<unsigned> actions_{0};  ///< instances that are being started or stopped
 };
 
 }  // namespace agentd

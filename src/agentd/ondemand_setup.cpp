@@ -6,10 +6,10 @@
 #include <algorithm>
 
 #include "agentd/alert_tap.h"
-#include "agentd/database_list.h"
 #include "agentd/job_table.h"
 #include "agentd/log_backup_files.h"
 #include "agentd/log_backup_settings.h"
+#include "agentd/system_id.h"
 #include "job/default_backup_job_source.h"
 #include "job/job_activity_record.h"
 #include "job/job_log.h"

@@ -11,8 +11,12 @@ constexpr unsigned without_end = static_cast<unsigned>(-1);
 
 }  // namespace
 
-Server_Link::Server_Link(const Agent_Configuration& configuration, Handler handler, Connected connected)
-    : configuration_(configuration), handler_(std::move(handler)), connected_(std::move(connected)) {}
+Server_Link::Server_Link(const Agent_Configuration& configuration, Handler handler, Connected connected,
+                         Side_Lane side_lane)
+    : configuration_(configuration),
+      handler_(std::move(handler)),
+      connected_(std::move(connected)),
+      side_lane_(std::move(side_lane)) {}
 
 Server_Link::~Server_Link() { stop(); }
 
@@ -82,7 +86,7 @@ std::shared_ptr<Server_Link::Connection> Server_Link::open_connection() {
     tell_away(error.text);
     return nullptr;
   }
-  connection->peer = std::make_unique<JSON_RPC_Peer>(*connection->socket, handler_, workers);
+  connection->peer = std::make_unique<JSON_RPC_Peer>(*connection->socket, handler_, workers, side_lane_);
   return connection;
 }
 

@@ -18,11 +18,13 @@ namespace agentd {
 /// backupd go to the handler on worker threads; call sends requests the other way. Any thread may call.
 class Server_Link : public Agent_Channel {
  public:
-  using Handler = JSON_RPC_Peer::Handler;
+  using Handler = JSON_RPC_Peer::Message_Handler;
+  using Side_Lane = JSON_RPC_Peer::Side_Lane;
   /// Called on the link's thread when a connection stands, requests may be coming in already; must not block.
   using Connected = std::function<void()>;
 
-  Server_Link(const Agent_Configuration& configuration, Handler handler, Connected connected);
+  /// `side_lane`: requests that have workers of their own.
+  Server_Link(const Agent_Configuration& configuration, Handler handler, Connected connected, Side_Lane side_lane = {});
   ~Server_Link() override;
   Server_Link(const Server_Link&) = delete;
   Server_Link& operator=(const Server_Link&) = delete;
@@ -61,6 +63,7 @@ class Server_Link : public Agent_Channel {
   const Agent_Configuration& configuration_;
   const Handler handler_;
   const Connected connected_;
+  const Side_Lane side_lane_;
   mutable std::mutex mutex_;
   std::shared_ptr<Connection> connection_;  ///< guarded by mutex_
   platform::Wait_Event stopping_;

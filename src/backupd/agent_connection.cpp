@@ -26,11 +26,12 @@ void Agent_Connection::leave() {
 }
 
 JSON_RPC_Answer Agent_Connection::call(const std::string& method, const json_spirit::Value& params,
-                                       std::chrono::nanoseconds timeout, JSON_RPC_Call_Group* group) {
+                                       std::chrono::nanoseconds timeout, JSON_RPC_Call_Group* group,
+                                       const json_spirit::Value& requester) {
   JSON_RPC_Peer* peer = enter();
   if (peer == nullptr)
     return {false, {}, JSON_RPC_E_NOT_CONNECTED, "the agent of the host " + host_uuid_ + " is not connected"};
-  JSON_RPC_Answer answer = peer->call(method, params, timeout, group);
+  JSON_RPC_Answer answer = peer->call(method, params, timeout, group, requester);
   leave();
   return answer;
 }

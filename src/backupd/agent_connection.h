@@ -24,7 +24,8 @@ class Agent_Connection {
 
   /// `group`: whoever may give the call up; may be null.
   [[nodiscard]] JSON_RPC_Answer call(const std::string& method, const json_spirit::Value& params,
-                                     std::chrono::nanoseconds timeout, JSON_RPC_Call_Group* group = nullptr);
+                                     std::chrono::nanoseconds timeout, JSON_RPC_Call_Group* group = nullptr,
+                                     const json_spirit::Value& requester = {});
   /// Ends the socket.
   void close();
 

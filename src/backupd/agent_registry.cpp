@@ -34,11 +34,11 @@ std::vector<std::string> Agent_Registry::hosts() const {
 
 JSON_RPC_Answer Agent_Registry::call(const std::string& host_uuid, const std::string& method,
                                      const json_spirit::Value& params, std::chrono::nanoseconds timeout,
-                                     JSON_RPC_Call_Group* group) const {
+                                     JSON_RPC_Call_Group* group, const json_spirit::Value& requester) const {
   const std::shared_ptr<Agent_Connection> connection = find(host_uuid);
   if (!connection)
     return {false, {}, JSON_RPC_E_NOT_CONNECTED, "the agent of the host " + host_uuid + " is not connected"};
-  return connection->call(method, params, timeout, group);
+  return connection->call(method, params, timeout, group, requester);
 }
 
 std::shared_ptr<Agent_Connection> Agent_Registry::find(const std::string& host_uuid) const {

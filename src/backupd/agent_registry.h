@@ -22,10 +22,11 @@ class Agent_Registry {
   [[nodiscard]] bool is_connected(const std::string& host_uuid) const;
   [[nodiscard]] std::vector<std::string> hosts() const;
   /// Calls the agent of a host; JSON_RPC_E_NOT_CONNECTED when it is not there or goes away meanwhile, or when `group`
-  /// (may be null) is given up.
+  /// (may be null) is given up. `requester`: in whose name, null for the server's own.
   [[nodiscard]] JSON_RPC_Answer call(const std::string& host_uuid, const std::string& method,
                                      const json_spirit::Value& params, std::chrono::nanoseconds timeout,
-                                     JSON_RPC_Call_Group* group = nullptr) const;
+                                     JSON_RPC_Call_Group* group = nullptr,
+                                     const json_spirit::Value& requester = {}) const;
 
  private:
   [[nodiscard]] std::shared_ptr<Agent_Connection> find(const std::string& host_uuid) const;

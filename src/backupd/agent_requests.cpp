@@ -135,11 +135,15 @@ Outcome Agent_Requests::discover(const std::string& host_uuid, json_spirit::Obje
   return {};
 }
 
-Outcome Agent_Requests::call(const std::string& host_uuid, const std::string& method, const json_spirit::Value& params,
-                             std::int64_t timeout_seconds, json_spirit::Value& result) {
+Outcome Agent_Requests::call(const Identity& who, const std::string& host_uuid, const std::string& method,
+                             const json_spirit::Value& params, std::int64_t timeout_seconds,
+                             json_spirit::Value& result) {
   const std::int64_t seconds =
       timeout_seconds == 0 ? call_default_seconds : std::min(timeout_seconds, call_largest_seconds);
-  const JSON_RPC_Answer answer = agents_.call(host_uuid, method, params, std::chrono::seconds(seconds));
+  JSON_RPC_Answer answer;
+  if (Outcome outcome = gate_.call(who, host_uuid, method, params, std::chrono::seconds(seconds), nullptr, answer);
+      !outcome.ok())
+    return outcome;
   if (!answer.ok) return refusal_of(answer);
   result = answer.result;
   return {};

@@ -16,8 +16,6 @@ constexpr unsigned workers_per_agent = 8;
 constexpr unsigned forwards_at_once = workers_per_agent - 2;
 constexpr std::int64_t forward_default_seconds = 60;
 constexpr std::int64_t forward_largest_seconds = 3600;
-// What only this server may ask of an agent: another agent's request must not start jobs or set accounts.
-constexpr const char* server_method_prefixes[] = {"agent.", "backint.", "database.", "instance.", "job."};
 
 JSON_RPC_Answer success(json_spirit::Value result) { return {true, std::move(result), 0, {}}; }
 
@@ -31,11 +29,6 @@ JSON_RPC_Answer refuse(const Outcome& outcome) {
 
 JSON_RPC_Answer store_failed() {
   return refuse(JSON_RPC_E_INTERNAL, "the server's database cannot be read or written now; see the server's log");
-}
-
-bool is_server_method(const std::string& method) {
-  return std::any_of(std::begin(server_method_prefixes), std::end(server_method_prefixes),
-                     [&](const char* prefix) { return method.starts_with(prefix); });
 }
 
 }  // namespace
@@ -187,9 +180,6 @@ JSON_RPC_Answer Agent_Service::forward(Agent_Connection& connection, const json_
   reader.text("method", method, Need::required);
   reader.number("timeout", seconds);
   if (Outcome outcome = reader.finish_known(); !outcome.ok()) return refuse(outcome);
-  if (is_server_method(method))
-    return refuse(JSON_RPC_E_INVALID_PARAMS,
-                  "the method \"" + method + "\" is the server's alone; an agent may not ask it of another");
   if (!registry_.is_connected(host_uuid)) return unreachable(host_uuid);
   const Agent_Connection::Forward_Slot slot(connection, forwards_at_once);
   if (!slot.taken())
@@ -197,8 +187,12 @@ JSON_RPC_Answer Agent_Service::forward(Agent_Connection& connection, const json_
                                          " answers of other agents already; ask again when one has come");
   const json_spirit::Value* forwarded = params.find("params");
   const std::chrono::seconds timeout(std::clamp<std::int64_t>(seconds, 1, forward_largest_seconds));
-  return registry_.call(host_uuid, method, forwarded == nullptr ? json_spirit::Value() : *forwarded, timeout,
-                        &connection.forwards());
+  const Identity who{role_agent, connection.host_uuid()};
+  JSON_RPC_Answer answer;
+  const Outcome outcome =
+      stores_.gate.call(who, host_uuid, method, forwarded == nullptr ? json_spirit::Value() : *forwarded, timeout,
+                        &connection.forwards(), answer);
+  return outcome.ok() ? answer : refuse(outcome);
 }
 
 JSON_RPC_Answer Agent_Service::unreachable(const std::string& host_uuid) {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "backupd/activity_store.h"
+#include "backupd/agent_gate.h"
 #include "backupd/agent_registry.h"
 #include "backupd/definition_store.h"
 #include "backupd/resource_store.h"
@@ -24,6 +25,7 @@ class Agent_Service {
     Sweeper& sweeper;
     Run_Starter& starter;
     Setup_Keeper& setups;
+    Agent_Gate& gate;
   };
 
   Agent_Service(Stores stores, Agent_Registry& registry) : stores_(stores), registry_(registry) {}

@@ -103,6 +103,20 @@ bool Resource_Store::hosts_of(const std::string& uuid, std::vector<std::string>&
   });
 }
 
+bool Resource_Store::share_system(const std::string& host_uuid, const std::string& other_host_uuid,
+                                  const std::string& sid, bool& shared) {
+  return database_.read([&](Sql_Session& session) {
+    for (const Sql_Row& row : session.query("SELECT theirs.extended_attrs FROM instances AS theirs, instances AS ours "
+                                            "WHERE theirs.resource_uuid = ours.resource_uuid "
+                                            "AND ours.host_uuid = :a AND theirs.host_uuid = :b",
+                                            {host_uuid, other_host_uuid}, 1)) {
+      std::string found;
+      json_spirit::object_get(stored_object(row.text(0)), "sid", found);
+      shared = shared || sid.empty() || found == sid;
+    }
+  });
+}
+
 Outcome Resource_Store::address(json_spirit::Object& definition, const std::string& host_uuid) {
   std::string own_host;
   json_spirit::object_get(definition, "host_uuid", own_host);

@@ -36,6 +36,9 @@ class Resource_Store {
 
   /// The hosts of a resource's instances, in the record's order; none when there is no such resource.
   [[nodiscard]] bool hosts_of(const std::string& uuid, std::vector<std::string>& hosts);
+  /// Whether two hosts have instances of one resource, and of the system `sid` where that is not empty.
+  [[nodiscard]] bool share_system(const std::string& host_uuid, const std::string& other_host_uuid,
+                                  const std::string& sid, bool& shared);
   /// Makes a job definition one for the agent of `host_uuid`.
   [[nodiscard]] Outcome address(json_spirit::Object& definition, const std::string& host_uuid);
 

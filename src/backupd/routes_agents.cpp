@@ -36,11 +36,20 @@ Reply post_call(Server_Core& core, const Request& request) {
   reader.allow("params");
   if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
   const json_spirit::Value* params = request.body.find("params");
-  if (Outcome outcome = core.requests.call(request.parameters.at(0), method,
+  if (Outcome outcome = core.requests.call(request.identity, request.parameters.at(0), method,
                                            params == nullptr ? json_spirit::Value() : *params, timeout, result);
       !outcome.ok())
     return outcome;
   return result;
+}
+
+Reply get_audit(Server_Core& core, const Request& request) {
+  List_Query query;
+  List_Page page;
+  if (Outcome outcome = read_list_query(request, {{"id", "id"}}, query); !outcome.ok()) return outcome;
+  query.where_given("host_uuid", request.parameter("host_uuid"));
+  if (!core.audit.list(query, page)) return store_unavailable();
+  return page;
 }
 
 Reply post_sweep(Server_Core& core, const Request& request) {
@@ -73,10 +82,17 @@ void add_agent_routes(Router& router, Server_Core& core) {
               {}});
   router.add({"POST",
               prefix + "/agents/<host uuid>/call",
-              role_operator,
+              reader_roles,
               {},
               Body::json,
               [&core](Request& request) { return post_call(core, request); },
+              {}});
+  router.add({"GET",
+              prefix + "/audit",
+              reader_roles,
+              with_list_keys({"host_uuid"}),
+              Body::none,
+              [&core](Request& request) { return get_audit(core, request); },
               {}});
   router.add({"POST",
               prefix + "/retention/sweep",

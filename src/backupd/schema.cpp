@@ -123,6 +123,11 @@ const std::vector<Step>& steps() {
           "ALTER TABLE backint_jobs ADD COLUMN touched BIGINT NOT NULL DEFAULT 0",
           "CREATE INDEX backint_jobs_open ON backint_jobs (touched) WHERE taken = 0 AND job_act_id = ''",
       },
+      {
+          // Who asked for what on which host; see audit_store.h.
+          "CREATE TABLE audit (id BIGINT NOT NULL PRIMARY KEY, host_uuid TEXT NOT NULL, document TEXT NOT NULL)",
+          "CREATE INDEX audit_by_host ON audit (host_uuid, id)",
+      },
   };
   return all;
 }

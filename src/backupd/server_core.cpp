@@ -16,12 +16,14 @@ Server_Core::Server_Core(Database& database, Options wanted)
       definitions(database, pools),
       activities(database),
       sweeper(database, pools, storage, options.own_host_uuid),
+      audit(database),
+      gate(resources, audit, agents),
       ondemand_queue(database),
       starter(definitions, activities, resources, agents, ondemand_queue, sweeper),
       setups(database, definitions, resources, agents),
-      agent_service({resources, definitions, activities, sweeper, starter, setups}, agents),
+      agent_service({resources, definitions, activities, sweeper, starter, setups, gate}, agents),
       dispatch({definitions, activities, resources, agents, starter}),
-      requests(resources, sets, backint, agents),
+      requests(resources, sets, backint, agents, gate),
       handler_(router_, keys, [this](net::Web_Socket& socket, const std::string& host_uuid) {
         agent_service.serve(socket, host_uuid);
       }) {

@@ -3,10 +3,12 @@
 #include <string>
 
 #include "backupd/activity_store.h"
+#include "backupd/agent_gate.h"
 #include "backupd/agent_registry.h"
 #include "backupd/agent_requests.h"
 #include "backupd/agent_service.h"
 #include "backupd/alert_store.h"
+#include "backupd/audit_store.h"
 #include "backupd/backint_store.h"
 #include "backupd/catalog_views.h"
 #include "backupd/database.h"
@@ -56,6 +58,8 @@ class Server_Core {
   Pool_Storage storage;
   Sweeper sweeper;
   Agent_Registry agents;
+  Audit_Store audit;
+  Agent_Gate gate;
   Ondemand_Queue ondemand_queue;
   Run_Starter starter;
   Setup_Keeper setups;

@@ -130,20 +130,23 @@ bool call_agent(Server_Client& server, const Resource& resource, const char* met
 
 bool list_databases(Server_Client& server, const Resource& resource, std::vector<json_spirit::Object>& databases,
                     Failure& failure) {
-  const json_spirit::Object params{{"type", resource.type}, {"name", resource.name}};
+  const json_spirit::Object params{{"uid", ""}, {"instance", resource.name}};
   Failure first;
   for (const std::string& host_uuid : resource.host_uuids()) {
     Resource asked = resource;
     asked.host_uuid = host_uuid;
     json_spirit::Object result;
-    if (call_agent(server, asked, "database.list", params, result, failure)) {
+    if (call_agent(server, asked, "hana.database.list", params, result, failure)) {
       databases = object_rows(result, "databases");
       return true;
     }
     if (first.message.empty()) first = failure;
-    if (failure.exit_code != exit_unreachable) break;
+    if (failure.exit_code == exit_refused) break;
   }
   failure = first;  // of the host that was meant
+  if (failure.code == "invalid")
+    failure.message += "; the instance must run, and an account is needed (dorsal3 logon " + resource.name +
+                       " --user USER); a database can also be named: " + resource.name + "/DATABASE";
   return false;
 }
 

@@ -44,8 +44,9 @@ struct Backup_Subject {
 [[nodiscard]] bool call_agent(Server_Client& server, const Resource& resource, const char* method,
                               const json_spirit::Object& params, json_spirit::Object& result, Failure& failure);
 
-/// The databases of the resource's instance, each {"name", "active", "description"}. Where the agent of one host is
-/// away, that of the next one is asked.
+/// The databases of the resource's instance as HANA lists them, each {"name", "owner", "os_user", "os_group", "active",
+/// "log_backup_mode"}. Where one host cannot tell, because its agent is away or its instance is down, the next one is
+/// asked.
 [[nodiscard]] bool list_databases(Server_Client& server, const Resource& resource,
                                   std::vector<json_spirit::Object>& databases, Failure& failure);
 

@@ -64,6 +64,12 @@ bool Server_Client::get(const std::string& path, json_spirit::Object& answer, Fa
 
 bool Server_Client::post(const std::string& path, const json_spirit::Object& body, json_spirit::Object& answer,
                          Failure& failure, std::chrono::seconds timeout) {
+  json_spirit::Value value;
+  return post_for_value(path, body, value, failure, timeout) && take_object(value, answer, failure);
+}
+
+bool Server_Client::post_for_value(const std::string& path, const json_spirit::Object& body, json_spirit::Value& answer,
+                                   Failure& failure, std::chrono::seconds timeout) {
   net::Http_Request ask;
   ask.method = "POST";
   ask.target = api_prefix + path;
@@ -98,6 +104,12 @@ bool Server_Client::get_page(const std::string& path, std::vector<json_spirit::O
 
 bool Server_Client::request(net::Http_Request& ask, json_spirit::Object& answer, Failure& failure,
                             std::chrono::seconds timeout) {
+  json_spirit::Value value;
+  return request(ask, value, failure, timeout) && take_object(value, answer, failure);
+}
+
+bool Server_Client::request(net::Http_Request& ask, json_spirit::Value& answer, Failure& failure,
+                            std::chrono::seconds timeout) {
   ask.headers.set_bearer(configuration_.key);
   ask.headers.set("Accept", "application/json");
   net::Http_Response response;
@@ -106,15 +118,18 @@ bool Server_Client::request(net::Http_Request& ask, json_spirit::Object& answer,
     failure = failure_of(response);
     return false;
   }
-  json_spirit::Value body;
   std::string error;
-  if (!json_spirit::load_json(response.body, body, &error) || !body.is_object()) {
-    failure = {
-        exit_protocol, "protocol",
-        "the answer of " + configuration_.server_url + " is no JSON object" + (error.empty() ? "" : ": " + error)};
+  if (json_spirit::load_json(response.body, answer, &error)) return true;
+  failure = {exit_protocol, "protocol", "the answer of " + configuration_.server_url + " is no JSON: " + error};
+  return false;
+}
+
+bool Server_Client::take_object(json_spirit::Value& value, json_spirit::Object& answer, Failure& failure) const {
+  if (!value.is_object()) {
+    failure = {exit_protocol, "protocol", "the answer of " + configuration_.server_url + " is no JSON object"};
     return false;
   }
-  answer = std::move(body.get_obj());
+  answer = std::move(value.get_obj());
   return true;
 }
 

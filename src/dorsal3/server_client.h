@@ -23,6 +23,9 @@ class Server_Client {
   [[nodiscard]] bool get(const std::string& path, json_spirit::Object& answer, Failure& failure);
   [[nodiscard]] bool post(const std::string& path, const json_spirit::Object& body, json_spirit::Object& answer,
                           Failure& failure, std::chrono::seconds timeout = default_timeout);
+  /// The same for an answer that may be any JSON value.
+  [[nodiscard]] bool post_for_value(const std::string& path, const json_spirit::Object& body,
+                                    json_spirit::Value& answer, Failure& failure, std::chrono::seconds timeout);
   /// The rows of a list answer.
   [[nodiscard]] bool get_rows(const std::string& path, std::vector<json_spirit::Object>& rows, Failure& failure);
   /// The same, with the number of rows that the server has in all.
@@ -32,10 +35,14 @@ class Server_Client {
   static constexpr std::chrono::seconds default_timeout{60};
   /// For requests during which an agent works.
   static constexpr std::chrono::seconds agent_timeout{300};
+  /// Starting and stopping an instance, which backupd gives an hour.
+  static constexpr std::chrono::seconds control_timeout{3600 + 60};
   static constexpr std::chrono::hours verify_timeout{24};
 
  private:
   bool request(net::Http_Request& request, json_spirit::Object& answer, Failure& failure, std::chrono::seconds timeout);
+  bool request(net::Http_Request& request, json_spirit::Value& answer, Failure& failure, std::chrono::seconds timeout);
+  bool take_object(json_spirit::Value& value, json_spirit::Object& answer, Failure& failure) const;
   bool send(const net::Http_Request& request, net::Http_Response& response, Failure& failure,
             std::chrono::seconds timeout);
 

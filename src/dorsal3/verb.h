@@ -38,10 +38,14 @@ class Verb {
   virtual void print(const json_spirit::Object& model, std::ostream& out) const = 0;
 };
 
+[[nodiscard]] std::unique_ptr<Verb> make_audit_verb();
 [[nodiscard]] std::unique_ptr<Verb> make_backup_verb();
 [[nodiscard]] std::unique_ptr<Verb> make_check_verb();
+[[nodiscard]] std::unique_ptr<Verb> make_databases_verb();
 [[nodiscard]] std::unique_ptr<Verb> make_discover_verb();
 [[nodiscard]] std::unique_ptr<Verb> make_info_verb();
+[[nodiscard]] std::unique_ptr<Verb> make_instance_verb();
+[[nodiscard]] std::unique_ptr<Verb> make_instances_verb();
 [[nodiscard]] std::unique_ptr<Verb> make_jobs_verb();
 [[nodiscard]] std::unique_ptr<Verb> make_logon_verb();
 [[nodiscard]] std::unique_ptr<Verb> make_pools_verb();

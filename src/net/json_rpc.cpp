@@ -54,6 +54,11 @@ JSON_RPC_Message read_request(const Object& object, bool has_id, const Value& me
       return refuse(std::move(message), JSON_RPC_E_INVALID_REQUEST, "\"params\" is neither an object nor an array");
     message.params = *params;
   }
+  if (const Value* requester = object.find("requester")) {
+    if (!requester->is_object())
+      return refuse(std::move(message), JSON_RPC_E_INVALID_REQUEST, "\"requester\" is not an object");
+    message.requester = *requester;
+  }
   message.kind = has_id ? JSON_RPC_Message::request : JSON_RPC_Message::notification;
   return message;
 }
@@ -87,12 +92,14 @@ JSON_RPC_Message JSON_RPC_Message::parse(std::string_view text) {
   }
 }
 
-std::string json_rpc_request_text(const Value& id, std::string_view method, const Value& params) {
+std::string json_rpc_request_text(const Value& id, std::string_view method, const Value& params,
+                                  const Value& requester) {
   Object message{{"jsonrpc", protocol_version}};
   // A request without an id is a notification.
   if (!id.is_null()) message["id"] = id;
   message["method"] = method;
   if (!params.is_null()) message["params"] = params;
+  if (!requester.is_null()) message["requester"] = requester;
   return json_spirit::dump_json(std::move(message));
 }
 

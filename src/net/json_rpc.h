@@ -24,6 +24,7 @@ struct JSON_RPC_Message {
   json_spirit::Value id;
   std::string method;
   json_spirit::Value params;
+  json_spirit::Value requester;  ///< of a request that is handed on: who made it, as an object; else null
   json_spirit::Value result_value;
   int error_code = 0;
   std::string error_message;
@@ -33,8 +34,11 @@ struct JSON_RPC_Message {
   [[nodiscard]] static JSON_RPC_Message parse(std::string_view text);
 };
 
+/// `requester`, when it is not null, says in whose name the request is made: a member of ours beside those of the
+/// standard, which who does not know it passes over.
 [[nodiscard]] std::string json_rpc_request_text(const json_spirit::Value& id, std::string_view method,
-                                                const json_spirit::Value& params);
+                                                const json_spirit::Value& params,
+                                                const json_spirit::Value& requester = {});
 [[nodiscard]] std::string json_rpc_result_text(const json_spirit::Value& id, const json_spirit::Value& result);
 [[nodiscard]] std::string json_rpc_error_text(const json_spirit::Value& id, int code, std::string_view message,
                                               const json_spirit::Value& data = {});

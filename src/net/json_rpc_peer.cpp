@@ -15,8 +15,6 @@ using json_spirit::Value;
 
 namespace {
 
-/// Requests that wait for a worker; more are refused, so that a flood of them cannot fill the memory.
-constexpr std::size_t waiting_limit = 1000;
 constexpr const char* not_connected = "there is no connection to the other side";
 
 JSON_RPC_Answer failure(int code, std::string message) {
@@ -42,18 +40,27 @@ struct JSON_RPC_Peer::Impl {
     }
   };
 
+  /// Requests in the order in which they came, and what wakes the workers that take them.
+  struct Lane {
+    std::condition_variable work;
+    std::deque<JSON_RPC_Message> requests;  ///< guarded by the peer's mutex
+  };
+
   net::Web_Socket& socket;
-  Handler handler;
+  const Message_Handler handler;
+  const Side_Lane side_lane;
+  Lane main_requests;
+  Lane side_requests;
   std::mutex mutex;
-  std::condition_variable work;
   std::map<std::int64_t, std::shared_ptr<Open_Call>> calls;  // guarded by mutex, as all below
-  std::deque<JSON_RPC_Message> requests;
   std::int64_t next_id = 1;
   bool ended = false;
   std::vector<std::thread> workers;  ///< changed by constructor and finish only
 
-  Impl(net::Web_Socket& a_socket, Handler a_handler, unsigned count) : socket(a_socket), handler(std::move(a_handler)) {
-    for (unsigned i = 0; i < count; ++i) workers.emplace_back([this] { run_requests(); });
+  Impl(net::Web_Socket& a_socket, Message_Handler a_handler, unsigned count, Side_Lane a_lane)
+      : socket(a_socket), handler(std::move(a_handler)), side_lane(std::move(a_lane)) {
+    for (unsigned i = 0; i < count; ++i) workers.emplace_back([this] { run_requests(main_requests); });
+    for (unsigned i = 0; i < side_lane.workers; ++i) workers.emplace_back([this] { run_requests(side_requests); });
   }
 
   void send(const std::string& text) {
@@ -81,11 +88,12 @@ struct JSON_RPC_Peer::Impl {
   }
 
   void queue(JSON_RPC_Message message) {
+    Lane& lane = side_lane.workers > 0 && side_lane.takes(message) ? side_requests : main_requests;
     {
       const std::lock_guard lock(mutex);
-      if (requests.size() < waiting_limit) {
-        requests.push_back(std::move(message));
-        work.notify_one();
+      if (lane.requests.size() < waiting_limit) {
+        lane.requests.push_back(std::move(message));
+        lane.work.notify_one();
         return;
       }
     }
@@ -104,15 +112,15 @@ struct JSON_RPC_Peer::Impl {
     calls.erase(found);
   }
 
-  void run_requests() {
+  void run_requests(Lane& lane) {
     for (;;) {
       JSON_RPC_Message request;
       {
         std::unique_lock lock(mutex);
-        work.wait(lock, [this] { return ended || !requests.empty(); });
+        lane.work.wait(lock, [this, &lane] { return ended || !lane.requests.empty(); });
         if (ended) return;
-        request = std::move(requests.front());
-        requests.pop_front();
+        request = std::move(lane.requests.front());
+        lane.requests.pop_front();
       }
       answer(request);
     }
@@ -121,7 +129,7 @@ struct JSON_RPC_Peer::Impl {
   void answer(const JSON_RPC_Message& request) {
     JSON_RPC_Answer answer;
     try {
-      answer = handler(request.method, request.params);
+      answer = handler(request);
     } catch (const std::exception& caught) {
       D3_ERROR("JSON-RPC method %C failed: %C\n", platform::cut_for_log(request.method).c_str(), caught.what());
       answer = failure(JSON_RPC_E_INTERNAL, caught.what());
@@ -139,7 +147,8 @@ struct JSON_RPC_Peer::Impl {
       for (const auto& [id, call] : calls)
         call->take(failure(JSON_RPC_E_NOT_CONNECTED, "the connection ended before the answer"));
       calls.clear();
-      work.notify_all();
+      main_requests.work.notify_all();
+      side_requests.work.notify_all();
     }
     for (std::thread& worker : workers) worker.join();
     workers.clear();
@@ -179,7 +188,15 @@ void JSON_RPC_Call_Group::leave(platform::Wait_Event& wake) {
 }
 
 JSON_RPC_Peer::JSON_RPC_Peer(net::Web_Socket& socket, Handler handler, unsigned workers)
-    : impl_(std::make_unique<Impl>(socket, std::move(handler), workers)) {}
+    : JSON_RPC_Peer(
+          socket,
+          [handler = std::move(handler)](const JSON_RPC_Message& message) {
+            return handler(message.method, message.params);
+          },
+          workers, Side_Lane{}) {}
+
+JSON_RPC_Peer::JSON_RPC_Peer(net::Web_Socket& socket, Message_Handler handler, unsigned workers, Side_Lane side_lane)
+    : impl_(std::make_unique<Impl>(socket, std::move(handler), workers, std::move(side_lane))) {}
 
 JSON_RPC_Peer::~JSON_RPC_Peer() {
   close();
@@ -195,14 +212,14 @@ void JSON_RPC_Peer::serve(const std::function<void()>& closed) {
 }
 
 JSON_RPC_Answer JSON_RPC_Peer::call(const std::string& method, const Value& params, std::chrono::nanoseconds timeout,
-                                    JSON_RPC_Call_Group* group) {
+                                    JSON_RPC_Call_Group* group, const Value& requester) {
   std::int64_t id = 0;
   const std::shared_ptr<Impl::Open_Call> call = impl_->open_call(id);
   if (!call) return failure(JSON_RPC_E_NOT_CONNECTED, not_connected);
   const JSON_RPC_Answer given_up = failure(JSON_RPC_E_NOT_CONNECTED, "the call was given up");
   if (group != nullptr && !group->enter(call->wake)) return impl_->end_call(id, *call, given_up);
   net::Net_Error error;
-  const bool sent = impl_->socket.send(json_rpc_request_text(id, method, params), error);
+  const bool sent = impl_->socket.send(json_rpc_request_text(id, method, params, requester), error);
   const bool woken = sent && platform::Clock::current().wait_for(call->wake, timeout);
   if (group != nullptr) group->leave(call->wake);
   if (!sent)

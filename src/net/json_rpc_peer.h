@@ -44,16 +44,30 @@ class JSON_RPC_Peer {
   /// Runs one request and returns its answer; called on a worker thread, several at once.
   using Handler = std::function<JSON_RPC_Answer(const std::string& method, const json_spirit::Value& params)>;
 
+  /// The same for one that wants to see more of the message: what it returns for a notification is dropped.
+  using Message_Handler = std::function<JSON_RPC_Answer(const JSON_RPC_Message& message)>;
+
+  /// Requests that wait for workers of their own, apart from all others: what may take long must not hold up the rest.
+  struct Side_Lane {
+    std::function<bool(const JSON_RPC_Message& message)> takes = {};  ///< called on the reader's thread, must not block
+    unsigned workers = 0;
+  };
+
   JSON_RPC_Peer(net::Web_Socket& socket, Handler handler, unsigned workers = 4);
+  JSON_RPC_Peer(net::Web_Socket& socket, Message_Handler handler, unsigned workers, Side_Lane side_lane);
   ~JSON_RPC_Peer();
   JSON_RPC_Peer(const JSON_RPC_Peer&) = delete;
   JSON_RPC_Peer& operator=(const JSON_RPC_Peer&) = delete;
+
+  /// Requests of one lane that wait for a worker; more are refused, so that a flood of them cannot fill the memory.
+  static constexpr std::size_t waiting_limit = 1000;
 
   /// Reads until the socket closes, calls `closed`, which must not block, then answers every open call with
   /// JSON_RPC_E_NOT_CONNECTED and waits for the workers.
   void serve(const std::function<void()>& closed = {});
   [[nodiscard]] JSON_RPC_Answer call(const std::string& method, const json_spirit::Value& params,
-                                     std::chrono::nanoseconds timeout, JSON_RPC_Call_Group* group = nullptr);
+                                     std::chrono::nanoseconds timeout, JSON_RPC_Call_Group* group = nullptr,
+                                     const json_spirit::Value& requester = {});
   void notify(const std::string& method, const json_spirit::Value& params);
   void close();
 

@@ -1,13 +1,12 @@
 #include "agentd/instance_service.h"
 
-#include "agentd/database_list.h"
+#include "agentd/system_id.h"
 #include "module_fixture.h"
 
 using namespace agentd;
 
 namespace {
 
-constexpr const char* list_path = "/usr/sap/PRD/SYS/global/hdb/mdc/databases.lst";
 const json_spirit::Object subject{{"type", "testing"}, {"name", "PRD_HDB00"}};
 
 class Instance_Service_Test : public Module_Fixture {
@@ -76,49 +75,32 @@ TEST_F(Instance_Service_Test, Checks_Name_What_Is_Missing) {
   const std::string before = text(service.check(subject));
   EXPECT_NE(before.find("hdbbackint is missing"), std::string::npos) << before;
   EXPECT_NE(before.find(R"({"name":"state","ok":true,"message":"the instance runs"})"), std::string::npos) << before;
-  EXPECT_NE(before.find("databases.lst cannot be read: No such file"), std::string::npos) << before;
+  EXPECT_NE(before.find(R"({"name":"databases","ok":true,"message":"SYSTEMDB, TN1"})"), std::string::npos) << before;
   EXPECT_NE(before.find("no account is stored"), std::string::npos) << before;
   EXPECT_NE(before.find(R"({"name":"backint link","ok":true,)"), std::string::npos) << before;
   EXPECT_EQ(log.claim_containing("No account is stored"), 1U);
 
   root.write("/opt/tarvex/dorsal3/bin/hdbbackint", "x", 0755);
-  root.write(list_path, "TN1::::::hana01:30044:yes\n");
   ASSERT_TRUE(manager.set_account("testing", "PRD_HDB00", "", "BACKUP", secure_string("good")));
   const std::string after = text(service.check(subject));
   EXPECT_EQ(after.find("\"ok\":false"), std::string::npos) << after;
-  EXPECT_NE(after.find("SYSTEMDB, TN1"), std::string::npos) << after;
   EXPECT_EQ(after.find("good\""), std::string::npos) << "the password is in the answer: " << after;
 }
 
-TEST_F(Instance_Service_Test, Databases_Come_From_The_List_Of_The_System) {
-  ASSERT_TRUE(service.probe().ok);
-  root.write(list_path,
-             "# DATABASE:CONTAINER:USER:GROUP:USERID:GROUPID:HOST:SQLPORT:ACTIVE\n\nshort:line\n"
-             "TN1::::::hana01:30044:yes\r\nTN2::::::hana01:30047:no\n::::::hana01:30047:no\n");
-  EXPECT_EQ(text(service.databases(subject)),
-            R"({"databases":[{"name":"SYSTEMDB","active":true,"description":"system database"},)"
-            R"({"name":"TN1","active":true,"description":"tenant database"},)"
-            R"({"name":"TN2","active":false,"description":"tenant database"}]})");
+TEST_F(Instance_Service_Test, Tells_When_The_Databases_Cannot_Be_Listed) {
+  auto instance = std::make_shared<Instance>();
+  instance->type = "testing";
+  instance->name = "SILENT";
+  ASSERT_TRUE(manager.store({{"SILENT", instance}}));
+  const std::string checks = text(service.check({{"type", "testing"}, {"name", "SILENT"}}));
+  EXPECT_NE(checks.find("the databases cannot be listed: the module gave no answer to hana.database.list"),
+            std::string::npos)
+      << checks;
+  EXPECT_EQ(log.claim_containing("No account is stored"), 1U);
 }
 
-TEST_F(Instance_Service_Test, A_System_Without_Tenants_Is_One_Database) {
-  Instance instance;
-  instance.name = "PRD_HDB00";
-  instance.options = {{"sid", "PRD"}, {"multi_container", false}};
-  std::vector<Listed_Database> databases;
-  std::string error;
-  ASSERT_TRUE(list_databases(instance, false, databases, error));
-  ASSERT_EQ(databases.size(), 1U);
-  EXPECT_EQ(databases[0].name, "PRD");
-  EXPECT_FALSE(databases[0].active);
-}
-
-TEST_F(Instance_Service_Test, A_System_Id_Cannot_Lead_To_Another_Folder) {
-  Instance instance;
-  for (const char* sid : {"../", "a/b", "PR", "PRDX", "prd"}) {
-    instance.options = {{"sid", sid}, {"multi_container", true}};
-    std::vector<Listed_Database> databases;
-    std::string error;
-    EXPECT_FALSE(list_databases(instance, true, databases, error)) << sid;
-  }
+TEST(System_Id, Cannot_Lead_To_Another_Folder) {
+  EXPECT_TRUE(is_sid("PRD"));
+  EXPECT_TRUE(is_sid("A1B"));
+  for (const char* sid : {"", "../", "a/b", "PR", "PRDX", "prd"}) EXPECT_FALSE(is_sid(sid)) << sid;
 }

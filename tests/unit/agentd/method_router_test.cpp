@@ -32,10 +32,30 @@ class Told_Handler : public JSON_RPC_Handler {
   Action action_;
 };
 
+JSON_RPC_Message message(const std::string& method, json_spirit::Value params = {}, const char* role = nullptr) {
+  JSON_RPC_Message made;
+  made.kind = JSON_RPC_Message::request;
+  made.id = 1;
+  made.method = method;
+  made.params = std::move(params);
+  if (role != nullptr) made.requester = json_spirit::Object{{"role", role}};
+  return made;
+}
+
 JSON_RPC_Answer call(Told_Handler::Action action) {
   Told_Handler handler(std::move(action));
-  return call_handler(handler, "hana.list.instances", nullptr, std::chrono::seconds(10));
+  return call_handler(handler, message("hana.instance.list"), std::chrono::seconds(10));
 }
+
+json_spirit::Object control(const char* action) {
+  return {{"sid", "PRD"}, {"instance_name", "HDB00"}, {"action", action}};
+}
+
+/// With the module of the tests loaded.
+class Module_Requests_Test : public Method_Router_Test {
+ protected:
+  Module_Requests_Test() { EXPECT_TRUE(modules.load({"testing"})); }
+};
 
 }  // namespace
 
@@ -101,7 +121,7 @@ TEST(Handler_Call, Passes_On_What_The_Handler_Sends) {
     return channel->send(response);
   });
   ASSERT_TRUE(answer.ok) << answer.message;
-  EXPECT_EQ(answer.result.get_str(), "hana.list.instances");
+  EXPECT_EQ(answer.result.get_str(), "hana.instance.list");
 }
 
 TEST(Handler_Call, Waits_For_An_Answer_From_Another_Thread) {
@@ -115,8 +135,109 @@ TEST(Handler_Call, Waits_For_An_Answer_From_Another_Thread) {
   EXPECT_EQ(answer.message, "Invalid params");
 }
 
-TEST(Handler_Call, A_Handler_That_Does_Not_Answer_Is_Given_Up) {
+TEST(Handler_Call, Keeps_The_First_Answer_And_The_Data_Of_An_Error) {
+  const JSON_RPC_Answer answer = call([](const auto& channel, const JSON_RPC_Request& request) {
+    EXPECT_EQ(channel->send_error(-32603, request.id(), "first", json_spirit::Object{{"a", 1}}), 0);
+    EXPECT_EQ(channel->send(std::make_shared<JSON_RPC_Response>(request)), -1);
+    return 0;
+  });
+  EXPECT_EQ(answer.message, "first");
+  EXPECT_EQ(json_spirit::dump_json(answer.result), R"({"a":1})");
+}
+
+TEST(Handler_Call, Answers_At_Once_For_A_Handler_That_Lets_The_Request_Go) {
   support::Virtual_Clock clock;
-  EXPECT_EQ(call([](const auto&, const auto&) { return -1; }).code, JSON_RPC_E_INTERNAL);
-  EXPECT_EQ(call([](const auto&, const auto&) { return 0; }).code, JSON_RPC_E_TIMEOUT);
+  for (const int result : {-1, 0}) {
+    const JSON_RPC_Answer answer = call([result](const auto&, const auto&) { return result; });
+    EXPECT_EQ(answer.code, JSON_RPC_E_INTERNAL);
+    EXPECT_EQ(answer.message,
+              "the module gave no answer to hana.instance.list; is the instance known on this host? Run discover");
+  }
+  EXPECT_TRUE(clock.sleeps().empty());
+}
+
+/// Keeps what it is handed and never answers.
+class Hoarder : public JSON_RPC_Handler {
+ public:
+  int handle_object(std::weak_ptr<JSON_RPC_Channel>, std::shared_ptr<JSON_RPC_Object> object) override {
+    kept = std::move(object);
+    return 0;
+  }
+  std::shared_ptr<JSON_RPC_Object> kept;
+};
+
+TEST(Handler_Call, A_Handler_That_Keeps_The_Request_Is_Given_Up) {
+  support::Virtual_Clock clock;
+  Hoarder handler;
+  EXPECT_EQ(call_handler(handler, message("m"), std::chrono::seconds(10)).code, JSON_RPC_E_TIMEOUT);
+}
+
+TEST(Handler_Call, A_Notification_Stays_One_And_Its_Answer_Is_Dropped) {
+  Told_Handler handler([](const auto& channel, const JSON_RPC_Request& request) {
+    EXPECT_EQ(request.kind(), JSON_RPC_Object::KIND_NOTIFICATION);
+    EXPECT_EQ(channel->send(std::make_shared<JSON_RPC_Response>(request)), 0);
+    EXPECT_EQ(channel->send_error(-32603, request.id(), "no"), 0);
+    return 0;
+  });
+  JSON_RPC_Message notification = message("m");
+  notification.kind = JSON_RPC_Message::notification;
+  notification.id = nullptr;
+  EXPECT_FALSE(call_handler(handler, notification, std::chrono::seconds(10)).ok);
+}
+
+TEST_F(Module_Requests_Test, Reach_The_Handler_That_Serves_The_Method) {
+  const JSON_RPC_Answer list =
+      router.call(message("hana.database.list", json_spirit::Object{{"instance", "I"}}, "viewer"));
+  ASSERT_TRUE(list.ok) << list.message;
+  EXPECT_EQ(list.result.get_obj().find("instance")->get_str(), "I");
+  const JSON_RPC_Answer state = router.call(message("hana.instance.control", control("state"), "agent"));
+  EXPECT_EQ(json_spirit::dump_json(state.result), R"({"action":"state"})");
+  EXPECT_EQ(router.call(message("hana.file.download", json_spirit::Object(), "agent")).code,
+            JSON_RPC_E_METHOD_NOT_FOUND)
+      << "the module of the tests has no such handler";
+  for (const char* old : {"hana.list.instances", "hana.list.databases", "database.list"})
+    EXPECT_EQ(router.call(message(old, nullptr, "operator")).code, JSON_RPC_E_METHOD_NOT_FOUND) << old;
+}
+
+TEST_F(Module_Requests_Test, Are_Refused_To_Who_May_Not_Ask) {
+  const struct {
+    const char* method;
+    json_spirit::Value params;
+    const char* role;
+  } rows[] = {{"hana.instance.control", control("stop"), "viewer"},
+              {"hana.instance.control", control("start"), "viewer"},
+              {"hana.instance.control", control("State"), "viewer"},
+              {"hana.instance.control", nullptr, "viewer"},
+              {"hana.instance.control", control("state"), nullptr},
+              {"hana.instance.control", control("state"), "root"},
+              {"hana.database.list", json_spirit::Object{{"instance", "I"}}, nullptr}};
+  for (const auto& row : rows) {
+    const JSON_RPC_Answer answer = router.call(message(row.method, row.params, row.role));
+    EXPECT_EQ(answer.code, JSON_RPC_E_INVALID_PARAMS) << row.method;
+    EXPECT_EQ(answer.message, std::string("this requester may not ask for ") + row.method);
+  }
+  EXPECT_TRUE(log.has("Refused hana.instance.control to a requester who may not ask for it\n"));
+}
+
+TEST_F(Module_Requests_Test, Actions_Leave_Room_For_States_And_Lists) {
+  std::vector<std::future<bool>> running;
+  std::atomic<unsigned> refused{0};
+  for (unsigned i = 0; i < Method_Router::slow_at_once; ++i)
+    running.push_back(std::async(std::launch::async, [&] {
+      return router.call(message("hana.instance.control", control("restart"), "operator")).ok;
+    }));
+  // A further action is refused once all of them are at work; asking for one that ends at once does no harm.
+  while (router.call(message("hana.instance.control", control("stop"), "operator")).ok) std::this_thread::yield();
+  EXPECT_TRUE(router.call(message("hana.instance.control", control("state"), "viewer")).ok);
+  EXPECT_TRUE(router.call(message("hana.database.list", json_spirit::Object{{"instance", "I"}}, "viewer")).ok);
+  ASSERT_EQ(call_module("test_module_release_stop"), 1);
+  for (std::future<bool>& one : running) EXPECT_TRUE(one.get());
+  static_assert(Method_Router::slow_at_once < Method_Router::module_workers);
+}
+
+TEST_F(Module_Requests_Test, Have_Workers_Of_Their_Own) {
+  for (const char* method : {"hana.instance.list", "hana.database.list", "hana.instance.control", "hana.file.download"})
+    EXPECT_TRUE(Method_Router::is_for_modules(message(method))) << method;
+  for (const char* method : {"job.start", "instance.probe", "hana", ""})
+    EXPECT_FALSE(Method_Router::is_for_modules(message(method))) << method;
 }

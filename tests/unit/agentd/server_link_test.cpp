@@ -61,10 +61,10 @@ class Server_Link_Test : public ::testing::Test {
   Agent_Configuration configuration;
   platform::Wait_Event connected;
   Server_Link link{configuration,
-                   [](const std::string& method, const json_spirit::Value&) {
+                   [](const JSON_RPC_Message& message) {
                      JSON_RPC_Answer answer;
                      answer.ok = true;
-                     answer.result = "agent did " + method;
+                     answer.result = "agent did " + message.method;
                      return answer;
                    },
                    [this] { connected.set(); }};

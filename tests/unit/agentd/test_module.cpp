@@ -122,6 +122,40 @@ class Handler : public Instance_Handler, Counted {
   }
 };
 
+int respond(const std::weak_ptr<JSON_RPC_Channel>& channel, const std::shared_ptr<JSON_RPC_Object>& object,
+            json_spirit::Object result) {
+  const auto response = std::make_shared<JSON_RPC_Response>(dynamic_cast<const JSON_RPC_Request&>(*object));
+  response->result = std::move(result);
+  const auto requester = channel.lock();
+  return requester == nullptr ? -1 : requester->send(response);
+}
+
+/// Lists two databases of every instance but "SILENT", for which it gives no answer.
+class Lister : public JSON_RPC_Handler, Counted {
+ public:
+  int handle_object(std::weak_ptr<JSON_RPC_Channel> channel, std::shared_ptr<JSON_RPC_Object> object) override {
+    const json_spirit::Value& params = dynamic_cast<const JSON_RPC_Request&>(*object).params();
+    const std::string name = json_spirit::object_require<std::string>(params.get_obj(), "instance");
+    if (name == "SILENT") return 0;
+    return respond(channel, object,
+                   {{"instance", name},
+                    {"databases", json_spirit::Array{json_spirit::Object{{"name", "SYSTEMDB"}, {"active", true}},
+                                                     json_spirit::Object{{"name", "TN1"}, {"active", false}}}}});
+  }
+};
+
+/// Tells the action; a restart takes until the test lets it go.
+class Control : public JSON_RPC_Handler, Counted {
+ public:
+  int handle_object(std::weak_ptr<JSON_RPC_Channel> channel, std::shared_ptr<JSON_RPC_Object> object) override {
+    const json_spirit::Value& params = dynamic_cast<const JSON_RPC_Request&>(*object).params();
+    const std::string action = json_spirit::object_require<std::string>(params.get_obj(), "action");
+    while (action == "restart" && !stop_released.is_set())
+      platform::Clock::current().sleep_for(std::chrono::milliseconds(5));
+    return respond(channel, object, {{"action", action}});
+  }
+};
+
 template <typename Object>
 void gobble(void* object) {
   delete static_cast<Object*>(object);
@@ -144,6 +178,12 @@ EXPORTED Job_Creator* _make_HANA_Job_Creator(module_factories::Gobble* gobble) {
 }
 EXPORTED Instance_Handler* _make_HANA_Instance_Handler(module_factories::Gobble* gobble) {
   return make<Instance_Handler, Handler>(gobble);
+}
+EXPORTED JSON_RPC_Handler* _make_JSON_RPC_HANA_List_Handler(module_factories::Gobble* gobble) {
+  return make<JSON_RPC_Handler, Lister>(gobble);
+}
+EXPORTED JSON_RPC_Handler* _make_JSON_RPC_HANA_Instance_Control_Handler(module_factories::Gobble* gobble) {
+  return make<JSON_RPC_Handler, Control>(gobble);
 }
 EXPORTED Parser_Creator* _make_HANA_Backup_Job_Source_Parser_Creator(module_factories::Gobble* gobble) {
   return make<Parser_Creator, Object_Creator_Impl_T<Parser_Creator, Default_Backup_Job_Source_Parser>>(gobble);

@@ -14,6 +14,14 @@ std::string to(const std::string& host, const std::string& more = "", const std:
   return R"({"host_uuid":")" + host + R"(","method":")" + name + R"(","params":{"action":"state"})" + more + "}";
 }
 
+/// Both hosts have an instance of one system.
+struct One_System : Memory_Server {
+  One_System() {
+    add_instance(host_a);
+    add_instance(host_b);
+  }
+};
+
 /// A request that stays unanswered until it is let go.
 class Held_Request {
  public:
@@ -32,7 +40,7 @@ class Held_Request {
 };
 
 TEST(Agent_Forward, Tells_An_Unknown_Host_From_One_That_Is_Away) {
-  Memory_Server server;
+  One_System server;
   Fake_Agent asking(server, server.agent_key, obedient);
   ASSERT_TRUE(asking.hello(host_a).ok);
   {
@@ -49,7 +57,7 @@ TEST(Agent_Forward, Tells_An_Unknown_Host_From_One_That_Is_Away) {
 }
 
 TEST(Agent_Forward, Hands_An_Error_On_As_It_Is) {
-  Memory_Server server;
+  One_System server;
   Fake_Agent asking(server, server.agent_key, obedient);
   Fake_Agent asked(server, server.other_agent_key, [](const std::string&, const json_spirit::Value&) {
     return JSON_RPC_Answer{false, json_spirit::Object{{"state", 2}}, -32050, "the instance is away"};
@@ -63,7 +71,7 @@ TEST(Agent_Forward, Hands_An_Error_On_As_It_Is) {
 }
 
 TEST(Agent_Forward, Lets_An_Agent_Ask_Itself) {
-  Memory_Server server;
+  One_System server;
   Fake_Agent agent(server, server.agent_key,
                    [](const std::string& name, const json_spirit::Value&) { return good("did " + name); });
   ASSERT_TRUE(agent.hello(host_a).ok);
@@ -79,7 +87,7 @@ TEST(Agent_Forward, Waits_As_Long_As_It_Is_Asked_To_Within_Its_Bounds) {
        {Row{"", std::chrono::seconds(60)}, Row{R"(,"timeout":7)", std::chrono::seconds(7)},
         Row{R"(,"timeout":3600)", std::chrono::seconds(3600)},
         Row{R"(,"timeout":99999999)", std::chrono::seconds(3600)}, Row{R"(,"timeout":0)", std::chrono::seconds(1)}}) {
-    Memory_Server server;
+    One_System server;
     Held_Request held;
     Fake_Agent asking(server, server.agent_key, obedient);
     Fake_Agent asked(server, server.other_agent_key,
@@ -90,14 +98,14 @@ TEST(Agent_Forward, Waits_As_Long_As_It_Is_Asked_To_Within_Its_Bounds) {
     EXPECT_EQ(answer.code, JSON_RPC_E_TIMEOUT) << row.timeout << ": " << answer.message;
     held.let_go();
   }
-  Memory_Server server;
+  One_System server;
   Fake_Agent asking(server, server.agent_key, obedient);
   for (const char* wrong : {R"(,"timeout":-1)", R"(,"timeout":"60")"})
     EXPECT_EQ(asking.call("agent.forward", to(host_b, wrong)).code, JSON_RPC_E_INVALID_PARAMS) << wrong;
 }
 
 TEST(Agent_Forward, Answers_At_Once_When_The_Called_Agent_Goes_Away) {
-  Memory_Server server;
+  One_System server;
   Held_Request held;
   Fake_Agent asking(server, server.agent_key, obedient);
   Fake_Agent asked(server, server.other_agent_key,
@@ -115,7 +123,7 @@ TEST(Agent_Forward, Answers_At_Once_When_The_Called_Agent_Goes_Away) {
 }
 
 TEST(Agent_Forward, Gives_Calls_Up_When_The_Agent_That_Asked_Goes_Away) {
-  Memory_Server server;
+  One_System server;
   Held_Request held;
   Fake_Agent asked(server, server.other_agent_key, [&](const std::string& name, const json_spirit::Value&) {
     return name == method ? held() : good("free");
@@ -135,13 +143,13 @@ TEST(Agent_Forward, Gives_Calls_Up_When_The_Agent_That_Asked_Goes_Away) {
   while (server.core->agents.is_connected(host_a)) std::this_thread::yield();
   Fake_Agent again(server, server.agent_key, obedient);
   ASSERT_TRUE(again.hello(host_a).ok);
-  EXPECT_EQ(again.call("agent.forward", to(host_b, "", "hana.list.instances")).result.get_str(), "free");
+  EXPECT_EQ(again.call("agent.forward", to(host_b, "", "hana.instance.list")).result.get_str(), "free");
   held.let_go();
 }
 
 TEST(Agent_Forward, Lets_Two_Agents_Ask_Each_Other_At_The_Same_Moment) {
   constexpr int each = 4;
-  Memory_Server server;
+  One_System server;
   // Nobody answers before every request has arrived: all of them are under way at once.
   std::latch all_arrived(2 * each);
   const auto answers = [&](const std::string&, const json_spirit::Value&) {
@@ -161,7 +169,7 @@ TEST(Agent_Forward, Lets_Two_Agents_Ask_Each_Other_At_The_Same_Moment) {
 }
 
 TEST(Agent_Forward, Lets_An_Agent_Ask_Back_While_It_Is_Asked) {
-  Memory_Server server;
+  One_System server;
   Fake_Agent a(server, server.agent_key, [](const std::string&, const json_spirit::Value&) { return good("from a"); });
   Fake_Agent* asked = nullptr;
   Fake_Agent b(server, server.other_agent_key,
@@ -176,7 +184,7 @@ TEST(Agent_Forward, Lets_An_Agent_Ask_Back_While_It_Is_Asked) {
 
 TEST(Agent_Forward, Keeps_The_Way_Free_For_Reports_While_An_Agent_Waits_For_Others) {
   constexpr int most = 6;
-  Memory_Server server;
+  One_System server;
   std::latch arrived(most);
   std::promise<void> release;
   const std::shared_future<void> released = release.get_future().share();

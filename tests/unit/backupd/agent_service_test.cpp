@@ -131,12 +131,14 @@ TEST(Agent_Service, Replaces_The_Socket_Of_An_Agent_That_Comes_Again) {
   ASSERT_TRUE(second.hello(host_a).ok);
   first.wait_closed();
   const Answer answer =
-      server.request("POST", std::string("/agents/") + host_a + "/call", R"({"method":"database.list"})");
+      server.request("POST", std::string("/agents/") + host_a + "/call", R"({"method":"instance.state"})");
   EXPECT_EQ(answer.text, "\"second\"");
 }
 
 TEST(Agent_Service, Forwards_Between_Agents) {
   Memory_Server server;
+  server.add_instance(host_a);
+  server.add_instance(host_b);
   Fake_Agent asking(server, server.agent_key, obedient);
   Fake_Agent asked(server, server.other_agent_key, [](const std::string& method, const json_spirit::Value& params) {
     if (method == "hana.instance.control") return good(json_spirit::Object{{"got", params}});
@@ -159,7 +161,7 @@ TEST(Agent_Service, Forwards_No_Method_That_Is_The_Servers_Alone) {
   Fake_Agent asking(server, server.agent_key, obedient);
   Fake_Agent asked(server, server.other_agent_key, obedient);
   ASSERT_TRUE(asked.hello(host_b).ok);
-  for (const char* method : {"job.start", "job.stop", "instance.logon", "database.list", "backint.verify", "agent.x"})
+  for (const char* method : {"job.start", "job.stop", "instance.logon", "hana.other", "backint.verify", "agent.x"})
     EXPECT_EQ(
         asking.call("agent.forward", std::string(R"({"host_uuid":")") + host_b + R"(","method":")" + method + "\"}")
             .code,

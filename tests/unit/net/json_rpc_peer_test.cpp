@@ -199,4 +199,43 @@ TEST_F(Json_Rpc_Peer, A_Flood_Of_Requests_Is_Refused_And_Not_Kept) {
   release->set();
 }
 
+TEST_F(Json_Rpc_Peer, Shows_The_Handler_The_Whole_Message) {
+  peer = std::make_unique<JSON_RPC_Peer>(
+      *line.first,
+      [](const JSON_RPC_Message& message) {
+        return good(Object{{"kind", static_cast<int>(message.kind)}, {"requester", message.requester}});
+      },
+      1, JSON_RPC_Peer::Side_Lane{});
+  reader = std::thread([this] { peer->serve(); });
+  say(R"({"jsonrpc":"2.0","method":"n"})");
+  say(R"({"jsonrpc":"2.0","id":1,"method":"m","requester":{"role":"viewer"}})");
+  EXPECT_EQ(next(), R"({"jsonrpc":"2.0","id":1,"result":{"kind":1,"requester":{"role":"viewer"}}})");
+}
+
+TEST_F(Json_Rpc_Peer, Says_In_Whose_Name_It_Asks) {
+  start({});
+  std::thread caller([&] { (void)peer->call("m", Object(), patience, nullptr, Object{{"role", "agent"}}); });
+  EXPECT_EQ(next(), R"({"jsonrpc":"2.0","id":1,"method":"m","params":{},"requester":{"role":"agent"}})");
+  say(R"({"jsonrpc":"2.0","id":1,"result":1})");
+  caller.join();
+}
+
+TEST_F(Json_Rpc_Peer, A_Side_Lane_Holds_Up_Nobody_Else) {
+  platform::Wait_Event release;
+  peer = std::make_unique<JSON_RPC_Peer>(
+      *line.first,
+      [&](const JSON_RPC_Message& message) {
+        if (message.method == "side") (void)release.wait_real(patience);
+        return good(message.method);
+      },
+      1, JSON_RPC_Peer::Side_Lane{[](const JSON_RPC_Message& message) { return message.method == "side"; }, 1});
+  reader = std::thread([this] { peer->serve(); });
+  for (int i = 1; i <= 3; ++i) say(R"({"jsonrpc":"2.0","id":)" + std::to_string(i) + R"(,"method":"side"})");
+  say(R"({"jsonrpc":"2.0","id":4,"method":"main"})");
+  EXPECT_EQ(next(), R"({"jsonrpc":"2.0","id":4,"result":"main"})");
+  release.set();
+  for (int i = 1; i <= 3; ++i)
+    EXPECT_EQ(next(), R"({"jsonrpc":"2.0","id":)" + std::to_string(i) + R"(,"result":"side"})") << "in their order";
+}
+
 }  // namespace

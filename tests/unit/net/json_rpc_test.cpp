@@ -57,6 +57,15 @@ TEST(Json_Rpc_Message, Refuses_With_The_Fitting_Code) {
   }
 }
 
+TEST(Json_Rpc_Message, Carries_Who_Asks) {
+  const JSON_RPC_Message message =
+      JSON_RPC_Message::parse(R"({"jsonrpc":"2.0","id":1,"method":"m","requester":{"role":"viewer"}})");
+  EXPECT_EQ(message.requester, Value(Object{{"role", "viewer"}}));
+  EXPECT_TRUE(JSON_RPC_Message::parse(R"({"jsonrpc":"2.0","id":1,"method":"m"})").requester.is_null());
+  EXPECT_EQ(JSON_RPC_Message::parse(R"({"jsonrpc":"2.0","id":1,"method":"m","requester":"viewer"})").error_code,
+            JSON_RPC_E_INVALID_REQUEST);
+}
+
 TEST(Json_Rpc_Message, Keeps_The_Id_Of_A_Refused_Request) {
   EXPECT_EQ(JSON_RPC_Message::parse(R"({"jsonrpc":"2.0","id":7,"method":"m","params":1})").id, Value(7));
 }

@@ -1,0 +1,58 @@
+#include "records/request_rights.h"
+
+#include <algorithm>
+#include <array>
+
+namespace {
+
+constexpr const char* control_method = "hana.instance.control";
+constexpr const char* download_method = "hana.file.download";
+constexpr std::array<const char*, 4> module_methods{"hana.instance.list", "hana.database.list", control_method,
+                                                    download_method};
+
+constexpr const char* role_words[] = {"", "viewer", "operator", "agent"};
+
+bool asks_for_state(const json_spirit::Value& params) {
+  std::string action;
+  return params.is_object() && json_spirit::object_get(params.get_obj(), "action", action) && action == "state";
+}
+
+}  // namespace
+
+json_spirit::Value Requester::to_json() const {
+  json_spirit::Object value{{"role", role_words[role]}};
+  if (!host_uuid.empty()) value["host_uuid"] = host_uuid;
+  return value;
+}
+
+Requester Requester::from_json(const json_spirit::Value& value) {
+  Requester requester;
+  std::string word;
+  if (!value.is_object() || !json_spirit::object_get(value.get_obj(), "role", word)) return requester;
+  for (const Role role : {viewer, oper, agent})
+    if (word == role_words[role]) requester.role = role;
+  json_spirit::object_get(value.get_obj(), "host_uuid", requester.host_uuid);
+  return requester;
+}
+
+bool is_module_method(const std::string& method) {
+  return std::find(module_methods.begin(), module_methods.end(), method) != module_methods.end();
+}
+
+bool is_control_action(const std::string& method, const json_spirit::Value& params) {
+  return method == download_method || (method == control_method && !asks_for_state(params));
+}
+
+bool may_ask(Requester::Role role, const std::string& method, const json_spirit::Value& params) {
+  if (!is_module_method(method)) return false;
+  switch (role) {
+    case Requester::viewer:
+      return !is_control_action(method, params);
+    case Requester::oper:
+      return method != download_method;
+    case Requester::agent:
+      return true;
+    default:
+      return false;
+  }
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+
+#include "json/value.h"
+
+// Who may ask what of an agent's module: backupd looks before it hands a request on, and the agent before it runs it.
+// docs/backupd-api.md has the same as a table.
+
+/// In whose name a request reaches an agent; the "requester" of the request's JSON-RPC message.
+struct Requester {
+  enum Role { nobody, viewer, oper, agent };
+  Role role = nobody;
+  std::string host_uuid;  ///< of an agent
+
+  /// {"role": "viewer" | "operator" | "agent", "host_uuid"?}
+  [[nodiscard]] json_spirit::Value to_json() const;
+  /// Whoever the value does not name is nobody.
+  [[nodiscard]] static Requester from_json(const json_spirit::Value& value);
+};
+
+/// Whether a method belongs to a module's handler, so that the rights below are asked.
+[[nodiscard]] bool is_module_method(const std::string& method);
+
+/// Whether the request changes something on the host: starts or stops an instance, or leaves a file.
+[[nodiscard]] bool is_control_action(const std::string& method, const json_spirit::Value& params);
+
+/// A viewer may see lists and states, an operator may start and stop instances too, an agent may do all of that and
+/// leave the description of a restore. Of an agent only hosts of its own systems may be asked: that is backupd's to
+/// know.
+[[nodiscard]] bool may_ask(Requester::Role role, const std::string& method, const json_spirit::Value& params);
