@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <utility>
 
 #include "backupd/setup_store.h"
 
@@ -27,16 +28,31 @@ Ondemand_Entry read_entry(const Sql_Row& row) {
 
 Sql_Values of(const Ondemand_Database& database) { return {database.host_uuid, database.sid, database.name}; }
 
+/// Whether HANA has backed up again what the record stands for: it took the first backup for failed, which nobody will
+/// record then. hdbbackint may die after the last object was stored and before HANA has its answer.
+bool was_begun_again(Sql_Session& session, const Ondemand_Database& database, const std::string& job_uuid) {
+  Sql_Values values = of(database);
+  values.emplace_back(job_uuid);
+  return session
+      .first(
+          "SELECT g.id FROM backint_files f JOIN backint_files g ON g.sid = f.sid AND g.database_name = "
+          "f.database_name AND g.origin_path = f.origin_path AND g.id > f.id WHERE g.host_uuid = :a AND f.sid = :b AND "
+          "f.database_name = :c AND f.job_uuid = :d AND g.job_uuid <> f.job_uuid LIMIT 1",
+          values, 1)
+      .has_value();
+}
+
 /// Whether an entry of the database keeps the later ones back.
 bool is_held_back(Sql_Session& session, const Ondemand_Database& database) {
   Sql_Values values = of(database);
   values.emplace_back(Ondemand_Entry::tries_in_order);
-  return session
-      .first(
-          "SELECT id FROM ondemand_runs WHERE host_uuid = :a AND sid = :b AND database_name = :c AND hold = 0 "
-          "AND tries < :d LIMIT 1",
-          values, 1)
-      .has_value();
+  const Sql_Rows rows = session.query(
+      "SELECT job_uuid, tries FROM ondemand_runs WHERE host_uuid = :a AND sid = :b AND database_name = :c AND hold = 0 "
+      "AND tries < :d",
+      values, 2);
+  return std::any_of(rows.begin(), rows.end(), [&](const Sql_Row& row) {
+    return row.number(1) == 0 || !was_begun_again(session, database, row.text(0));
+  });
 }
 
 /// The oldest entry that was kept back is free, when nothing keeps it back any more.
@@ -97,12 +113,13 @@ void add_ondemand_run(Sql_Session& session, const std::string& job_uuid) {
   json_spirit::object_get(stored_object(job->text(3)), "extended_attrs", attributes);
   json_spirit::object_get(attributes, definition_key, definition);
   const Ondemand_Database database{job->text(0), job->text(1), job->text(2)};
-  const std::int64_t hold = is_held_back(session, database) ? Ondemand_Entry::behind : Ondemand_Entry::free;
   session.execute(
       "INSERT INTO ondemand_runs (id, job_uuid, def_id, host_uuid, sid, database_name, tries, due, run_id, hold, "
       "message) VALUES (:a, :b, :c, :d, :e, :f, 0, 0, '', :g, '')",
       {session.next_number("ondemand_run"), job_uuid, definition, database.host_uuid, database.sid, database.name,
-       hold});
+       Ondemand_Entry::behind});
+  // Its turn, or that of an earlier one, for which it may have shown that nothing keeps it back.
+  release_next(session, database);
 }
 
 void remove_ondemand_run(Sql_Session& session, const std::string& job_uuid) {
@@ -137,8 +154,13 @@ std::vector<Ondemand_Entry> ondemand_runs_due(Sql_Session& session, std::int64_t
   // A date that was set back must not make a pause longer.
   for (const Sql_Row& row : session.query(waiting + "> :a", {now + ondemand_longest_pause_seconds}, entry_column_count))
     entries.push_back(read_entry(row));
-  // Sorted here: asked for its order, the database would walk the whole table.
-  std::sort(entries.begin(), entries.end(), [](const auto& left, const auto& right) { return left.id < right.id; });
+  // Sorted here: asked for its order, the database would walk the whole table. Those out of order, which may never be
+  // recorded, take no turn of the others.
+  const auto place = [](const Ondemand_Entry& entry) {
+    return std::pair(entry.tries >= Ondemand_Entry::tries_in_order, entry.id);
+  };
+  std::sort(entries.begin(), entries.end(),
+            [&](const auto& left, const auto& right) { return place(left) < place(right); });
   return entries;
 }
 

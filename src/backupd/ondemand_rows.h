@@ -29,6 +29,7 @@ struct Ondemand_Entry {
   };
   /// A backup that was tried so often does not hold back the later ones of its database any more: it may never be
   /// recorded, and HANA cannot be recovered over logs that nobody knows.
+  /// One that HANA has begun again since, as it took the first for failed, holds nothing back after its first try.
   static constexpr std::int64_t tries_in_order = 7;
 
   std::int64_t id = 0;

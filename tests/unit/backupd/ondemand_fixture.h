@@ -57,23 +57,31 @@ class Ondemand_Fixture : public ::testing::Test {
     const std::string attributes = "\"extended_attrs\":{";
     return body.insert(body.find(attributes) + attributes.size(), "\"job_definition_uuid\":\"" + definition + "\",");
   }
+  /// HANA gives each log a name of its own.
+  static std::string object_of(int number) { return "log_backup_2_0_" + std::to_string(number); }
   Answer store(int number, long backup_id, const char* last = ",\"last\":true", const std::string& database = "TN1") {
+    return store(number, backup_id, last, database, object_of(number));
+  }
+  Answer store(int number, long backup_id, const char* last, const std::string& database, const std::string& object) {
     return server.agent(
         "POST", "/backint/jobs/" + uuid_of(number) + "/files",
-        R"({"files":[)" + file_json("e-" + std::to_string(number), "pipe_0", backup_id, database) + "]" + last + "}");
+        R"({"files":[)" + file_json("e-" + std::to_string(number), object, backup_id, database) + "]" + last + "}");
   }
   /// HANA has backed up by itself, and all of it is stored.
-  void back_up(int number, const std::string& database = "TN1") {
+  void back_up(int number, const std::string& database = "TN1") { back_up(number, database, object_of(number)); }
+  void back_up(int number, const std::string& database, const std::string& object) {
     const long backup_id = 1000 + number;
     const Answer job = server.agent("POST", "/backint/on-demand-jobs", ondemand(number, backup_id, database));
     ASSERT_EQ(job.status, 201U) << job.text;
-    const Answer files = store(number, backup_id, ",\"last\":true", database);
+    const Answer files = store(number, backup_id, ",\"last\":true", database, object);
     ASSERT_EQ(files.status, 201U) << files.text;
   }
   void commit(int number, const std::string& run, const std::string& database = "TN1") {
-    const Answer set = server.agent("POST", "/sets",
-                                    set_json(uuid_of(500 + number), "e-" + std::to_string(number), "log",
-                                             "2026-01-01 10:00:00", 1000 + number, run, database));
+    std::string body = set_json(uuid_of(500 + number), "e-" + std::to_string(number), "log", "2026-01-01 10:00:00",
+                                1000 + number, run, database);
+    for (std::size_t at = 0; (at = body.find("pipe_0", at)) != std::string::npos;)
+      body.replace(at, std::string("pipe_0").size(), object_of(number));
+    const Answer set = server.agent("POST", "/sets", body);
     EXPECT_EQ(set.status, 201U) << set.text;
   }
   void report(const std::string& run, int state) {

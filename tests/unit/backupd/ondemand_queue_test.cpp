@@ -131,6 +131,70 @@ TEST_F(Ondemand_Queue_Test, Backup_That_Is_Never_Recorded_Lets_The_Later_Ones_Pa
   EXPECT_EQ(run(2).job, uuid_of(2));
 }
 
+TEST_F(Ondemand_Queue_Test, Backup_That_HANA_Has_Begun_Again_Holds_Nothing_Back_After_Its_First_Try) {
+  come();
+  back_up(1);
+  const Started first = run(1);
+  back_up(2);
+  back_up(3, "TN1", object_of(1));
+  EXPECT_EQ(runs_after_a_look(), 1U) << "the first may still be recorded";
+  fail(first, 1);
+  const Started second = run(2);
+  EXPECT_EQ(second.job, uuid_of(2));
+  commit(2, second.run);
+  report(second.run, completed);
+  EXPECT_EQ(run(3).job, uuid_of(3));
+  pass(minute);
+  EXPECT_EQ(runs_after_a_look(), 3U) << "one at a time";
+  fail(run(3), 1);
+  EXPECT_EQ(run(4).job, uuid_of(1)) << "it is tried as before";
+}
+
+TEST_F(Ondemand_Queue_Test, Backup_Lets_The_Later_Ones_Pass_When_HANA_Begins_It_Again) {
+  come();
+  back_up(1);
+  const Started first = run(1);
+  back_up(2);
+  fail(first, 1);
+  EXPECT_EQ(runs_after_a_look(), 1U);
+  back_up(3, "TN1", object_of(1));
+  EXPECT_EQ(run(2).job, uuid_of(2)) << "in order";
+}
+
+TEST_F(Ondemand_Queue_Test, Same_Log_Of_Another_Database_Or_Host_Is_Another_One) {
+  come();
+  back_up(1);
+  const Started first = run(1);
+  back_up(2);
+  back_up(3, "TN2", object_of(1));
+  EXPECT_EQ(run(2).job, uuid_of(3));
+  fail(first, 1);
+  EXPECT_EQ(runs_after_a_look(), 2U);
+}
+
+TEST_F(Ondemand_Queue_Test, Backups_Out_Of_Order_Take_No_Turn_Of_The_Others_When_All_Is_Drained) {
+  come();
+  back_up(1);
+  const Started first = run(1);
+  ASSERT_TRUE(server.database.write([&](backupd::Sql_Session& session) {
+    session.execute("UPDATE ondemand_runs SET tries = :a WHERE job_uuid = :b",
+                    {backupd::Ondemand_Entry::tries_in_order - 1, uuid_of(1)});
+    return true;
+  }));
+  back_up(2);
+  back_up(3);
+  fail(first, backupd::Ondemand_Entry::tries_in_order);
+  const Started second = run(2);
+  const auto drain = [&] {
+    const std::string body = std::string(R"({"host_uuid":")") + host_a + R"(","sid":"HDB","database":"TN1"})";
+    EXPECT_EQ(server.agent("POST", "/backint/ondemand-runs/drain", body).status, 200U);
+  };
+  drain();
+  commit(2, second.run);
+  report(second.run, completed);
+  EXPECT_EQ(run(3).job, uuid_of(3));
+}
+
 TEST_F(Ondemand_Queue_Test, Host_Has_So_Many_Runs_At_Once_And_No_More) {
   const int databases = static_cast<int>(Ondemand_Queue::runs_at_once) + 1;
   for (int i = 1; i <= databases; ++i) back_up(i, "TN" + std::to_string(i));
