@@ -14,6 +14,7 @@ void add_backint_routes(Router& router, Server_Core& core);   ///< Backint job a
 void add_catalog_routes(Router& router, Server_Core& core);   ///< sets, views, alerts
 void add_job_routes(Router& router, Server_Core& core);       ///< definitions, runs
 void add_agent_routes(Router& router, Server_Core& core);     ///< what is asked of agents, sweep
+void add_restore_routes(Router& router, Server_Core& core);   ///< plans of restores
 void add_stream_routes(Router& router, Server_Core& core);    ///< objects of pools
 
 /// The answer for a store that could not be read.

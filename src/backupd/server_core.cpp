@@ -16,6 +16,8 @@ Server_Core::Server_Core(Database& database, Options wanted)
       definitions(database, pools),
       activities(database),
       sweeper(database, pools, storage, options.own_host_uuid),
+      inspector(pools, storage, agents, options.own_host_uuid),
+      restore_planning(database, resources, pools, agents, inspector),
       audit(database),
       gate(resources, audit, agents),
       ondemand_queue(database),
@@ -32,6 +34,7 @@ Server_Core::Server_Core(Database& database, Options wanted)
   add_catalog_routes(router_, *this);
   add_job_routes(router_, *this);
   add_agent_routes(router_, *this);
+  add_restore_routes(router_, *this);
   add_stream_routes(router_, *this);
 }
 

@@ -16,10 +16,12 @@
 #include "backupd/job_dispatch.h"
 #include "backupd/key_store.h"
 #include "backupd/ondemand_queue.h"
+#include "backupd/pool_inspector.h"
 #include "backupd/pool_storage.h"
 #include "backupd/pool_store.h"
 #include "backupd/resource_store.h"
 #include "backupd/rest_handler.h"
+#include "backupd/restore_planning.h"
 #include "backupd/router.h"
 #include "backupd/run_starter.h"
 #include "backupd/set_store.h"
@@ -58,6 +60,8 @@ class Server_Core {
   Pool_Storage storage;
   Sweeper sweeper;
   Agent_Registry agents;
+  Pool_Inspector inspector;
+  Restore_Planning restore_planning;
   Audit_Store audit;
   Agent_Gate gate;
   Ondemand_Queue ondemand_queue;

@@ -115,6 +115,7 @@ TEST(Rest_Handler, Lets_A_Viewer_Change_Nothing) {
   for (const backupd::Route& route : server.core->router().routes()) {
     // What a viewer may ask of an agent is the gate's to say: see agent_gate_test.cpp.
     const bool question = route.method == "GET" || route.pattern == "/q5/r/v2/catalog/<module>/<view>" ||
+                          route.pattern == "/q5/r/v2/restore/plan" ||
                           route.pattern == "/q5/r/v2/agents/<host uuid>/call";
     if (!question) {
       EXPECT_EQ(route.roles & backupd::role_viewer, 0U) << route.method << " " << route.pattern;

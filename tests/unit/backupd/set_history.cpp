@@ -4,7 +4,6 @@
 
 #include "scrt/time_text.h"
 #include "scrt/uuid.h"
-#include "unit/backupd/memory_server.h"
 
 namespace backupd_test {
 
@@ -21,17 +20,17 @@ std::time_t seconds_of(const std::string& clock) {
   return time;
 }
 
-json_spirit::Array objects_of(const Set_Line& line, long id) {
+json_spirit::Array objects_of(const Set_Line& line) {
   json_spirit::Array files;
   for (const std::string& name : line.files)
-    files.emplace_back(json_spirit::Object{
-        {"filename", name},
-        {"origin_path", "/usr/sap/HDB/SYS/global/hdb/backint/DB_" + line.database + "/" + name},
-        {"storage_path", std::string(host_a) + "/land/" + line.database + "/" + std::to_string(id) + "/" + name},
-        {"extern_backup_id", "ebid-" + line.name + "-" + name},
-        {"source_type", "PIPE"},
-        {"size", object_bytes},
-        {"storage_size", stored_bytes}});
+    files.emplace_back(
+        json_spirit::Object{{"filename", name},
+                            {"origin_path", "/usr/sap/HDB/SYS/global/hdb/backint/DB_" + line.database + "/" + name},
+                            {"storage_path", stored_path(line, name)},
+                            {"extern_backup_id", "ebid-" + line.name + "-" + name},
+                            {"source_type", "PIPE"},
+                            {"size", object_bytes},
+                            {"storage_size", stored_bytes}});
   return files;
 }
 
@@ -63,26 +62,30 @@ json_spirit::Object set_document(const Set_Line& line) {
           {"pool_uuid", pool_uuid},
           {"source_size", object_bytes * count},
           {"total_size", stored_bytes * count},
-          {"files", objects_of(line, id)},
+          {"files", objects_of(line)},
           {"storages", json_spirit::Array{json_spirit::Object{{"pool_uuid", pool_uuid},
                                                               {"upstream_pool_uuid", json_spirit::Value()},
                                                               {"state", state},
                                                               {"size", stored_bytes * count}}}}};
 }
 
-void insert_sets(backupd::Database& database, const std::vector<Set_Line>& lines) {
+std::string stored_path(const Set_Line& line, const std::string& file) {
+  return std::string(host_a) + "/land/" + line.database + "/" + std::to_string(backup_id_at(line.begin)) + "/" + file;
+}
+
+void insert_sets(backupd::Database& database, const std::vector<Set_Line>& lines, const std::string& resource) {
   EXPECT_TRUE(database.write([&](backupd::Sql_Session& session) {
     for (const Set_Line& line : lines) {
       const std::int64_t number = session.next_number("set");
       json_spirit::Object set = set_document(line);
       set["id"] = number;
+      set["resource_uuid"] = resource;
       session.execute(
           "INSERT INTO sets (id, uuid, module, type, resource_uuid, database_name, database_backup_id, job_id, "
           "job_act_id, lifeline, start_time, source_size, total_size, document) "
           "VALUES (:a, :b, 'hana', :c, :d, :e, :f, '', '', :g, :h, 0, 0, :i)",
-          {number, uuid_named(line.name), line.type, std::string(resource_uuid), line.database,
-           std::int64_t{backup_id_at(line.begin)}, uuid_named(line.lifeline), time_at(line.begin, module_shift_seconds),
-           json_spirit::dump_json(set)});
+          {number, uuid_named(line.name), line.type, resource, line.database, std::int64_t{backup_id_at(line.begin)},
+           uuid_named(line.lifeline), time_at(line.begin, module_shift_seconds), json_spirit::dump_json(set)});
     }
     return true;
   }));

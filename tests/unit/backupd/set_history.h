@@ -5,6 +5,7 @@
 
 #include "backupd/database.h"
 #include "json/value.h"
+#include "unit/backupd/memory_server.h"
 
 namespace backupd_test {
 
@@ -30,7 +31,10 @@ struct Set_Line {
 /// The record as backupd keeps it. Each object has 1000 bytes, 400 on the pool.
 [[nodiscard]] json_spirit::Object set_document(const Set_Line& line);
 /// Puts the sets into the table, in this order.
-void insert_sets(backupd::Database& database, const std::vector<Set_Line>& lines);
+void insert_sets(backupd::Database& database, const std::vector<Set_Line>& lines,
+                 const std::string& resource = backupd_test::resource_uuid);
+/// Where an object of the set lies within its pool.
+[[nodiscard]] std::string stored_path(const Set_Line& line, const std::string& file);
 
 /// "log_backup_<volume>_0_<first>_<last>"
 [[nodiscard]] std::string log_name(int volume, int first, int last);
