@@ -6,6 +6,7 @@
 #include "agentd/installation_check.h"
 #include "agentd/job_table.h"
 #include "agentd/landscape.h"
+#include "agentd/log_backup_status.h"
 #include "platform/files.h"
 #include "platform/log.h"
 #include "platform/product_paths.h"
@@ -151,6 +152,9 @@ JSON_RPC_Answer Instance_Service::check(const json_spirit::Object& params) {
   checks.emplace_back(check_state(subject));
   checks.emplace_back(check_databases(subject));
   checks.emplace_back(check_account(subject));
+  std::string state;
+  (void)subject.handler->get_state(subject.name.c_str(), state);
+  checks.emplace_back(check_log_backup(*subject.instance, state == state_open));
   return result_answer({{"checks", std::move(checks)}});
 }
 

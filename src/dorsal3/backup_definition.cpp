@@ -56,4 +56,30 @@ json_spirit::Object backup_definition(const Backup_Request& request) {
   return definition;
 }
 
+std::string log_backup_entry(const Resource& resource, const std::string& database) {
+  const std::string entry = resource.type + "/" + path_segment(instance_name(resource));
+  return database.empty() ? entry : entry + "/" + path_segment(database);
+}
+
+json_spirit::Object log_backup_definition(const Log_Backup_Request& request) {
+  const Resource& resource = request.resource;
+  const std::string entry = log_backup_entry(resource, request.database);
+  const std::string what = request.database.empty() ? resource.name : resource.name + "/" + request.database;
+  return {{"id", uuid_v5(resource.uuid, "log backup of " + entry + " on " + resource.host_uuid)},
+          {"name", what + " logs on " + request.host_name + " to " + text_member(request.pool, "name")},
+          {"type", "backup"},
+          {"subtype", "log"},
+          {"module", resource.type},
+          {"host_uuid", resource.host_uuid},
+          {"uid", ""},
+          {"source",
+           json_spirit::Object{{"id", resource.uuid}, {"name", resource.name}, {"entries", json_spirit::Array{entry}}}},
+          {"options",
+           json_spirit::Object{{"compression", request.compression}, {"compression_level", request.compression_level}}},
+          {"target", json_spirit::Object{{"pool_uuid", text_member(request.pool, "uuid")}}},
+          {"max_seconds_retry", default_max_seconds_retry},
+          {"resumption_buffer_size", default_resumption_buffer_bytes},
+          {"write_to_history", true}};
+}
+
 }  // namespace dorsal3

@@ -80,6 +80,14 @@ bool Server_Client::post_for_value(const std::string& path, const json_spirit::O
   return ok;
 }
 
+bool Server_Client::remove(const std::string& path, json_spirit::Object& answer, Failure& failure) {
+  net::Http_Request ask;
+  ask.method = "DELETE";
+  ask.target = api_prefix + path;
+  json_spirit::Value value;
+  return request(ask, value, failure, agent_timeout) && take_object(value, answer, failure);
+}
+
 bool Server_Client::get_rows(const std::string& path, std::vector<json_spirit::Object>& rows, Failure& failure) {
   std::uint64_t total = 0;
   return get_page(path, rows, total, failure);

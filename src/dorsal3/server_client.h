@@ -26,6 +26,8 @@ class Server_Client {
   /// The same for an answer that may be any JSON value.
   [[nodiscard]] bool post_for_value(const std::string& path, const json_spirit::Object& body,
                                     json_spirit::Value& answer, Failure& failure, std::chrono::seconds timeout);
+  /// DELETE; an agent may have to work for it.
+  [[nodiscard]] bool remove(const std::string& path, json_spirit::Object& answer, Failure& failure);
   /// The rows of a list answer.
   [[nodiscard]] bool get_rows(const std::string& path, std::vector<json_spirit::Object>& rows, Failure& failure);
   /// The same, with the number of rows that the server has in all.

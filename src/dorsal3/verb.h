@@ -47,6 +47,7 @@ class Verb {
 [[nodiscard]] std::unique_ptr<Verb> make_instance_verb();
 [[nodiscard]] std::unique_ptr<Verb> make_instances_verb();
 [[nodiscard]] std::unique_ptr<Verb> make_jobs_verb();
+[[nodiscard]] std::unique_ptr<Verb> make_log_backup_verb();
 [[nodiscard]] std::unique_ptr<Verb> make_logon_verb();
 [[nodiscard]] std::unique_ptr<Verb> make_pools_verb();
 [[nodiscard]] std::unique_ptr<Verb> make_stop_verb();

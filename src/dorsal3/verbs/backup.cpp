@@ -4,6 +4,7 @@
 #include "dorsal3/format.h"
 #include "dorsal3/interruption_question.h"
 #include "dorsal3/job_view.h"
+#include "dorsal3/pool_choice.h"
 #include "dorsal3/resources.h"
 #include "dorsal3/run_follower.h"
 #include "dorsal3/run_stopper.h"
@@ -85,7 +86,7 @@ class Backup_Verb : public Verb {
     return parse_subject(subject_text_, subject, failure) &&
            find_resource(context.server, subject.instance, request_.resource, failure) &&
            choose_host(context.server, host_, request_.resource, failure) &&
-           choose_databases(context, subject, failure) && choose_pool(context, failure);
+           choose_databases(context, subject, failure) && choose_pool(context.server, pool_, request_.pool, failure);
   }
 
   bool choose_databases(Context& context, const Backup_Subject& subject, Failure& failure) {
@@ -100,25 +101,6 @@ class Backup_Verb : public Verb {
     failure = {exit_not_found, "no_database",
                "instance \"" + subject.instance +
                    "\" lists no database, so there is nothing to back up; name one: " + subject.instance + "/SYSTEMDB"};
-    return false;
-  }
-
-  bool choose_pool(Context& context, Failure& failure) {
-    std::vector<json_spirit::Object> pools;
-    if (!context.server.get_rows("/pools", pools, failure)) return false;
-    std::string known;
-    for (const auto& pool : pools) {
-      const std::string name = text_member(pool, "name");
-      if (name == pool_ || (pool_.empty() && pools.size() == 1)) {
-        request_.pool = pool;
-        return true;
-      }
-      known += (known.empty() ? "" : ", ") + name;
-    }
-    failure = {pool_.empty() ? exit_usage : exit_not_found, pool_.empty() ? "usage" : "not_found",
-               known.empty() ? "there is no storage pool yet; make one: dorsal3 pools --add NAME --directory DIRECTORY"
-               : pool_.empty() ? "there are several storage pools, choose one with --pool: " + known
-                               : "there is no pool \"" + pool_ + "\"; there are: " + known};
     return false;
   }
 

@@ -88,7 +88,30 @@ class Check_Verb : public Verb {
       return {check_row("agent", false, failure.message)};
     auto checks = object_rows(result, "checks");
     if (checks.empty()) return {check_row("agent", false, "the agent's answer has no checks")};
+    add_log_backups_elsewhere(context, resource, checks);
     return checks;
+  }
+
+  /// On the other hosts only the log backup is looked at: after a takeover it may be one of them that runs. One whose
+  /// agent is away is told with the agents.
+  static void add_log_backups_elsewhere(Context& context, const Resource& resource,
+                                        std::vector<json_spirit::Object>& checks) {
+    const auto hosts = resource.host_uuids();
+    std::map<std::string, std::string> names;
+    Failure failure;
+    if (hosts.size() < 2 || !host_names(context.server, names, failure)) return;
+    const json_spirit::Object params{{"type", resource.type}, {"name", resource.name}};
+    for (std::size_t i = 1; i < hosts.size(); ++i) {
+      Resource other = resource;
+      other.host_uuid = hosts[i];
+      json_spirit::Object result;
+      if (!call_agent(context.server, other, "instance.check", params, result, failure)) continue;
+      for (auto& row : object_rows(result, "checks")) {
+        if (text_member(row, "name") != "log backup") continue;
+        row["name"] = "log backup on " + (names[hosts[i]].empty() ? hosts[i] : names[hosts[i]]);
+        checks.push_back(row);
+      }
+    }
   }
 
   std::string instance_;
