@@ -50,7 +50,6 @@ std::string outbox_directory() { return platform::product_paths::agent_state("ou
 Daemon::Daemon(Agent_Configuration configuration)
     : configuration_(std::move(configuration)),
       instance_service_(modules_, instances_),
-      log_backups_(modules_, instances_),
       maker_(modules_, configuration_.host_uuid),
       jobs_(maker_, [this](const json_spirit::Value& definition) { return prepare(definition); }),
       ondemand_(maker_),
@@ -84,6 +83,14 @@ Prepared_Starts::Work Daemon::prepare(const json_spirit::Value& definition) cons
   };
 }
 
+JSON_RPC_Answer Daemon::start_job(const json_spirit::Value& definition, const json_spirit::Object& options,
+                                  const std::string& job_act_id) {
+  const bool begun = staged_.begin(job_act_id, definition);
+  JSON_RPC_Answer answer = jobs_.start(definition, options, job_act_id);
+  if (begun && !answer.ok) staged_.end(job_act_id);
+  return answer;
+}
+
 bool Daemon::start() {
   if (!outbox_.open()) return false;
   (void)modules_.load(configuration_.modules);  // each that fails is logged; the others work
@@ -91,6 +98,7 @@ bool Daemon::start() {
   (void)generate_access_key_file();             // logged; the backup itself needs it and fails with words of its own
   add_methods();
   connect_jobs();
+  staged_.remove_all();
   settle_former_runs([this](const Job_Activity_Snapshot& activity) { reporter_->activity_changed(activity); });
   reporter_->start();
   link_.start();
@@ -99,7 +107,7 @@ bool Daemon::start() {
 }
 
 void Daemon::connect_jobs() {
-  set_activity_listener(reporter_);
+  set_activity_listener(std::make_shared<Restore_End_Tap>(staged_, reporter_));
   set_job_log_sink(reporter_);
   set_alert_sink(std::make_shared<Alert_Tap>(reporter_));
 }
@@ -112,7 +120,7 @@ void Daemon::add_methods() {
     (void)json_spirit::object_get(params, "options", options);
     return with_job_id(params, [&](const std::string& job_act_id) {
       if (definition == nullptr) return refusal_answer(JSON_RPC_E_INVALID_PARAMS, "\"definition\" is needed");
-      return jobs_.start(*definition, options, job_act_id);
+      return start_job(*definition, options, job_act_id);
     });
   });
   router_.add("job.stop", [this](const Params& params) {
@@ -128,7 +136,6 @@ void Daemon::add_methods() {
   router_.add("instance.probe", [this](const Params&) { return instance_service_.probe(); });
   router_.add("instance.state", [this](const Params& params) { return instance_service_.state(params); });
   router_.add("instance.logon", [this](const Params& params) { return instance_service_.logon(params); });
-  router_.add("instance.log_backup", [this](const Params& params) { return log_backups_.status(params); });
   router_.add("instance.check", [this](const Params& params) { return instance_service_.check(params); });
   router_.add(
       "backint.verify", [](const Params& params) { return verify(params); }, Method_Router::Pace::slow);

@@ -8,13 +8,13 @@
 #include "agentd/backupd_messages.h"
 #include "agentd/instance_service.h"
 #include "agentd/job_table.h"
-#include "agentd/log_backup_status.h"
 #include "agentd/method_router.h"
 #include "agentd/module.h"
 #include "agentd/ondemand_setup.h"
 #include "agentd/outbox.h"
 #include "agentd/reporter.h"
 #include "agentd/server_link.h"
+#include "agentd/staged_restores.h"
 
 namespace agentd {
 
@@ -39,6 +39,8 @@ class Daemon {
   void connect_jobs();
   [[nodiscard]] Prepared_Starts::Work prepare(const json_spirit::Value& definition) const;
   [[nodiscard]] bool greet();
+  [[nodiscard]] JSON_RPC_Answer start_job(const json_spirit::Value& definition, const json_spirit::Object& options,
+                                          const std::string& job_act_id);
   void job_ended(const std::string& job_act_id);
   [[nodiscard]] bool close_link(std::chrono::seconds limit);
   [[nodiscard]] bool wait_for_requests(std::chrono::steady_clock::time_point end);
@@ -48,10 +50,10 @@ class Daemon {
   Instance_Manager instances_;
   Scoped_Instance_Manager instances_scope_{instances_};
   Instance_Service instance_service_;
-  Log_Backup_Service log_backups_;
   Job_Maker maker_;
   Job_Table jobs_;
   Ondemand_Setup ondemand_;
+  Staged_Restores staged_;
   Method_Router router_;
   Server_Link link_;
   Scoped_Agent_Channel channel_scope_{link_};

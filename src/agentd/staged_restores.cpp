@@ -1,0 +1,122 @@
+#include "agentd/staged_restores.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "platform/files.h"
+#include "platform/log.h"
+#include "platform/product_paths.h"
+
+namespace agentd {
+
+namespace {
+
+constexpr const char* staging_folder = "hana/catalog";
+constexpr const char* catalog_start = "catalog_";
+constexpr const char* restore_start = "restore_";
+constexpr const char* restore_type = "restore";
+constexpr char separator = '_';
+/// A start that is under way twice comes soon or never.
+constexpr std::size_t ended_limit = 100;
+
+std::string staging_directory() { return platform::product_paths::agent_state(staging_folder); }
+
+/// Sorted; none when there is no such directory.
+std::vector<std::string> staged_files() {
+  std::vector<std::string> names;
+  const std::string directory = staging_directory();
+  if (!platform::list_directory(directory, names) && errno != ENOENT)
+    D3_ERROR("The files of former restores in '%C' cannot be listed: %m\n", directory.c_str());
+  return names;
+}
+
+void remove_staged(const std::string& name) {
+  const std::string path = staging_directory() + '/' + name;
+  if (platform::remove_file(path))
+    D3_INFO("Removed '%C', its restore is over\n", path.c_str());
+  else
+    D3_ERROR("Failed to remove '%C', whose restore is over: %m; remove it before the next restore\n", path.c_str());
+}
+
+bool is_staged(const std::string& name) { return name.starts_with(catalog_start) || name.starts_with(restore_start); }
+
+/// The beginnings of the names of all origins that a definition reads from; none for another kind of definition.
+std::vector<std::string> origins_of(const json_spirit::Value& definition) {
+  std::vector<std::string> origins;
+  std::string type;
+  json_spirit::Object source;
+  json_spirit::Array entries;
+  if (!definition.is_object() || !json_spirit::object_get(definition.get_obj(), "type", type) || type != restore_type ||
+      !json_spirit::object_get(definition.get_obj(), "source", source) ||
+      !json_spirit::object_get(source, "entries", entries))
+    return origins;
+  for (const json_spirit::Value& entry : entries) {
+    json_spirit::Object original;
+    std::string sid;
+    std::string database;
+    if (!entry.is_object() || !json_spirit::object_get(entry.get_obj(), "original", original) ||
+        !json_spirit::object_get(original, "sid", sid) || !json_spirit::object_get(original, "database", database))
+      continue;
+    origins.push_back(catalog_start + platform::encode_file_name(sid) + separator +
+                      platform::encode_file_name(database) + separator);
+  }
+  return origins;
+}
+
+}  // namespace
+
+void Staged_Restores::remove_all() {
+  const std::lock_guard guard(mutex_);
+  for (const std::string& name : staged_files())
+    if (is_staged(name)) remove_staged(name);
+}
+
+bool Staged_Restores::begin(const std::string& job_act_id, const json_spirit::Value& definition) {
+  Origins origins = origins_of(definition);
+  const std::lock_guard guard(mutex_);
+  // A start that came again is the same run, also when that has ended.
+  if (origins.empty() || running_.contains(job_act_id) ||
+      std::find(ended_.begin(), ended_.end(), job_act_id) != ended_.end())
+    return false;
+  remove_unused(origins);
+  running_.emplace(job_act_id, std::move(origins));
+  return true;
+}
+
+void Staged_Restores::end(const std::string& job_act_id) {
+  const std::lock_guard guard(mutex_);
+  const auto found = running_.find(job_act_id);
+  if (found == running_.end()) return;
+  const Origins origins = std::move(found->second);
+  running_.erase(found);
+  ended_.push_back(job_act_id);
+  if (ended_.size() > ended_limit) ended_.pop_front();
+  remove_unused(origins);
+}
+
+bool Staged_Restores::is_used(const std::string& origin) const {
+  return std::any_of(running_.begin(), running_.end(), [&](const auto& run) {
+    return std::find(run.second.begin(), run.second.end(), origin) != run.second.end();
+  });
+}
+
+void Staged_Restores::remove_unused(const Origins& origins) const {
+  const std::vector<std::string> names = staged_files();
+  for (const std::string& origin : origins) {
+    if (is_used(origin)) continue;
+    for (const std::string& name : names) {
+      if (!name.starts_with(origin)) continue;
+      remove_staged(name);
+      // What follows names the target, as in the file of the target alone.
+      const std::string of_target = restore_start + name.substr(origin.size());
+      if (std::find(names.begin(), names.end(), of_target) != names.end()) remove_staged(of_target);
+    }
+  }
+}
+
+void Restore_End_Tap::activity_changed(const Job_Activity_Snapshot& activity) {
+  if (activity.type == JOB_DEFINITION_RESTORE && is_finished(activity.state)) staged_.end(activity.id);
+  next_->activity_changed(activity);
+}
+
+}  // namespace agentd

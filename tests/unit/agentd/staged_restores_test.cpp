@@ -1,0 +1,139 @@
+#include "agentd/staged_restores.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "platform/files.h"
+#include "support/log_capture.h"
+#include "support/temp_root.h"
+
+using namespace agentd;
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+constexpr const char* directory = "/var/opt/tarvex/dorsal3/agent/hana/catalog";
+
+json_spirit::Object entry(const std::string& sid, const std::string& database) {
+  return {{"original", json_spirit::Object{{"sid", sid}, {"database", database}}}};
+}
+
+json_spirit::Object definition(const json_spirit::Array& entries, const char* type = "restore") {
+  return {{"type", type}, {"source", json_spirit::Object{{"id", "r"}, {"name", "n"}, {"entries", entries}}}};
+}
+
+class Next_Listener : public Activity_Listener {
+ public:
+  void activity_changed(const Job_Activity_Snapshot& activity) override { seen.push_back(activity.id); }
+  Names seen;
+};
+
+class Staged_Restores_Test : public testing::Test {
+ protected:
+  void stage(const Names& names) {
+    for (const std::string& name : names) root_.write(std::string(directory) + "/" + name, "{}");
+  }
+  static Names left() {
+    Names names;
+    (void)platform::list_directory(directory, names);
+    return names;
+  }
+
+  support::Temp_Root root_;
+  support::Log_Capture log_;
+  Staged_Restores staged_;
+};
+
+}  // namespace
+
+TEST_F(Staged_Restores_Test, Start_Of_The_Agent_Removes_What_Former_Restores_Left) {
+  stage({"catalog_HDB_TN1_HDB_TN1.json", "restore_HDB_TN1.json", "somebody_elses.json"});
+  staged_.remove_all();
+  EXPECT_EQ(left(), Names{"somebody_elses.json"});
+  EXPECT_TRUE(log_.has_containing("Removed '/var/opt/tarvex/dorsal3/agent/hana/catalog/restore_HDB_TN1.json'"));
+}
+
+TEST_F(Staged_Restores_Test, Start_Of_An_Agent_That_Never_Restored_Is_Silent) {
+  staged_.remove_all();
+  EXPECT_TRUE(log_.lines().empty());
+}
+
+TEST_F(Staged_Restores_Test, End_Of_A_Restore_Removes_The_Files_Of_Its_Entries) {
+  staged_.begin("run", definition({entry("PRD", "T_1"), entry("HDB", "TN2")}));
+  stage({"catalog_PRD_T%5F1_HDB_TN1.json", "restore_HDB_TN1.json", "catalog_HDB_TN2_HDB_TN2.json",
+         "restore_HDB_TN2.json", "catalog_HDB_TN3_HDB_TN3.json", "restore_HDB_TN3.json",
+         "catalog_PRD_T%5F1X_HDB_TN9.json"});
+  staged_.end("run");
+  EXPECT_EQ(left(), (Names{"catalog_HDB_TN3_HDB_TN3.json", "catalog_PRD_T%5F1X_HDB_TN9.json", "restore_HDB_TN3.json"}));
+}
+
+TEST_F(Staged_Restores_Test, Begin_Of_A_Restore_Removes_What_Is_Left_Of_Its_Origin) {
+  stage({"catalog_HDB_TN1_HDB_TN7.json", "restore_HDB_TN7.json", "catalog_HDB_TN2_HDB_TN2.json"});
+  staged_.begin("run", definition({entry("HDB", "TN1")}));
+  EXPECT_EQ(left(), Names{"catalog_HDB_TN2_HDB_TN2.json"});
+}
+
+TEST_F(Staged_Restores_Test, Files_Stay_While_Another_Restore_Of_The_Origin_Goes_On) {
+  staged_.begin("one", definition({entry("HDB", "TN1")}));
+  stage({"catalog_HDB_TN1_HDB_TN1.json", "restore_HDB_TN1.json"});
+  staged_.begin("two", definition({entry("HDB", "TN1")}));
+  EXPECT_EQ(left().size(), 2U);
+  staged_.end("two");
+  EXPECT_EQ(left().size(), 2U);
+  staged_.end("one");
+  EXPECT_TRUE(left().empty());
+}
+
+TEST_F(Staged_Restores_Test, A_Start_That_Comes_Twice_Is_One_Run) {
+  EXPECT_TRUE(staged_.begin("run", definition({entry("HDB", "TN1")})));
+  stage({"catalog_HDB_TN1_HDB_TN1.json"});
+  EXPECT_FALSE(staged_.begin("run", definition({entry("HDB", "TN1")})));
+  EXPECT_EQ(left().size(), 1U);
+  staged_.end("run");
+  EXPECT_TRUE(left().empty());
+  staged_.end("run");
+  EXPECT_FALSE(staged_.begin("run", definition({entry("HDB", "TN1")}))) << "it has ended";
+}
+
+TEST_F(Staged_Restores_Test, Other_Jobs_And_Unsound_Documents_Touch_Nothing) {
+  stage({"catalog_HDB_TN1_HDB_TN1.json"});
+  EXPECT_FALSE(staged_.begin("backup", definition({entry("HDB", "TN1")}, "backup")));
+  staged_.begin("no entries", json_spirit::Object{{"type", "restore"}});
+  staged_.begin("no object", "restore");
+  staged_.begin("no origin", definition({json_spirit::Object{}, "text"}));
+  for (const char* run : {"backup", "no entries", "no object", "no origin"}) staged_.end(run);
+  EXPECT_EQ(left().size(), 1U);
+}
+
+TEST_F(Staged_Restores_Test, A_File_That_Cannot_Be_Removed_Is_Named) {
+  root_.make_directory(std::string(directory) + "/catalog_HDB_TN1_HDB_TN1.json/x");
+  staged_.begin("run", definition({entry("HDB", "TN1")}));
+  EXPECT_EQ(log_.claim_containing("Failed to remove '" + std::string(directory) + "/catalog_HDB_TN1_HDB_TN1.json'"),
+            1U);
+}
+
+TEST_F(Staged_Restores_Test, A_Run_That_Has_Ended_Lets_Its_Files_Go_Before_Anybody_Is_Told) {
+  const auto next = std::make_shared<Next_Listener>();
+  Restore_End_Tap tap(staged_, next);
+  Job_Activity_Snapshot activity;
+  activity.id = "run";
+  activity.type = JOB_DEFINITION_RESTORE;
+  staged_.begin("run", definition({entry("HDB", "TN1")}));
+  stage({"catalog_HDB_TN1_HDB_TN1.json"});
+  for (const Job_State state : {JOB_STATE_RUNNING, JOB_STATE_CANCELING, JOB_STATE_COMPLETING}) {
+    activity.state = state;
+    tap.activity_changed(activity);
+    EXPECT_EQ(left().size(), 1U) << state;
+  }
+  activity.state = JOB_STATE_ERROR;
+  tap.activity_changed(activity);
+  EXPECT_TRUE(left().empty());
+  EXPECT_EQ(next->seen, Names(4, "run"));
+}
