@@ -50,6 +50,7 @@ std::string outbox_directory() { return platform::product_paths::agent_state("ou
 Daemon::Daemon(Agent_Configuration configuration)
     : configuration_(std::move(configuration)),
       instance_service_(modules_, instances_),
+      log_backups_(modules_, instances_),
       maker_(modules_, configuration_.host_uuid),
       jobs_(maker_, [this](const json_spirit::Value& definition) { return prepare(definition); }),
       ondemand_(maker_),
@@ -136,6 +137,7 @@ void Daemon::add_methods() {
   router_.add("instance.probe", [this](const Params&) { return instance_service_.probe(); });
   router_.add("instance.state", [this](const Params& params) { return instance_service_.state(params); });
   router_.add("instance.logon", [this](const Params& params) { return instance_service_.logon(params); });
+  router_.add("instance.log_backup", [this](const Params& params) { return log_backups_.status(params); });
   router_.add("instance.check", [this](const Params& params) { return instance_service_.check(params); });
   router_.add(
       "backint.verify", [](const Params& params) { return verify(params); }, Method_Router::Pace::slow);

@@ -8,6 +8,7 @@
 #include "agentd/backupd_messages.h"
 #include "agentd/instance_service.h"
 #include "agentd/job_table.h"
+#include "agentd/log_backup_status.h"
 #include "agentd/method_router.h"
 #include "agentd/module.h"
 #include "agentd/ondemand_setup.h"
@@ -50,6 +51,7 @@ class Daemon {
   Instance_Manager instances_;
   Scoped_Instance_Manager instances_scope_{instances_};
   Instance_Service instance_service_;
+  Log_Backup_Service log_backups_;
   Job_Maker maker_;
   Job_Table jobs_;
   Ondemand_Setup ondemand_;
