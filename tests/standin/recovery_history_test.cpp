@@ -143,4 +143,23 @@ TEST_F(Recovery_History, Of_A_Copy_Begins_Anew) {
   EXPECT_EQ(rows("TN2"), "a,1\n");
 }
 
+TEST_F(Recovery_History, Of_A_Copy_Can_Begin_In_A_Database_That_Was_Just_Created) {
+  install_with_catalogs();
+  put("a", "1");
+  const std::string full = backed_up("", "f");
+  for (const char* wrong : {"CREATE DATABASE TN2", "CREATE DATABASE TN1 SYSTEM USER PASSWORD Secret1",
+                            "CREATE DATABASE TN2 SYSTEM USER PASSWORD Secret1 NOW"})
+    EXPECT_NE(sql(wrong).code, 0) << wrong;
+  EXPECT_EQ(sql("CREATE DATABASE TN9 SYSTEM USER PASSWORD Secret1", "TN1").code, 7);
+  ASSERT_EQ(sql("create database TN2 system user password Secret1 no start").code, 0);
+  EXPECT_EQ(status_of("TN2"), "NO");
+  ASSERT_EQ(
+      sql("RECOVER DATA FOR TN2 USING SOURCE 'TN1@HDB' USING BACKUP_ID " + full + " USING CATALOG BACKINT CLEAR LOG;")
+          .code,
+      0);
+  EXPECT_EQ(sql("select V from KV", "TN2", "Secret1").out, "V\n\"1\"\n");
+  ASSERT_EQ(sql("CREATE DATABASE TN3 SYSTEM USER PASSWORD \"Se cret\"").code, 0);
+  EXPECT_EQ(status_of("TN3"), "YES");
+}
+
 }  // namespace

@@ -123,6 +123,14 @@ bool Token_Reader::accept_name(std::string& value) {
   return true;
 }
 
+bool Token_Reader::accept_as_written(std::string& value) {
+  const Token token = peek();
+  if (token.kind != Token::word && token.kind != Token::number && token.kind != Token::name) return false;
+  value = token.kind == Token::name ? token.value : std::string(sql_.substr(token.at, token.value.size()));
+  next();
+  return true;
+}
+
 bool Token_Reader::at_end() const {
   return peek().kind == Token::end || (peek().value == ";" && tokens_[at_ + 1].kind == Token::end);
 }

@@ -36,6 +36,8 @@ class Token_Reader {
   bool accept_text(std::string& value);
   /// A plain word (upper-cased) or a quoted name.
   bool accept_name(std::string& value);
+  /// A plain word in the letter case it has, or a quoted name: a password.
+  bool accept_as_written(std::string& value);
   [[nodiscard]] bool at_end() const;
   [[nodiscard]] Sql_Error error() const { return syntax_error(sql_, peek()); }
 

@@ -43,8 +43,8 @@ Statements::Answer Statements::run(const std::string& sql, bool autocommit, Resu
   if (reader.accept_words({"CREATE", "TABLE"}) || reader.accept_words({"DROP", "TABLE"}))
     return change(sql, true, result);
   if (reader.accept("RECOVER")) return recover(sql, reader);
-  if (reader.accept("GRANT") || reader.accept_words({"CREATE", "DATABASE"}))
-    return Sql_Error{7, "feature not supported: the stand-in does not know this statement"};
+  if (reader.accept_words({"CREATE", "DATABASE"})) return create_database(reader);
+  if (reader.accept("GRANT")) return Sql_Error{7, "feature not supported: the stand-in does not know this statement"};
   return reader.error();
 }
 
@@ -164,6 +164,25 @@ Statements::Answer Statements::alter_system(Token_Reader& reader) {
   if (!start) reader.accept("IMMEDIATE");
   if (!reader.at_end()) return reader.error();
   return start_or_stop(start, name);
+}
+
+Statements::Answer Statements::create_database(Token_Reader& reader) {
+  std::string name, password;
+  if (!reader.accept_name(name)) return reader.error();
+  if (!reader.accept_words({"SYSTEM", "USER", "PASSWORD"}) || !reader.accept_as_written(password))
+    return reader.error();
+  const bool started = !reader.accept_words({"NO", "START"});
+  if (!reader.at_end()) return reader.error();
+  if (!state_.layout().multi() || database_ != system_database)
+    return Sql_Error{7, "feature not supported: databases are created in the system database"};
+  if (!may({"DATABASE ADMIN"})) return missing_privilege();
+  if (state_.database(name)) return Sql_Error{2, "general error: database " + name + " already exists"};
+  const Layout& layout = state_.layout();
+  const bool good =
+      state_.add_database(name, {"indexserver"}, 0) && Accounts(state_).set(name, "SYSTEM", password, "ALL") &&
+      make_directories(layout.real(layout.backint_directory(name))) &&
+      make_directories(layout.real(layout.trace_directory(name))) && state_.set_status(name, started ? "YES" : "NO");
+  return good ? std::nullopt : Answer(Sql_Error{2, "general error: database " + name + " could not be created"});
 }
 
 Statements::Answer Statements::start_or_stop(bool start, const std::string& name) {

@@ -28,6 +28,7 @@ class Statements {
   Answer backup_cancel(Token_Reader& reader);
   Answer recover(const std::string& sql, Token_Reader& reader);
   Answer alter_system(Token_Reader& reader);
+  Answer create_database(Token_Reader& reader);
   Answer start_or_stop(bool start, const std::string& name);
   Answer read_database(Token_Reader& reader, std::string& name);
   bool may(std::initializer_list<std::string_view> privileges);
