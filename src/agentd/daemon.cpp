@@ -8,6 +8,8 @@
 #include "agentd/bounded_end.h"
 #include "agentd/former_runs.h"
 #include "agentd/log_queue_drain.h"
+#include "agentd/pool_listing.h"
+#include "agentd/recovery_log.h"
 #include "job/job_activity_record.h"
 #include "platform/log.h"
 #include "platform/product_paths.h"
@@ -134,6 +136,8 @@ void Daemon::add_methods() {
       "job.setup", [this](const Params& params) { return ondemand_.setup(params); }, Method_Router::Pace::slow);
   router_.add(
       "job.unsetup", [this](const Params& params) { return ondemand_.unsetup(params); }, Method_Router::Pace::slow);
+  router_.add("pool.list", list_pool, Method_Router::Pace::slow);
+  router_.add("instance.recovery", tell_last_recovery);
   router_.add("instance.probe", [this](const Params&) { return instance_service_.probe(); });
   router_.add("instance.state", [this](const Params& params) { return instance_service_.state(params); });
   router_.add("instance.logon", [this](const Params& params) { return instance_service_.logon(params); });

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "json/value.h"
+#include "net/json_rpc_peer.h"
+
+namespace agentd {
+
+/// What HANA's backup.log says of one recovery. Times are UTC.
+struct Logged_Recovery {
+  std::string started;
+  std::string command;  ///< the statement
+  std::string ended;    ///< empty while it goes on
+  bool successful = false;
+  std::string reached_time;  ///< of a recovery over logs; else empty
+  std::string message;       ///< of the end
+};
+
+/// The last recovery in the text of a backup.log; none when there is none.
+[[nodiscard]] std::optional<Logged_Recovery> last_recovery(std::string_view text);
+
+/// The request "instance.recovery" {"name", "database"}: the last recovery of a database of an instance of this host,
+/// by HANA's backup.log; an empty database, and "SYSTEMDB", are the system's. The result is {"found", "started",
+/// "command", "ended", "successful", "reached_time", "message"}.
+[[nodiscard]] JSON_RPC_Answer tell_last_recovery(const json_spirit::Object& params);
+
+}  // namespace agentd
