@@ -15,7 +15,7 @@ namespace {
 
 constexpr char host_a[] = "11111111-1111-4111-8111-111111111111";
 constexpr char host_b[] = "22222222-2222-4222-8222-222222222222";
-constexpr char method[] = "hana.list.instances";
+constexpr char method[] = "hana.instance.control";
 constexpr std::chrono::seconds limit{30};
 
 /// A host's link to the server, as the agent keeps it.
@@ -27,6 +27,7 @@ class Agent {
     configuration_.host_uuid = host;
     configuration_.access_key = secure_string(server.make_key("agent", host));
     EXPECT_TRUE(net::parse_endpoint(configuration_.server_url, configuration_.endpoint));
+    register_instance();
     link_ = std::make_unique<agentd::Server_Link>(configuration_, std::move(handler), [this] { connected_.set(); });
     link_->start();
   }
@@ -40,12 +41,31 @@ class Agent {
   /// As the module asks another host, with its own time limits.
   JSON_RPC_Answer ask(const std::string& host, const std::string& name = method) {
     const json_spirit::Object envelope{
-        {"host_uuid", host}, {"method", name}, {"params", json_spirit::Object{{"from", host_}}}, {"timeout", 3600}};
+        {"host_uuid", host},
+        {"method", name},
+        {"params", json_spirit::Object{{"from", host_}, {"sid", "HDB"}, {"target_sid", "HDB"}}},
+        {"timeout", 3600}};
     return link_->call("agent.forward", envelope, std::chrono::hours(1));
   }
   agentd::Server_Link& link() { return *link_; }
 
  private:
+  /// All hosts have an instance of one system, or they may not ask each other.
+  void register_instance() {
+    net::Net_Error error;
+    const auto connection = net::Http_Transport::current().connect(configuration_.endpoint, limit, error);
+    ASSERT_NE(connection, nullptr) << error.text;
+    net::Http_Request request;
+    request.method = "POST";
+    request.target = "/q5/r/v2/resources";
+    request.headers.set_bearer(configuration_.access_key);
+    request.headers.set("Content-Type", "application/json");
+    request.body = R"({"name":"HDB_HDB00","type":"hana","extended_attrs":{"sid":"HDB","landscape_id":"land-1"}})";
+    net::Http_Response response;
+    ASSERT_TRUE(connection->exchange(request, response, limit, error)) << error.text;
+    ASSERT_EQ(response.status, 201U) << response.body;
+  }
+
   const std::string host_;
   Agent_Configuration configuration_;
   platform::Wait_Event connected_;
@@ -64,8 +84,8 @@ class Agent_Links : public ::testing::Test {
 };
 
 TEST_F(Agent_Links, Two_Agents_Ask_Each_Other_Over_Real_Sockets) {
-  const auto echo = [](const std::string& name, const json_spirit::Value& params) {
-    if (name == method) return good(params);
+  const auto echo = [](const JSON_RPC_Message& message) {
+    if (message.method == method) return good(message.params);
     return JSON_RPC_Answer{false, {}, -32050, "not today"};
   };
   Agent a(server, host_a, echo);
@@ -82,7 +102,7 @@ TEST_F(Agent_Links, Two_Agents_Ask_Each_Other_Over_Real_Sockets) {
     const JSON_RPC_Answer answer = answers[i].get();
     ASSERT_TRUE(answer.ok) << answer.message;
     EXPECT_EQ(json_spirit::dump_json(answer.result),
-              std::string(R"({"from":")") + (i % 2 == 0 ? host_a : host_b) + "\"}");
+              std::string(R"({"from":")") + (i % 2 == 0 ? host_a : host_b) + R"(","sid":"HDB","target_sid":"HDB"})");
   }
   EXPECT_TRUE(a.ask(host_a).ok) << "itself";
   const JSON_RPC_Answer refused = a.ask(host_b, "hana.file.download");
@@ -94,8 +114,8 @@ TEST_F(Agent_Links, Two_Agents_Ask_Each_Other_Over_Real_Sockets) {
 TEST_F(Agent_Links, A_Call_Ends_At_Once_When_The_Called_Agent_Goes) {
   platform::Wait_Event arrived;
   platform::Wait_Event released;
-  Agent a(server, host_a, [](const std::string&, const json_spirit::Value&) { return good(1); });
-  Agent b(server, host_b, [&](const std::string&, const json_spirit::Value&) {
+  Agent a(server, host_a, [](const JSON_RPC_Message&) { return good(1); });
+  Agent b(server, host_b, [&](const JSON_RPC_Message&) {
     arrived.set();
     (void)platform::Clock::current().wait_for(released, limit);
     return good(1);
