@@ -130,7 +130,7 @@ class Log_Backup_Verb : public Verb {
   [[nodiscard]] std::vector<std::string> databases_without_file_after_enable() const {
     std::vector<std::string> left;
     if (subject_.database.empty()) return left;
-    json_spirit::Object file;
+    if (!picture_.databases_error.empty()) left.emplace_back("databases that could not be listed now");
     for (const std::string& database : picture_.databases)
       if (database != subject_.database && !on_every_host(database)) left.push_back(database);
     return left;
