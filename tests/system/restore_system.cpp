@@ -1,0 +1,155 @@
+#include "restore_system.h"
+
+#include <algorithm>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "scrt/uuid.h"
+
+namespace system_tests {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* staging_folder = "/var/opt/tarvex/dorsal3/agent/hana/catalog";
+constexpr const char* clock_offset_file = "/usr/sap/HDB/HDB00/standin/clock_offset_seconds";
+constexpr const char* definition_namespace = "6a0c1a4e-16f3-4f0a-8d5c-2f9f0a5b7e22";
+
+json_spirit::Object object_in(const std::string& body) {
+  json_spirit::Value value;
+  return json_spirit::load_json(body, value) && value.is_object() ? value.get_obj() : json_spirit::Object();
+}
+
+std::string utc(std::time_t seconds) {
+  std::tm parts{};
+  ::gmtime_r(&seconds, &parts);
+  char text[sizeof "2026-01-01 00:00:00"];
+  (void)std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
+  return text;
+}
+
+void wait_for_next_second() {
+  const std::time_t now = std::time(nullptr);
+  while (std::time(nullptr) == now) pause_20_ms();
+}
+
+}  // namespace
+
+std::string Restore_System::start_restore(const std::vector<Entry>& entries, bool ignore_delta) {
+  json_spirit::Array rows;
+  (void)json_spirit::object_get(object_in(rest("GET", "/resources").body), "rows", rows);
+  const std::string resource = rows.empty() ? "" : text_of(rows.front().get_obj(), "uuid");
+  json_spirit::Array items;
+  for (const Entry& entry : entries) {
+    json_spirit::Object item{{"original", json_spirit::Object{{"sid", "HDB"}, {"database", entry.database}}}};
+    if (!entry.set.empty()) item["catalog_uuid"] = entry.set;
+    json_spirit::Object as{{"database", entry.restore_as.empty() ? entry.database : entry.restore_as}};
+    if (!entry.timepoint.empty()) as["timepoint"] = entry.timepoint;
+    item["restore_as"] = as;
+    items.emplace_back(item);
+  }
+  const std::string id = uuid_v5(definition_namespace, std::to_string(++restores_));
+  const json_spirit::Object definition{
+      {"id", id},
+      {"name", "restore " + std::to_string(restores_)},
+      {"type", "restore"},
+      {"subtype", "point-in-time"},
+      {"module", "hana"},
+      {"host_uuid", host_uuid()},
+      {"source", json_spirit::Object{{"id", resource}, {"name", instance}, {"entries", items}}},
+      {"options", json_spirit::Object{{"ignore_delta", ignore_delta}}},
+      {"target", json_spirit::Object{{"resource_uuid", resource}}},
+      {"max_seconds_retry", 60}};
+  const Rest_Answer stored = rest("POST", "/job-definitions", json_spirit::dump_json(definition));
+  EXPECT_TRUE(stored.status == 200 || stored.status == 201) << stored.body;
+  const Rest_Answer started = rest("POST", "/job-definitions/" + id + "/start", "{}");
+  EXPECT_EQ(started.status, 202U) << started.body;
+  return text_of(object_in(started.body), "job_act_id");
+}
+
+std::string Restore_System::restore(const std::vector<Entry>& entries, bool ignore_delta) {
+  return wait_for_end(start_restore(entries, ignore_delta));
+}
+
+Tool_Result Restore_System::sql_of(const std::string& database, const std::string& statement) const {
+  return host_.hana_tool("hdbsql", {"-xCja", "-i", "00", "-d", database, "-u", "SYSTEM", "-p", password, statement});
+}
+
+void Restore_System::put(const std::string& database, const std::string& key, const std::string& value) const {
+  const Tool_Result done = sql_of(database, "UPSERT KV VALUES ('" + key + "','" + value + "')");
+  ASSERT_EQ(done.code, 0) << done.err;
+}
+
+std::string Restore_System::rows(const std::string& database) const {
+  const Tool_Result got = sql_of(database, "select K, V from KV order by K");
+  EXPECT_EQ(got.code, 0) << got.err;
+  std::string text = got.out;
+  text.erase(std::remove(text.begin(), text.end(), '"'), text.end());
+  return text;
+}
+
+std::string Restore_System::moment() {
+  wait_for_next_second();
+  const std::string offset = slurp(real(clock_offset_file));
+  const std::string now = utc(std::time(nullptr) + (offset.empty() ? 0 : std::stol(offset)));
+  wait_for_next_second();
+  return now;
+}
+
+std::vector<std::string> Restore_System::databases() const {
+  const Tool_Result listed = host_.sql("select DATABASE_NAME from SYS.M_DATABASES");
+  EXPECT_EQ(listed.code, 0) << listed.err;
+  std::string text = listed.out;
+  text.erase(std::remove(text.begin(), text.end(), '"'), text.end());
+  std::istringstream lines(text);
+  std::vector<std::string> names;
+  for (std::string line; std::getline(lines, line);) names.push_back(line);
+  return names;
+}
+
+void Restore_System::save_logs(const std::vector<std::string>& changed) {
+  const std::vector<std::string> all = databases();
+  std::size_t services = 0;
+  // A name server; an index server and an xsengine. HANA closes the segments of those that nobody changed too.
+  for (const std::string& database : all) services += database == "SYSTEMDB" ? 1 : 2;
+  const std::size_t wanted = saved_by_hana(all).size() + 2 * services;
+  make_logs(changed);
+  ASSERT_TRUE(all_recorded(all, wanted)) << agent_log();
+}
+
+int Restore_System::damage(const std::string& database, const std::string& mark) const {
+  int damaged = 0;
+  for (const std::string& file : pool_files()) {
+    const fs::path path(file);
+    if (file.find("/" + database + "/") == std::string::npos ||
+        path.filename().string().find(mark) == std::string::npos)
+      continue;
+    std::string content = slurp(file);
+    content[content.size() / 2] = static_cast<char>(content[content.size() / 2] ^ 1);
+    std::ofstream(file, std::ios::binary) << content;
+    ++damaged;
+  }
+  return damaged;
+}
+
+json_spirit::Object Restore_System::newest_set(const std::string& database, const std::string& type) const {
+  json_spirit::Array found;
+  (void)json_spirit::object_get(
+      object_in(rest("GET", "/sets?sort=id&order=desc&limit=1&database=" + database + "&type=" + type).body), "rows",
+      found);
+  EXPECT_FALSE(found.empty()) << database << " " << type;
+  return found.empty() ? json_spirit::Object() : found.front().get_obj();
+}
+
+std::vector<std::string> Restore_System::staged_files() const {
+  std::vector<std::string> names;
+  if (!fs::exists(real(staging_folder))) return names;
+  for (const auto& entry : fs::directory_iterator(real(staging_folder))) names.push_back(entry.path().filename());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+}  // namespace system_tests

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "log_backup_system.h"
+
+namespace system_tests {
+
+/// A system with log backups, whose databases are restored. The content of a database is its table KV.
+class Restore_System : public Log_Backup_System {
+ protected:
+  /// One database of a restore.
+  struct Entry {
+    std::string database;    ///< that was backed up, of HDB
+    std::string timepoint;   ///< UTC; empty: `set` says
+    std::string set;         ///< uuid of a backup set
+    std::string restore_as;  ///< empty: under its own name
+  };
+
+  /// Runs a restore to its end; the name of the state in which it ended.
+  std::string restore(const std::vector<Entry>& entries, bool ignore_delta = false);
+  /// Starts one; the id of its run.
+  std::string start_restore(const std::vector<Entry>& entries, bool ignore_delta = false);
+
+  Tool_Result sql_of(const std::string& database, const std::string& statement) const;
+  void put(const std::string& database, const std::string& key, const std::string& value) const;
+  /// "key,value" of each row.
+  [[nodiscard]] std::string rows(const std::string& database) const;
+  /// HANA's time as a restore takes it; commits before and after it are seconds apart.
+  std::string moment();
+  /// Commits in these databases; has all logs of the system backed up and recorded.
+  void save_logs(const std::vector<std::string>& databases);
+  [[nodiscard]] std::vector<std::string> databases() const;
+  /// Changes one byte in the middle of each stored object of a database whose file has `mark` in its name; how many.
+  int damage(const std::string& database, const std::string& mark) const;
+  /// The newest set of a database and type.
+  [[nodiscard]] json_spirit::Object newest_set(const std::string& database, const std::string& type) const;
+  /// Files that a restore has left for hdbbackint.
+  [[nodiscard]] std::vector<std::string> staged_files() const;
+
+ private:
+  int restores_ = 0;
+};
+
+}  // namespace system_tests
