@@ -321,9 +321,10 @@ TEST_F(Module_Test, Job_Creator_Makes_And_Refuses_Jobs) {
   const Job_Definition_Ptr definition(new Job_Definition);
   definition->type(JOB_DEFINITION_BACKUP);
   definition->subtype(JOB_DEFINITION_SUBTYPE_FULL);
-  {
+  for (const Job_Definition_Subtype subtype : {JOB_DEFINITION_SUBTYPE_FULL, JOB_DEFINITION_SUBTYPE_ONDEMAND}) {
+    definition->subtype(subtype);
     const Job_Ptr job = creator->create(definition);
-    ASSERT_NE(job.get(), nullptr);
+    ASSERT_NE(job.get(), nullptr) << subtype;
     EXPECT_EQ(job->definition().get(), definition.get());
     EXPECT_EQ(job->state(), JOB_STATE_NONE);
   }
