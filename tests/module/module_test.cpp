@@ -331,6 +331,16 @@ TEST_F(Module_Test, Job_Creator_Makes_And_Refuses_Jobs) {
   definition->subtype(JOB_DEFINITION_SUBTYPE_CONTINUOUS);
   EXPECT_EQ(creator->create(definition).get(), nullptr);
   EXPECT_TRUE(log_.claim("continuous is not supported\n"));
+  definition->type(JOB_DEFINITION_RESTORE);
+  definition->subtype(JOB_DEFINITION_SUBTYPE_POINT_IN_TIME);
+  {
+    const Job_Ptr job = creator->create(definition);
+    ASSERT_NE(job.get(), nullptr);
+    EXPECT_EQ(job->definition().get(), definition.get());
+  }
+  definition->subtype(JOB_DEFINITION_SUBTYPE_FULL);
+  EXPECT_EQ(creator->create(definition).get(), nullptr);
+  EXPECT_TRUE(log_.claim("full is not supported\n"));
   gobble(creator);
 }
 
