@@ -15,6 +15,8 @@ namespace {
 
 constexpr const char* installation_row = "installation";
 constexpr const char* link_row = "backint link";
+constexpr const char* recovery_row = "pending recovery";
+constexpr const char* statement_file = "/work/recoverInstance.sql";
 constexpr const char* database_client = "hdbsql";
 constexpr const char* backint_program = "hdbbackint";
 
@@ -47,6 +49,18 @@ json_spirit::Object check_link(const std::string& sid) {
   return check_row(link_row, false, path + " cannot be looked at: " + std::strerror(errno));
 }
 
+/// HANA takes the statement when the instance starts: one that lies there makes every start a recovery, and no restore
+/// of the system database begins beside it.
+json_spirit::Object check_recovery(const std::string& executables) {
+  const std::string path = executables.substr(0, executables.rfind('/')) + statement_file;
+  if (platform::is_regular_file(path.c_str()))
+    return check_row(recovery_row, false,
+                     path +
+                         " is there: the next start of the instance is a recovery by it; if none is going on and "
+                         "none is wanted, remove it, then start the instance or the restore again");
+  return check_row(recovery_row, true, "no recovery waits for a start of the instance");
+}
+
 }  // namespace
 
 json_spirit::Object check_row(const char* name, bool ok, const std::string& message) {
@@ -56,10 +70,12 @@ json_spirit::Object check_row(const char* name, bool ok, const std::string& mess
 json_spirit::Array check_installation(const Instance& instance) {
   json_spirit::Array rows;
   std::string directory;
-  if (json_spirit::object_get(instance.options, "dir_executable", directory) && !directory.empty())
-    rows.emplace_back(check_programs(directory));
+  const bool has_directory =
+      json_spirit::object_get(instance.options, "dir_executable", directory) && !directory.empty();
+  if (has_directory) rows.emplace_back(check_programs(directory));
   std::string sid;
   if (json_spirit::object_get(instance.options, "sid", sid) && is_sid(sid)) rows.emplace_back(check_link(sid));
+  if (has_directory) rows.emplace_back(check_recovery(directory));
   return rows;
 }
 

@@ -43,7 +43,8 @@ TEST_F(Installation_Check, Is_Content_With_What_A_First_Backup_Finds) {
   EXPECT_EQ(checked(),
             std::string(R"([{"name":"installation","ok":true,"message":"/usr/sap/PRD/HDB00/exe/hdbsql is )") +
                 R"(there"},{"name":"backint link","ok":true,"message":")" + link_path +
-                R"( is made by the first backup"}])");
+                R"( is made by the first backup"},{"name":"pending recovery","ok":true,"message":"no recovery waits )" +
+                R"(for a start of the instance"}])");
 }
 
 TEST_F(Installation_Check, Knows_Its_Own_Link) {
@@ -59,6 +60,12 @@ TEST_F(Installation_Check, Names_Another_Backint_Agent) {
   ASSERT_TRUE(platform::remove_file(link_path));
   root_.write(link_path, "");
   expect(R"("backint link","ok":false,"message":")" + std::string(link_path) + " is a file of another Backint agent");
+}
+
+TEST_F(Installation_Check, Names_A_Statement_That_Makes_The_Next_Start_A_Recovery) {
+  root_.write("/usr/sap/PRD/HDB00/work/recoverInstance.sql", "RECOVER DATA");
+  expect(R"({"name":"pending recovery","ok":false,"message":"/usr/sap/PRD/HDB00/work/recoverInstance.sql is there: )"
+         "the next start of the instance is a recovery by it; if none is going on and none is wanted, remove it");
 }
 
 TEST_F(Installation_Check, Has_No_Row_For_An_Instance_That_Tells_Nothing) {
