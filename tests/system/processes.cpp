@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <thread>
+#include <utility>
 
 extern char** environ;
 
@@ -130,17 +131,38 @@ int Background_Process::wait(std::chrono::seconds limit) {
   return eventually([this] { return !running(); }, limit) ? code_ : -1;
 }
 
+namespace {
+
+namespace fs = std::filesystem;
+
+/// The entries of /proc of the processes whose program lies below `folder`, with that program.
+std::vector<std::pair<fs::path, fs::path>> entries_below(const std::string& folder) {
+  std::vector<std::pair<fs::path, fs::path>> found;
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator("/proc", error)) {
+    const fs::path program = fs::read_symlink(entry.path() / "exe", error);
+    if (!error && program.string().starts_with(folder + "/")) found.emplace_back(entry.path(), program);
+  }
+  return found;
+}
+
+}  // namespace
+
+std::vector<pid_t> pids_below(const std::string& folder, const std::string& program) {
+  std::vector<pid_t> found;
+  for (const auto& [entry, file] : entries_below(folder))
+    if (file.filename() == program) found.push_back(static_cast<pid_t>(std::stol(entry.filename().string())));
+  return found;
+}
+
 std::vector<std::string> processes_below(const std::string& folder) {
   std::vector<std::string> found;
-  std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
-    const std::filesystem::path program = std::filesystem::read_symlink(entry.path() / "exe", error);
-    if (error || !program.string().starts_with(folder + "/")) continue;
-    std::ifstream file(entry.path() / "cmdline");
+  for (const auto& [entry, program] : entries_below(folder)) {
+    std::ifstream file(entry / "cmdline");
     std::string line((std::istreambuf_iterator<char>(file)), {});
     for (char& c : line)
       if (c == '\0') c = ' ';
-    found.push_back(entry.path().filename().string() + ": " + line);
+    found.push_back(entry.filename().string() + ": " + line);
   }
   return found;
 }

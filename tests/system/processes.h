@@ -43,6 +43,8 @@ class Background_Process {
 
 /// Command lines of the processes whose program lies below `folder`, zombies left out.
 [[nodiscard]] std::vector<std::string> processes_below(const std::string& folder);
+/// Processes of one program below `folder`, by its file's name.
+[[nodiscard]] std::vector<pid_t> pids_below(const std::string& folder, const std::string& program);
 
 /// Asks every 20 ms until `condition` holds; false when `limit` passed before.
 template <typename Condition>
