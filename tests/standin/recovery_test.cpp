@@ -75,6 +75,45 @@ TEST_F(Recovery, Puts_Rows_Tables_And_Ballast_Back_As_The_Full_Backup_Has_Them) 
   EXPECT_TRUE(content_of(backed_up("", "again")) == saved);
 }
 
+TEST_F(Recovery, Puts_Deltas_Of_Several_Streams_On_The_Full_Backup) {
+  install_with_catalogs({"--tenant", "TN1", "--services", "indexserver,xsengine", "--data-mb", "12"});
+  const auto streams = [&](const char* count) {
+    ASSERT_EQ(sql(std::string("ALTER SYSTEM ALTER CONFIGURATION ('global.ini','SYSTEM') SET "
+                              "('backup','parallel_data_backup_backint_channels')='") +
+                  count + "'")
+                  .code,
+              0);
+  };
+  const auto change = [&](const char* service, const char* megabytes) {
+    ASSERT_EQ(control({"change", "--database", "TN1", "--service", service, "--mb", megabytes}).code, 0);
+  };
+  streams("4");
+  put("a", "1");
+  const std::string full = backed_up("", "f");
+  change("indexserver", "2");
+  backed_up("INCREMENTAL", "i1");
+  streams("2");
+  change("indexserver", "1");
+  change("xsengine", "2");
+  put("a", "2");
+  backed_up("DIFFERENTIAL", "d");
+  change("indexserver", "1");
+  backed_up("INCREMENTAL", "i2");
+  next_second();
+  const std::string time = now();
+  streams("1");
+  const std::string wanted = content_of(backed_up("", "same"));
+  change("indexserver", "2");
+  const Output got = recover("DATABASE FOR TN1 UNTIL TIMESTAMP '" + time +
+                             "' CLEAR LOG  USING CATALOG BACKINT USING BACKUP_ID " + full + " CHECK ACCESS ALL");
+  ASSERT_EQ(got.code, 0) << got.err;
+  EXPECT_EQ(rows(), "a,2\n");
+  EXPECT_TRUE(content_of(backed_up("", "again")) == wanted);
+  // The next change is none that was there before.
+  change("indexserver", "2");
+  EXPECT_FALSE(content_of(backed_up("", "changed")) == wanted);
+}
+
 TEST_F(Recovery, Tells_Of_Itself_In_Backup_Log) {
   install_with_catalogs();
   const std::string full = backed_up();
