@@ -145,6 +145,31 @@ TEST_F(Setup_Keeper_Test, A_Setup_That_Failed_Is_Tried_Again_When_The_Agent_Is_B
   EXPECT_TRUE(becomes("installed"));
 }
 
+TEST_F(Setup_Keeper_Test, A_Busy_Agent_Is_Asked_Again_After_A_Minute) {
+  Setup_Agent agent(server);
+  agent.refuse(-32000, "the agent is busy");
+  EXPECT_EQ(setup(post(), "state"), "pending");
+  agent.say({{"code", 0}, {"message", ""}});
+  EXPECT_EQ(agent.asked().size(), 1U);
+  server.clock.pass_wall(std::chrono::seconds(60));
+  server.core->setups.start();
+  EXPECT_TRUE(becomes("installed"));
+}
+
+TEST_F(Setup_Keeper_Test, A_Change_While_The_Agent_Is_Asked_Is_Done_After_It) {
+  Setup_Agent agent(server);
+  ASSERT_EQ(post(1).status, 201U);
+  std::thread first([this] { EXPECT_LT(post(2).status, 300U); });
+  std::thread second([this] { EXPECT_LT(remove().status, 300U); });
+  first.join();
+  second.join();
+  // Whichever came last, the agent was left as it is wanted, and the record says so.
+  const Answer now = server.request("GET", path);
+  EXPECT_EQ(setup(now, "state"), setup(now, "wanted"));
+  const Asked asked = agent.asked();
+  EXPECT_EQ(asked.back().starts_with("job.setup"), setup(now, "wanted") == "installed") << asked.back();
+}
+
 TEST_F(Setup_Keeper_Test, An_Updated_Definition_Is_Removed_And_Set_Up_Again) {
   Setup_Agent agent(server);
   ASSERT_EQ(post(1).status, 201U);
