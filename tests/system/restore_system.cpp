@@ -16,6 +16,7 @@ namespace {
 
 constexpr const char* staging_folder = "/var/opt/tarvex/dorsal3/agent/hana/catalog";
 constexpr const char* clock_offset_file = "/usr/sap/HDB/HDB00/standin/clock_offset_seconds";
+constexpr const char* second_directory = "/usr/sap/QAS/HDB01";
 constexpr const char* definition_namespace = "6a0c1a4e-16f3-4f0a-8d5c-2f9f0a5b7e22";
 
 json_spirit::Object object_in(const std::string& body) {
@@ -31,6 +32,11 @@ std::string utc(std::time_t seconds) {
   return text;
 }
 
+std::string without_quotes(std::string text) {
+  text.erase(std::remove(text.begin(), text.end(), '"'), text.end());
+  return text;
+}
+
 void wait_for_next_second() {
   const std::time_t now = std::time(nullptr);
   while (std::time(nullptr) == now) pause_20_ms();
@@ -38,10 +44,32 @@ void wait_for_next_second() {
 
 }  // namespace
 
-std::string Restore_System::start_restore(const std::vector<Entry>& entries, bool ignore_delta) {
+void Restore_System::TearDown() {
+  if (fs::exists(real(second_directory))) (void)run_tool({real(second_directory) + "/HDB", "stop"});
+  Log_Backup_System::TearDown();
+}
+
+void Restore_System::start_second_system() {
+  const Tool_Result installed =
+      run_tool({STANDIN_INSTALL_FILE, "--root", root(), "--sid", "QAS", "--nr", "01", "--version",
+                "2.00.059.00.1632920961", "--data-mb", "1", "--services", "indexserver,xsengine", "--tenant", "QA1"});
+  ASSERT_EQ(installed.code, 0) << installed.err;
+  ASSERT_EQ(run_tool({real(second_directory) + "/HDB", "start"}).code, 0);
+  ASSERT_EQ(dorsal3({"discover"}).code, 0);
+  ASSERT_EQ(dorsal3({"logon", second_instance, "--user", "SYSTEM"}, std::string(password) + "\n").code, 0);
+}
+
+std::string Restore_System::resource_of(const std::string& name) const {
   json_spirit::Array rows;
   (void)json_spirit::object_get(object_in(rest("GET", "/resources").body), "rows", rows);
-  const std::string resource = rows.empty() ? "" : text_of(rows.front().get_obj(), "uuid");
+  for (const json_spirit::Value& row : rows)
+    if (text_of(row.get_obj(), "name") == name) return text_of(row.get_obj(), "uuid");
+  ADD_FAILURE() << "no system " << name;
+  return {};
+}
+
+std::string Restore_System::start_restore(const std::vector<Entry>& entries, bool ignore_delta,
+                                          const std::string& into) {
   json_spirit::Array items;
   for (const Entry& entry : entries) {
     json_spirit::Object item{{"original", json_spirit::Object{{"sid", "HDB"}, {"database", entry.database}}}};
@@ -59,9 +87,9 @@ std::string Restore_System::start_restore(const std::vector<Entry>& entries, boo
       {"subtype", "point-in-time"},
       {"module", "hana"},
       {"host_uuid", host_uuid()},
-      {"source", json_spirit::Object{{"id", resource}, {"name", instance}, {"entries", items}}},
+      {"source", json_spirit::Object{{"id", resource_of(instance)}, {"name", instance}, {"entries", items}}},
       {"options", json_spirit::Object{{"ignore_delta", ignore_delta}}},
-      {"target", json_spirit::Object{{"resource_uuid", resource}}},
+      {"target", json_spirit::Object{{"resource_uuid", resource_of(into)}}},
       {"max_seconds_retry", 60}};
   const Rest_Answer stored = rest("POST", "/job-definitions", json_spirit::dump_json(definition));
   EXPECT_TRUE(stored.status == 200 || stored.status == 201) << stored.body;
@@ -70,8 +98,8 @@ std::string Restore_System::start_restore(const std::vector<Entry>& entries, boo
   return text_of(object_in(started.body), "job_act_id");
 }
 
-std::string Restore_System::restore(const std::vector<Entry>& entries, bool ignore_delta) {
-  return wait_for_end(start_restore(entries, ignore_delta));
+std::string Restore_System::restore(const std::vector<Entry>& entries, bool ignore_delta, const std::string& into) {
+  return wait_for_end(start_restore(entries, ignore_delta, into));
 }
 
 Tool_Result Restore_System::sql_of(const std::string& database, const std::string& statement) const {
@@ -86,9 +114,14 @@ void Restore_System::put(const std::string& database, const std::string& key, co
 std::string Restore_System::rows(const std::string& database) const {
   const Tool_Result got = sql_of(database, "select K, V from KV order by K");
   EXPECT_EQ(got.code, 0) << got.err;
-  std::string text = got.out;
-  text.erase(std::remove(text.begin(), text.end(), '"'), text.end());
-  return text;
+  return without_quotes(got.out);
+}
+
+std::string Restore_System::second_rows(const std::string& database) const {
+  const Tool_Result got = run_tool({real(second_directory) + "/exe/hdbsql", "-xCja", "-i", "01", "-d", database, "-u",
+                                    "SYSTEM", "-p", password, "select K, V from KV order by K"});
+  EXPECT_EQ(got.code, 0) << got.err;
+  return without_quotes(got.out);
 }
 
 std::string Restore_System::moment() {
@@ -102,9 +135,7 @@ std::string Restore_System::moment() {
 std::vector<std::string> Restore_System::databases() const {
   const Tool_Result listed = host_.sql("select DATABASE_NAME from SYS.M_DATABASES");
   EXPECT_EQ(listed.code, 0) << listed.err;
-  std::string text = listed.out;
-  text.erase(std::remove(text.begin(), text.end(), '"'), text.end());
-  std::istringstream lines(text);
+  std::istringstream lines(without_quotes(listed.out));
   std::vector<std::string> names;
   for (std::string line; std::getline(lines, line);) names.push_back(line);
   return names;

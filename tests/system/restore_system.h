@@ -18,15 +18,24 @@ class Restore_System : public Log_Backup_System {
     std::string restore_as;  ///< empty: under its own name
   };
 
+  void TearDown() override;
+
+  /// A second system "QAS" with instance HDB01 and tenant QA1 on this host, discovered and logged on.
+  void start_second_system();
+  static constexpr const char* second_instance = "QAS_HDB01";
+
   /// Runs a restore to its end; the name of the state in which it ended.
-  std::string restore(const std::vector<Entry>& entries, bool ignore_delta = false);
+  std::string restore(const std::vector<Entry>& entries, bool ignore_delta = false, const std::string& into = instance);
   /// Starts one; the id of its run.
-  std::string start_restore(const std::vector<Entry>& entries, bool ignore_delta = false);
+  std::string start_restore(const std::vector<Entry>& entries, bool ignore_delta = false,
+                            const std::string& into = instance);
 
   Tool_Result sql_of(const std::string& database, const std::string& statement) const;
   void put(const std::string& database, const std::string& key, const std::string& value) const;
   /// "key,value" of each row.
   [[nodiscard]] std::string rows(const std::string& database) const;
+  /// The same of the second system.
+  [[nodiscard]] std::string second_rows(const std::string& database) const;
   /// HANA's time as a restore takes it; commits before and after it are seconds apart.
   std::string moment();
   /// Commits in these databases; has all logs of the system backed up and recorded.
@@ -40,6 +49,8 @@ class Restore_System : public Log_Backup_System {
   [[nodiscard]] std::vector<std::string> staged_files() const;
 
  private:
+  [[nodiscard]] std::string resource_of(const std::string& name) const;
+
   int restores_ = 0;
 };
 

@@ -90,6 +90,27 @@ TEST_F(Restores, A_Tenant_Becomes_Another_One_As_It_Was_At_A_Time) {
   EXPECT_TRUE(rows("TN1").starts_with("a,2\n"));
 }
 
+TEST_F(Restores, Another_System_Takes_A_Tenant_In) {
+  start_with_log_backup();
+  put("TN1", "a", "1");
+  back_up("TN1");
+  const std::string full = text_of(newest_set("TN1", "full"), "uuid");
+  put("TN1", "a", "2");
+  const std::string wanted = moment();
+  put("TN1", "a", "3");
+  save_logs({"TN1"});
+  start_second_system();
+  EXPECT_EQ(restore({{.database = "TN1", .set = full, .restore_as = "QA1"}}, false, second_instance), "completed")
+      << agent_log();
+  EXPECT_EQ(second_rows("QA1"), "a,1\n");
+  EXPECT_EQ(restore({{.database = "TN1", .timepoint = wanted, .restore_as = "QA1"}}, false, second_instance),
+            "completed")
+      << agent_log();
+  EXPECT_EQ(second_rows("QA1"), "a,2\n");
+  EXPECT_TRUE(rows("TN1").starts_with("a,3\n"));
+  EXPECT_TRUE(staged_files().empty());
+}
+
 TEST_F(Restores, The_System_Database_Comes_Before_Its_Tenants) {
   start_with_log_backup();
   fault("logon_after_recovery_ms = 2000");
