@@ -14,6 +14,7 @@ std::vector<std::unique_ptr<Verb>> make_all_verbs() {
   verbs.push_back(make_info_verb());
   verbs.push_back(make_backup_verb());
   verbs.push_back(make_log_backup_verb());
+  verbs.push_back(make_restore_verb());
   verbs.push_back(make_stop_verb());
   verbs.push_back(make_jobs_verb());
   verbs.push_back(make_verify_verb());

@@ -50,6 +50,7 @@ class Verb {
 [[nodiscard]] std::unique_ptr<Verb> make_log_backup_verb();
 [[nodiscard]] std::unique_ptr<Verb> make_logon_verb();
 [[nodiscard]] std::unique_ptr<Verb> make_pools_verb();
+[[nodiscard]] std::unique_ptr<Verb> make_restore_verb();
 [[nodiscard]] std::unique_ptr<Verb> make_stop_verb();
 [[nodiscard]] std::unique_ptr<Verb> make_verify_verb();
 
