@@ -125,7 +125,9 @@ TEST_F(Log_Backups, A_Removal_While_One_Runs_Loses_Nothing) {
   ASSERT_TRUE(all_recorded(databases, 1)) << agent_log();
   fault("stream_bytes_per_second = 2000");
   make_logs(databases);
-  ASSERT_TRUE(program_runs("hdbbackint"));
+  // Its record is there: it has read the configuration, which goes now.
+  ASSERT_TRUE(
+      eventually([&] { return rest("GET", "/backint/jobs").body.find(R"("type":"log")") != std::string::npos; }));
   EXPECT_EQ(disable_log_backup().status, 200U);
   expect_switches("off");
   no_faults();
