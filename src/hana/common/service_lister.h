@@ -17,10 +17,10 @@ struct Service_Info {
 /// Looks at the processes of this host. Any thread.
 class Service_Lister {
  public:
-  /// Fills `services` with the processes whose whole command line matches the regular expression `pattern`. With an
-  /// installation below a folder only processes whose program lies there count. False on success (!); true, with a
-  /// message, when the processes cannot be listed or the pattern is none. `children` and `locale` choose among ways of
-  /// listing that make no difference here and are not looked at.
+  /// Fills `services` with the processes whose whole command line, of which 4096 bytes are looked at, matches the
+  /// regular expression `pattern`. With an installation below a folder only processes whose program lies there count.
+  /// False on success (!); true, with a message, when the processes cannot be listed or the pattern is none. `children`
+  /// and `locale` choose among ways of listing that make no difference here and are not looked at.
   [[nodiscard]] static bool list_service(const std::string& pattern, std::list<Service_Info>& services, bool children,
                                          const char* locale);
 };

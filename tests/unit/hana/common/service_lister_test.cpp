@@ -41,6 +41,18 @@ TEST_F(Service_Lister_Test, Matches_An_Id_That_Is_The_Beginning_Of_Another_One) 
   EXPECT_EQ(pids(".*hdbbackint.*-s\\s*17003.*"), Pids{11});
 }
 
+TEST_F(Service_Lister_Test, Finds_Others_Beside_A_Command_Line_That_Is_Too_Hard_To_Compare) {
+  const std::string hard(1000, 'x');
+  runner_.let_run({{10, "nobody", hard}, {11, "hdbadm", "xxy"}});
+  EXPECT_EQ(pids("(x+x+)+y"), Pids{11});
+}
+
+TEST_F(Service_Lister_Test, Looks_At_The_Beginning_Of_A_Long_Command_Line) {
+  const std::string long_tail(100000, ' ');
+  runner_.let_run({{10, "hdbadm", "hdbbackint -s 1700" + long_tail}, {11, "nobody", long_tail + "hdbbackint -s 1700"}});
+  EXPECT_EQ(pids(".*hdbbackint.*-s\\s*1700.*"), Pids{10});
+}
+
 TEST_F(Service_Lister_Test, Gives_Command_User_And_Number) {
   std::list<Service_Info> services;
   ASSERT_FALSE(Service_Lister::list_service(".*cron", services, false, "C"));
