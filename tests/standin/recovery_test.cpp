@@ -215,6 +215,19 @@ TEST_F(Recovery, Fails_With_What_Hdbbackint_Printed) {
                "448: recovery could not be completed: [110507] Backint exited with exit code 137");
 }
 
+TEST_F(Recovery, Waits_For_A_Silent_Hdbbackint_As_Long_As_Configured) {
+  install_with_catalogs();
+  const std::string full = backed_up();
+  ASSERT_EQ(
+      sql("ALTER SYSTEM ALTER CONFIGURATION ('global.ini','SYSTEM') SET ('backup','backint_response_timeout')='1'")
+          .code,
+      0);
+  script("wait 60000");
+  expect_error(recover(by_id(full)),
+               "449: recovery strategy could not be determined: [110089] the backup catalog cannot be read, [110507] "
+               "Backint exited with exit code 137");
+}
+
 TEST_F(Recovery, Takes_A_Full_Backup_By_Its_Prefix) {
   install_with_catalogs();
   put("a", "1");

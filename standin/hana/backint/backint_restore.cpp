@@ -50,6 +50,7 @@ class Pipe_Reader {
 
   void read(Descriptor pipe, Backint_Wish& wish, const std::function<bool(const char*, std::size_t)>& taker) {
     Sha256 sum;
+    std::int64_t idle_ms = 0;
     while (!call_.canceled()) {
       const bool last_look = process_.ended();
       pollfd entry{pipe.get(), POLLIN, 0};
@@ -58,8 +59,12 @@ class Pipe_Reader {
       if (ready <= 0) {
         // Who ended without a word never opened the pipe.
         if (last_look) break;
+        idle_ms += poll_ms;
+        if (call_.response_timeout_seconds > 0 && idle_ms > call_.response_timeout_seconds * 1000)
+          process_.send(SIGKILL);
         continue;
       }
+      idle_ms = 0;
       if (!take(pipe.get(), wish, sum, taker)) break;
     }
     wish.sha256 = sum.finish();

@@ -26,7 +26,7 @@ struct Backint_Reader {
   std::string database;  ///< whose backint.log tells of the call
   std::string user_id;
   std::string parameter_file;
-  std::int64_t response_timeout_seconds = 0;  ///< 0: waits for ever
+  std::int64_t response_timeout_seconds = 0;  ///< after which a silent one is killed; 0: waits for ever
   std::int64_t kill_after_bytes = -1;
   std::int64_t bytes_per_second = 0;  ///< of each pipe; 0: as fast as it goes
   std::function<bool()> canceled;
