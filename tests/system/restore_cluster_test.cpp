@@ -1,0 +1,112 @@
+// A restore on a system that spans several hosts.
+
+#include <ctime>
+#include <filesystem>
+
+#include "cluster_fixture.h"
+#include "scrt/time_text.h"
+#include "scrt/uuid.h"
+
+using namespace system_tests;
+
+namespace {
+
+constexpr const char* staged_file = "/var/opt/tarvex/dorsal3/agent/hana/catalog/catalog_HDB_TN1_HDB_TN1.json";
+
+json_spirit::Object object_in(const std::string& body) {
+  json_spirit::Value value;
+  return json_spirit::load_json(body, value) && value.is_object() ? value.get_obj() : json_spirit::Object();
+}
+
+json_spirit::Object first_row(const std::string& body) {
+  json_spirit::Array rows;
+  (void)json_spirit::object_get(object_in(body), "rows", rows);
+  return rows.empty() ? json_spirit::Object() : rows.front().get_obj();
+}
+
+class Cluster_Restores : public Cluster_Fixture {
+ protected:
+  /// A log backup is set up, so that HANA's catalog goes through Backint; each database has a full backup.
+  void start_with_backups(const std::vector<std::string>& databases) {
+    start_scale_out(2);
+    ASSERT_EQ(server().dorsal3({"log-backup", "enable", instance, "--host", "hana01", "--yes"}).code, 0);
+    for (const std::string& database : databases) {
+      put(database, "a", "1");
+      ASSERT_EQ(server().backup(std::string(instance) + "/" + database, {"--host", "hana01"}).code, 0);
+      put(database, "a", "2");
+    }
+  }
+  [[nodiscard]] json_spirit::Object full_of(const std::string& database) const {
+    return first_row(server().rest("GET", "/sets?sort=id&order=desc&limit=1&type=full&database=" + database).body);
+  }
+  /// A restore on hana01 of one database in place; the id of its run.
+  [[nodiscard]] std::string start_restore(const std::string& database, const json_spirit::Object& restore_as,
+                                          const std::string& set = {}) const {
+    const std::string resource = text_of(first_row(server().rest("GET", "/resources").body), "uuid");
+    json_spirit::Object entry{{"original", json_spirit::Object{{"sid", "HDB"}, {"database", database}}},
+                              {"restore_as", restore_as}};
+    if (!set.empty()) entry["catalog_uuid"] = set;
+    const std::string id = make_uuid();
+    const json_spirit::Object definition{
+        {"id", id},
+        {"name", "restore"},
+        {"type", "restore"},
+        {"subtype", "point-in-time"},
+        {"module", "hana"},
+        {"host_uuid", host("hana01").uuid()},
+        {"source", json_spirit::Object{{"id", resource}, {"name", instance}, {"entries", json_spirit::Array{entry}}}},
+        {"options", json_spirit::Object{}},
+        {"target", json_spirit::Object{{"resource_uuid", resource}}}};
+    const auto stored = server().rest("POST", "/job-definitions", json_spirit::dump_json(definition));
+    EXPECT_TRUE(stored.status == 200 || stored.status == 201) << stored.body;
+    return text_of(object_in(server().rest("POST", "/job-definitions/" + id + "/start", "{}").body), "job_act_id");
+  }
+  Tool_Result sql_of(const std::string& database, const std::string& statement) const {
+    return host("hana01").hana_tool(
+        "hdbsql", {"-xCja", "-i", "00", "-d", database, "-u", "SYSTEM", "-p", Host::password, statement});
+  }
+  void put(const std::string& database, const std::string& key, const std::string& value) const {
+    const Tool_Result done = sql_of(database, "UPSERT KV VALUES ('" + key + "','" + value + "')");
+    ASSERT_EQ(done.code, 0) << done.err;
+  }
+  [[nodiscard]] std::string rows(const std::string& database) const { return sql_of(database, "select V from KV").out; }
+};
+
+}  // namespace
+
+TEST_F(Cluster_Restores, The_Catalog_Is_Staged_On_Every_Host) {
+  start_with_backups({"TN1"});
+  host("hana01").fault("slow_statement = 2000 | match=RECOVER");
+  // Behind the begin of the full backup, which would be restored alone.
+  std::string wanted;
+  const std::string begin = text_of(full_of("TN1"), "first_time");
+  ASSERT_TRUE(eventually([&] { return (wanted = posix_time_to_utc_text(std::time(nullptr))) > begin; }));
+  const std::string run = start_restore("TN1", {{"timepoint", wanted}});
+  ASSERT_TRUE(eventually([this] { return std::filesystem::exists(host("hana01").real(staged_file)); }))
+      << host("hana01").agent_log();
+  const std::string staged = slurp(host("hana01").real(staged_file));
+  EXPECT_EQ(server().wait_for_end(run), "completed") << host("hana01").agent_log();
+  EXPECT_EQ(slurp(host("hana02").real(staged_file)), staged);
+  EXPECT_FALSE(std::filesystem::exists(host("hana01").real(staged_file)));
+  EXPECT_TRUE(server().alerts().empty());
+  std::string key = object_in(staged).empty() ? "" : slurp(host("hana01").real("/etc/opt/tarvex/dorsal3/agent.key"));
+  key.erase(key.find_last_not_of('\n') + 1);
+  ASSERT_FALSE(key.empty());
+  EXPECT_NE(staged.find(key), std::string::npos);
+  for (const char* name : {"hana01", "hana02"})
+    EXPECT_EQ(host(name).agent_log().find(key), std::string::npos) << "the access key is in a log";
+  EXPECT_EQ(server().log().find(key), std::string::npos);
+  EXPECT_EQ(server().rest("GET", "/audit").body.find(key), std::string::npos);
+}
+
+TEST_F(Cluster_Restores, The_Other_Hosts_Are_Restarted_After_The_System_Database) {
+  start_with_backups({"SYSTEMDB"});
+  host("hana01").fault("logon_after_recovery_ms = 500");
+  host("hana02").fault("failover = no");
+  const std::string set = text_of(full_of("SYSTEMDB"), "uuid");
+  const std::string run = start_restore("SYSTEMDB", {}, set);
+  EXPECT_EQ(server().wait_for_end(run), "completed") << host("hana01").agent_log();
+  EXPECT_EQ(rows("SYSTEMDB"), "1\n");
+  EXPECT_NE(server().rest("GET", "/audit").body.find("hana.instance.control"), std::string::npos);
+  EXPECT_TRUE(server().alerts().empty()) << host("hana01").agent_log() << host("hana02").agent_log();
+}
