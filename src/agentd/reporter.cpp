@@ -10,8 +10,13 @@ namespace agentd {
 
 namespace {
 
-json_spirit::Object report_document(const Job_Activity_Snapshot& activity) {
-  return {{"activities", json_spirit::Array{activity_document(activity)}}};
+constexpr const char* activities_key = "activities";
+constexpr const char* logs_key = "logs";
+
+/// One document of a list as a message of its own: a log is one, a state is in a list.
+json_spirit::Object alone(const char* key, const json_spirit::Object& document) {
+  if (key == logs_key) return document;
+  return {{key, json_spirit::Array{document}}};
 }
 
 json_spirit::Object log_document(const std::string& job_act_id, json_spirit::Array lines) {
@@ -26,7 +31,7 @@ json_spirit::Object line_document(unsigned long priority, const std::string& tex
 std::vector<std::string> reported_ids(const json_spirit::Object& document) {
   std::vector<std::string> ids;
   json_spirit::Array activities;
-  (void)json_spirit::object_get(document, "activities", activities);
+  (void)json_spirit::object_get(document, activities_key, activities);
   for (const json_spirit::Value& activity : activities) {
     std::string id;
     if (activity.is_object() && json_spirit::object_get(activity.get_obj(), "id", id)) ids.push_back(std::move(id));
@@ -142,8 +147,9 @@ void Reporter::send_or_keep(const Pending& pending) {
   if (pending.lost_lines > 0)
     D3_WARNING("%Q lines of job logs were not sent to backupd, there were too many at once\n", pending.lost_lines);
   std::map<std::string, json_spirit::Array> batches;
+  std::vector<json_spirit::Object> logs;
   const auto flush = [&](const std::string& id, json_spirit::Array& lines) {
-    if (!lines.empty()) offer(Message_Kind::log, log_document(id, std::exchange(lines, {})));
+    if (!lines.empty()) logs.push_back(log_document(id, std::exchange(lines, {})));
   };
   for (const Job_Log_Line& line : pending.lines) {
     json_spirit::Array& batch = batches[line.job_act_id];
@@ -151,8 +157,34 @@ void Reporter::send_or_keep(const Pending& pending) {
     if (batch.size() >= log_batch_lines) flush(line.job_act_id, batch);
   }
   for (auto& [id, lines] : batches) flush(id, lines);
+  offer_all(Message_Kind::log, logs_key, logs);
+  std::vector<json_spirit::Object> under_way;
+  std::vector<json_spirit::Object> ended;
   for (const auto& [id, activity] : pending.activities)
-    offer(is_finished(activity.state) ? Message_Kind::final_state : Message_Kind::progress, report_document(activity));
+    (is_finished(activity.state) ? ended : under_way).push_back(activity_document(activity));
+  offer_all(Message_Kind::progress, activities_key, under_way);
+  offer_all(Message_Kind::final_state, activities_key, ended);
+}
+
+void Reporter::offer_all(Message_Kind kind, const char* key, const std::vector<json_spirit::Object>& documents) {
+  for (std::size_t begin = 0; begin < documents.size(); begin += jobs_in_message) {
+    const std::size_t end = std::min(begin + jobs_in_message, documents.size());
+    const auto first = documents.begin() + static_cast<std::ptrdiff_t>(begin);
+    const auto last = documents.begin() + static_cast<std::ptrdiff_t>(end);
+    if (!away_ && end - begin > 1 && deliver_together(kind, key, json_spirit::Array(first, last))) continue;
+    for (auto document = first; document != last; ++document) offer(kind, alone(key, *document));
+  }
+}
+
+/// False when they are to be offered one by one: backupd is away, or one of them is refused, which must not cost the
+/// others.
+bool Reporter::deliver_together(Message_Kind kind, const char* key, json_spirit::Array documents) {
+  const Message message{0, kind, {{key, std::move(documents)}}};
+  std::string reason;
+  const Delivery delivery = callbacks_.send(message, reason);
+  if (delivery == Delivery::done) tell_ended(message);
+  away_ = delivery == Delivery::away;
+  return delivery == Delivery::done;
 }
 
 void Reporter::offer(Message_Kind kind, json_spirit::Object document) {
@@ -178,9 +210,13 @@ Reporter::Delivery Reporter::deliver(const Message& message) {
   const Delivery delivery = callbacks_.send(message, reason);
   if (delivery == Delivery::refused)
     D3_ERROR("Backupd refused a message of this agent, %C\n", platform::cut_for_log(reason).c_str());
-  if (delivery == Delivery::done && message.kind == Message_Kind::final_state)
-    for (const std::string& id : reported_ids(message.document)) callbacks_.ended(id);
+  if (delivery == Delivery::done) tell_ended(message);
   return delivery;
+}
+
+void Reporter::tell_ended(const Message& message) const {
+  if (message.kind != Message_Kind::final_state) return;
+  for (const std::string& id : reported_ids(message.document)) callbacks_.ended(id);
 }
 
 }  // namespace agentd

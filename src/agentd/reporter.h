@@ -61,6 +61,8 @@ class Reporter : public Activity_Listener, public Job_Log_Sink, public Alert_Sin
   void work();
 
   static constexpr std::size_t log_batch_lines = 200;
+  /// States, or logs, of so many jobs travel in one message.
+  static constexpr std::size_t jobs_in_message = 50;
   static constexpr std::size_t log_limit_lines = 10000;  ///< lines in memory; from then on the oldest go
   /// Lines that come in a row are sent together.
   static constexpr std::chrono::milliseconds gathering{300};
@@ -76,9 +78,13 @@ class Reporter : public Activity_Listener, public Job_Log_Sink, public Alert_Sin
   [[nodiscard]] bool ready();
   [[nodiscard]] Pending take_pending();
   void send_or_keep(const Pending& pending);
+  /// Each of the documents is a message of its own; together, as the list `key` of one, they cost one answer.
+  void offer_all(Message_Kind kind, const char* key, const std::vector<json_spirit::Object>& documents);
+  [[nodiscard]] bool deliver_together(Message_Kind kind, const char* key, json_spirit::Array documents);
   void offer(Message_Kind kind, json_spirit::Object document);
   bool send_kept();
   Delivery deliver(const Message& message);
+  void tell_ended(const Message& message) const;
 
   Outbox& outbox_;
   const Callbacks callbacks_;

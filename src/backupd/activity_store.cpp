@@ -102,6 +102,25 @@ json_spirit::Array sets_of(Sql_Session& session, const std::string& id) {
   return sets;
 }
 
+struct Log_Line {
+  std::string run;
+  std::int64_t priority = 0;
+  std::string text;
+  std::string time;
+};
+
+Outcome read_line(const std::string& run, const json_spirit::Value& value, std::vector<Log_Line>& lines) {
+  if (!value.is_object()) return Outcome::refuse(Outcome::bad_request, "a log line is not an object");
+  Log_Line line{run, 0, {}, {}};
+  Body_Reader reader(value.get_obj(), "the log line");
+  reader.number("priority", line.priority);
+  reader.text("text", line.text);
+  reader.text("time", line.time);
+  if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
+  lines.push_back(std::move(line));
+  return {};
+}
+
 json_spirit::Array log_of(Sql_Session& session, const std::string& id) {
   json_spirit::Array lines;
   for (const Sql_Row& row : session.query("SELECT priority, line, line_time FROM job_log WHERE job_act_id = :a "
@@ -262,33 +281,22 @@ bool Activity_Store::change_unended(const std::string& id,
   });
 }
 
-Outcome Activity_Store::add_log(const std::string& host_uuid, const std::string& id, const json_spirit::Array& lines) {
-  struct Line {
-    std::int64_t priority = 0;
-    std::string text;
-    std::string time;
-  };
-  std::vector<Line> read;
-  for (const json_spirit::Value& value : lines) {
-    if (!value.is_object()) return Outcome::refuse(Outcome::bad_request, "a log line is not an object");
-    Line line;
-    Body_Reader reader(value.get_obj(), "the log line");
-    reader.number("priority", line.priority);
-    reader.text("text", line.text);
-    reader.text("time", line.time);
-    if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
-    read.push_back(std::move(line));
-  }
+Outcome Activity_Store::add_logs(const std::string& host_uuid, const std::vector<Run_Log>& logs) {
+  std::vector<Log_Line> read;
+  for (const Run_Log& log : logs)
+    for (const json_spirit::Value& value : log.lines)
+      if (Outcome outcome = read_line(log.job_act_id, value, read); !outcome.ok()) return outcome;
   Outcome outcome;
   const bool stored = database_.write([&](Sql_Session& session) {
-    const std::optional<Activity_Row> known = find_activity(session, id);
-    if (known && known->host_uuid != host_uuid) {
-      outcome = Outcome::refuse(Outcome::forbidden, "the run " + id + " belongs to another host");
+    for (const Run_Log& log : logs) {
+      const std::optional<Activity_Row> known = find_activity(session, log.job_act_id);
+      if (!known || known->host_uuid == host_uuid) continue;
+      outcome = Outcome::refuse(Outcome::forbidden, "the run " + log.job_act_id + " belongs to another host");
       return false;
     }
-    for (const Line& line : read)
+    for (const Log_Line& line : read)
       session.execute("INSERT INTO job_log (id, job_act_id, priority, line, line_time) VALUES (:a, :b, :c, :d, :e)",
-                      {session.next_number("job_log"), id, line.priority, line.text, line.time});
+                      {session.next_number("job_log"), line.run, line.priority, line.text, line.time});
     return true;
   });
   return stored || !outcome.ok() ? outcome : store_failed();

@@ -60,7 +60,13 @@ class Activity_Store {
   /// `being_sent` are left alone. A run that its agent may not have heard of waits again instead.
   [[nodiscard]] bool forget_unknown(const std::string& host_uuid, const json_spirit::Array& known,
                                     const std::set<std::string>& being_sent, Ended& ended);
-  [[nodiscard]] Outcome add_log(const std::string& host_uuid, const std::string& id, const json_spirit::Array& lines);
+  /// Lines of a run's log as its agent sends them.
+  struct Run_Log {
+    std::string job_act_id;
+    json_spirit::Array lines;
+  };
+  /// All or none.
+  [[nodiscard]] Outcome add_logs(const std::string& host_uuid, const std::vector<Run_Log>& logs);
 
   /// Runs to be handed to their agents, oldest first.
   [[nodiscard]] bool waiting(std::vector<Waiting_Run>& runs);

@@ -159,14 +159,27 @@ JSON_RPC_Answer Agent_Service::report(const Agent_Connection& connection, const 
   return success(json_spirit::Object());
 }
 
+/// Lines of one run, or of several at once.
 JSON_RPC_Answer Agent_Service::log(const Agent_Connection& connection, const json_spirit::Object& params) {
-  std::string job_act_id;
-  json_spirit::Array lines;
-  Body_Reader reader(params, "job.log");
-  reader.uuid("job_act_id", job_act_id, Need::required);
-  reader.array("lines", lines, Need::required);
-  if (Outcome outcome = reader.finish_known(); !outcome.ok()) return refuse(outcome);
-  if (Outcome outcome = stores_.activities.add_log(connection.host_uuid(), job_act_id, lines); !outcome.ok())
+  json_spirit::Array logs;
+  if (params.contains("logs")) {
+    Body_Reader reader(params, "job.log");
+    reader.array("logs", logs, Need::required);
+    if (Outcome outcome = reader.finish_known(); !outcome.ok()) return refuse(outcome);
+  } else {
+    logs.emplace_back(params);
+  }
+  std::vector<Activity_Store::Run_Log> read;
+  for (const json_spirit::Value& value : logs) {
+    if (!value.is_object()) return refuse(JSON_RPC_E_INVALID_PARAMS, "an element of \"logs\" is not an object");
+    Activity_Store::Run_Log log;
+    Body_Reader reader(value.get_obj(), "job.log");
+    reader.uuid("job_act_id", log.job_act_id, Need::required);
+    reader.array("lines", log.lines, Need::required);
+    if (Outcome outcome = reader.finish_known(); !outcome.ok()) return refuse(outcome);
+    read.push_back(std::move(log));
+  }
+  if (Outcome outcome = stores_.activities.add_logs(connection.host_uuid(), read); !outcome.ok())
     return refuse(outcome);
   return success(json_spirit::Object());
 }

@@ -20,6 +20,10 @@ class Reporter_Test : public ::testing::Test {
         reason = "because";
         return outcome;
       }
+      if (!refused_text.empty() && text(message).find(refused_text) != std::string::npos) {
+        reason = "because";
+        return Reporter::Delivery::refused;
+      }
       sent.push_back(message);
       return Reporter::Delivery::done;
     };
@@ -48,6 +52,7 @@ class Reporter_Test : public ::testing::Test {
   Outbox outbox{"/var/outbox"};
   std::unique_ptr<Reporter> reporter;
   std::vector<Message> sent;
+  std::string refused_text;  ///< messages that hold it are refused
   std::vector<std::string> ended;
   std::uint64_t connection = 0;
   int greetings = 0;
@@ -143,8 +148,46 @@ TEST_F(Reporter_Test, Log_Lines_Travel_In_Batches_By_Job) {
   for (std::size_t i = 0; i < Reporter::log_batch_lines + 1; ++i) reporter->write({"a", 1, "x", 0});
   reporter->write({"b", 1, "y", 0});
   reporter->work();
+  ASSERT_EQ(sent.size(), 1U);
+  json_spirit::Array logs;
+  ASSERT_TRUE(json_spirit::object_get(sent[0].document, "logs", logs)) << text(sent[0]);
+  ASSERT_EQ(logs.size(), 3U);
+  EXPECT_NE(json_spirit::dump_json(logs[2]).find("\"job_act_id\":\"b\""), std::string::npos);
+}
+
+TEST_F(Reporter_Test, What_Many_Jobs_Have_To_Tell_Is_One_Message_A_Kind) {
+  connection = 1;
+  for (const char* id : {"a", "b", "c", "d"}) {
+    reporter->write({id, 1, "x", 0});
+    reporter->activity_changed(activity(id, *id < 'c' ? JOB_STATE_RUNNING : JOB_STATE_COMPLETED));
+  }
+  reporter->work();
   ASSERT_EQ(sent.size(), 3U);
-  EXPECT_NE(text(sent[2]).find("\"job_act_id\":\"b\""), std::string::npos);
+  EXPECT_EQ(sent[0].kind, Message_Kind::log);
+  EXPECT_EQ(sent[1].kind, Message_Kind::progress);
+  EXPECT_EQ(sent[2].kind, Message_Kind::final_state);
+  EXPECT_EQ(ended, (std::vector<std::string>{"c", "d"}));
+}
+
+TEST_F(Reporter_Test, One_That_Is_Refused_Does_Not_Cost_The_Others) {
+  connection = 1;
+  refused_text = "\"b\"";
+  for (const char* id : {"a", "b", "c"}) reporter->activity_changed(activity(id, JOB_STATE_COMPLETED));
+  reporter->work();
+  EXPECT_EQ(ended, (std::vector<std::string>{"a", "c"}));
+  EXPECT_EQ(outbox.size(), 0U);
+  EXPECT_EQ(log.claim_containing("Backupd refused a message of this agent, because"), 1U);
+}
+
+TEST_F(Reporter_Test, What_Cannot_Be_Sent_Together_Is_Kept_One_By_One) {
+  connection = 1;
+  outcome = Reporter::Delivery::away;
+  for (const char* id : {"a", "b", "c"}) reporter->activity_changed(activity(id, JOB_STATE_COMPLETED));
+  reporter->work();
+  EXPECT_EQ(outbox.size(), 3U);
+  outcome = Reporter::Delivery::done;
+  reporter->work();
+  EXPECT_EQ(ended, (std::vector<std::string>{"a", "b", "c"}));
 }
 
 TEST_F(Reporter_Test, Too_Many_Lines_Lose_The_Oldest_And_Say_So) {

@@ -74,6 +74,32 @@ TEST(Agent_Service, Keeps_What_An_Agent_Reports) {
   EXPECT_EQ(json_spirit::dump_json(lines), R"([{"priority":4,"text":"hello","time":"2026-01-01 10:00:00"}])");
 }
 
+TEST(Agent_Service, Takes_The_Logs_Of_Several_Runs_At_Once_All_Or_None) {
+  Memory_Server server;
+  Fake_Agent agent(server, server.agent_key, obedient);
+  Fake_Agent other(server, server.other_agent_key, obedient);
+  const std::string second = uuid_of(71);
+  ASSERT_TRUE(agent.call("job.report", report(3)).ok);
+  ASSERT_TRUE(agent.call("job.report", R"({"activities":[{"id":")" + second + R"(","state":3}]})").ok);
+  const auto log = [](const std::string& id, const char* text) {
+    return R"({"job_act_id":")" + id + R"(","lines":[{"priority":4,"text":")" + text + R"(","time":"t"}]})";
+  };
+  const auto lines_of = [&](const std::string& id) {
+    json_spirit::Array lines;
+    json_spirit::object_get(server.request("GET", "/jobs/" + id).body, "log", lines);
+    return json_spirit::dump_json(lines);
+  };
+  ASSERT_TRUE(agent.call("job.log", R"({"logs":[)" + log(run, "one") + "," + log(second, "two") + "]}").ok);
+  EXPECT_EQ(lines_of(run), R"([{"priority":4,"text":"one","time":"t"}])");
+  EXPECT_EQ(lines_of(second), R"([{"priority":4,"text":"two","time":"t"}])");
+  const std::string own = uuid_of(72);
+  ASSERT_TRUE(other.call("job.report", R"({"activities":[{"id":")" + own + R"(","state":3}]})").ok);
+  EXPECT_EQ(other.call("job.log", R"({"logs":[)" + log(own, "three") + "," + log(run, "four") + "]}").code,
+            JSON_RPC_E_INVALID_PARAMS);
+  EXPECT_EQ(lines_of(own), "[]");
+  EXPECT_EQ(agent.call("job.log", R"({"logs":[7]})").code, JSON_RPC_E_INVALID_PARAMS);
+}
+
 TEST(Agent_Service, Passes_Over_A_Report_That_Comes_After_The_End) {
   Memory_Server server;
   Fake_Agent agent(server, server.agent_key, obedient);
