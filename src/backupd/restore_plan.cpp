@@ -46,9 +46,6 @@ class Planner {
                                           "differential one, or a time");
       return false;
     }
-    if (question_.wanted == nullptr && question_.time > question_.now)
-      refuse(refusal::future, "the time " + question_.time + " UTC lies in the future (now is " + question_.now +
-                                  "); choose a past one");
     if (question_.full == nullptr) {
       refuse_without_full();
       return false;
@@ -207,14 +204,21 @@ class Planner {
     else
       plan_.before = Recoverable{reached, {}};
     find_after();
-    std::string message = services.empty()
-                              ? "no logs of " + question_.database + " are backed up since " + set_label(base)
-                              : "the logs of " + question_.database + " do not reach " + plan_.time + " UTC";
+    // A clock that is behind HANA's own does not keep from a time that the logs hold.
+    const bool future = question_.time > question_.now;
+    std::string message = why_short(services, base, future);
     message += "; nearest before it: " + plan_.before->time +
                (plan_.before->set.empty() ? "" : " (set " + plan_.before->set + ")");
     message +=
         plan_.after ? ", after it: " + plan_.after->time + " (set " + plan_.after->set + ")" : ", after it: none";
-    refuse(refusal::too_short, std::move(message), {{"volumes", volumes}});
+    refuse(future ? refusal::future : refusal::too_short, std::move(message), {{"volumes", volumes}});
+  }
+
+  [[nodiscard]] std::string why_short(const std::vector<Service_Logs>& services, const Plan_Set& base,
+                                      bool future) const {
+    if (future) return "the time " + plan_.time + " UTC lies in the future (now is " + question_.now + ")";
+    if (services.empty()) return "no logs of " + question_.database + " are backed up since " + set_label(base);
+    return "the logs of " + question_.database + " do not reach " + plan_.time + " UTC";
   }
 
   /// The next data backup that can be had as a set.

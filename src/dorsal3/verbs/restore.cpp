@@ -18,7 +18,7 @@ constexpr const char* target_missing = "target_missing";
 
 /// The logs, or what they begin at, do not give what is wanted.
 bool is_about_chain(const std::string& code) {
-  const char* const codes[] = {"log_gap", "log_overlap", "logs_too_short", "no_full_backup"};
+  const char* const codes[] = {"log_gap", "log_overlap", "logs_too_short", "time_in_future", "no_full_backup"};
   return std::any_of(std::begin(codes), std::end(codes), [&](const char* known) { return code == known; });
 }
 
