@@ -3,11 +3,13 @@
 #include "hdbbackint/console.h"
 #include "hdbbackint/paths.h"
 #include "hdbbackint/restore/object_search.h"
-#include "hdbbackint/settings.h"
+#include "hdbbackint/restore/restore_control.h"
 #include "hdbbackint/stream/object_destination.h"
 #include "hdbbackint/stream/restore_pipeline.h"
 #include "hdbbackint/stream/resuming_reader.h"
+#include "hdbbackint/stream/shared_rate.h"
 #include "hdbbackint/stream/stored_decoder.h"
+#include "hdbbackint/stream/throttled_stream.h"
 #include "platform/log.h"
 
 namespace hdbbackint {
@@ -52,7 +54,6 @@ Object_Restorer::Search Object_Restorer::find_own() {
   }
   if (search.files().empty()) return Search::not_found;
   file_ = std::move(search.files().front());
-  staged_seconds_retry_ = search.max_seconds_retry();
   return Search::found;
 }
 
@@ -74,15 +75,21 @@ bool Object_Restorer::move() {
   if (!output) return false;
   Client_IO_Options options;
   set_options_by_host(options);
-  options.max_seconds_retry = max_seconds_retry();
+  const Restore_Control control = Restore_Control::of(call_, entry_.name, file_);
+  options.max_seconds_retry = control.max_seconds_retry;
   Resuming_Reader stored(file_.location, file_.storage_path, options, stop_);
+  Shared_Rate rate(control.rate_account);
+  Rate_Throttle from_pool(rate, Shared_Rate::from_source, control.rate_limits.source, stop_);
+  Rate_Throttle to_hana(rate, Shared_Rate::to_destination, control.rate_limits.destination, stop_);
+  Throttled_Input input(stored, from_pool);
+  Throttled_Sink sink(*output, to_hana);
   const Compression_Method method = compression_name_to_value(file_.compression.data(), file_.compression.size());
-  const auto decoder = make_stored_decoder(method, stored);
+  const auto decoder = make_stored_decoder(method, input);
   if (!decoder) {
     error_ = "its record names a method that cannot be undone: " + file_.compression;
     return false;
   }
-  Restore_Pipeline pipeline(*decoder, *output, {file_.size, file_.checksum}, stop_);
+  Restore_Pipeline pipeline(*decoder, sink, {file_.size, file_.checksum}, stop_);
   if (!pipeline.run()) {
     error_ = pipeline.error() + " (" + file_.storage_path + ")";
     return false;
@@ -90,17 +97,6 @@ bool Object_Restorer::move() {
   if (output->finish()) return true;
   error_ = output->error();
   return false;
-}
-
-/// What the restore says, else what the job said when the object was saved; a record that is gone means one attempt.
-unsigned Object_Restorer::max_seconds_retry() const {
-  if (staged_seconds_retry_) return *staged_seconds_retry_;
-  sap_hana::Backint_Backup_Job_Info job;
-  Job_Settings settings;
-  std::string ignored;
-  const bool known = call_.records(default_seconds_retry).get_job(file_.info_uuid.c_str(), job) &&
-                     read_job_settings(job, settings, ignored);
-  return known ? settings.max_seconds_retry : 0;
 }
 
 const std::string& Object_Restorer::destination() const {

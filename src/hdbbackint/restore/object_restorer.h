@@ -1,7 +1,5 @@
 #pragma once
 
-#include <optional>
-
 #include "hana/backint_catalog/backint_backup_file.h"
 #include "hdbbackint/call.h"
 
@@ -22,14 +20,12 @@ class Object_Restorer {
   Search find_own();
   Search find_for_check();
   bool move();
-  [[nodiscard]] unsigned max_seconds_retry() const;
   [[nodiscard]] const std::string& destination() const;
 
   const Call& call_;
   const Request_Entry& entry_;
   Stop_Source stop_;
   sap_hana::Backup_File_Info file_;
-  std::optional<unsigned> staged_seconds_retry_;
   std::string error_;
 };
 

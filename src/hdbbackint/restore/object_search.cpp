@@ -1,8 +1,5 @@
 #include "hdbbackint/restore/object_search.h"
 
-#include <algorithm>
-#include <limits>
-
 #include "hdbbackint/console.h"
 #include "hdbbackint/restore/staged_catalog.h"
 
@@ -35,7 +32,6 @@ bool Object_Search::find_staged(bool& staged) {
   file.storage_path = catalog.storage_path;
   file.source_type = catalog.source_type;
   file.pool_uuid = catalog.pool_uuid;
-  max_seconds_retry_ = catalog.max_seconds_retry();
   return true;
 }
 

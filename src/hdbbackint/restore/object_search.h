@@ -1,7 +1,6 @@
 #pragma once
 
 #include <list>
-#include <optional>
 #include <string>
 
 #include "hana/backint_catalog/backint_backup_file.h"
@@ -21,8 +20,6 @@ class Object_Search {
   [[nodiscard]] bool find();
   [[nodiscard]] std::list<sap_hana::Backup_File_Info>& files() { return files_; }
   [[nodiscard]] const std::string& error() const { return error_; }
-  /// How long a restore that goes on tries again; nothing when none says so.
-  [[nodiscard]] std::optional<unsigned> max_seconds_retry() const { return max_seconds_retry_; }
 
  private:
   using Query = sap_hana::Backint_Catalog_helper::File_Query;
@@ -36,7 +33,6 @@ class Object_Search {
   const Request_Entry& entry_;
   std::list<sap_hana::Backup_File_Info> files_;
   std::string error_;
-  std::optional<unsigned> max_seconds_retry_;
 };
 
 }  // namespace hdbbackint

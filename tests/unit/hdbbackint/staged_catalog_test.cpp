@@ -4,6 +4,7 @@
 
 #include <utime.h>
 
+#include "support/virtual_clock.h"
 #include "unit/hdbbackint/agent_fixture.h"
 
 namespace hdbbackint {
@@ -172,6 +173,33 @@ TEST_F(Staged_Catalog_Test, Lies_Where_The_File_Says) {
   std::string content;
   EXPECT_EQ(restore("#NULL " + catalog_path(), catalog_path(), content).answers, Answers{restored(ebid)});
   EXPECT_EQ(content, "catalog");
+}
+
+TEST_F(Staged_Catalog_Test, Limits_The_Rate_Of_Every_Object_Of_The_Restore) {
+  const std::string catalog = save(catalog_name, "catalog");
+  const std::string name = object_name("1_1");
+  const std::string data = save(name, std::string(1'000'000, 'd'));
+  support::Virtual_Clock clock;
+  const auto seconds_of_restore = [&] {
+    std::string content;
+    const auto begin = clock.steady_now();
+    const Outcome outcome = restore("#EBID " + data + " " + path_of(name), path_of(name), content);
+    EXPECT_EQ(outcome.exit_code, 0);
+    EXPECT_EQ(content.size(), 1'000'000U);
+    return std::chrono::duration<double>(clock.steady_now() - begin).count();
+  };
+  EXPECT_EQ(seconds_of_restore(), 0) << "no restore is going on";
+  for (const char* direction : {"src_rate_limits", "dest_rate_limits"}) {
+    json_spirit::Object io_ctl{{"max_seconds_retry", 0}, {"access_key", "the-key"}};
+    io_ctl["dest_rate_limits"] = "[]";
+    io_ctl["src_rate_limits"] = "[]";
+    io_ctl[direction] = R"([{"start_time":0,"end_time":86400,"max_bytes_per_second":100000}])";
+    json_spirit::Object staged = document(catalog);
+    staged["extended_attrs"] = json_spirit::Object{{"io_ctl", io_ctl}};
+    stage("catalog_HDB_TN1_HDB_TN1.json", staged);
+    EXPECT_GT(seconds_of_restore(), 9) << direction;
+  }
+  EXPECT_TRUE(root_.exists("/var/opt/tarvex/dorsal3/agent/rate/restore%5FHDB%5FTN1"));
 }
 
 TEST_F(Staged_Catalog_Test, Is_Refused_When_A_Byte_Of_It_Has_Changed) {
