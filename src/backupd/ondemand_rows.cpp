@@ -50,6 +50,7 @@ bool is_held_back(Sql_Session& session, const Ondemand_Database& database) {
       "SELECT job_uuid, tries FROM ondemand_runs WHERE host_uuid = :a AND sid = :b AND database_name = :c AND hold = 0 "
       "AND tries < :d",
       values, 2);
+  // One that was not tried yet is begun before the others anyway.
   return std::any_of(rows.begin(), rows.end(), [&](const Sql_Row& row) {
     return row.number(1) == 0 || !was_begun_again(session, database, row.text(0));
   });
