@@ -1,6 +1,8 @@
 #include "dorsal3/log_chain_text.h"
 
 #include <ostream>
+#include <set>
+#include <vector>
 
 #include "dorsal3/format.h"
 #include "dorsal3/resources.h"
@@ -88,6 +90,16 @@ void print_branch(const json_spirit::Object& branch, std::ostream& out) {
   }
 }
 
+/// Why they wait is told once for each reason.
+void print_waiting(const std::vector<json_spirit::Object>& waiting, std::ostream& out) {
+  if (waiting.empty()) return;
+  out << indent << waiting.size() << " log backups are saved and wait to be recorded in a set\n";
+  std::set<std::string> reasons;
+  for (const auto& run : waiting)
+    if (const std::string reason = one_line(text_member(run, "message")); !reason.empty()) reasons.insert(reason);
+  for (const std::string& reason : reasons) out << inner_indent << reason << "\n";
+}
+
 void print_next_step(const std::string& state, std::ostream& out) {
   if (state == "gap")
     out << indent
@@ -111,8 +123,7 @@ void print_log_chain(const json_spirit::Object& database, std::ostream& out) {
     out << indent << "HANA's catalog: " << one_line(text_member(catalog, "short_id")) << ", "
         << one_line(text_member(catalog, "last_time")) << "\n";
   for (const auto& branch : object_rows(database, "branches")) print_branch(branch, out);
-  const auto waiting = object_rows(database, "waiting").size();
-  if (waiting != 0) out << indent << waiting << " log backups are saved and wait to be recorded in a set\n";
+  print_waiting(object_rows(database, "waiting"), out);
   json_spirit::Array unread;
   (void)json_spirit::object_get(database, "unread", unread);
   if (!unread.empty()) out << indent << unread.size() << " objects have names that tell no log positions\n";

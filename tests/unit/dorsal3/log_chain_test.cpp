@@ -282,9 +282,12 @@ TEST_F(Info_Logs_Test, Thousands_Of_Logs_Are_Read_Back_To_The_Full_Backup_And_No
 
 TEST_F(Info_Logs_Test, Saved_Logs_That_No_Set_Holds_Yet_Are_Told) {
   server.keep_sets({full(1), log_set(2, {"2_0_0_10"})});
-  server.answer("GET /backint/ondemand-runs?sid=PRD&database=TN1",
-                R"({"total":2,"rows":[{"id":7,"state":"waiting"},{"id":8,"state":"running"}]})");
+  server.answer(
+      "GET /backint/ondemand-runs?sid=PRD&database=TN1",
+      R"({"total":2,"rows":[{"id":7,"state":"waiting","message":"its definition was removed"},{"id":8,"state":"running","message":""}]})");
   EXPECT_EQ(run({"info", "--logs", "PRD_HDB00/TN1"}), exit_ok) << error.str();
-  EXPECT_NE(out.str().find("  2 log backups are saved and wait to be recorded in a set\n"), std::string::npos)
+  EXPECT_NE(out.str().find("  2 log backups are saved and wait to be recorded in a set\n"
+                           "    its definition was removed\n"),
+            std::string::npos)
       << out.str();
 }
