@@ -15,8 +15,9 @@ namespace {
 
 using Set = const json_spirit::Object*;
 
-/// A set's "start_time" is so much later than HANA's own.
-constexpr std::time_t start_shift_seconds = 1;
+/// A set's "start_time" is a second later than HANA's own begin, and HANA ends a log's segment a moment before it saves
+/// it: so much earlier lies the last second that is surely in the log as a whole. A restore is planned by the same.
+constexpr std::time_t start_shift_seconds = 2;
 
 /// Positions of one service that one set holds.
 struct Share {
@@ -33,8 +34,8 @@ struct Service_Id {
 
 std::uint64_t backup_id(Set set) { return number_member(*set, "database_backup_id"); }
 
-/// When HANA began the backup: all that was committed before is in the logs up to it.
-std::string begin_of(Set set) {
+/// All that was committed by then is in the logs up to this one.
+std::string held_until(Set set) {
   const std::string text = text_member(*set, "start_time");
   std::time_t time = 0;
   return iso8601_to_posix_time(text.c_str(), time) ? posix_time_to_utc_text(time - start_shift_seconds) : text;
@@ -200,7 +201,7 @@ class Log_Chain_Model {
     model["newest_time"] = text_member(*sets_[service.newest->piece.set], "last_time");
     if (has_full)
       model["recoverable_time"] =
-          start == "gap" ? text_member(*full_, "last_time") : begin_of(sets_[positions.end_of_first_run().set]);
+          start == "gap" ? text_member(*full_, "last_time") : held_until(sets_[positions.end_of_first_run().set]);
     return model;
   }
 

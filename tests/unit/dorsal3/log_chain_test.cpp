@@ -142,37 +142,37 @@ TEST(Log_Chain, Gaps_Are_Found_And_Late_Logs_Fill_Them) {
       {"a full backup alone is recoverable", {full(1)}, "complete 08:01:05 [2:none, 3:none]"},
       {"logs of two services, the slower one limits",
        {full(1), log_set(2, {"2_0_0_10"}), log_set(3, {"3_0_0_50"}), log_set(5, {"2_0_10_20"})},
-       "complete 08:03:00 [2:unproven 0-20, 3:unproven 0-50]"},
+       "complete 08:02:59 [2:unproven 0-20, 3:unproven 0-50]"},
       {"several services in one set",
        {full(1), log_set(2, {"2_0_0_10", "3_0_0_50"}), log_set(3, {"2_0_10_20", "3_0_50_60"})},
-       "complete 08:03:00 [2:unproven 0-20, 3:unproven 0-60]"},
+       "complete 08:02:59 [2:unproven 0-20, 3:unproven 0-60]"},
       {"the logs before the full backup prove the start",
        {log_set(1, {"2_0_0_10"}), full(2), log_set(3, {"2_0_10_20"})},
-       "complete 08:03:00 [2:joined 10-20, 3:none]"},
+       "complete 08:02:59 [2:joined 10-20, 3:none]"},
       {"logs lost around the full backup",
        {log_set(1, {"2_0_0_10"}), full(2), log_set(3, {"2_0_15_20"}), log_set(4, {"2_0_20_30"})},
        "gap 08:02:05 [2:gap 15-30 !10-15(l1,l3), 3:none]"},
       {"a gap between two logs",
        {full(1), log_set(2, {"2_0_0_10"}), log_set(3, {"2_0_20_30"}), log_set(4, {"2_0_30_40"})},
-       "gap 08:02:00 [2:unproven 0-40 !10-20(l2,l3), 3:none]"},
+       "gap 08:01:59 [2:unproven 0-40 !10-20(l2,l3), 3:none]"},
       {"a gap before the newest full backup does not count any more",
        {full(1), log_set(2, {"2_0_0_10"}), log_set(3, {"2_0_20_30"}), full(4), log_set(5, {"2_0_30_40"})},
-       "complete 08:05:00 [2:joined 30-40, 3:none]"},
+       "complete 08:04:59 [2:joined 30-40, 3:none]"},
       {"a log that was tried again comes after later ones",
        {full(1), log_set(2, {"2_0_0_10"}), log_set(3, {"2_0_20_30"}), log_set(4, {"2_0_10_20"})},
-       "complete 08:03:00 [2:unproven 0-30, 3:none]"},
+       "complete 08:02:59 [2:unproven 0-30, 3:none]"},
       {"the same log twice",
        {full(1), log_set(2, {"2_0_0_10"}), log_set(3, {"2_0_0_10"}), log_set(4, {"2_0_10_20"})},
-       "complete 08:04:00 [2:unproven 0-20, 3:none]"},
+       "complete 08:03:59 [2:unproven 0-20, 3:none]"},
       {"an empty log covers nothing",
        {full(1), log_set(2, {"2_0_0_10"}), log_set(3, {"2_0_10_10"}), log_set(4, {"2_0_12_20"})},
-       "gap 08:02:00 [2:unproven 0-20 !10-12(l2,l4), 3:none]"},
+       "gap 08:01:59 [2:unproven 0-20 !10-12(l2,l4), 3:none]"},
       {"a log without its objects is a gap",
        {full(1), log_set(2, {"2_0_0_10"}), missing(log_set(3, {"2_0_10_20"})), log_set(4, {"2_0_20_30"})},
-       "gap 08:02:00 [2:unproven 0-30 !10-20(l2,l4), 3:none]"},
+       "gap 08:01:59 [2:unproven 0-30 !10-20(l2,l4), 3:none]"},
       {"two partitions of a volume are two chains",
        {full(1), log_set(2, {"2_0_0_10", "2_1_0_10"}), log_set(3, {"2_0_10_20"})},
-       "complete 08:02:00 [2:unproven 0-20, 2:unproven 0-10, 3:none]"},
+       "complete 08:01:59 [2:unproven 0-20, 2:unproven 0-10, 3:none]"},
       {"a log with the id of the full backup came after it",
        {full(1), with_files(backup_set(1, "log", "l1"), {"log_backup_2_0_0_10"})},
        "complete 08:01:05 [2:unproven 0-10, 3:none]"},
@@ -181,7 +181,7 @@ TEST(Log_Chain, Gaps_Are_Found_And_Late_Logs_Fill_Them) {
 
 TEST(Log_Chain, A_Service_That_Falls_Silent_Is_Shown) {
   const auto model = chain_of({log_set(1, {"2_0_0_10", "3_0_0_10"}), full(2), log_set(3, {"2_0_10_20"})});
-  EXPECT_EQ(shape(model), "complete 08:03:00 [2:joined 10-20, 3:none]");
+  EXPECT_EQ(shape(model), "complete 08:02:59 [2:joined 10-20, 3:none]");
   EXPECT_NE(text_of(model).find("no log since the full backup; good if it had none to write"), std::string::npos);
 }
 
@@ -190,28 +190,28 @@ TEST(Log_Chain, A_Recovery_Begins_A_Branch) {
       {"within a lifeline what is written again takes the place of the former branch",
        {full(1), log_set(2, {"2_0_0_10"}), log_set(3, {"2_0_10_30"}), log_set(4, {"2_0_30_40"}),
         log_set(5, {"2_0_15_25"}), log_set(6, {"2_0_25_35"})},
-       "complete 08:06:00 [2:unproven 0-35 ~15-40(l3,l5), 3:none]"},
+       "complete 08:05:59 [2:unproven 0-35 ~15-40(l3,l5), 3:none]"},
       {"a gap of the new branch is not filled by the former one",
        {full(1), log_set(2, {"2_0_0_10"}), log_set(3, {"2_0_10_40"}), log_set(4, {"2_0_15_20"}),
         log_set(5, {"2_0_25_35"})},
-       "gap 08:04:00 [2:unproven 0-35 !20-25(l4,l5) ~15-40(l3,l4), 3:none]"},
+       "gap 08:03:59 [2:unproven 0-35 !20-25(l4,l5) ~15-40(l3,l4), 3:none]"},
       {"a new lifeline without a full backup is no start",
        {full(1), log_set(2, {"2_0_0_10"}), log_set(3, {"2_0_5_20"}, lifeline_2)},
        "no_full (2:unproven 0-10, 3:none) [2:no_full 5-20]"},
       {"the full backup after it is",
        {full(1), log_set(2, {"2_0_0_10"}), log_set(3, {"2_0_5_20"}, lifeline_2), full(4, lifeline_2),
         log_set(5, {"2_0_20_30"}, lifeline_2)},
-       "complete 08:05:00 [2:joined 20-30, 3:none]"},
+       "complete 08:04:59 [2:joined 20-30, 3:none]"},
       {"a log of the former lifeline that is recorded late does not fill a gap of the new one",
        {full(1), log_set(2, {"2_0_0_10"}), full(3, lifeline_2), log_set(4, {"2_0_10_20"}, lifeline_2),
         log_set(5, {"2_0_20_30"}), log_set(6, {"2_0_30_40"}, lifeline_2)},
-       "gap 08:04:00 (2:no_full 20-30) [2:unproven 10-40 !20-30(l4,l6), 3:none]"},
+       "gap 08:03:59 (2:no_full 20-30) [2:unproven 10-40 !20-30(l4,l6), 3:none]"},
   });
 }
 
 TEST(Log_Chain, A_Full_Backup_Gone_From_Its_Pool_Is_No_Start) {
   EXPECT_EQ(shape(chain_of({full(1), log_set(2, {"2_0_0_10"}), missing(full(3)), log_set(4, {"2_0_10_20"})})),
-            "complete 08:04:00 [2:unproven 0-20, 3:none]");
+            "complete 08:03:59 [2:unproven 0-20, 3:none]");
   EXPECT_EQ(shape(chain_of({missing(full(1)), log_set(2, {"2_0_0_10"})})), "no_full [2:no_full 0-10]");
 }
 
@@ -221,7 +221,7 @@ TEST(Log_Chain, Text_Names_The_Sets_Around_A_Gap) {
                 log_set(5, {"2_0_25_40"}), with_files(backup_set(6, "catalog", "c6"), {"log_backup_0_0_0_0"})}));
   EXPECT_NE(text.find("database TN1: THE CHAIN OF LOGS HAS A GAP\n"
                       "  newest full backup: f1, 2026-11-21 08:01:01 to 2026-11-21 08:01:05\n"
-                      "  newest recoverable time (UTC): 2026-11-21 08:02:00\n"
+                      "  newest recoverable time (UTC): 2026-11-21 08:01:59\n"
                       "  HANA's catalog: c6, 2026-11-21 08:00:05\n"
                       "  lifeline life-1\n"),
             std::string::npos)
@@ -254,7 +254,7 @@ TEST_F(Info_Logs_Test, The_Exit_Status_Tells_Of_A_Gap) {
   EXPECT_EQ(run({"info", "--logs", "PRD_HDB00/TN1", "--output", "json"}), exit_gap) << error.str();
   const auto databases = object_rows(json(), "databases");
   ASSERT_EQ(databases.size(), 1U);
-  EXPECT_EQ(shape(databases.front()), "gap 08:02:00 [2:unproven 0-20 !10-11(l2,l3), 3:none]");
+  EXPECT_EQ(shape(databases.front()), "gap 08:01:59 [2:unproven 0-20 !10-11(l2,l3), 3:none]");
   EXPECT_EQ(run({"info", "--logs", "PRD_HDB00"}), exit_gap) << "SYSTEMDB has no full backup";
   EXPECT_NE(out.str().find("database SYSTEMDB: NO FULL BACKUP THAT THE LOGS BUILD ON\n"), std::string::npos);
   EXPECT_EQ(run({"info", "--logs", "PRD_HDB00/TN9"}), exit_not_found);
