@@ -19,8 +19,8 @@ using Document = std::optional<json_spirit::Object>;
 constexpr const char* all_types[] = {"full", "incremental", "differential", "log", "catalog"};
 /// Logs lie in sets of these types: one that holds a catalog too is named after it.
 constexpr const char* log_types[] = {"log", "catalog"};
-/// How many sets around the time tell which services write logs. Each writes one in a quarter of an hour at the latest.
-constexpr std::int64_t sets_around = 128;
+/// Sets that are read at a time.
+constexpr std::int64_t page_sets = 32;
 
 constexpr char of_lifeline[] =
     "FROM sets WHERE resource_uuid = :a AND lifeline = :b AND database_name = :c AND type = :d ";
@@ -50,7 +50,6 @@ struct Log_Share {
   std::string last_time;
   std::int64_t backup_id = 0;
 };
-using Service_Id = std::pair<std::uint64_t, std::uint64_t>;  ///< volume, partition
 
 /// Log sets of one type in one direction of time, from the point's time on.
 class Log_Walk {
@@ -71,7 +70,7 @@ class Log_Walk {
     backup_ids.clear();
     for (const Sql_Row& row : session_.query(direction_ == Direction::back ? back : forth,
                                              {point_.resource_uuid, point_.lifeline, point_.database, type_,
-                                              point_.time, point_.database_backup_id, sets_around, offset_},
+                                              point_.time, point_.database_backup_id, page_sets, offset_},
                                              2)) {
       sets.push_back(stored_object(row.text(0)));
       backup_ids.push_back(row.number(1));
@@ -88,15 +87,14 @@ class Log_Walk {
   std::int64_t offset_ = 0;
 };
 
-std::vector<Service_Id> services_in(const json_spirit::Object& set) {
-  std::vector<Service_Id> services;
+std::set<std::uint64_t> volumes_in(const json_spirit::Object& set) {
+  std::set<std::uint64_t> volumes;
   json_spirit::Array files;
   json_spirit::object_get(set, "files", files);
   for (const json_spirit::Value& file : files)
     if (file.is_object())
-      if (const auto name = Log_Name::parse(text_of(file.get_obj(), "filename")))
-        services.emplace_back(name->volume, name->partition);
-  return services;
+      if (const auto name = Log_Name::parse(text_of(file.get_obj(), "filename"))) volumes.insert(name->volume);
+  return volumes;
 }
 
 /// HANA's log backup holds what was committed before it began, up to the end of the segment that it saves. Records tell
@@ -109,34 +107,34 @@ std::string later(const std::string& text, std::time_t seconds) {
   return iso8601_to_posix_time(text.c_str(), time) ? posix_time_to_utc_text(time + seconds) : text;
 }
 
-/// Finds for each service the first log backup that holds the time.
+/// Finds for each volume the first log backup that holds the time.
 class Log_Reach {
  public:
   Log_Reach(Sql_Session& session, Restore_Point point) : session_(session), point_(std::move(point)) {
     point_.time = later(point_.time, holding_seconds);
     look_at_full();
-    for (const char* type : log_types) look_back(type);
-    // A volume of the full backup that was not seen has its log in partition 0.
-    for (const std::uint64_t volume : volumes_)
-      if (services_.lower_bound({volume, 0}) == services_.lower_bound({volume + 1, 0})) services_.insert({volume, 0});
-    // Which services there are is known only after a page of each type was seen.
+    known_ = !volumes_.empty();
+    // Where the full backup does not tell, the logs around the time tell which volumes there are.
     std::vector<Log_Walk> walks;
-    for (const char* type : log_types) walks.emplace_back(session_, point_, type, Log_Walk::Direction::forth);
-    for (Log_Walk& walk : walks) look_on(walk);
+    for (const char* type : log_types) {
+      if (!known_) look_back(type);
+      walks.emplace_back(session_, point_, type, Log_Walk::Direction::forth);
+    }
+    if (!known_)
+      for (Log_Walk& walk : walks) look_on(walk);
     for (Log_Walk& walk : walks)
       while (!complete() && look_on(walk)) continue;
   }
 
-  /// Whether every service has one. Without any there is nothing to go by.
-  [[nodiscard]] bool complete() const { return first_.size() == services_.size(); }
-  [[nodiscard]] const std::map<Service_Id, Log_Share>& first() const { return first_; }
+  /// Whether every volume has one. Without any volume there is nothing to go by.
+  [[nodiscard]] bool complete() const { return first_.size() == volumes_.size(); }
+  [[nodiscard]] const std::map<std::uint64_t, Log_Share>& first() const { return first_; }
 
  private:
   void look_at_full() {
     const auto row = session_.first(
         "SELECT document FROM sets WHERE resource_uuid = :a AND database_name = :b AND database_backup_id = :c AND "
-        "type "
-        "= 'full' AND lifeline = :d LIMIT 1",
+        "type = 'full' AND lifeline = :d LIMIT 1",
         {point_.resource_uuid, point_.database, point_.database_backup_id, point_.lifeline}, 1);
     json_spirit::Array files;
     if (row) json_spirit::object_get(stored_object(row->text(0)), "files", files);
@@ -152,7 +150,7 @@ class Log_Reach {
     Log_Walk walk(session_, point_, type, Log_Walk::Direction::back);
     if (!walk.next(sets, ids)) return;
     for (const json_spirit::Object& set : sets)
-      for (const Service_Id& service : services_in(set)) services_.insert(service);
+      for (const std::uint64_t volume : volumes_in(set)) volumes_.insert(volume);
   }
 
   bool look_on(Log_Walk& walk) {
@@ -160,20 +158,21 @@ class Log_Reach {
     std::vector<std::int64_t> ids;
     if (!walk.next(sets, ids)) return false;
     for (std::size_t i = 0; i < sets.size(); ++i)
-      for (const Service_Id& service : services_in(sets[i])) {
-        services_.insert(service);
+      for (const std::uint64_t volume : volumes_in(sets[i])) {
+        if (known_ && !volumes_.contains(volume)) continue;
+        volumes_.insert(volume);
         const Log_Share share{text_of(sets[i], "start_time"), text_of(sets[i], "last_time"), ids[i]};
-        const auto [known, added] = first_.emplace(service, share);
-        if (!added && share.start_time < known->second.start_time) known->second = share;
+        const auto [found, added] = first_.emplace(volume, share);
+        if (!added && share.start_time < found->second.start_time) found->second = share;
       }
     return true;
   }
 
   Sql_Session& session_;
   Restore_Point point_;
-  std::set<std::uint64_t> volumes_;  ///< of the full backup
-  std::set<Service_Id> services_;
-  std::map<Service_Id, Log_Share> first_;
+  bool known_ = false;  ///< the full backup told the volumes; others are not recovered by logs
+  std::set<std::uint64_t> volumes_;
+  std::map<std::uint64_t, Log_Share> first_;
 };
 
 /// Services save their logs side by side, so a catalog may begin while one of them goes on. It surely knows the log
@@ -185,7 +184,7 @@ Document find_catalog_by(Sql_Session& session, const Restore_Point& point) {
   if (!reach.complete()) return std::nullopt;
   std::int64_t from_id = point.database_backup_id;
   std::string ended;
-  for (const auto& [service, log] : reach.first()) {
+  for (const auto& [volume, log] : reach.first()) {
     from_id = std::max(from_id, log.backup_id);
     ended = std::max(ended, known_after(log.last_time));
   }
