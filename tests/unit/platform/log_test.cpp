@@ -31,4 +31,23 @@ TEST(Log, Long_Arguments_Are_Cut_So_That_The_Line_End_Stays) {
   EXPECT_EQ(platform::cut_for_log("short"), "short");
 }
 
+TEST(Log, Cuts_Before_A_Character_And_Never_In_It) {
+  const struct {
+    const char* text;
+    std::size_t limit;
+    const char* wanted;
+  } rows[] = {{"abc", 3, "abc"},
+              {"abcd", 3, "abc..."},
+              {"a\xc3\xa4", 3, "a\xc3\xa4"},
+              {"a\xc3\xa4x", 2, "a..."},
+              {"a\xc3\xa4x", 3, "a\xc3\xa4..."},
+              {"a\xf0\x9f\x98\x80x", 4, "a..."},
+              {"a\xf0\x9f\x98\x80x", 2, "a..."},
+              {"\xc3\xa4", 1, "..."},
+              {"x", 0, "..."},
+              // No character of UTF-8 is that long.
+              {"\x80\x80\x80\x80\x80\x80\x80\x80", 5, "\x80\x80..."}};
+  for (const auto& row : rows) EXPECT_EQ(platform::cut_for_log(row.text, row.limit), row.wanted) << row.limit;
+}
+
 }  // namespace
