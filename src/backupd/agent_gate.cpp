@@ -7,6 +7,9 @@ namespace backupd {
 
 namespace {
 
+/// What no system is called: shared by no two hosts.
+constexpr const char* no_system = "_";
+
 Requester requester_of(const Identity& who) {
   switch (who.role) {
     case role_viewer:
@@ -20,12 +23,19 @@ Requester requester_of(const Identity& who) {
   }
 }
 
-/// The system that a request of an agent is about; empty when it names none.
-std::string system_of(const json_spirit::Value& params) {
+/// The system that a request of an agent is about, by the member that the module's handler goes by; empty when it names
+/// none. Members beside it do not count: they would let a request about one system pass for another's.
+std::string system_of(const std::string& method, const json_spirit::Value& params) {
   std::string sid;
   if (!params.is_object()) return sid;
-  if (!json_spirit::object_get(params.get_obj(), "sid", sid))
-    (void)json_spirit::object_get(params.get_obj(), "target_sid", sid);
+  const json_spirit::Object& object = params.get_obj();
+  if (is_list_method(method)) {
+    std::string instance;
+    if (!json_spirit::object_get(object, "instance", instance)) return sid;
+    const std::size_t end = instance.find('_');
+    return end == std::string::npos || end == 0 ? no_system : instance.substr(0, end);
+  }
+  (void)json_spirit::object_get(object, is_staging_method(method) ? "target_sid" : "sid", sid);
   return sid;
 }
 
@@ -67,7 +77,7 @@ Outcome Agent_Gate::allow_agent(const Identity& who, const std::string& host_uui
                            "an agent may not ask another one for \"" + platform::cut_for_log(method) + "\"");
   if (who.host_uuid == host_uuid) return {};
   bool shared = false;
-  if (!resources_.share_system(who.host_uuid, host_uuid, system_of(params), shared))
+  if (!resources_.share_system(who.host_uuid, host_uuid, system_of(method, params), shared))
     return Outcome::refuse(Outcome::internal, "the server's database cannot be read now; see the server's log");
   if (shared) return {};
   return Outcome::refuse(Outcome::forbidden, "the hosts " + who.host_uuid + " and " + host_uuid +

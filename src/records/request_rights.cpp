@@ -5,9 +5,11 @@
 
 namespace {
 
+constexpr const char* instance_list_method = "hana.instance.list";
+constexpr const char* database_list_method = "hana.database.list";
 constexpr const char* control_method = "hana.instance.control";
 constexpr const char* download_method = "hana.file.download";
-constexpr std::array<const char*, 4> module_methods{"hana.instance.list", "hana.database.list", control_method,
+constexpr std::array<const char*, 4> module_methods{instance_list_method, database_list_method, control_method,
                                                     download_method};
 
 constexpr const char* role_words[] = {"", "viewer", "operator", "agent"};
@@ -39,8 +41,14 @@ bool is_module_method(const std::string& method) {
   return std::find(module_methods.begin(), module_methods.end(), method) != module_methods.end();
 }
 
+bool is_list_method(const std::string& method) {
+  return method == instance_list_method || method == database_list_method;
+}
+
+bool is_staging_method(const std::string& method) { return method == download_method; }
+
 bool is_control_action(const std::string& method, const json_spirit::Value& params) {
-  return method == download_method || (method == control_method && !asks_for_state(params));
+  return is_staging_method(method) || (method == control_method && !asks_for_state(params));
 }
 
 bool may_ask(Requester::Role role, const std::string& method, const json_spirit::Value& params) {
@@ -49,7 +57,7 @@ bool may_ask(Requester::Role role, const std::string& method, const json_spirit:
     case Requester::viewer:
       return !is_control_action(method, params);
     case Requester::oper:
-      return method != download_method;
+      return !is_staging_method(method);
     case Requester::agent:
       return true;
     default:

@@ -22,6 +22,13 @@ struct Requester {
 /// Whether a method belongs to a module's handler, so that the rights below are asked.
 [[nodiscard]] bool is_module_method(const std::string& method);
 
+/// Whether it lists instances or, by the registered name in "instance", the databases of one; the handler does not look
+/// which of the two was asked.
+[[nodiscard]] bool is_list_method(const std::string& method);
+
+/// Whether it leaves the description of a restore on the host, for the system "target_sid".
+[[nodiscard]] bool is_staging_method(const std::string& method);
+
 /// Whether the request changes something on the host: starts or stops an instance, or leaves a file.
 [[nodiscard]] bool is_control_action(const std::string& method, const json_spirit::Value& params);
 

@@ -1,5 +1,8 @@
 #include "backupd/agent_gate.h"
 
+#include <filesystem>
+#include <fstream>
+
 #include "unit/backupd/fake_agent.h"
 
 using namespace backupd_test;
@@ -109,6 +112,7 @@ TEST_F(Agent_Gate_Test, Lets_Agents_Of_One_System_Ask_Each_Other_About_It) {
   EXPECT_TRUE(forward("hana.file.download", download_params).ok);
   EXPECT_TRUE(forward("hana.instance.list", "{}").ok);
   EXPECT_EQ(seen.back(), std::string(R"(hana.instance.list {"role":"agent","host_uuid":")") + host_a + "\"}");
+  EXPECT_TRUE(forward("hana.database.list", R"({"uid":"","instance":"HDB_HDB00"})").ok);
   const std::size_t before = seen.size();
   const JSON_RPC_Answer other_system =
       forward("hana.instance.control", R"({"sid":"ABC","instance_name":"HDB00","action":"stop"})");
@@ -116,6 +120,16 @@ TEST_F(Agent_Gate_Test, Lets_Agents_Of_One_System_Ask_Each_Other_About_It) {
   EXPECT_NE(other_system.message.find("share no such system"), std::string::npos) << other_system.message;
   EXPECT_EQ(forward("hana.file.download", R"({"origin_sid":"HDB","target_sid":"ABC"})").code,
             JSON_RPC_E_INVALID_PARAMS);
+  // Only what the handler goes by counts, not a member beside it that names another system.
+  EXPECT_EQ(forward("hana.file.download", R"({"sid":"HDB","origin_sid":"HDB","target_sid":"ABC"})").code,
+            JSON_RPC_E_INVALID_PARAMS);
+  EXPECT_EQ(forward("hana.instance.control", R"({"sid":"ABC","target_sid":"HDB","action":"state"})").code,
+            JSON_RPC_E_INVALID_PARAMS);
+  for (const char* method : {"hana.database.list", "hana.instance.list"})
+    for (const char* instance : {"ABC_HDB00", "HDB", "_HDB00", "HDBX_HDB00"})
+      EXPECT_EQ(forward(method, std::string(R"({"uid":"","sid":"HDB","instance":")") + instance + "\"}").code,
+                JSON_RPC_E_INVALID_PARAMS)
+          << method << instance;
   for (const char* method : {"job.start", "instance.logon", "backint.verify", "agent.forward", "hana.other"})
     EXPECT_EQ(forward(method, "{}").code, JSON_RPC_E_INVALID_PARAMS) << method;
   EXPECT_EQ(seen.size(), before);
@@ -189,6 +203,44 @@ TEST_F(Agent_Gate_Test, Long_Names_Are_Cut_In_The_Log) {
              R"({"sid":")" + std::string(100'000, 'S') + R"(","instance_name":7,"action":"stop"})");
   ASSERT_EQ(audit().size(), 1U);
   EXPECT_LT(audit().front().size(), 600U);
+}
+
+TEST_F(Agent_Gate_Test, Names_Of_Any_Length_And_Writing_Leave_A_Readable_Entry) {
+  std::string umlauts = "x";
+  for (int i = 0; i < 1000; ++i) umlauts += "\xc3\xa4";
+  for (const std::string& name : {umlauts, umlauts.substr(1), std::string(R"(a\u0000b)"), std::string("../../etc"),
+                                  std::string(R"(\n\u001b[2J)")}) {
+    (void)call(server.viewer_key, "hana.instance.control",
+               R"({"sid":")" + name + R"(","instance_name":")" + name + R"(","action":"stop"})");
+    const std::vector<std::string> entries = audit();
+    ASSERT_FALSE(entries.empty());
+    EXPECT_NE(entries.back().find(R"("role":"viewer")"), std::string::npos) << entries.back();
+    EXPECT_NE(entries.back().find(R"("sid":")"), std::string::npos) << entries.back();
+  }
+  EXPECT_EQ(audit().size(), 5U);
+}
+
+TEST_F(Agent_Gate_Test, No_Key_Of_A_Staged_Restore_Gets_Into_The_Servers_Files_Or_Log) {
+  for (const bool refused : {false, true}) {
+    const std::string text = download_params;
+    (void)forward("hana.file.download",
+                  refused ? text.substr(0, text.size() - 1) + R"(,"target_host":"x","sid":7})" : text);
+  }
+  fails = true;
+  (void)forward("hana.file.download", download_params);
+  (void)call(server.operator_key, "hana.file.download", download_params);
+  EXPECT_EQ(audit().size(), 4U);
+  std::size_t files = 0;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(server.root.real("/"))) {
+    if (!entry.is_regular_file()) continue;
+    std::ifstream file(entry.path(), std::ios::binary);
+    const std::string content{std::istreambuf_iterator<char>(file), {}};
+    files += content.find("hana.file.download") != std::string::npos ? 1 : 0;
+    for (const char* hidden : {"SECRET", "extended_attrs\":{", "access_key\":"})
+      EXPECT_EQ(content.find(hidden), std::string::npos) << entry.path() << hidden;
+  }
+  EXPECT_GT(files, 0U) << "the entries were found";
+  EXPECT_EQ(server.log.dump().find("SECRET"), std::string::npos);
 }
 
 }  // namespace
