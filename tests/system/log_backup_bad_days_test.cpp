@@ -31,16 +31,19 @@ class Log_Backup_Bad_Days : public Log_Backup_System {
     fault("log_fallback = retry");
     fault("log_retry_ms = 300");
   }
+  /// The system database, which has no log backup here, fails on and on.
   [[nodiscard]] std::size_t count_failed() const {
     const std::vector<Log_Backup> all = trail_.listed();
-    return static_cast<std::size_t>(
-        std::count_if(all.begin(), all.end(), [](const Log_Backup& one) { return one.state == "failed"; }));
+    return static_cast<std::size_t>(std::count_if(
+        all.begin(), all.end(), [](const Log_Backup& one) { return one.database == "TN1" && one.state == "failed"; }));
   }
-  /// Waits until HANA has taken a log for not saved, for the reason given.
-  void expect_refused(const std::string& reason) const {
+  /// Makes logs and waits until HANA has taken one for not saved, for the reason given.
+  void expect_refused(const std::string& reason) {
     const std::size_t before = count_failed();
+    const std::size_t from = slurp(real(agents_log)).size();
+    make_logs({"TN1"});
     EXPECT_TRUE(eventually([&] { return count_failed() > before; }));
-    EXPECT_NE(slurp(real(agents_log)).find(reason), std::string::npos) << slurp(real(agents_log));
+    EXPECT_NE(slurp(real(agents_log)).find(reason, from), std::string::npos) << slurp(real(agents_log));
   }
   /// Each service's log, and the catalog behind it: `count` more than there were.
   void expect_recorded(const Names& databases, std::size_t count) {
@@ -106,7 +109,6 @@ TEST_F(Log_Backup_Bad_Days, Full_Pool_Leaves_The_Logs_With_HANA_Until_There_Is_R
   ASSERT_TRUE(json_spirit::load_json(pool.body, stored)) << pool.body;
   retarget("TN1", text_of(stored.get_obj(), "uuid"));
 
-  make_logs({"TN1"});
   expect_refused("full");
   EXPECT_EQ(saved({"TN1"}), before);
   EXPECT_EQ(waiting_runs(), 0) << "nothing is owed to what was not stored";
@@ -133,7 +135,6 @@ TEST_F(Log_Backup_Bad_Days, File_That_Is_No_Good_Stops_Log_Backups_Until_It_Is_S
     SCOPED_TRACE(bad.reason);
     const std::size_t before = saved({"TN1"});
     std::ofstream(real(configuration_file)) << bad.content;
-    make_logs({"TN1"});
     expect_refused(std::string(configuration_file) + " " + bad.reason);
     EXPECT_EQ(saved({"TN1"}), before) << "nothing goes elsewhere";
     const Rest_Answer again = rest("POST", "/job-definitions/" + definition_id("TN1") + "/setup");
