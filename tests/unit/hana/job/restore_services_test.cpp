@@ -143,6 +143,16 @@ TEST_F(Restore_Services, Stage_Nothing_Where_The_Place_Of_The_Pipes_Cannot_Be_Ma
   EXPECT_TRUE(alerts().empty());
 }
 
+TEST_F(Restore_Services, Leave_The_Place_Of_The_Pipes_Of_An_Own_Database_To_HANA) {
+  Entry entry = from_full("TN2");
+  entry.origin.database = "TN1";
+  add(entry);
+  expect_tenant_restore(
+      "TN2", "RECOVER DATA FOR TN2 USING SOURCE 'TN1@HDB' USING BACKUP_ID 1700 USING CATALOG BACKINT CLEAR LOG;");
+  ASSERT_TRUE(restore());
+  EXPECT_FALSE(root_.exists("/usr/sap/HDB/SYS/global/hdb/backint"));
+}
+
 TEST_F(Restore_Services, Keep_A_Chosen_Delta_A_Recovery_Whose_Entry_Has_A_Time_Too) {
   Entry entry = from_full("TN1");
   entry.catalog_uuid = backup_test::full_set_uuid;

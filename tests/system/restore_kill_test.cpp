@@ -1,0 +1,136 @@
+// The agent dies in the middle of a restore; the operator restores again.
+
+#include <signal.h>
+
+#include <filesystem>
+#include <iterator>
+
+#include "restore_system.h"
+
+using namespace system_tests;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Where the agent dies.
+struct Step {
+  const char* fault;   ///< holds the restore there
+  const char* marker;  ///< what stands in a log when it has come so far
+  bool by_backint;     ///< in hdbbackint's log, else in the agent's
+};
+
+class Restore_Kills : public Restore_System {
+ protected:
+  static constexpr const char* backint_log = "/var/opt/tarvex/dorsal3/agent/hdbbackint.log";
+  static constexpr const char* statement_file = "/usr/sap/HDB/HDB00/work/recoverInstance.sql";
+
+  void back_up(const std::string& database) {
+    const Tool_Result done = backup(std::string(instance) + "/" + database, {"--type", "full"});
+    ASSERT_EQ(done.code, 0) << done.out << done.err << agent_log();
+  }
+  /// Lines of a database's backup.log that hold `mark`.
+  [[nodiscard]] long recoveries(const std::string& database, const std::string& mark) const {
+    long count = 0;
+    for (const auto& file : fs::recursive_directory_iterator(real("/usr/sap/HDB"))) {
+      const std::string path = file.path();
+      if (file.path().filename() != "backup.log" || path.find("/DB_" + database + "/") == std::string::npos) continue;
+      const std::string text = slurp(path);
+      for (std::size_t at = text.find(mark); at != std::string::npos; at = text.find(mark, at + 1)) ++count;
+    }
+    return count;
+  }
+  /// HANA goes on with a recovery when nobody waits for it any more.
+  [[nodiscard]] bool hana_is_done(const std::string& database) const {
+    return eventually(
+        [&] { return recoveries(database, "RECOVER DATA started") == recoveries(database, "RECOVER DATA finished"); });
+  }
+  void kill_agent_at(const Step& step, const std::vector<Entry>& entries) {
+    fault(step.fault);
+    const std::size_t agent_from = agent_log().size();
+    const std::string backint_path = real(backint_log);
+    const std::size_t backint_from = fs::exists(backint_path) ? slurp(backint_path).size() : 0;
+    const std::string run = start_restore(entries);
+    ASSERT_TRUE(eventually([&] {
+      return step.by_backint ? slurp(backint_path).find(step.marker, backint_from) != std::string::npos
+                             : agent_log().find(step.marker, agent_from) != std::string::npos;
+    })) << step.fault
+        << agent_log();
+    (void)host_.stop_agent(SIGKILL);
+    no_faults();
+    start_agent();
+    EXPECT_EQ(wait_for_end(run), "error") << step.fault;
+    EXPECT_TRUE(staged_files().empty()) << step.fault;
+  }
+};
+
+}  // namespace
+
+TEST_F(Restore_Kills, Of_A_Tenant_Are_Made_Good_By_The_Next_Restore) {
+  start_with_log_backup();
+  put("TN1", "a", "1");
+  back_up("TN1");
+  put("TN1", "a", "2");
+  const std::string wanted = moment();
+  put("TN1", "a", "3");
+  save_logs({"TN1"});
+  const Step steps[] = {
+      {"slow_statement = 1500 | match=STOP DATABASE", "Try to stop database HDB@TN1", false},
+      {"recovery_slow_ms = 1500 | match=catalog", "Stop the database HDB@TN1 successfully", false},
+      {"recovery_slow_ms = 1500 | match=check", "log_backup_0_0_0_0", true},
+      {"recovery_slow_ms = 1500 | match=redo", "_databackup_3_1", true},
+      {"recovery_slow_ms = 1500 | match=end", "_databackup_3_1", true},
+  };
+  for (const Step& step : steps) {
+    kill_agent_at(step, {{.database = "TN1", .timepoint = wanted}});
+    ASSERT_TRUE(hana_is_done("TN1")) << step.fault;
+    EXPECT_EQ(restore({{.database = "TN1", .timepoint = wanted}}), "completed") << step.fault << agent_log();
+    EXPECT_EQ(rows("TN1"), "a,2\n") << step.fault;
+    EXPECT_TRUE(staged_files().empty()) << step.fault;
+  }
+  EXPECT_GT(recoveries("TN1", "RECOVER DATA started"), static_cast<long>(std::size(steps)))
+      << "those that were cut off and those that came after them";
+}
+
+TEST_F(Restore_Kills, Of_A_System_Database_Are_Made_Good_By_The_Next_Restore) {
+  start_with_log_backup();
+  fault("logon_after_recovery_ms = 500");
+  put("SYSTEMDB", "s", "1");
+  back_up("SYSTEMDB");
+  const std::string set = text_of(newest_set("SYSTEMDB", "full"), "uuid");
+  put("SYSTEMDB", "s", "2");
+  const Step steps[] = {
+      {"stop_ms = 1500", "Restore HANA database 'SYSTEMDB' from 'HDB@SYSTEMDB'", false},
+      {"recovery_slow_ms = 1500 | match=data", "_databackup_0_1", true},
+  };
+  for (const Step& step : steps) {
+    kill_agent_at(step, {{.database = "SYSTEMDB", .set = set}});
+    EXPECT_FALSE(fs::exists(real(statement_file))) << step.fault << ": HANA has taken it, or it was never there";
+    fault("logon_after_recovery_ms = 500");
+    EXPECT_EQ(restore({{.database = "SYSTEMDB", .set = set}}), "completed") << step.fault << agent_log();
+    EXPECT_EQ(rows("SYSTEMDB"), "s,1\n") << step.fault;
+  }
+}
+
+TEST_F(Restore_Kills, That_Leave_A_Statement_Are_Told_By_The_Check) {
+  start_with_log_backup();
+  fault("logon_after_recovery_ms = 500");
+  back_up("SYSTEMDB");
+  const std::string set = text_of(newest_set("SYSTEMDB", "full"), "uuid");
+  const std::string file = real(statement_file);
+  // HANA is not able to start: what the restore left stays.
+  fault("hdb_start_fails = yes");
+  EXPECT_EQ(restore({{.database = "SYSTEMDB", .set = set}}), "error");
+  EXPECT_EQ(alerts(), std::vector<std::string>{"7/15"});
+  ASSERT_TRUE(fs::exists(file));
+  no_faults();
+  fault("logon_after_recovery_ms = 500");
+  EXPECT_EQ(restore({{.database = "SYSTEMDB", .set = set}}), "error");
+  EXPECT_EQ(alerts().back(), "7/18");
+  const Tool_Result check = dorsal3({"check", instance});
+  EXPECT_NE(check.code, 0);
+  EXPECT_NE(check.out.find(std::string(statement_file) + " is there"), std::string::npos) << check.out << check.err;
+  EXPECT_NE(check.out.find("remove it, then start the instance or the restore again"), std::string::npos) << check.out;
+  fs::remove(file);
+  EXPECT_EQ(restore({{.database = "SYSTEMDB", .set = set}}), "completed") << agent_log();
+}
