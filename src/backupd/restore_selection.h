@@ -25,9 +25,10 @@ struct Restore_Point {
 [[nodiscard]] std::optional<json_spirit::Object> select_full(Sql_Session& session, const Restore_Point& point);
 
 /// The set with the catalog that HANA shall recover by: of those of the lifeline made after the full backup the
-/// earliest that begins at the time or later and knows, of every service that the full backup holds or that writes
-/// logs, a log backup that holds all of the time's second; else the newest. A later catalog knows all that an earlier
-/// one does. The catalog's object comes first in its "files".
+/// earliest that begins at the time or later and knows, of every volume that the full backup holds, a log backup that
+/// holds all of the time's second; else the newest. Where the full backup's objects tell no volumes, those count that
+/// logs around the time are of. A later catalog knows all that an earlier one does. The catalog's object comes first in
+/// its "files".
 [[nodiscard]] std::optional<json_spirit::Object> select_catalog(Sql_Session& session, const Restore_Point& point);
 
 /// Whether the set lies on a pool that is no copy of another one.
