@@ -1,6 +1,7 @@
 #include "agentd/log_backup_status.h"
 
 #include <algorithm>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -78,12 +79,14 @@ bool find(const Instance& instance, Findings& findings, std::string& error) {
   }
   std::vector<Log_Backup_File> files;
   if (!list_log_backup_files(files, error)) return false;
+  std::set<std::string> others;
   for (Log_Backup_File& file : files) {
     if (belongs(file, findings.sid, instance_name))
       findings.files.push_back(std::move(file));
     else if (file.live && !file.sid.empty() && file.sid != findings.sid)
-      findings.other_systems.push_back(file.sid);
+      others.insert(file.sid);
   }
+  findings.other_systems.assign(others.begin(), others.end());
   return read_log_backup_settings(findings.sid, "", findings.system, error) && read_databases(findings, error);
 }
 

@@ -12,10 +12,17 @@ namespace dorsal3 {
 
 namespace {
 
+/// What a warning names where nobody could tell the databases.
+constexpr const char* unlisted = "databases that could not be listed now";
+
 std::string joined(const std::vector<std::string>& names) {
   std::string text;
   for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
   return text;
+}
+
+void add_once(std::vector<std::string>& names, const std::string& name) {
+  if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
 }
 
 /// Switches the log backup of an instance, or of one of its databases, on and off, and shows how it stands.
@@ -130,7 +137,7 @@ class Log_Backup_Verb : public Verb {
   [[nodiscard]] std::vector<std::string> databases_without_file_after_enable() const {
     std::vector<std::string> left;
     if (subject_.database.empty()) return left;
-    if (!picture_.databases_error.empty()) left.emplace_back("databases that could not be listed now");
+    if (!picture_.databases_error.empty()) left.emplace_back(unlisted);
     for (const std::string& database : picture_.databases)
       if (database != subject_.database && !on_every_host(database)) left.push_back(database);
     return left;
@@ -216,9 +223,11 @@ class Log_Backup_Verb : public Verb {
       if (read_line(answer) && (answer == "y" || answer == "yes")) return true;
     }
     failure = {exit_usage, "usage",
-               warning +
-                   "; nothing was changed. Say --yes to go on, or act on the whole instance: dorsal3 log-backup " +
-                   std::string(enable_->parsed() ? "enable " : "disable ") + subject_.instance};
+               warning + "; nothing was changed. Say --yes to go on" +
+                   (subject_.database.empty()
+                        ? std::string()
+                        : ", or act on the whole instance: dorsal3 log-backup " +
+                              std::string(enable_->parsed() ? "enable " : "disable ") + subject_.instance)};
     return false;
   }
 
@@ -264,7 +273,7 @@ class Log_Backup_Verb : public Verb {
     return outcome;
   }
 
-  /// The databases whose file goes while another one keeps HANA's switches on.
+  /// The databases whose file goes while another one, of any system of the host, keeps HANA's switches on.
   [[nodiscard]] std::vector<std::string> databases_left_by(const std::vector<json_spirit::Object>& definitions) const {
     const auto goes = [&](const json_spirit::Object& file) {
       return std::any_of(definitions.begin(), definitions.end(), [&](const auto& definition) {
@@ -274,15 +283,19 @@ class Log_Backup_Verb : public Verb {
     std::vector<std::string> left;
     for (const Log_Backup_Host& host : picture_.hosts) {
       const auto files = object_rows(host.status, "files");
-      const bool stays_on = std::any_of(files.begin(), files.end(),
-                                        [&](const auto& file) { return flag_member(file, "live") && !goes(file); });
-      if (!stays_on) continue;
+      const auto stays = [&](const json_spirit::Object& file) { return flag_member(file, "live") && !goes(file); };
+      const auto covers_all = [&](const json_spirit::Object& file) {
+        return stays(file) && text_member(file, "database").empty();
+      };
+      // The files of another system keep this one's switches on too.
+      if (host.other_systems().empty() && std::none_of(files.begin(), files.end(), stays)) continue;
+      if (!picture_.databases_error.empty() && std::none_of(files.begin(), files.end(), covers_all))
+        add_once(left, unlisted);
       for (const std::string& database : picture_.databases) {
         const bool kept = std::any_of(files.begin(), files.end(), [&](const auto& file) {
-          const std::string of = text_member(file, "database");
-          return flag_member(file, "live") && !goes(file) && (of.empty() || of == database);
+          return covers_all(file) || (stays(file) && text_member(file, "database") == database);
         });
-        if (!kept && std::find(left.begin(), left.end(), database) == left.end()) left.push_back(database);
+        if (!kept) add_once(left, database);
       }
     }
     return left;

@@ -89,7 +89,7 @@ TEST_F(Log_Backup_Status, Names_A_Damaged_File) {
 TEST_F(Log_Backup_Status, Tells_Files_And_Settings) {
   put_file("log_backup_PRD_HDB00_TN1");
   put_file("log_backup_PRD_HDB00_TN1.17");
-  put_file("log_backup_QAS_HDB00", "QAS");
+  for (const char* name : {"log_backup_QAS_HDB00", "log_backup_QAS_HDB01"}) put_file(name, "QAS");
   set(all_on);
   set("[persistence]\nenable_auto_log_backup = no\n", "DB_TN1/");
   json_spirit::Object status;

@@ -13,6 +13,12 @@ std::string status_json(const std::string& files, const std::string& lacks = "",
   return R"({"open":true,"files":[)" + files + R"(],"other_systems":[],"settings":{"log_backup_using_backint":)" +
          (lacks.empty() ? "true" : "false") + R"(},"lacks":")" + lacks + R"(","databases":[])" + more + "}";
 }
+/// The same where systems beside this one have a log backup.
+std::string status_beside(const std::string& files, const std::string& systems) {
+  std::string text = status_json(files);
+  const std::string none = R"("other_systems":[])";
+  return text.replace(text.find(none), none.size(), R"("other_systems":[)" + systems + "]");
+}
 std::string file_json(const std::string& database, const std::string& definition, bool live = true) {
   return R"({"path":"/state/log_backup_x","live":)" + std::string(live ? "true" : "false") + R"(,"database":")" +
          database + R"(","definition_uuid":")" + definition + R"(","problem":""})";
@@ -131,6 +137,40 @@ TEST_F(Log_Backup_Test, Disable_Warns_Where_Another_File_Keeps_The_Switches_On) 
   let_look(status_json(files), "{}", list(definition_json("d2", "hana/HDB00/TN1")));
   EXPECT_EQ(run({"--output", "json", "log-backup", "disable", "PRD_HDB00/TN1"}), exit_usage);
   EXPECT_NE(out.str().find("the logs of TN1 go to Backint too"), std::string::npos) << out.str();
+}
+
+TEST_F(Log_Backup_Test, Disable_Warns_Where_Another_System_Keeps_The_Switches_On) {
+  const auto look = [this] {
+    server.forget("POST /agents/h1/call");
+    let_look(status_beside(file_json("", "d1"), R"("QAS")"), "{}", list(definition_json("d1", "hana/HDB00")));
+  };
+  server.answer("DELETE /job-definitions/d1", setup_json("removed", "", "removed"));
+  look();
+  EXPECT_EQ(run({"--output", "json", "log-backup", "disable", "PRD_HDB00"}), exit_usage);
+  EXPECT_NE(out.str().find("the logs of SYSTEMDB, TN1 go to Backint too"), std::string::npos) << out.str();
+  EXPECT_EQ(out.str().find("act on the whole instance"), std::string::npos)
+      << "it is the whole instance: " << out.str();
+  EXPECT_EQ(server.count("DELETE /job-definitions/d1"), 0U);
+  look();
+  EXPECT_EQ(run({"log-backup", "disable", "PRD_HDB00", "--yes"}), exit_ok) << error.str();
+  EXPECT_NE(out.str().find("while another system (QAS) has a log backup on this host"), std::string::npos) << out.str();
+}
+
+TEST_F(Log_Backup_Test, Disable_Warns_Of_Databases_That_Nobody_Could_List) {
+  const auto disable = [this](const std::string& files) {
+    server.forget("POST /agents/h1/call");
+    server.answer(definitions_request, list(definition_json("d2", "hana/HDB00/TN1")));
+    server.answer("POST /agents/h1/call", status_json(files));
+    server.answer("POST /agents/h1/call", R"({"error":{"code":"invalid","message":"it is stopped"}})", 422);
+    return run({"--output", "json", "log-backup", "disable", "PRD_HDB00/TN1"});
+  };
+  server.answer("DELETE /job-definitions/d2", setup_json("removed", "", "removed"));
+  EXPECT_EQ(disable(file_json("SYSTEMDB", "d1") + "," + file_json("TN1", "d2")), exit_usage);
+  EXPECT_NE(out.str().find("the logs of databases that could not be listed now, TN1 go to Backint too"),
+            std::string::npos)
+      << out.str();
+  EXPECT_EQ(disable(file_json("", "d1") + "," + file_json("TN1", "d2")), exit_ok) << "the instance's file takes all";
+  EXPECT_EQ(disable(file_json("TN1", "d2")), exit_ok) << "the last one switches HANA's settings off";
 }
 
 TEST_F(Log_Backup_Test, Disable_That_Waits_For_The_Agent_Ends_With_Its_Own_Code) {
