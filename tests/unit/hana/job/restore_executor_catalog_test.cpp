@@ -79,6 +79,19 @@ TEST_F(Restore_Catalog, Gives_Both_Files_And_The_Directory_To_SAP_Whatever_The_M
   EXPECT_EQ(mode_of(catalog_directory), 0755U);
 }
 
+TEST_F(Restore_Catalog, Gives_Both_Files_And_The_Directory_To_Another_Group_Than_Its_Own) {
+  // Where this process may give files to no other group, their own one is all that can be seen.
+  constexpr gid_t no_bodys_group = 54321;
+  const gid_t group_of_hana = ::geteuid() == 0 ? no_bodys_group : ::getegid();
+  root_.write("/etc/group", "sapsys:x:" + std::to_string(group_of_hana) + ":\n");
+  ASSERT_TRUE(stage());
+  for (const std::string& path : {catalog_path(), restore_path(), std::string(catalog_directory)}) {
+    struct stat status {};
+    ASSERT_EQ(::stat(root_.real(path).c_str(), &status), 0) << path;
+    EXPECT_EQ(status.st_gid, group_of_hana) << path;
+  }
+}
+
 TEST_F(Restore_Catalog, Opens_A_Directory_That_Was_Closed) {
   root_.make_directory(catalog_directory);
   ASSERT_EQ(::chmod(root_.real(catalog_directory).c_str(), 0700), 0);

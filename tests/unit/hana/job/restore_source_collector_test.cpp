@@ -337,6 +337,16 @@ TEST_F(Restore_Source_Collector_Test, Refuses_The_Catalog_Of_Another_Database) {
   expect_error("Failed to collect and parse HANA database 'TN1' catalog\n");
 }
 
+TEST_F(Restore_Source_Collector_Test, Asks_For_No_Pool_Of_The_Catalog_Of_Another_Database) {
+  Object catalog = catalog_record();
+  catalog["database"] = "TN9";
+  catalog["storages"] = Array();
+  catalog["files"] = Array();
+  EXPECT_FALSE(collect_with_catalog(catalog));
+  expect_error("Database miss match\n");
+  expect_error("Failed to collect and parse HANA database 'TN1' catalog\n");
+}
+
 TEST_F(Restore_Source_Collector_Test, Reads_The_First_Storage_That_Is_No_Copy) {
   Object catalog = catalog_record();
   catalog["storages"] =
