@@ -21,6 +21,9 @@ std::string joined(const std::vector<std::string>& names) {
   return text;
 }
 
+/// A database in a table.
+std::string named(const std::string& database) { return database.empty() ? "(others)" : one_line(database); }
+
 void add_once(std::vector<std::string>& names, const std::string& name) {
   if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
 }
@@ -74,7 +77,7 @@ class Log_Backup_Verb : public Verb {
         table.add(
             {one_line(text_member(row, "host")), text_member(row, "state"), one_line(text_member(row, "message"))});
       else
-        table.add({one_line(text_member(row, "database")), one_line(text_member(row, "host")), text_member(row, "file"),
+        table.add({named(text_member(row, "database")), one_line(text_member(row, "host")), text_member(row, "file"),
                    one_line(text_member(row, "definition")), one_line(text_member(row, "settings")),
                    text_member(row, "waiting")});
     out << table.text();
@@ -330,8 +333,7 @@ class Log_Backup_Verb : public Verb {
         ok = false;
         continue;
       }
-      for (const std::string& database : picture_.databases) {
-        if (!subject_.database.empty() && database != subject_.database) continue;
+      for (const std::string& database : databases_to_show(host)) {
         Failure failure;
         json_spirit::Object row = status_row(host, database);
         std::uint64_t waiting = 0;
@@ -348,6 +350,16 @@ class Log_Backup_Verb : public Verb {
     outcome.model = {
         {"instance", request_.resource.name}, {"databases", std::move(rows)}, {"notes", std::move(notes)}, {"ok", ok}};
     return outcome;
+  }
+
+  /// Where the instance cannot be asked for its databases, its own file stands for those that nobody knows, under an
+  /// empty name.
+  [[nodiscard]] std::vector<std::string> databases_to_show(const Log_Backup_Host& host) const {
+    if (!subject_.database.empty()) return {subject_.database};
+    std::vector<std::string> shown = picture_.databases;
+    json_spirit::Object file;
+    if (!picture_.databases_error.empty() && host.find_file("", file)) shown.emplace_back();
+    return shown;
   }
 
   /// Good is what is switched on as a whole, or off as a whole; on a host that is no primary the settings do not count.

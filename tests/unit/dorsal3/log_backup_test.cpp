@@ -196,6 +196,29 @@ TEST_F(Log_Backup_Test, Status_Shows_Each_Database_With_What_Takes_Its_Logs) {
   EXPECT_NE(out.str().find("the copy /state/log_backup_x was set aside"), std::string::npos) << out.str();
 }
 
+TEST_F(Log_Backup_Test, Status_Shows_The_Instances_File_Where_Its_Databases_Cannot_Be_Listed) {
+  std::string damaged = file_json("", "");
+  const std::string no_problem = R"("problem":"")";
+  damaged.replace(damaged.find(no_problem), no_problem.size(), R"("problem":"it is damaged")");
+  const struct {
+    const char* name;
+    std::string file;
+    int code;
+    const char* shown;
+  } rows[] = {{"good", file_json("", "d1"), exit_ok, "(others)  hana01  instance  logs        on        2"},
+              {"damaged", damaged, exit_failed, "(others)  hana01  damaged"}};
+  server.answer(definitions_request, list(definition_json("d1", "hana/HDB00")));
+  server.answer("GET /backint/ondemand-runs?limit=1&host_uuid=h1&sid=PRD&database=", R"({"total":2,"rows":[]})");
+  for (const auto& row : rows) {
+    server.forget("POST /agents/h1/call");
+    server.answer("POST /agents/h1/call", status_json(row.file));
+    server.answer("POST /agents/h1/call", R"({"error":{"code":"invalid","message":"it is stopped"}})", 422);
+    EXPECT_EQ(run({"log-backup", "status", "PRD_HDB00"}), row.code) << row.name << error.str();
+    EXPECT_NE(out.str().find(row.shown), std::string::npos) << row.name << out.str();
+    EXPECT_NE(out.str().find("the databases are those of the files: "), std::string::npos) << out.str();
+  }
+}
+
 TEST_F(Log_Backup_Test, A_Database_That_Is_Not_There_Is_Named) {
   let_look(status_json(""), "{}");
   EXPECT_EQ(enable({}, "PRD_HDB00/TN9"), exit_not_found);
