@@ -404,6 +404,32 @@ TEST_F(Module_Test, Json_Rpc_Handlers_Answer) {
   EXPECT_FALSE(is_mapped()) << "the threads of a handler have left nothing of the module behind";
 }
 
+TEST_F(Module_Test, Json_Rpc_Handlers_Say_When_There_Is_No_Memory_For_The_Answer) {
+  const support::Temp_Root root;
+  root.write("/etc/group", "sapsys:x:" + std::to_string(::getgid()) + ":\n");
+  const auto requester = std::make_shared<Requester>();
+  const auto request = std::make_shared<JSON_RPC_Request>(
+      1, "m",
+      json_spirit::Object{
+          {"origin_sid", "ABC"}, {"origin_database", "TN1"}, {"target_sid", "HDB"}, {"target_database", "TN2"}});
+  const Loaded_Module module;
+  Gobble gobble = nullptr;
+  JSON_RPC_Handler* const handler = module.find<module_factories::Make_JSON_RPC_Handler>(
+      module_factories::json_rpc_hana_file_download_handler)(&gobble);
+  int result = 0;
+  errno = 0;
+  {
+    const counted_memory::None_Left none_left;
+    result = handler->handle_object(requester, request);
+  }
+  EXPECT_EQ(errno, ENOMEM);
+  EXPECT_EQ(result, -1);
+  EXPECT_FALSE(requester->answered.is_set()) << requester->text;
+  EXPECT_TRUE(root.exists("/var/opt/tarvex/dorsal3/agent/hana/catalog/catalog_ABC_TN1_HDB_TN2.json"))
+      << "what was done stays";
+  gobble(handler);
+}
+
 /// Loads, makes and disposes of one of everything, with a parser and a job in use, and unloads.
 void one_round() {
   Loaded_Module module;

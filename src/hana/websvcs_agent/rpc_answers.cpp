@@ -14,12 +14,9 @@ std::shared_ptr<const JSON_RPC_Request> as_request(const std::shared_ptr<JSON_RP
 }
 
 std::shared_ptr<JSON_RPC_Response> make_response(const JSON_RPC_Request& request) {
-  try {
-    return std::make_shared<JSON_RPC_Response>(request);
-  } catch (const std::bad_alloc&) {
-    errno = ENOMEM;
-    return nullptr;
-  }
+  auto* const response = new (std::nothrow) JSON_RPC_Response(request);
+  if (response == nullptr) errno = ENOMEM;
+  return std::shared_ptr<JSON_RPC_Response>(response);
 }
 
 }  // namespace sap_hana

@@ -36,6 +36,18 @@ class JSON_RPC_HANA_File_Download_Handler_Test : public rpc_test::Rpc_Test {
     EXPECT_EQ(::stat(root_.real(path).c_str(), &status), 0) << path;
     return status.st_mode & 07777U;
   }
+  gid_t group_of(const std::string& path) {
+    struct stat status {};
+    EXPECT_EQ(::stat(root_.real(path).c_str(), &status), 0) << path;
+    return status.st_gid;
+  }
+  /// Makes a group that is not this process's SAP's; the process's own where it may use no other one.
+  gid_t use_another_group() {
+    constexpr gid_t nobodys_group = 54321;
+    const gid_t group = ::geteuid() == 0 ? nobodys_group : ::getegid();
+    root_.write("/etc/group", "sapsys:x:" + std::to_string(group) + ":\n");
+    return group;
+  }
   std::size_t files_in(const std::string& path) {
     const std::filesystem::directory_iterator listing(root_.real(path));
     return static_cast<std::size_t>(std::distance(begin(listing), end(listing)));
@@ -68,6 +80,17 @@ TEST_F(JSON_RPC_HANA_File_Download_Handler_Test, Leaves_The_Extended_Attributes_
   EXPECT_EQ(answer_of(handler_, request(small_params)), done);
   EXPECT_EQ(root_.read(catalog_file), small_params);
   EXPECT_EQ(root_.read(restore_file), attributes);
+}
+
+TEST_F(JSON_RPC_HANA_File_Download_Handler_Test, Gives_Both_Files_To_SAPs_Group_And_Opens_Their_Directory) {
+  const gid_t sap = use_another_group();
+  root_.make_directory(directory);
+  ASSERT_EQ(::chmod(root_.real(directory).c_str(), 0700), 0);
+  EXPECT_EQ(answer_of(handler_, request(large_params)), done);
+  EXPECT_EQ(group_of(catalog_file), sap);
+  EXPECT_EQ(group_of(restore_file), sap);
+  EXPECT_EQ(group_of(directory), ::getegid());
+  EXPECT_EQ(mode_of(directory), 0755U) << "it was closed before";
 }
 
 TEST_F(JSON_RPC_HANA_File_Download_Handler_Test, Refuses_Bad_Params) {
@@ -183,6 +206,14 @@ TEST_F(JSON_RPC_HANA_File_Download_Handler_Test, Downloads_A_File_From_A_Pool) {
   EXPECT_TRUE(handler_.download("file:///pool", "a/b", "/new/folders/file"));
   EXPECT_EQ(root_.read("/new/folders/file"), content);
   EXPECT_EQ(mode_of("/new/folders"), 0755U);
+}
+
+TEST_F(JSON_RPC_HANA_File_Download_Handler_Test, Gives_The_Directory_Of_A_Download_To_SAPs_Group_And_Not_The_File) {
+  const gid_t sap = use_another_group();
+  root_.write("/pool/a", "x");
+  EXPECT_TRUE(handler_.download("file:///pool", "a", "/target/f"));
+  EXPECT_EQ(group_of("/target"), sap);
+  EXPECT_EQ(group_of("/target/f"), ::getegid());
 }
 
 TEST_F(JSON_RPC_HANA_File_Download_Handler_Test, Tells_What_Of_A_Download_Failed) {
