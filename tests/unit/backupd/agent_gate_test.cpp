@@ -193,6 +193,20 @@ TEST_F(Agent_Gate_Test, An_Action_Is_In_The_Log_Before_The_Agent_Hears_Of_It) {
       << audit().front();
 }
 
+TEST_F(Agent_Gate_Test, An_Action_That_Cannot_Be_Written_Down_Is_Not_Done) {
+  ASSERT_TRUE(server.database.write([](backupd::Sql_Session& session) {
+    session.execute("DROP TABLE audit", {});
+    return true;
+  }));
+  const Answer answer = call(server.operator_key, "hana.instance.control", control("stop"));
+  EXPECT_EQ(answer.status, 500U);
+  EXPECT_NE(answer.error_message().find("it cannot be written into the audit log"), std::string::npos) << answer.text;
+  EXPECT_FALSE(forward("hana.file.download", download_params).ok);
+  EXPECT_TRUE(seen.empty());
+  EXPECT_EQ(call(server.viewer_key, "hana.instance.control", control("state")).status, 200U);
+  EXPECT_GE(server.log.claim_containing("audit"), 2U) << server.log.dump();
+}
+
 TEST_F(Agent_Gate_Test, The_Log_Is_For_Those_Who_May_Read) {
   EXPECT_EQ(server.request("GET", "/audit", "", server.operator_key).status, 200U);
   EXPECT_EQ(server.request("GET", "/audit", "", server.agent_key).status, 403U);
