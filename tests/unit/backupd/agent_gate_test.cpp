@@ -207,6 +207,19 @@ TEST_F(Agent_Gate_Test, An_Action_That_Cannot_Be_Written_Down_Is_Not_Done) {
   EXPECT_GE(server.log.claim_containing("audit"), 2U) << server.log.dump();
 }
 
+TEST_F(Agent_Gate_Test, The_Newest_Entries_Are_Kept) {
+  for (const char* action : {"start", "stop", "restart"})
+    (void)call(server.viewer_key, "hana.instance.control", control(action));
+  ASSERT_TRUE(server.database.write([](backupd::Sql_Session& session) {
+    session.execute("UPDATE counters SET value = :a WHERE name = 'audit'", {backupd::Audit_Store::kept_entries + 1});
+    return true;
+  }));
+  (void)call(server.viewer_key, "hana.instance.control", control("start"));
+  const std::vector<std::string> kept = audit();
+  ASSERT_EQ(kept.size(), 2U) << "the third, which is as many ids behind as are kept, and the last";
+  EXPECT_NE(kept.front().find(R"("action":"restart")"), std::string::npos) << kept.front();
+}
+
 TEST_F(Agent_Gate_Test, The_Log_Is_For_Those_Who_May_Read) {
   EXPECT_EQ(server.request("GET", "/audit", "", server.operator_key).status, 200U);
   EXPECT_EQ(server.request("GET", "/audit", "", server.agent_key).status, 403U);
