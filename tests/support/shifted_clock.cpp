@@ -16,6 +16,7 @@ system_clock::time_point Shifted_Clock::now() { return system_clock::now() + sec
 steady_clock::time_point Shifted_Clock::steady_now() { return steady_clock::now() + slept(); }
 
 void Shifted_Clock::sleep_for(std::chrono::nanoseconds span) {
+  const std::lock_guard<std::mutex> one_at_a_time(moves_);
   const std::int64_t moved = std::chrono::ceil<seconds>(span).count();
   follower_(seconds(shift_seconds_ + moved));
   shift_seconds_ += moved;
@@ -27,6 +28,7 @@ bool Shifted_Clock::wait_for(platform::Wait_Event& event, std::chrono::nanosecon
 }
 
 void Shifted_Clock::move_to(std::time_t to) {
+  const std::lock_guard<std::mutex> one_at_a_time(moves_);
   const std::int64_t shift = to - system_clock::to_time_t(system_clock::now());
   follower_(seconds(shift));
   shift_seconds_ = shift;

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <ctime>
 #include <functional>
+#include <mutex>
 
 #include "platform/clock.h"
 
@@ -36,6 +37,7 @@ class Shifted_Clock : public platform::Clock {
 
  private:
   Follower follower_;
+  std::mutex moves_;  ///< one move at a time: followers must not end up at another shift than this clock
   std::atomic<std::int64_t> shift_seconds_{0};
   std::atomic<std::int64_t> slept_seconds_{0};
   platform::Scoped_Clock scope_;
