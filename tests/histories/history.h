@@ -1,0 +1,42 @@
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace histories {
+
+/// Something that happens to a database.
+struct Step {
+  enum class What {
+    commit,           ///< a key gets a value of its own, or is deleted
+    commit_at_begin,  ///< behind a full backup, in the second at which its record begins
+    full,
+    differential,
+    incremental,
+    logs,      ///< HANA saves its log
+    to_files,  ///< HANA makes a full backup by itself, into files
+    pool,      ///< data backups go to the other pool from here on
+    restore,   ///< in place, to a target
+  };
+  What what = What::commit;
+  unsigned choice = 0;  ///< which key, which target
+};
+
+/// Which of the moments and sets that a history offers is asked for, counted round.
+struct Wish {
+  unsigned choice = 0;
+  bool ignore_delta = false;
+};
+
+struct History {
+  std::vector<Step> steps;
+  std::vector<Wish> questions;  ///< only a plan is asked for
+  Wish end;                     ///< the restore at the end
+};
+
+std::ostream& operator<<(std::ostream& out, const Step& step);
+std::ostream& operator<<(std::ostream& out, const Wish& wish);
+std::ostream& operator<<(std::ostream& out, const History& history);
+
+}  // namespace histories

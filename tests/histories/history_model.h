@@ -1,0 +1,95 @@
+#pragma once
+
+#include <ctime>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace histories {
+
+/// The rows of a database.
+using Content = std::map<std::string, std::string>;
+
+/// What is asked of a restore: a backup set, or else a second of POSIX time.
+struct Target {
+  std::time_t time = 0;
+  std::string set;  ///< uuid; empty: the time is wanted
+  bool ignore_delta = false;
+};
+
+/// What must come of a restore.
+struct Expectation {
+  std::string refusal;  ///< code of the plan's only refusal; empty: it is carried out
+  Content content;
+};
+
+/// What a database was at each second, and what of it can be had again. A few rules, written from the description of
+/// the product and of HANA; shares nothing with their code. It is told the times of what happened. All that happens
+/// lies some seconds apart, but for a commit in the second at which a full backup's record begins.
+class History_Model {
+ public:
+  enum class Kind { full, differential, incremental };
+
+  /// Without a value: deleted. When the second is not sure, it was one before.
+  void committed(std::time_t at, const std::string& key, const std::string& value, bool sure);
+  /// What a data backup to this pool becomes when `wanted` is asked for.
+  [[nodiscard]] Kind kind_of_next(Kind wanted, const std::string& pool) const;
+  /// A data backup was recorded, as `first` and `last` say; `first` is one second later than HANA began it.
+  void backed_up(Kind kind, const std::string& pool, const std::string& uuid, std::time_t first, std::time_t last);
+  /// HANA keeps logs from the first full backup on.
+  [[nodiscard]] bool keeps_logs() const { return keeps_logs_; }
+  void logs_saved(std::time_t first);
+  /// HANA backs its catalog up behind that, as a set.
+  void backed_up_to_files(std::time_t first_of_catalog);
+  void restored(std::time_t at, const Target& target);
+
+  /// Moments and sets worth asking for. Never a second in which something else happened than the model can tell.
+  [[nodiscard]] std::vector<Target> targets() const;
+  [[nodiscard]] Expectation expect(const Target& target) const;
+  [[nodiscard]] const Content& content() const { return moments_.back().content; }
+  /// A moment in which nothing happens.
+  void quiet(std::time_t at) { quiet_.push_back(at); }
+
+ private:
+  struct Moment {
+    std::time_t at = 0;
+    Content content;
+    bool sure = true;  ///< that it was this second
+  };
+  struct Data_Set {
+    Kind kind = Kind::full;
+    std::string pool;
+    std::string uuid;
+    std::time_t first = 0;
+    std::time_t last = 0;
+    int lifeline = 0;
+    bool based_on_set = true;  ///< HANA built it on a full backup that is a set
+    Content content;
+  };
+  struct Other_Set {
+    std::time_t first = 0;
+    int lifeline = 0;
+    bool holds_logs = true;
+  };
+
+  [[nodiscard]] const Data_Set* newest_full() const;
+  [[nodiscard]] const Content& content_at(std::time_t at) const;
+  [[nodiscard]] int lifeline_at(std::time_t at) const;
+  [[nodiscard]] const Data_Set* full_for(std::time_t at) const;
+  [[nodiscard]] bool logs_hold(std::time_t at, int lifeline) const;
+  [[nodiscard]] Expectation expect_set(const Data_Set& set, bool ignore_delta) const;
+  [[nodiscard]] Expectation expect_time(std::time_t at) const;
+  int lifeline_of_next();
+
+  std::vector<Moment> moments_{{}};
+  std::vector<Data_Set> data_;
+  std::vector<Other_Set> others_;
+  std::vector<std::time_t> quiet_;
+  int lifeline_ = 0;
+  bool new_lifeline_ = true;  ///< the next set begins one
+  bool restored_ = false;     ///< since the newest full backup that is a set
+  bool keeps_logs_ = false;
+  bool files_are_base_ = false;  ///< HANA's newest full backup lies in files
+};
+
+}  // namespace histories

@@ -1,0 +1,220 @@
+#include "histories/history_runner.h"
+
+#include <algorithm>
+#include <sstream>
+#include <stdexcept>
+
+#include "system/processes.h"
+
+namespace histories {
+
+namespace {
+
+using json_spirit::Object;
+
+constexpr std::time_t between_steps = 8;
+constexpr std::time_t half_between = between_steps / 2;
+constexpr unsigned keys = 4;
+constexpr unsigned deletes_every = 5;
+constexpr std::chrono::seconds record_limit{60};
+constexpr const char* kind_names[] = {"full", "differential", "incremental"};
+
+const char* name_of(History_Model::Kind kind) { return kind_names[static_cast<int>(kind)]; }
+
+void expect(bool condition, const std::string& what) {
+  if (!condition) throw std::runtime_error(what);
+}
+
+std::string label_of(const Content& content) {
+  std::string text;
+  for (const auto& [key, value] : content) text.append(text.empty() ? "" : " ").append(key + "=" + value);
+  return "{" + text + "}";
+}
+
+std::string label_of(const Target& target) {
+  return target.set.empty() ? utc_text(target.time) + " (" + std::to_string(target.time) + ")" : "set " + target.set;
+}
+
+std::string codes_of(const Object& plan) {
+  json_spirit::Array refusals;
+  (void)json_spirit::object_get(plan, "refusals", refusals);
+  std::vector<std::string> codes;
+  for (const json_spirit::Value& refusal : refusals) codes.push_back(text_of(refusal.get_obj(), "code"));
+  std::sort(codes.begin(), codes.end());
+  codes.erase(std::unique(codes.begin(), codes.end()), codes.end());
+  std::string text;
+  for (const std::string& code : codes) text += (text.empty() ? "" : " ") + code;
+  return text;
+}
+
+}  // namespace
+
+History_Runner::~History_Runner() {
+  try {
+    system_.retire(tenant_);
+  } catch (const std::exception&) {
+    // A restore that failed has left it stopped.
+  }
+}
+
+void History_Runner::live(const History& history) {
+  for (const Step& step : history.steps) happen(step);
+  for (const Wish& wish : history.questions)
+    if (Target target; choose(wish, target)) (void)ask(target);
+  let_time_pass();
+  restore(history.end);
+}
+
+void History_Runner::happen(const Step& step) {
+  using What = Step::What;
+  if (step.what == What::commit_at_begin && begin_of_full_ != 0) return commit_at_begin(step.choice);
+  let_time_pass();
+  begin_of_full_ = 0;
+  switch (step.what) {
+    case What::commit:
+    case What::commit_at_begin:
+      return commit(step.choice);
+    case What::full:
+      return back_up(History_Model::Kind::full);
+    case What::differential:
+      return back_up(History_Model::Kind::differential);
+    case What::incremental:
+      return back_up(History_Model::Kind::incremental);
+    case What::logs:
+      return save_logs();
+    case What::to_files:
+      return back_up_to_files();
+    case What::pool:
+      pool_ = pool_ == "first" ? "second" : "first";
+      return;
+    case What::restore:
+      return restore({step.choice, false});
+  }
+}
+
+/// Nothing happens at the moment between.
+void History_Runner::let_time_pass() {
+  const std::time_t now = system_.now();
+  model_.quiet(now + half_between);
+  system_.move_to(now + between_steps);
+}
+
+void History_Runner::commit(unsigned choice) {
+  const std::string key = "k" + std::to_string(choice % keys);
+  std::string value;
+  const bool deletes = ++values_ % deletes_every == 0;
+  const std::time_t before = system_.now();
+  if (!deletes) value = std::to_string(values_);
+  (void)system_.sql(
+      deletes ? "DELETE FROM KV WHERE K='" + key + "'" : "UPSERT KV VALUES ('" + key + "','" + value + "')", tenant_);
+  const std::time_t after = system_.now();
+  expect(after - before < half_between, "the commit took too long");
+  model_.committed(after, key, value, after == before);
+}
+
+/// HANA's time goes back over the seconds that the product has let pass while it recorded the backup.
+void History_Runner::commit_at_begin(unsigned choice) {
+  system_.move_to(begin_of_full_);
+  begin_of_full_ = 0;
+  commit(choice);
+}
+
+void History_Runner::back_up(History_Model::Kind kind) {
+  const History_Model::Kind becomes = model_.kind_of_next(kind, pool_);
+  const std::time_t from = system_.now();
+  const std::string state = system_.back_up(tenant_, name_of(kind), pool_);
+  expect(state == "completed", std::string("the backup ends ") + state);
+  bool found = false;
+  for (const Object& set : new_sets(2)) {
+    check_begin(set, from);
+    const std::string type = text_of(set, "type");
+    if (type == "catalog") continue;
+    expect(type == name_of(becomes), "a backup became " + type + " instead of " + name_of(becomes));
+    const std::time_t first = utc_time(text_of(set, "first_time"));
+    model_.backed_up(becomes, pool_, text_of(set, "uuid"), first, utc_time(text_of(set, "last_time")));
+    if (becomes == History_Model::Kind::full) begin_of_full_ = first;
+    found = true;
+  }
+  expect(found, "the backup has no set");
+}
+
+void History_Runner::save_logs() {
+  const std::time_t from = system_.now() + History_System::log_timeout;
+  system_.move_to(from);
+  if (!model_.keeps_logs()) return;
+  for (const Object& set : new_sets(2)) {
+    check_begin(set, from);
+    if (text_of(set, "type") == "log") model_.logs_saved(utc_time(text_of(set, "first_time")));
+  }
+}
+
+/// Before the first backup through Backint the product cannot record the catalog backups that HANA makes from here on.
+void History_Runner::back_up_to_files() {
+  if (!model_.keeps_logs()) return;
+  (void)system_.sql("BACKUP DATA FOR " + tenant_ + " USING FILE ('files_" + std::to_string(system_.now()) + "')",
+                    "SYSTEMDB");
+  model_.backed_up_to_files(utc_time(text_of(new_sets(1).front(), "first_time")));
+}
+
+bool History_Runner::choose(const Wish& wish, Target& target) const {
+  const std::vector<Target> targets = model_.targets();
+  if (targets.empty()) return false;
+  target = targets[wish.choice % targets.size()];
+  target.ignore_delta = wish.ignore_delta;
+  return true;
+}
+
+bool History_Runner::ask(const Target& target) {
+  const std::string time = target.set.empty() ? utc_text(target.time) : "";
+  const Object plan = system_.plan(tenant_, time, target.set, target.ignore_delta);
+  const std::string codes = plan.empty() ? "unknown" : codes_of(plan);
+  const Expectation expected = model_.expect(target);
+  expect(codes == expected.refusal, tenant_ + " to " + label_of(target) + ": refused '" + codes + "' instead of '" +
+                                        expected.refusal + "': " + json_spirit::dump_json(plan));
+  return codes.empty();
+}
+
+void History_Runner::restore(const Wish& wish) {
+  Target target;
+  if (!choose(wish, target) || !ask(target)) return;
+  const std::string time = target.set.empty() ? utc_text(target.time) : "";
+  const std::string state = system_.restore(tenant_, time, target.set, target.ignore_delta);
+  const std::string what = tenant_ + " to " + label_of(target) + ": ";
+  expect(state == "completed", what + "the restore ends " + state);
+  const Content expected = model_.expect(target).content;
+  const Content there = rows();
+  expect(there == expected, what + "rows " + label_of(there) + " instead of " + label_of(expected));
+  model_.restored(system_.now(), target);
+}
+
+std::vector<Object> History_Runner::new_sets(std::size_t count) {
+  std::vector<Object> sets;
+  const bool there = system_tests::eventually(
+      [&] {
+        sets = system_.sets(tenant_, known_sets_);
+        return sets.size() >= count;
+      },
+      record_limit);
+  system_.wait_until_recorded(tenant_);
+  expect(there && sets.size() == count,
+         std::to_string(sets.size()) + " new sets instead of " + std::to_string(count) + " of " + tenant_);
+  known_sets_ += count;
+  return sets;
+}
+
+void History_Runner::check_begin(const Object& set, std::time_t from) const {
+  const std::time_t first = utc_time(text_of(set, "first_time"));
+  expect(first > from && first <= system_.now() + 1,
+         text_of(set, "type") + " set begins at " + utc_text(first) + ", not between " + utc_text(from) + " and now");
+}
+
+Content History_Runner::rows() const {
+  std::istringstream lines(system_.sql("select K, V from KV", tenant_));
+  Content rows;
+  for (std::string line; std::getline(lines, line);)
+    if (const std::size_t comma = line.find(','); comma != std::string::npos)
+      rows[line.substr(0, comma)] = line.substr(comma + 1);
+  return rows;
+}
+
+}  // namespace histories

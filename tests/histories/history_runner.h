@@ -1,0 +1,50 @@
+#pragma once
+
+#include <string>
+
+#include "histories/history.h"
+#include "histories/history_model.h"
+#include "histories/history_system.h"
+
+namespace histories {
+
+/// Lets a history happen to a tenant of its own, and compares what backupd plans and HANA brings back with the model.
+class History_Runner {
+ public:
+  explicit History_Runner(History_System& system) : system_(system), tenant_(system.add_tenant()) {}
+  ~History_Runner();
+  History_Runner(const History_Runner&) = delete;
+  History_Runner& operator=(const History_Runner&) = delete;
+
+  /// Throws std::runtime_error, with what was expected and what came, at the first difference.
+  void live(const History& history);
+
+  [[nodiscard]] const std::string& tenant() const { return tenant_; }
+
+ private:
+  void happen(const Step& step);
+  void commit(unsigned choice);
+  void commit_at_begin(unsigned choice);
+  void back_up(History_Model::Kind kind);
+  void save_logs();
+  void back_up_to_files();
+  void restore(const Wish& wish);
+  /// Compares the plan; true when it can be carried out.
+  bool ask(const Target& target);
+  [[nodiscard]] bool choose(const Wish& wish, Target& target) const;
+  void let_time_pass();
+  /// Waits for this many more sets.
+  std::vector<json_spirit::Object> new_sets(std::size_t count);
+  void check_begin(const json_spirit::Object& set, std::time_t from) const;
+  [[nodiscard]] Content rows() const;
+
+  History_System& system_;
+  const std::string tenant_;
+  History_Model model_;
+  std::string pool_ = "first";
+  std::size_t known_sets_ = 0;
+  int values_ = 0;
+  std::time_t begin_of_full_ = 0;  ///< of its record, when nothing has happened since
+};
+
+}  // namespace histories

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <ctime>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "agentd/daemon.h"
+#include "contract/backupd/running_server.h"
+#include "json/value.h"
+#include "support/scoped_zone.h"
+#include "support/shifted_clock.h"
+
+namespace histories {
+
+/// A host with a stand-in HANA, hdbbackint, a backupd, and the host agent in the test's process, which carries the
+/// built module. All but backupd live at a moved time. Every history gets a tenant of its own, so that one system
+/// serves many.
+class History_System {
+ public:
+  History_System();
+  ~History_System();
+  History_System(const History_System&) = delete;
+  History_System& operator=(const History_System&) = delete;
+
+  /// When so much time passes, HANA saves its logs.
+  static constexpr std::time_t log_timeout = 3600;
+
+  /// Makes an empty tenant and starts it; its name.
+  std::string add_tenant();
+  /// Ends the tenant's work. Its backups stay.
+  void retire(const std::string& tenant) const;
+
+  /// That there have been.
+  [[nodiscard]] int tenants() const { return tenants_; }
+
+  [[nodiscard]] std::time_t now() const { return platform::Clock::current().wall_seconds(); }
+  void move_to(std::time_t moment) { clock_.move_to(moment); }
+
+  /// SQL in a database, its answer as comma-separated values without quotes; throws when HANA refuses.
+  std::string sql(const std::string& statement, const std::string& database) const;
+  /// Runs a data backup ("full", "incremental", "differential") to a pool; the state in which it ended.
+  std::string back_up(const std::string& tenant, const std::string& kind, const std::string& pool) const;
+  /// Runs a restore in place, to a time or, without one, to a set; the state in which it ended.
+  std::string restore(const std::string& tenant, const std::string& time, const std::string& set,
+                      bool ignore_delta) const;
+  /// backupd's plan of that; empty when backupd knows nothing of the tenant.
+  json_spirit::Object plan(const std::string& tenant, const std::string& time, const std::string& set,
+                           bool ignore_delta) const;
+  /// backupd's sets of a tenant, oldest first.
+  /// `known` of them are left out.
+  [[nodiscard]] std::vector<json_spirit::Object> sets(const std::string& tenant, std::size_t known) const;
+  /// Waits until no backup of a log waits to be recorded.
+  void wait_until_recorded(const std::string& tenant) const;
+
+ private:
+  void install_hana() const;
+  void install_product();
+  void register_with_backupd();
+  void start_agent();
+  void enable_log_backup() const;
+  json_spirit::Object ask(const std::string& method, const std::string& resource, const json_spirit::Object& body,
+                          unsigned* status = nullptr) const;
+  std::string run(const json_spirit::Object& definition) const;
+  [[nodiscard]] std::string pool_uuid(const std::string& name) const;
+
+  support::Scoped_Zone zone_{"Asia/Kolkata"};  // HANA writes local times into its logs
+  contract::Running_Server server_;
+  support::Shifted_Clock clock_;
+  std::string host_uuid_;
+  std::string operator_key_;
+  std::string resource_uuid_;
+  std::unique_ptr<agentd::Daemon> agent_;
+  int tenants_ = 0;
+};
+
+[[nodiscard]] std::string text_of(const json_spirit::Object& object, const std::string& key);
+/// "2026-03-04 00:00:01", UTC.
+[[nodiscard]] std::string utc_text(std::time_t moment);
+[[nodiscard]] std::time_t utc_time(const std::string& text);
+
+}  // namespace histories
