@@ -140,6 +140,34 @@ std::string describe_failure(yajl_handle parser, std::string_view text, const st
   return "line " + std::to_string(line) + ": " + why;
 }
 
+constexpr char unreadable = '?';
+
+/// Bytes of the character that begins with `byte`, 0 when none does.
+std::size_t character_length(unsigned char byte) {
+  constexpr struct {
+    unsigned char mask;
+    unsigned char lead;
+  } kinds[] = {{0x80, 0x00}, {0xE0, 0xC0}, {0xF0, 0xE0}, {0xF8, 0xF0}};
+  for (std::size_t i = 0; i < std::size(kinds); ++i)
+    if ((byte & kinds[i].mask) == kinds[i].lead) return i + 1;
+  return 0;
+}
+
+/// How much of the text, from its beginning, is UTF-8 as load_json takes it.
+std::size_t length_of_utf8(std::string_view text) {
+  constexpr unsigned kind_bits = 0xC0;
+  constexpr unsigned following = 0x80;
+  std::size_t at = 0;
+  while (at < text.size()) {
+    const std::size_t length = character_length(static_cast<unsigned char>(text[at]));
+    if (length == 0 || length > text.size() - at) break;
+    for (std::size_t i = 1; i < length; ++i)
+      if ((static_cast<unsigned char>(text[at + i]) & kind_bits) != following) return at;
+    at += length;
+  }
+  return at;
+}
+
 /// Writes values through yajl; `mask` hides secrets.
 class Value_Writer {
  public:
@@ -152,7 +180,7 @@ class Value_Writer {
       case array_type:
         return write_array(value.get_array());
       case str_type:
-        return yajl_write(generator_, value.get_str());
+        return write_string(value.get_str());
       case secure_str_type:
         return yajl_write(generator_, mask_ ? "***" : value.get_secure_str().view());
       case bool_type:
@@ -169,10 +197,19 @@ class Value_Writer {
   }
 
  private:
+  /// Output of programs and names of files may be of any bytes. Nobody could read a document that holds them, so a "?"
+  /// stands for each byte that is no part of a character.
+  void write_string(const std::string& text) {
+    std::size_t bad = length_of_utf8(text);
+    if (bad == text.size()) return yajl_write(generator_, text);
+    std::string clean = text;
+    for (; bad < clean.size(); bad += length_of_utf8(std::string_view(clean).substr(bad))) clean[bad] = unreadable;
+    yajl_write(generator_, clean);
+  }
   void write_object(const Object& object) {
     yajl_gen_map_open(generator_);
     for (const auto& [key, member] : object) {
-      yajl_write(generator_, key);
+      write_string(key);
       write(member);
     }
     yajl_gen_map_close(generator_);

@@ -63,4 +63,25 @@ TEST(Json_Text, Secrets_Are_Read_Into_Secure_Strings_And_Masked_In_Logs) {
   EXPECT_EQ(dump_json(value), R"({"username":"u","password":"geheim"})");
 }
 
+TEST(Json_Text, Bytes_That_Are_No_Text_Leave_A_Document_That_Can_Be_Read) {
+  const struct {
+    std::string text;
+    std::string wanted;
+  } rows[] = {{"", ""},
+              {"plain", "plain"},
+              {"\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80", "\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80"},
+              {"M\xfcller", "M?ller"},
+              {"\xff", "?"},
+              {"\x80\x80", "??"},
+              {"cut \xc3", "cut ?"},
+              {"cut \xf0\x9f\x98", "cut ???"},
+              {"\xc3(\xc3\xa4", "?(\xc3\xa4"},
+              {std::string("a\0\xfe", 3), std::string("a\0?", 3)}};
+  for (const auto& row : rows) {
+    const Value read = load(dump_json(Object{{row.text, row.text}}));
+    EXPECT_EQ(read.get_obj().begin()->first, row.wanted) << row.wanted;
+    EXPECT_EQ(read.get_obj().begin()->second.get_str(), row.wanted) << row.wanted;
+  }
+}
+
 }  // namespace
