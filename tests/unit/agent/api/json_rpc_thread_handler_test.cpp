@@ -5,6 +5,7 @@
 #include <atomic>
 #include <functional>
 #include <future>
+#include <latch>
 #include <set>
 #include <stdexcept>
 
@@ -125,4 +126,29 @@ TEST(JSON_RPC_Thread_Handler, Takes_Nothing_After_Its_End) {
   handler.end_work();
   EXPECT_EQ(handler.handle_object(std::make_shared<Channel>(), request(1)), -1);
   EXPECT_EQ(ran, 0);
+}
+
+TEST(JSON_RPC_Thread_Handler, Its_End_Waits_For_What_Runs_And_Drops_What_Waits) {
+  std::atomic<int> ran{0};
+  std::latch all_run(JSON_RPC_Thread_Handler::threads_at_most);
+  std::promise<void> release;
+  const std::shared_future<void> released = release.get_future().share();
+  Handler handler([&](const auto&, const JSON_RPC_Object&) {
+    all_run.count_down();
+    released.wait();
+    ++ran;
+  });
+  const auto channel = std::make_shared<Channel>();
+  for (std::size_t i = 0; i < JSON_RPC_Thread_Handler::threads_at_most; ++i)
+    EXPECT_EQ(handler.handle_object(channel, request(static_cast<int>(i))), 0);
+  all_run.wait();
+  const auto waiting = request(99);
+  EXPECT_EQ(handler.handle_object(channel, waiting), 0);
+  std::future<void> ended = std::async(std::launch::async, [&] { handler.end_work(); });
+  while (handler.handle_object(channel, request(100)) == 0) std::this_thread::yield();
+  EXPECT_EQ(ended.wait_for(std::chrono::seconds(0)), std::future_status::timeout) << "what runs is waited for";
+  release.set_value();
+  ended.get();
+  EXPECT_EQ(ran, static_cast<int>(JSON_RPC_Thread_Handler::threads_at_most));
+  EXPECT_EQ(waiting.use_count(), 1) << "nobody keeps it";
 }
