@@ -65,9 +65,11 @@ void Server_Link::run() {
       const bool held = platform::Clock::current().steady_now() - since > std::chrono::seconds(longest_pause_seconds);
       if (held) pause = first;
     }
+    join_served();
     if (platform::Clock::current().wait_for(stopping_, std::chrono::seconds(*pause))) break;
     ++pause;
   }
+  join_all();
 }
 
 std::shared_ptr<Server_Link::Connection> Server_Link::open_connection() {
@@ -99,12 +101,31 @@ void Server_Link::serve(const std::shared_ptr<Connection>& connection) {
   away_told_ = false;
   D3_INFO("Connected to backupd at %C\n", configuration_.server_url.c_str());
   connected_();
-  connection->peer->serve();
+  // The list keeps the connection until its thread is joined.
+  connection->server = std::thread([&served = *connection] {
+    served.peer->serve([&served] { served.closed.set_value(); });
+    served.served = true;
+  });
+  ending_.push_back(connection);
+  connection->closed.get_future().wait();
   {
     const std::lock_guard lock(mutex_);
     connection_.reset();
   }
   if (!stopping_.is_set()) D3_WARNING("The connection to backupd at %C has ended\n", configuration_.server_url.c_str());
+}
+
+void Server_Link::join_served() {
+  ending_.remove_if([](const std::shared_ptr<Connection>& connection) {
+    if (!connection->served) return false;
+    connection->server.join();
+    return true;
+  });
+}
+
+void Server_Link::join_all() {
+  for (const auto& connection : ending_) connection->server.join();
+  ending_.clear();
 }
 
 /// Once per absence: a server that is down over night does not fill the log.

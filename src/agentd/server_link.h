@@ -1,8 +1,11 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <future>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -15,7 +18,8 @@
 namespace agentd {
 
 /// Keeps one WebSocket to backupd: connects again, after growing pauses, for as long as it is not stopped. Requests of
-/// backupd go to the handler on worker threads; call sends requests the other way. Any thread may call.
+/// backupd go to the handler on worker threads; call sends requests the other way. Any thread may call. A request that
+/// still runs when its connection breaks does not hold up the next connection: its answer is lost, its work is not.
 class Server_Link : public Agent_Channel {
  public:
   using Handler = JSON_RPC_Peer::Message_Handler;
@@ -52,11 +56,16 @@ class Server_Link : public Agent_Channel {
     std::uint64_t number = 0;
     std::unique_ptr<net::Web_Socket> socket;
     std::unique_ptr<JSON_RPC_Peer> peer;
+    std::thread server;               ///< reads the socket, then waits for the workers
+    std::promise<void> closed;        ///< the socket has closed; workers may still run
+    std::atomic<bool> served{false};  ///< nothing of it runs any more
   };
 
   void run();
   [[nodiscard]] std::shared_ptr<Connection> open_connection();
   void serve(const std::shared_ptr<Connection>& connection);
+  void join_served();
+  void join_all();
   void tell_away(const std::string& reason);
   [[nodiscard]] std::shared_ptr<Connection> current() const;
 
@@ -70,6 +79,8 @@ class Server_Link : public Agent_Channel {
   std::thread thread_;
   std::uint64_t last_number_ = 0;  ///< the link's thread only
   bool away_told_ = false;         ///< the link's thread only
+  /// Broken connections whose last requests may still run; the link's thread only.
+  std::list<std::shared_ptr<Connection>> ending_;
 };
 
 }  // namespace agentd

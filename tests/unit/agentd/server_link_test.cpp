@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 #include "support/fake_http_transport.h"
 #include "support/log_capture.h"
 #include "support/temp_root.h"
@@ -60,8 +62,15 @@ class Server_Link_Test : public ::testing::Test {
   support::Fake_Http_Transport transport{server};
   Agent_Configuration configuration;
   platform::Wait_Event connected;
+  std::atomic<bool> handler_holds{false};
+  platform::Wait_Event handled;  ///< a request is at work
+  platform::Wait_Event let_go;   ///< it may end
   Server_Link link{configuration,
-                   [](const JSON_RPC_Message& message) {
+                   [this](const JSON_RPC_Message& message) {
+                     if (handler_holds) {
+                       handled.set();
+                       (void)let_go.wait_real(3 * limit);
+                     }
                      JSON_RPC_Answer answer;
                      answer.ok = true;
                      answer.result = "agent did " + message.method;
@@ -99,6 +108,22 @@ TEST_F(Server_Link_Test, Connects_Again_With_A_New_Number_And_Tells_Of_An_Absenc
   EXPECT_GT(link.connection(), first);
   link.stop();
   EXPECT_EQ(log.claim_containing("Failed to connect to backupd"), 1U) << log.dump();
+}
+
+TEST_F(Server_Link_Test, Connects_Again_While_A_Request_Of_The_Old_Connection_Still_Runs) {
+  support::Virtual_Clock clock;
+  handler_holds = true;
+  link.start();
+  ASSERT_TRUE(connected.wait_real(limit)) << log.dump();
+  ASSERT_TRUE(handled.wait_real(limit)) << log.dump();
+  handler_holds = false;
+  connected.reset();
+  transport.close_web_sockets();
+  ASSERT_TRUE(connected.wait_real(limit)) << log.dump();
+  EXPECT_EQ(link.connection(), 2U);
+  EXPECT_FALSE(let_go.is_set());
+  let_go.set();
+  link.stop();
 }
 
 TEST_F(Server_Link_Test, Ends_While_It_Waits_For_The_Server) {
