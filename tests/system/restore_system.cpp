@@ -125,6 +125,9 @@ std::string Restore_System::second_rows(const std::string& database) const {
 }
 
 std::string Restore_System::moment() {
+  // A data backup's recorded begin is a second after HANA's: two seconds on, no backup made before begins at the
+  // moment.
+  wait_for_next_second();
   wait_for_next_second();
   const std::string offset = slurp(real(clock_offset_file));
   const std::string now = utc(std::time(nullptr) + (offset.empty() ? 0 : std::stol(offset)));
