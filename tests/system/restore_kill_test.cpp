@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 
 #include "restore_system.h"
@@ -43,8 +44,16 @@ class Restore_Kills : public Restore_System {
   /// Statements that the killed agent has left behind.
   [[nodiscard]] bool a_statement_runs() const {
     const std::string tool = real("/usr/sap/HDB/HDB00/exe/hdbsql");
-    for (const auto& process : fs::directory_iterator("/proc"))
-      if (slurp(process.path() / "cmdline").starts_with(tool)) return true;
+    for (const auto& process : fs::directory_iterator("/proc")) {
+      // One that ends meanwhile cannot be read: it has nothing to say.
+      std::string program;
+      std::ifstream line(process.path() / "cmdline", std::ios::binary);
+      try {
+        if (std::getline(line, program, '\0') && program == tool) return true;
+      } catch (const std::ios_base::failure&) {
+        continue;
+      }
+    }
     return false;
   }
   /// HANA goes on with a recovery when nobody waits for it any more, and starts the database after a good one. `good`:

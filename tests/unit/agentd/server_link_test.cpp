@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <mutex>
 
 #include "support/fake_http_transport.h"
 #include "support/log_capture.h"
@@ -35,7 +36,10 @@ class Rpc_Server : public net::Http_Handler {
         return answer;
       });
       std::thread asker([&] {
-        asked = peer.call("instance.probe", nullptr, limit);
+        JSON_RPC_Answer answer = peer.call("instance.probe", nullptr, limit);
+        // The next connection may ask while this one ends.
+        const std::lock_guard lock(mutex);
+        asked = std::move(answer);
         asked_event.set();
       });
       peer.serve();
@@ -43,7 +47,8 @@ class Rpc_Server : public net::Http_Handler {
     };
   }
 
-  JSON_RPC_Answer asked;
+  std::mutex mutex;
+  JSON_RPC_Answer asked;  ///< guarded by mutex until asked_event is set for the only connection
   platform::Wait_Event asked_event;
 };
 
