@@ -8,6 +8,7 @@
 
 #include "agent/backupd_client/backint_workplace.h"
 #include "agentd/daemon.h"
+#include "agentd/unfinished_writes.h"
 #include "platform/file_root.h"
 #include "platform/files.h"
 #include "platform/log.h"
@@ -83,6 +84,7 @@ int main() {
   }
   if (!open_log(configuration)) return exit_configuration;
   if (!lock_installation()) return exit_cannot_start;
+  agentd::remove_unfinished_writes();
   prepare_backint_workplace();
   return run(configuration);
 }

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <charconv>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -60,13 +62,50 @@ bool set_mode_and_group(int fd, mode_t mode, const char* group) {
   return ::fchmod(fd, mode) == 0;
 }
 
+/// Ends the name of a file that is written beside another one; before it stand the writer's process and a number.
+constexpr const char* beside_end = ".tmp";
+
 std::string name_beside(const std::string& path) {
   static std::atomic<unsigned> counter{0};
   const std::size_t slash = path.rfind('/');
   const std::size_t start = slash == std::string::npos ? 0 : slash + 1;
   char suffix[48];
-  std::snprintf(suffix, sizeof suffix, ".%ld.%u.tmp", static_cast<long>(::getpid()), counter.fetch_add(1));
+  std::snprintf(suffix, sizeof suffix, ".%ld.%u%s", static_cast<long>(::getpid()), counter.fetch_add(1), beside_end);
   return path.substr(0, start) + "." + path.substr(start) + suffix;
+}
+
+/// Takes ".NUMBER" from the end of `name`.
+bool take_number(std::string_view& name, long& number) {
+  const std::size_t dot = name.rfind('.');
+  if (dot == std::string_view::npos) return false;
+  const char* const first = name.data() + dot + 1;
+  const char* const last = name.data() + name.size();
+  if (const auto [end, failure] = std::from_chars(first, last, number); failure != std::errc() || end != last)
+    return false;
+  name.remove_suffix(name.size() - dot);
+  return number >= 0;
+}
+
+/// The process that writes the file of this name beside another one; 0 for any other file.
+pid_t writer_of(std::string_view name) {
+  long number = 0;
+  long writer = 0;
+  if (!name.starts_with('.') || !name.ends_with(beside_end)) return 0;
+  name.remove_suffix(std::strlen(beside_end));
+  if (!take_number(name, number) || !take_number(name, writer) || name.size() < 2) return 0;
+  return static_cast<pid_t>(writer);
+}
+
+/// Whether another process of this id runs; one of another user, too.
+bool runs_elsewhere(pid_t process) { return process != ::getpid() && (::kill(process, 0) == 0 || errno != ESRCH); }
+
+/// Opens a new file beside `path`; what a cut off process of the same id left there is in nobody's way.
+int open_beside(const std::string& path, std::string& where) {
+  for (;;) {
+    where = real(name_beside(path));
+    const int fd = ::open(where.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode_private_file);
+    if (fd >= 0 || errno != EEXIST) return fd;
+  }
 }
 
 std::string parent_of(const std::string& path) {
@@ -145,10 +184,9 @@ int mkdir_p(const char* path, mode_t mode, const Made_Directory& made) {
 }
 
 bool write_file_durably(const std::string& path, std::string_view content, mode_t mode, const char* group) {
-  const std::string beside = name_beside(path);
-  const std::string where = real(beside);
+  std::string where;
   {
-    const Descriptor file(::open(where.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode_private_file));
+    const Descriptor file(open_beside(path, where));
     if (file.get() < 0) return false;
     if (!write_all(file.get(), content) || !set_mode_and_group(file.get(), mode, group) || ::fsync(file.get()) != 0) {
       const int saved = errno;
@@ -164,6 +202,24 @@ bool write_file_durably(const std::string& path, std::string_view content, mode_
     return false;
   }
   return sync_directory(parent_of(path));
+}
+
+bool remove_unfinished_writes(const std::string& directory, std::vector<std::string>& removed) {
+  std::vector<std::string> names;
+  removed.clear();
+  if (!list_directory(directory, names)) return false;
+  int failure = 0;
+  for (const std::string& name : names) {
+    const pid_t writer = writer_of(name);
+    if (writer <= 0 || runs_elsewhere(writer)) continue;
+    const std::string path = directory + '/' + name;
+    if (remove_file(path))
+      removed.push_back(path);
+    else if (failure == 0)
+      failure = errno;
+  }
+  errno = failure;
+  return failure == 0;
 }
 
 bool read_file(const std::string& path, std::string& content, std::size_t limit_bytes) {

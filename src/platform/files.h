@@ -43,6 +43,11 @@ using Made_Directory = std::function<void(const char* path)>;
 [[nodiscard]] bool write_file_durably(const std::string& path, std::string_view content, mode_t mode,
                                       const char* group = nullptr);
 
+/// Removes what write_file_durably left beside files of `directory` in processes that were cut off: a process calls it
+/// before it writes there itself. What a running process is writing stays. `removed` gets the paths, sorted. False and
+/// errno when the directory cannot be listed, or for the first of the files that cannot be removed; the others are.
+[[nodiscard]] bool remove_unfinished_writes(const std::string& directory, std::vector<std::string>& removed);
+
 /// The whole file. False and errno on failure; EFBIG when it is larger than `limit_bytes`.
 [[nodiscard]] bool read_file(const std::string& path, std::string& content, std::size_t limit_bytes = 16U << 20);
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -125,6 +126,53 @@ TEST(Files, A_Failed_Durable_Write_Keeps_The_Old_File_And_Leaves_Nothing) {
   std::vector<std::string> names;
   ASSERT_TRUE(list_directory("/state", names));
   EXPECT_EQ(names, (std::vector<std::string>{"key", "taken"}));
+}
+
+/// An id that no process has: beyond what the kernel gives.
+constexpr const char* no_process = "1073741823";
+
+TEST(Files, What_A_Cut_Off_Writer_Left_Is_Removed) {
+  const support::Temp_Root root;
+  const std::string own = std::to_string(::getpid());
+  const std::string parent = std::to_string(::getppid());
+  const std::string ended = std::string("/d/.secret.json.") + no_process + ".3.tmp";
+  const std::string same_id = "/d/.secret.json." + own + ".4.tmp";
+  const std::vector<std::string> kept{"." + std::string(no_process) + ".3.tmp",
+                                      ".secret.json." + parent + ".3.tmp",
+                                      ".secret.json.x.3.tmp",
+                                      ".secret.json.-1.3.tmp",
+                                      ".secret.json.0.3.tmp",
+                                      "secret.json",
+                                      "secret.json." + std::string(no_process) + ".3.tmp"};
+  root.write(ended, "{");
+  root.write(same_id, "{");
+  for (const std::string& name : kept) root.write("/d/" + name, "x");
+  std::vector<std::string> removed;
+  ASSERT_TRUE(remove_unfinished_writes("/d", removed));
+  std::vector<std::string> wanted{ended, same_id};
+  std::sort(wanted.begin(), wanted.end());
+  EXPECT_EQ(removed, wanted);
+  std::vector<std::string> left;
+  ASSERT_TRUE(list_directory("/d", left));
+  std::vector<std::string> sorted = kept;
+  std::sort(sorted.begin(), sorted.end());
+  EXPECT_EQ(left, sorted);
+}
+
+TEST(Files, A_Directory_That_Is_Not_There_Cannot_Be_Searched_For_Unfinished_Writes) {
+  const support::Temp_Root root;
+  std::vector<std::string> removed;
+  EXPECT_FALSE(remove_unfinished_writes("/nothing", removed));
+  EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(Files, A_Durable_Write_Steps_Over_What_A_Process_Of_Its_Id_Left) {
+  const support::Temp_Root root;
+  // The numbers that this process uses next, wherever its other tests have brought them.
+  for (int number = 0; number < 100; ++number)
+    root.write("/d/.f." + std::to_string(::getpid()) + "." + std::to_string(number) + ".tmp", "left");
+  ASSERT_TRUE(write_file_durably("/d/f", "new", mode_private_file)) << std::strerror(errno);
+  EXPECT_EQ(root.read("/d/f"), "new");
 }
 
 TEST(Files, A_File_Above_The_Limit_Is_Not_Read) {

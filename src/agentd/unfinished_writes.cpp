@@ -1,0 +1,36 @@
+#include "agentd/unfinished_writes.h"
+
+#include <string>
+#include <vector>
+
+#include "platform/files.h"
+#include "platform/log.h"
+#include "platform/product_paths.h"
+
+namespace agentd {
+
+namespace {
+
+void remove_below(const std::string& directory) {
+  std::vector<std::string> removed;
+  if (!platform::remove_unfinished_writes(directory, removed))
+    D3_ERROR("Failed to remove what was not written to its end in %C, %m; remove its files '.*.tmp'\n",
+             directory.c_str());
+  for (const std::string& path : removed) D3_INFO("Removed '%C', it was not written to its end\n", path.c_str());
+  std::vector<std::string> names;
+  if (!platform::list_directory(directory, names)) return;
+  for (const std::string& name : names) {
+    const std::string path = directory + '/' + name;
+    if (platform::is_directory(path.c_str()) && !platform::is_symbolic_link(path.c_str())) remove_below(path);
+  }
+}
+
+}  // namespace
+
+void remove_unfinished_writes() {
+  std::string directory = platform::product_paths::agent_state("");
+  while (directory.ends_with('/')) directory.pop_back();
+  remove_below(directory);
+}
+
+}  // namespace agentd
