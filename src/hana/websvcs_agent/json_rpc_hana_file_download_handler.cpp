@@ -2,8 +2,6 @@
 
 #include <fcntl.h>
 
-#include <exception>
-
 #include "agent/backupd_client/client_io_ex.h"
 #include "hana/common/directory_permission.h"
 #include "hana/common/file_group.h"
@@ -16,7 +14,6 @@
 
 namespace {
 
-constexpr const char* bad_params = "Failed to initialize params\n";
 constexpr const char* no_directory_name = "failed to get catalog_conf dir";
 constexpr const char* no_directory = "failed to create catalog_conf dir";
 constexpr const char* catalog_not_saved = "failed to save catalog config file\n";
@@ -102,22 +99,7 @@ JSON_RPC_HANA_File_Download_Handler::~JSON_RPC_HANA_File_Download_Handler() = de
 
 int JSON_RPC_HANA_File_Download_Handler::handle_object(std::weak_ptr<JSON_RPC_Channel> channel,
                                                        std::shared_ptr<JSON_RPC_Object> object) {
-  const std::shared_ptr<const JSON_RPC_Request> request = sap_hana::as_request(object, true);
-  if (request == nullptr) {
-    D3_EMERGENCY("Unexpected error in %N:%l, obj is neither JSON-RPC request nor notify!\n");
-    return -1;
-  }
-  const std::shared_ptr<JSON_RPC_Channel> requester = channel.lock();
-  if (requester == nullptr) {
-    D3_ERROR("Abort handling JSON-RPC request, requester has gone.\n");
-    return -1;
-  }
-  try {
-    return answer(*requester, *request);
-  } catch (const std::exception& error) {
-    D3_ERROR("Invalid params: %s", platform::cut_for_log(error.what()).c_str());
-    return requester->send_error(JSON_RPC_E_INVALID_PARAMS, request->id(), bad_params);
-  }
+  return sap_hana::handle_with(answer, channel, object);
 }
 
 bool JSON_RPC_HANA_File_Download_Handler::download(const std::string& address, const std::string& remote_path,

@@ -1,6 +1,5 @@
 #include "hana/websvcs_agent/json_rpc_hana_instance_control_handler.h"
 
-#include <exception>
 #include <string>
 
 #include "hana/common/instance_control.h"
@@ -12,7 +11,6 @@ namespace {
 
 using sap_hana::Instance_Controller;
 
-constexpr const char* bad_params = "Failed to initialize params\n";
 constexpr const char* no_subject = "sid or instance_name is empty\n";
 constexpr const char* unknown_action = "action is not supported\n";
 constexpr const char* action_failed = "failed to handle instance\n";
@@ -71,20 +69,5 @@ JSON_RPC_HANA_Instance_Control_Handler::~JSON_RPC_HANA_Instance_Control_Handler(
 
 int JSON_RPC_HANA_Instance_Control_Handler::handle_object(std::weak_ptr<JSON_RPC_Channel> channel,
                                                           std::shared_ptr<JSON_RPC_Object> object) {
-  const std::shared_ptr<const JSON_RPC_Request> request = sap_hana::as_request(object, true);
-  if (request == nullptr) {
-    D3_EMERGENCY("Unexpected error in %N:%l, obj is neither JSON-RPC request nor notify!\n");
-    return -1;
-  }
-  const std::shared_ptr<JSON_RPC_Channel> requester = channel.lock();
-  if (requester == nullptr) {
-    D3_ERROR("Abort handling JSON-RPC request, requester has gone.\n");
-    return -1;
-  }
-  try {
-    return answer(*requester, *request);
-  } catch (const std::exception& error) {
-    D3_ERROR("Invalid params: %s", platform::cut_for_log(error.what()).c_str());
-    return requester->send_error(JSON_RPC_E_INVALID_PARAMS, request->id(), bad_params);
-  }
+  return sap_hana::handle_with(answer, channel, object);
 }

@@ -147,7 +147,7 @@ TEST_F(JSON_RPC_HANA_Instance_Control_Handler_Test, Handles_Nothing_But_Requests
   }
   EXPECT_EQ(answer_to(handler_, nullptr), "");
   EXPECT_EQ(result_, -1);
-  expect_error("hana/websvcs_agent/json_rpc_hana_instance_control_handler.cpp:");
+  expect_error("hana/websvcs_agent/rpc_answers.cpp:");
 }
 
 TEST_F(JSON_RPC_HANA_Instance_Control_Handler_Test, Does_Nothing_For_A_Requester_That_Has_Gone) {
