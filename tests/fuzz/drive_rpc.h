@@ -46,9 +46,10 @@ class Small_Host {
   [[nodiscard]] const std::string& path() const { return path_; }
 
  private:
+  /// Below TMPDIR: in memory the files cost no wait for a disk.
   static std::string make_path() {
-    char name[] = "/tmp/dorsal3-fuzz-XXXXXX";
-    return ::mkdtemp(name);
+    std::string name = std::filesystem::temp_directory_path() / "dorsal3-fuzz-XXXXXX";
+    return ::mkdtemp(name.data());
   }
   std::string path_ = make_path();
   platform::Scoped_File_Root root_{path_};
