@@ -232,6 +232,9 @@ TEST_F(Module_Requests_Test, Actions_Leave_Room_For_States_And_Lists) {
   while (router.call(message("hana.instance.control", control("stop"), "operator")).ok) std::this_thread::yield();
   EXPECT_TRUE(router.call(message("hana.instance.control", control("state"), "viewer")).ok);
   EXPECT_TRUE(router.call(message("hana.database.list", json_spirit::Object{{"instance", "I"}}, "viewer")).ok);
+  const auto good = [](const json_spirit::Object&) { return JSON_RPC_Answer{true, 1, 0, {}}; };
+  router.add("own", good, Method_Router::Pace::slow);
+  EXPECT_TRUE(router.call("own", nullptr).ok) << "the agent's own slow requests have places of their own";
   ASSERT_EQ(call_module("test_module_release_stop"), 1);
   for (std::future<bool>& one : running) EXPECT_TRUE(one.get());
   static_assert(Method_Router::slow_at_once < Method_Router::module_workers);
