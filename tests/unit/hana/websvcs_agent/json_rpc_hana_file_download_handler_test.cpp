@@ -176,6 +176,18 @@ TEST_F(JSON_RPC_HANA_File_Download_Handler_Test, Tells_When_A_Group_Cannot_Be_Ch
   EXPECT_FALSE(root_.exists(restore_file));
 }
 
+TEST_F(JSON_RPC_HANA_File_Download_Handler_Test, Tells_When_The_Group_Of_The_Restore_File_Alone_Cannot_Be_Changed) {
+  // The groups stand where the restore file goes: they are there for the catalog file and gone after that.
+  root_.write(restore_file, root_.read("/etc/group"));
+  std::filesystem::remove(root_.real("/etc/group"));
+  std::filesystem::create_symlink(root_.real(restore_file), root_.real("/etc/group"));
+  EXPECT_EQ(answer_of(handler_, request(large_params)),
+            error(-32603, R"(failed to change restore config file group\n)"));
+  expect_error("restore_HDB_TN2.json' to the group 'sapsys': there is no such group\n");
+  EXPECT_EQ(root_.read(catalog_file), large_params) << "what was written stays";
+  EXPECT_EQ(root_.read(restore_file), attributes);
+}
+
 TEST_F(JSON_RPC_HANA_File_Download_Handler_Test, A_Notification_Is_Obeyed_And_Not_Answered) {
   EXPECT_EQ(answer_of(handler_,
                       std::string(R"({"jsonrpc":"2.0","method":"hana.file.download","params":)") + small_params + "}"),

@@ -1,5 +1,7 @@
 #include "hana/websvcs_agent/json_rpc_hana_instance_control_handler.h"
 
+#include <ace/Log_Priority.h>
+
 #include "support/vtable_slots.h"
 #include "unit/hana/websvcs_agent/rpc_fixture.h"
 
@@ -144,6 +146,7 @@ TEST_F(JSON_RPC_HANA_Instance_Control_Handler_Test, Handles_Nothing_But_Requests
     EXPECT_EQ(answer_to(handler_, std::make_shared<JSON_RPC_Object>(kind, 7)), "");
     EXPECT_EQ(result_, -1);
     expect_error("obj is neither JSON-RPC request nor notify!\n");
+    EXPECT_EQ(log_.lines().back().priority, LM_EMERGENCY);
   }
   EXPECT_EQ(answer_to(handler_, nullptr), "");
   EXPECT_EQ(result_, -1);
@@ -160,6 +163,9 @@ TEST_F(JSON_RPC_HANA_Instance_Control_Handler_Test, Returns_What_Sending_Gives) 
   channel_->result = -1;
   EXPECT_NE(answer_of(handler_, action("pause")), "");
   EXPECT_EQ(result_, -1);
+  EXPECT_NE(answer_of(handler_, request("[]")), "");
+  EXPECT_EQ(result_, -1);
+  expect_error("Invalid params: ");
   script("sapcontrol", {child("", all_running)});
   EXPECT_NE(answer_of(handler_, action("state")), "");
   EXPECT_EQ(result_, -1);

@@ -109,6 +109,7 @@ TEST_F(JSON_RPC_HANA_List_Handler_Test, Lists_The_Databases_Of_An_Instance) {
   EXPECT_EQ(result_, 0);
   ASSERT_EQ(runner_.calls().size(), 1U);
   EXPECT_NE(runner_.calls().front().input.find("-u BACKUP -p"), std::string::npos);
+  EXPECT_EQ(runner_.calls().front().input.find("where"), std::string::npos) << "none is left out";
   EXPECT_EQ(log_.dump().find("pass"), std::string::npos) << "the password is not logged";
 }
 
@@ -193,6 +194,15 @@ TEST_F(JSON_RPC_HANA_List_Handler_Test, Answers_Minus_One_When_The_Answer_Could_
   channel_->result = -1;
   EXPECT_NE(ask(instances_request), "");
   EXPECT_EQ(result_, -1);
+  script("hdbsql", {child(test_data("hdbsql/databases.txt"))});
+  EXPECT_NE(ask(databases_request), "");
+  EXPECT_EQ(result_, -1);
+}
+
+TEST(JSON_RPC_HANA_List_Handler, Knows_No_Account_Without_A_Registry) {
+  const auto channel = std::make_shared<rpc_test::Wire_Channel>();
+  EXPECT_EQ(Direct_List_Handler().handle_object_i(channel, rpc_test::object_of(databases_request)), 0);
+  EXPECT_EQ(channel->sent, std::vector<std::string>{error("d", -32603, "Failed to get account")});
 }
 
 TEST_F(JSON_RPC_HANA_List_Handler_Test, Falls_Back_When_A_Definition_Is_Not_Known_Any_More) {
