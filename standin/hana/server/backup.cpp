@@ -117,8 +117,11 @@ std::optional<Sql_Error> Backups::cancel_running(System_State& state, Running_Ba
   Catalog(state).set_pending(running.entry, with_end);
   running.state = "cancel pending";
   constexpr std::int64_t default_pending_ms = 200;
-  if (outcome == "canceled" || outcome == "failed")
-    running.cancel_at_ms = now_ms() + faults_.number("cancel_pending_ms", default_pending_ms, database);
+  if (outcome == "canceled" || outcome == "failed") {
+    const auto pending_ms = faults_.take("cancel_pending_ms", database);
+    running.cancel_held = pending_ms.has_value();
+    running.cancel_at_ms = now_ms() + parse_number(pending_ms.value_or("")).value_or(default_pending_ms);
+  }
   return std::nullopt;
 }
 

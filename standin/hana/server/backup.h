@@ -40,6 +40,7 @@ struct Running_Backup {
   std::vector<std::unique_ptr<Running_Service>> services;
   std::atomic<std::int64_t> cancel_at_ms{0};  ///< 0: not cancelled
   std::atomic<bool> cancel_asked{false};
+  std::atomic<bool> cancel_held{false};  ///< it is pending no longer than the fault stands that says how long
   std::atomic<bool> unthrottled{false};  ///< its streams go as fast as they can
   std::string cancel_outcome;            ///< written under the mutex before cancel_asked
   std::mutex mutex;

@@ -40,7 +40,7 @@ void Backup_Run::log(const char* level, const std::string& text) const {
 
 bool Backup_Run::canceled() const {
   const std::int64_t at = running_.cancel_at_ms;
-  return at != 0 && now_ms() >= at;
+  return at != 0 && (now_ms() >= at || (running_.cancel_held && !faults_.stands("cancel_pending_ms")));
 }
 
 std::string Backup_Run::setting(const char* key, const char* otherwise) const {
@@ -91,7 +91,7 @@ std::string Backup_Run::execute(std::optional<Backup_Base> base) {
     error = "[2] savepoint could not be written";
   }
   const std::string outcome = decide_outcome(error);
-  sleep_ms(faults_.number("catalog_end_late_ms", 0, running_.request.database));
+  faults_.pause("catalog_end_late_ms", 0, running_.request.database);
   Catalog(state).finish(running_.entry, outcome, error.empty() ? "<ok>" : error);
   {
     const std::lock_guard guard(running_.mutex);
@@ -109,10 +109,7 @@ std::string Backup_Run::execute(std::optional<Backup_Base> base) {
 std::string Backup_Run::decide_outcome(std::string& error) {
   constexpr std::int64_t step_ms = 5;
   std::unique_lock guard(running_.mutex);
-  const auto pending = [&] {
-    const std::int64_t at = running_.cancel_at_ms;
-    return at != 0 ? now_ms() < at : running_.cancel_outcome == "never";
-  };
+  const auto pending = [&] { return running_.cancel_at_ms != 0 ? !canceled() : running_.cancel_outcome == "never"; };
   while (pending()) {
     guard.unlock();
     sleep_ms(step_ms);

@@ -1,7 +1,9 @@
 #include "server/faults.h"
 
 #include <algorithm>
+#include <chrono>
 
+#include "base/clock.h"
 #include "base/files.h"
 #include "base/text.h"
 
@@ -73,6 +75,19 @@ bool Faults::stands(const std::string& key) const {
 std::int64_t Faults::number(const std::string& key, std::int64_t otherwise, const std::string& database) {
   const auto value = take(key, database);
   return value ? parse_number(*value).value_or(otherwise) : otherwise;
+}
+
+void Faults::pause(const std::string& key, std::int64_t otherwise, const std::string& database, const std::string& text,
+                   const std::function<bool()>& given_up) {
+  constexpr std::int64_t step_ms = 20;
+  const auto value = take(key, database, text);
+  const std::int64_t wanted_ms = value ? parse_number(*value).value_or(otherwise) : otherwise;
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(wanted_ms);
+  for (;;) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+    if (left.count() <= 0 || (value && !stands(key)) || (given_up && given_up())) return;
+    sleep_ms(std::min<std::int64_t>(left.count(), step_ms));
+  }
 }
 
 }  // namespace standin

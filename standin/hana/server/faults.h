@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -20,6 +21,10 @@ class Faults {
   /// Whether a line of this key stands in the file, whatever its counts and matches; takes nothing.
   bool stands(const std::string& key) const;
   std::int64_t number(const std::string& key, std::int64_t otherwise, const std::string& database = {});
+  /// Waits the milliseconds of the line that applies, `otherwise` without one. Ends before them when no line of this
+  /// key stands any more, so that a test holds a step as long as it needs, and when `given_up` says so.
+  void pause(const std::string& key, std::int64_t otherwise, const std::string& database = {},
+             const std::string& text = {}, const std::function<bool()>& given_up = {});
 
  private:
   std::string path_;

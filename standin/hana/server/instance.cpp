@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "base/clock.h"
+#include "base/text.h"
 #include "base/wire.h"
 #include "engine/system_replication.h"
 #include "server/session.h"
@@ -63,6 +64,7 @@ int Instance::serve() {
   constexpr int poll_ms = 50;
   const std::int64_t ready_at = start_ms_ + faults_.number("start_ms", default_start_ms);
   std::int64_t gone_at = 0;
+  bool stop_held = false;
   log_writer_.start(
       [this] { return phase_ == running && master_role_.held() && !load_replication(layout_).secondary(); });
   // Tools may ask for the state while the backups end.
@@ -73,7 +75,9 @@ int Instance::serve() {
     go_on_starting(ready_at);
     if (phase_ != stopping) consider_role();
     if (phase_ == stopping && gone_at == 0) {
-      gone_at = now + faults_.number("stop_ms", default_stop_ms);
+      const auto stop_ms = faults_.take("stop_ms");
+      stop_held = stop_ms.has_value();
+      gone_at = now + parse_number(stop_ms.value_or("")).value_or(default_stop_ms);
       ending = std::thread([&] {
         recoveries_.stop_all();
         log_writer_.stop();
@@ -81,7 +85,7 @@ int Instance::serve() {
         backups_ended = true;
       });
     }
-    if (backups_ended && now >= gone_at) break;
+    if (backups_ended && (now >= gone_at || (stop_held && !faults_.stands("stop_ms")))) break;
     pollfd entry{listener.get(), POLLIN, 0};
     if (::poll(&entry, 1, poll_ms) <= 0) continue;
     const int fd = ::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC);

@@ -54,7 +54,9 @@ void Log_Writer::run(const std::function<bool()>& serving) {
   for (; !stopping_; sleep_ms(tick_ms)) {
     if (!serving()) continue;
     if (!opened) opened = state.open(layout_);
-    if (opened) tick(state);
+    if (!opened) continue;
+    tick(state);
+    ++looks_;
   }
 }
 

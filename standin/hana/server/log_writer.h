@@ -26,6 +26,8 @@ class Log_Writer {
   void stop();
   /// Gives up the log backups of a stopped database and waits for their end.
   void end_of(const std::string& database);
+  /// How often it has looked at all databases.
+  [[nodiscard]] std::int64_t looks() const { return looks_; }
   /// Whether the log area holds all that it can, since no log backup has taken it.
   bool full(System_State& state, const std::string& database);
 
@@ -69,6 +71,7 @@ class Log_Writer {
   std::set<std::string> ending_;       ///< databases whose log backups are given up
   std::map<std::string, Turn> turns_;  ///< of "database/service"
   std::atomic<bool> stopping_{false};
+  std::atomic<std::int64_t> looks_{0};
   std::thread thread_;
 };
 

@@ -88,7 +88,7 @@ Recovery_Run::Failure Recovery_Run::not_completed(const std::string& why) {
 
 Recovery_Run::Failure Recovery_Run::fault(const char* stage, int code) {
   if (faults_.take("die_server_in_recovery", database_, stage)) ::kill(::getpid(), SIGKILL);
-  sleep_ms(parse_number(faults_.take("recovery_slow_ms", database_, stage).value_or("0")).value_or(0));
+  faults_.pause("recovery_slow_ms", 0, database_, stage, canceled_);
   const auto wanted = faults_.take("recovery_fails", database_, stage);
   if (wanted) return code == strategy_error ? no_strategy(*wanted) : not_completed(*wanted);
   if (canceled_()) return code == strategy_error ? no_strategy("canceled") : not_completed("The recovery was canceled");

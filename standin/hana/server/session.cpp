@@ -101,7 +101,7 @@ class Session {
     constexpr std::int64_t for_ever_ms = 1000LL * 3600 * 24;
     if (const auto hang = faults.take("hang_statement", database_, sql))
       hang_for(parse_number(*hang).value_or(0) * 1000, for_ever_ms);
-    if (const auto slow = faults.take("slow_statement", database_, sql)) sleep_ms(parse_number(*slow).value_or(0));
+    faults.pause("slow_statement", 0, database_, sql, [this] { return instance_.phase() != Instance::running; });
     if (const auto fail = faults.take("fail_statement", database_, sql)) {
       const std::size_t colon = fail->find(':');
       return error({static_cast<int>(parse_number(trim(fail->substr(0, colon))).value_or(2)),
@@ -141,6 +141,7 @@ class Session {
       const char* const names[] = {"starting", "running", "stopping"};
       return {names[instance_.phase()], std::to_string(::getpid()), std::to_string(instance_.start_ms()), services()};
     }
+    if (message[0] == "LOOKS") return {std::to_string(instance_.log_writer().looks())};
     if (message[0] == "STOP") {
       instance_.request_stop();
       return {"OK"};

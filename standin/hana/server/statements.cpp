@@ -205,7 +205,7 @@ Statements::Answer Statements::start_or_stop(bool start, const std::string& name
                             " cannot be started: its recovery has not been completed, recover it first"};
   constexpr std::int64_t default_change_ms = 100;
   if (!state_.set_status(name, start ? "STARTING" : "STOPPING")) return Sql_Error{2, "general error"};
-  sleep_ms(instance_.faults().number("database_change_ms", default_change_ms, name));
+  instance_.faults().pause("database_change_ms", default_change_ms, name);
   if (instance_.faults().take("database_change_fails", name)) {
     if (!state_.set_status(name, database->status)) return Sql_Error{2, "general error"};
     return Sql_Error{2, "general error: database " + name + " did not reach the state"};

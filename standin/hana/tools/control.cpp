@@ -5,6 +5,7 @@
 #include "base/clock.h"
 #include "base/files.h"
 #include "base/text.h"
+#include "base/wire.h"
 #include "catalog/backup_log.h"
 #include "catalog/catalog.h"
 #include "engine/accounts.h"
@@ -27,6 +28,7 @@ constexpr const char* usage =
     "  change --database NAME --mb N [--service NAME]  new content for so much of a service's data\n"
     "  log-writer on|off|auto                     log backups by themselves: as global.ini says, never, with Backint "
     "only\n"
+    "  log-writer looks                           how often it has looked at the databases since the start\n"
     "  forget DATABASE BACKUP-ID                  takes a backup out of the catalog, as HANA's deletion does\n"
     "  time-offset SECONDS | dump\n"
     "Names are taken as they are written; SECONDS of a recovery count from 1970.\n";
@@ -119,7 +121,13 @@ int time_offset(const Layout& layout, const Arguments& a) {
 }
 
 int log_writer(const Layout& layout, const Arguments& a) {
-  if (a[1] != "on" && a[1] != "off" && a[1] != "auto") return refuse("on, off or auto expected");
+  if (a[1] == "looks") {
+    const auto looks = ask(layout.state("socket"), {"LOOKS"});
+    if (!looks || looks->empty()) return refuse("the instance does not answer");
+    std::printf("%s\n", looks->front().c_str());
+    return 0;
+  }
+  if (a[1] != "on" && a[1] != "off" && a[1] != "auto") return refuse("on, off, auto or looks expected");
   return write_file(layout.shared("log_writer"), a[1] + "\n") ? 0 : 1;
 }
 

@@ -15,7 +15,7 @@ namespace standin {
 
 namespace {
 constexpr std::int64_t step_ms = 20;
-constexpr std::int64_t show_limit_ms = 10000;
+constexpr std::int64_t show_limit_ms = 120000;
 }  // namespace
 
 Instance_State instance_state(const Layout& layout) {
@@ -61,8 +61,8 @@ bool start_instance(const Layout& layout) {
 }
 
 bool stop_instance(const Layout& layout) {
-  if (instance_state(layout).phase == "stopped") return true;
-  return ask(layout.state("socket"), {"STOP"}).has_value();
+  // One that was told before may end before it can answer.
+  return ask(layout.state("socket"), {"STOP"}).has_value() || instance_state(layout).phase == "stopped";
 }
 
 bool kill_instance(const Layout& layout) {
