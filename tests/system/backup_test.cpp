@@ -114,7 +114,7 @@ TEST_F(Backup_System, Two_Backups_Of_One_Resource_Wait_For_Each_Other) {
 
 TEST_F(Backup_System, The_Same_Backup_Is_Not_Started_Twice) {
   start_all({.data_mb = 20});
-  fault("stream_bytes_per_second = 4000000");
+  fault(held_backup);
   const std::string first = start_backup(std::string(instance) + "/TN1");
   EXPECT_EQ(backup(std::string(instance) + "/TN1").code, 7);
   no_faults();

@@ -22,12 +22,10 @@ class Bad_Days : public System_Fixture {
     const Tool_Result result = backup(std::string(instance) + "/TN1");
     EXPECT_EQ(result.code, 1) << result.out << result.err;
     EXPECT_EQ(text_of(result.json(), "state"), "error") << result.out;
-    EXPECT_TRUE(eventually([&] { return alerts() == wanted_alerts; }, std::chrono::seconds(5)))
-        << ::testing::PrintToString(alerts());
+    EXPECT_TRUE(eventually([&] { return alerts() == wanted_alerts; })) << ::testing::PrintToString(alerts());
     EXPECT_NE(agent_log().find(log_text), std::string::npos);
     EXPECT_TRUE(sets().empty());
-    EXPECT_TRUE(eventually([&] { return pool_files().empty(); }, std::chrono::seconds(10)))
-        << "left in the pool: " << pool_files().front();
+    EXPECT_TRUE(eventually([&] { return pool_files().empty(); })) << ::testing::PrintToString(pool_files());
   }
 };
 
@@ -54,7 +52,7 @@ TEST_F(Bad_Days, Backupd_Is_Down_When_The_Agent_Starts) {
 
 TEST_F(Bad_Days, Backupd_Goes_Away_In_The_Middle_And_Comes_Back) {
   start_all({.data_mb = 20});
-  fault("stream_bytes_per_second = 3000000");
+  fault(held_backup);
   const std::string run = start_backup(std::string(instance) + "/TN1");
   ASSERT_TRUE(program_runs("hdbbackint"));
   stop_backupd(SIGKILL);
@@ -67,15 +65,12 @@ TEST_F(Bad_Days, Backupd_Goes_Away_In_The_Middle_And_Comes_Back) {
 
 TEST_F(Bad_Days, Backupd_Is_Away_At_The_Commit_And_Comes_Back) {
   start_all();
-  fault("slow_statement = 3000 | match=M_BACKUP_CATALOG");
+  fault(held_backup);
   const std::string run = start_backup(std::string(instance) + "/TN1");
-  ASSERT_TRUE(eventually([&] { return pool_files().size() >= 3; }));
+  ASSERT_TRUE(program_runs("hdbbackint"));
+  host_.only_faults("hang_statement = 0 | match=M_BACKUP_CATALOG");
   // All objects are stored; the metadata are still being asked for.
-  ASSERT_TRUE(eventually([&] {
-    const auto running = processes_below(real(""));
-    return std::none_of(running.begin(), running.end(),
-                        [](const std::string& line) { return line.find("/hdbbackint ") != std::string::npos; });
-  }));
+  ASSERT_TRUE(eventually([&] { return pool_files().size() >= 3 && pids_below(root(), "hdbbackint").empty(); }));
   stop_backupd(SIGKILL);
   no_faults();
   start_backupd();
@@ -194,10 +189,14 @@ TEST_F(Bad_Days, Hdbsql_Prints_Garbage) {
 
 TEST_F(Bad_Days, Sigterm_Lets_A_Running_Backup_End) {
   start_all({.data_mb = 12});
-  fault("stream_bytes_per_second = 3000000");
+  fault(held_backup);
   const std::string run = start_backup(std::string(instance) + "/TN1");
   ASSERT_TRUE(program_runs("hdbbackint"));
-  EXPECT_EQ(stop_agent(), 0);
+  const std::size_t from = agent_log().size();
+  host_.signal_agent(SIGTERM);
+  ASSERT_TRUE(agent_says("The agent stops, it waits up to", from));
+  no_faults();
+  EXPECT_EQ(host_.end_of_agent(), 0);
   start_agent();
   EXPECT_EQ(wait_for_end(run), "completed");
   EXPECT_EQ(sets().size(), 1U);
@@ -207,7 +206,7 @@ TEST_F(Bad_Days, Sigterm_Past_The_Limit_Is_Reported_As_Failed_Once) {
   start_all({.data_mb = 40});
   (void)stop_agent();
   start_agent(1);
-  fault("stream_bytes_per_second = 1000000");
+  fault(held_backup);
   const std::string run = start_backup(std::string(instance) + "/TN1");
   ASSERT_TRUE(program_runs("hdbbackint"));
   EXPECT_EQ(stop_agent(), 3);

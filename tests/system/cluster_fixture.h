@@ -22,7 +22,8 @@ class Cluster_Fixture : public Root_Fixture {
   /// The hosts hana01 and hana02 as two sites of a replicated system, hana01 the primary; all runs and is registered.
   void start_pair(const std::string& mode, const Hana& hana);
   void start_pair(const std::string& mode = "sync") { start_pair(mode, Hana()); }
-  /// A scale-out system over hana01 to hana0<count>, hana01 its master; all runs and is registered.
+  /// A scale-out system over hana01 to hana0<count>, hana01 its master; all runs and is registered. When hana01 goes,
+  /// hana02 takes over; the others do not before their faults are taken away.
   void start_scale_out(int count, const Hana& hana);
   void start_scale_out(int count) { start_scale_out(count, Hana()); }
 

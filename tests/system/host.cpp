@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "scrt/uuid.h"
 
@@ -36,11 +37,12 @@ void Host::start_agent(const Server& server, unsigned limit_seconds) {
   }
 }
 
-int Host::stop_agent(int signal) {
-  agent_->signal(signal);
+int Host::end_of_agent() {
   const int code = agent_->wait(std::chrono::seconds(stop_limit_seconds));
   EXPECT_NE(code, -1) << "the agent does not end";
   agent_.reset();
+  // A child that it was about to start is the agent's program until it is a program of its own.
+  EXPECT_TRUE(eventually([this] { return pids_below(root(), "dorsal3-agent").empty(); }));
   return code;
 }
 
@@ -101,9 +103,18 @@ void Host::fault(const std::string& line) const { ASSERT_EQ(control({"fault", li
 
 void Host::no_faults() const { ASSERT_EQ(control({"no-faults"}).code, 0); }
 
+void Host::only_faults(const std::string& line) const {
+  const std::string file = real(hana_directory) + "/standin/faults.conf";
+  std::ofstream(file + ".next") << line << '\n';
+  fs::rename(file + ".next", file);
+}
+
 void Host::shut_down() {
   if (agent_) (void)stop_agent(SIGTERM);
-  if (has_hana()) stop_hana();
+  if (!has_hana()) return;
+  // What a failed test has held would keep HANA from its end.
+  (void)control({"no-faults"});
+  stop_hana();
 }
 
 }  // namespace system_tests

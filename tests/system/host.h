@@ -32,8 +32,13 @@ class Host {
   void join(const Server& server) const;
   /// Waits until the server has accepted it when the server runs.
   void start_agent(const Server& server, unsigned limit_seconds = 60);
-  /// The agent's exit code.
-  int stop_agent(int signal);
+  void signal_agent(int signal) const { agent_->signal(signal); }
+  /// Waits for the agent's end; its exit code.
+  int end_of_agent();
+  int stop_agent(int signal) {
+    signal_agent(signal);
+    return end_of_agent();
+  }
   [[nodiscard]] bool agent_started() const { return agent_ != nullptr; }
   [[nodiscard]] std::string agent_log() const { return slurp(real(log_file)); }
   /// Waits for a text in the agent's log, after `from` bytes of it.
@@ -52,6 +57,8 @@ class Host {
   [[nodiscard]] Tool_Result control(std::vector<std::string> words) const;
   void fault(const std::string& line) const;
   void no_faults() const;
+  /// This fault alone from now on, without a moment between.
+  void only_faults(const std::string& line) const;
   /// Stops all that runs.
   void shut_down();
 

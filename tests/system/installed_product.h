@@ -7,7 +7,7 @@ namespace system_tests {
 inline constexpr const char* product_directory = "/opt/tarvex/dorsal3";
 inline constexpr const char* configuration_directory = "/etc/opt/tarvex/dorsal3";
 /// How long a program may take until it has ended after it was told to.
-inline constexpr int stop_limit_seconds = 90;
+inline constexpr int stop_limit_seconds = 180;
 
 [[nodiscard]] std::string slurp(const std::string& path);
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <iostream>
+#include <iterator>
 #include <random>
 #include <set>
 
@@ -19,8 +20,9 @@ constexpr std::size_t wanted_backups = 200;
 /// HANA closes each service's log so often.
 constexpr int log_timeout_seconds = 8;
 constexpr const char* seed_variable = "DORSAL3_TEST_SEED";
-constexpr std::chrono::seconds chaos_limit{90};
-constexpr std::chrono::seconds recording_limit{120};
+/// Far longer than the slowest machine needs.
+constexpr std::chrono::seconds chaos_limit{300};
+constexpr std::chrono::seconds recording_limit{300};
 
 unsigned choose_seed() {
   const char* const given = std::getenv(seed_variable);
@@ -105,11 +107,13 @@ class Log_Backup_Kills : public Log_Backup_System {
       }
       ASSERT_LT(std::chrono::steady_clock::now(), end) << "HANA has saved " << trail_.saved().size();
       make_due(trail_.not_recorded());
-    } while (trail_.saved().size() < wanted_backups);
-    for (const char* program : {"agent", "backupd", "hdbbackint"}) {
-      std::cout << program << " killed " << kills_[program] << " times\n";
-      EXPECT_GT(kills_[program], 0) << program;
-    }
+    } while (trail_.saved().size() < wanted_backups || !all_were_killed());
+    for (const char* program : programs) std::cout << program << " killed " << kills_[program] << " times\n";
+  }
+  /// On a quick machine the backups are there before each had its turn.
+  [[nodiscard]] bool all_were_killed() const {
+    return std::all_of(std::begin(programs), std::end(programs),
+                       [this](const char* program) { return kills_.contains(program); });
   }
 
   /// HANA begins no more, and what it has begun has ended.
@@ -147,6 +151,7 @@ class Log_Backup_Kills : public Log_Backup_System {
     return all;
   }
 
+  static constexpr const char* programs[] = {"agent", "backupd", "hdbbackint"};
   inline static const std::vector<std::string> tenants = {"TN1", "TN2", "TN3", "TN4",  "TN5",  "TN6",
                                                           "TN7", "TN8", "TN9", "TN10", "TN11", "TN12"};
   const unsigned seed_;

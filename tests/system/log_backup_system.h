@@ -42,7 +42,7 @@ class Log_Backup_System : public System_Fixture {
   /// Waits until HANA's catalog lists `count` log and catalog backups as saved and none is under way, and until each of
   /// them is recorded and nothing waits any more.
   [[nodiscard]] bool all_recorded(const std::vector<std::string>& databases, std::size_t count,
-                                  std::chrono::seconds limit = std::chrono::seconds(60)) const;
+                                  std::chrono::seconds limit = state_limit) const;
 
   /// Long enough that no log backup comes by itself while a test runs.
   static constexpr int log_timeout_s = 100000;

@@ -27,15 +27,14 @@ class More_Bad_Days : public System_Fixture {
     EXPECT_EQ(result.code, 1) << result.out << result.err;
     EXPECT_EQ(text_of(result.json(), "state"), "error") << result.out;
     EXPECT_TRUE(text_of(result.json(), "result").starts_with("The backup FAILED: ")) << result.out;
-    EXPECT_TRUE(eventually([&] { return alerts() == Codes{alert}; }, std::chrono::seconds(5)))
-        << ::testing::PrintToString(alerts());
+    EXPECT_TRUE(eventually([&] { return alerts() == Codes{alert}; })) << ::testing::PrintToString(alerts());
     EXPECT_NE(agent_log().find(cause), std::string::npos) << cause;
     EXPECT_TRUE(sets().empty());
     EXPECT_TRUE(no_program_of_the_backup_runs());
   }
 
   void expect_empty_pool() const {
-    EXPECT_TRUE(eventually([&] { return pool_files().empty(); })) << "left: " << pool_files().front();
+    EXPECT_TRUE(eventually([&] { return pool_files().empty(); })) << ::testing::PrintToString(pool_files());
   }
 
   void expect_good_backup() const {

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <fstream>
@@ -111,7 +112,7 @@ Background_Process::Background_Process(const std::vector<std::string>& command, 
 
 Background_Process::~Background_Process() {
   signal(SIGKILL);
-  (void)wait(std::chrono::seconds(10));
+  (void)wait(state_limit);
 }
 
 void Background_Process::signal(int number) const {
@@ -164,6 +165,26 @@ std::vector<std::string> processes_below(const std::string& folder) {
       if (c == '\0') c = ' ';
     found.push_back(entry.filename().string() + ": " + line);
   }
+  return found;
+}
+
+std::vector<std::string> files_below(const std::string& folder) {
+  std::vector<std::string> found;
+  std::vector<fs::path> folders{folder};
+  while (!folders.empty()) {
+    const fs::path next = std::move(folders.back());
+    folders.pop_back();
+    std::error_code error;
+    for (fs::directory_iterator entry(next, error), end; !error && entry != end; entry.increment(error)) {
+      std::error_code gone;
+      if (entry->is_symlink(gone)) continue;
+      if (entry->is_directory(gone))
+        folders.push_back(entry->path());
+      else if (entry->is_regular_file(gone))
+        found.push_back(entry->path().string());
+    }
+  }
+  std::sort(found.begin(), found.end());
   return found;
 }
 

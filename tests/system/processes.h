@@ -46,9 +46,16 @@ class Background_Process {
 /// Processes of one program below `folder`, by its file's name.
 [[nodiscard]] std::vector<pid_t> pids_below(const std::string& folder, const std::string& program);
 
+/// Regular files below a folder, ordered. Others may remove and write files and folders meanwhile.
+[[nodiscard]] std::vector<std::string> files_below(const std::string& folder);
+
+/// How long a test waits for a state: far longer than the slowest machine needs, since only a failing test waits so
+/// long.
+inline constexpr std::chrono::seconds state_limit{120};
+
 /// Asks every 20 ms until `condition` holds; false when `limit` passed before.
 template <typename Condition>
-[[nodiscard]] bool eventually(Condition condition, std::chrono::seconds limit = std::chrono::seconds(30));
+[[nodiscard]] bool eventually(Condition condition, std::chrono::seconds limit = state_limit);
 
 void pause_20_ms();
 

@@ -23,7 +23,7 @@ Root_Fixture::~Root_Fixture() {
 
 void Root_Fixture::expect_nothing_left() const {
   std::vector<std::string> left;
-  (void)eventually([&] { return (left = processes_below(root_)).empty(); }, std::chrono::seconds(5));
+  (void)eventually([&] { return (left = processes_below(root_)).empty(); });
   EXPECT_TRUE(left.empty()) << "left behind: " << left.front();
 }
 

@@ -17,13 +17,13 @@ class Server {
     std::string body;
   };
 
-  explicit Server(const std::string& root) : product_(root) {}
+  explicit Server(const std::string& root);
 
   /// It keeps its port when it is started again. Installs nothing.
   void start();
   void stop(int signal);
   [[nodiscard]] bool started() const { return process_ != nullptr; }
-  [[nodiscard]] std::string url() const { return "http://127.0.0.1:" + port_; }
+  [[nodiscard]] std::string url() const { return "http://" + address_ + ":" + port_; }
   [[nodiscard]] std::string log() const { return slurp(product_.real(log_file)); }
   /// A new key; `words` are what "key add" takes.
   [[nodiscard]] std::string make_key(const std::vector<std::string>& words) const;
@@ -49,6 +49,7 @@ class Server {
  private:
   static constexpr const char* log_file = "/log/backupd.log";
   Installed_Product product_;
+  std::string address_;
   std::string port_ = "0";
   std::unique_ptr<Background_Process> process_;
 };

@@ -74,6 +74,8 @@ class System_Fixture : public Root_Fixture {
   /// Waits until a program of that name runs below the root.
   [[nodiscard]] bool program_runs(const std::string& name) const;
 
+  /// The fault with which a backup of some MB goes on until a test takes its faults away.
+  static constexpr const char* held_backup = "stream_bytes_per_second = 50000";
   static constexpr const char* instance = "HDB_HDB00";
   static constexpr const char* password = Host::password;
 
