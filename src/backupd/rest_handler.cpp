@@ -28,11 +28,12 @@ void respond_with(net::Server_Exchange& exchange, const Reply& reply, const char
   exchange.respond(response);
 }
 
-std::string bearer_of(const net::Http_Headers& headers) {
+/// Within the headers, which wipe it: no copy of the key is made.
+std::string_view bearer_of(const net::Http_Headers& headers) {
   constexpr std::string_view scheme = "Bearer ";
   const std::string* field = headers.find("Authorization");
   if (field == nullptr || !field->starts_with(scheme)) return {};
-  return field->substr(scheme.size());
+  return std::string_view(*field).substr(scheme.size());
 }
 
 void refuse_method(net::Server_Exchange& exchange, const std::vector<std::string>& allowed) {
@@ -78,7 +79,7 @@ Rest_Handler::Rest_Handler(Router& router, Key_Store& keys, Serve_Agent serve_ag
 
 Outcome Rest_Handler::authenticate(const net::Http_Headers& headers, Identity& identity, bool& known) {
   known = false;
-  const std::string key = bearer_of(headers);
+  const std::string_view key = bearer_of(headers);
   if (key.empty()) return {};
   bool failed = false;
   const std::optional<Identity> found = keys_.find(key, failed);

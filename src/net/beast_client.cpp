@@ -131,13 +131,6 @@ bool open_stream(Dialled<Tls_Stream>& dialled, const Endpoint& endpoint, std::ch
          secure(*dialled.loop, *dialled.stream, endpoint, timeout, error);
 }
 
-/// The message's own copy of the key. What TLS and the kernel keep of it on the way is theirs.
-void wipe_authorization(http::request<http::buffer_body>& message) {
-  const auto value = message[http::field::authorization];
-  // Read-only for the sake of the parser; nobody reads the message any more.
-  platform::wipe_memory(const_cast<char*>(value.data()), value.size());
-}
-
 /// Text goes into the response, a streamed body into the caller's sink when the status tells success.
 class Response_Sink final : public Body_Sink {
  public:

@@ -12,12 +12,14 @@
 #include <boost/beast/ssl/ssl_stream.hpp>
 #include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "net/http_message.h"
+#include "platform/secure_string.h"
 
 namespace net {
 namespace asio = boost::asio;
@@ -198,6 +200,24 @@ class String_Sink final : public Body_Sink {
   std::string& text_;
   std::size_t limit_;
 };
+
+/// The message's own copy of the key. What TLS and the kernel keep of it on the way is theirs.
+inline void wipe_authorization(http::request<http::buffer_body>& message) {
+  const auto value = message[http::field::authorization];
+  // Read-only for the sake of the parser; nobody reads this field any more.
+  platform::wipe_memory(const_cast<char*>(value.data()), value.size());
+}
+
+/// Wipes what was read out of the buffer already, a request's head with its key; what is unread stays.
+inline void wipe_consumed(beast::flat_buffer& buffer) {
+  const std::string unread = beast::buffers_to_string(buffer.data());
+  buffer.consume(unread.size());
+  const auto space = buffer.prepare(buffer.capacity());
+  platform::wipe_memory(space.data(), space.size());
+  if (unread.empty()) return;
+  std::memcpy(space.data(), unread.data(), unread.size());
+  buffer.commit(unread.size());
+}
 
 /// Copies the fields of a message that was read.
 template <typename Fields>

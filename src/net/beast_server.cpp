@@ -29,6 +29,7 @@ constexpr std::chrono::seconds stop_limit{5};
 constexpr std::chrono::milliseconds accept_pause{200};
 /// A rest of a body that is read away to keep the connection.
 constexpr std::size_t drain_limit_bytes = 256U << 10;
+constexpr std::size_t usual_head_bytes = 8U << 10;
 /// Connections at once for each of Server_Options::workers.
 constexpr std::size_t connections_per_worker = 32;
 
@@ -58,7 +59,9 @@ class Beast_Exchange final : public Server_Exchange {
         target_(parser.get().target()),
         headers_(copy_fields(parser.get())),
         peer_(std::move(peer)),
-        keep_alive_(parser.get().keep_alive()) {}
+        keep_alive_(parser.get().keep_alive()) {
+    wipe_authorization(parser.get());
+  }
 
   const std::string& method() const override { return method_; }
   const std::string& target() const override { return target_; }
@@ -306,6 +309,8 @@ struct Http_Server::Impl {
     beast::error_code ignored;
     const std::string peer = beast::get_lowest_layer(stream).socket().remote_endpoint(ignored).address().to_string();
     beast::flat_buffer buffer;
+    // One that grew would leave a part of the head behind, and with it the key.
+    buffer.reserve(usual_head_bytes);
     bool open = true;
     while (open) {
       const Stream_Channel<Stream> channel{loop, stream, buffer, idle_limit};
@@ -315,8 +320,11 @@ struct Http_Server::Impl {
       const beast::error_code cause = receive_head(channel, parser);
       if (cause) {
         refuse_head(channel, parser, peer, cause);
+        buffer.consume(buffer.size());
+        wipe_consumed(buffer);
         break;
       }
+      wipe_consumed(buffer);
       if (!connections.begin(descriptor)) break;
       if (beast::websocket::is_upgrade(parser.get()) && !full) {
         serve_web_socket(channel, parser, peer, descriptor);
@@ -364,8 +372,10 @@ struct Http_Server::Impl {
 
   Http_Handler::Serve ask_handler(http::request_parser<http::buffer_body>& parser, unsigned& status) {
     const std::string target(parser.get().target());
+    const Http_Headers headers = copy_fields(parser.get());
+    wipe_authorization(parser.get());
     try {
-      return handler.accept_web_socket(target, copy_fields(parser.get()), status);
+      return handler.accept_web_socket(target, headers, status);
     } catch (const std::exception& caught) {
       D3_ERROR("Accepting a WebSocket at %C failed: %C\n", platform::cut_for_log(target).c_str(), caught.what());
       status = status_internal;

@@ -256,6 +256,56 @@ TEST_F(Http_Transport_Faults, A_Request_Leaves_No_Key_In_The_Memory_It_Gives_Bac
   EXPECT_EQ(watch.found(), 0U);
 }
 
+/// Looks for a text in what the server's threads give back, from their first request on to their end.
+class Server_Thread_Watch {
+ public:
+  explicit Server_Thread_Watch(std::string_view text) : text_(text) {}
+  /// On a thread of the server.
+  void begin() {
+    thread_local std::unique_ptr<Of_Thread> one;
+    if (!one) one = std::make_unique<Of_Thread>(*this);
+  }
+  [[nodiscard]] std::size_t found() const { return found_; }
+  [[nodiscard]] int threads() const { return threads_; }
+
+ private:
+  struct Of_Thread {
+    explicit Of_Thread(Server_Thread_Watch& of_all) : all(of_all), watch(of_all.text_) {}
+    ~Of_Thread() {
+      all.found_ += watch.found();
+      ++all.threads_;
+    }
+    Server_Thread_Watch& all;
+    support::Freed_Memory_Watch watch;
+  };
+
+  std::string_view text_;
+  std::atomic<std::size_t> found_{0};
+  std::atomic<int> threads_{0};
+};
+
+TEST_F(Http_Transport_Faults, A_Server_Leaves_No_Key_In_The_Memory_It_Gives_Back) {
+  const std::string key_text = "a key of more bytes than a short string holds";
+  const std::string shown = "Authorization: Bearer " + key_text + "\r\n";
+  const std::string requests[] = {
+      "GET / HTTP/1.1\r\n" + shown + "Connection: close\r\n\r\n",
+      "POST / HTTP/1.1\r\n" + shown + "Content-Length: 3\r\n\r\nabcPOST / HTTP/1.1\r\n" + shown +
+          "Content-Length: 0\r\nConnection: close\r\n\r\n",
+      "GET / HTTP/1.1\r\nX-Long: " + std::string(2000, 'x') + "\r\n" + shown + "Connection: close\r\n\r\n"};
+  Server_Thread_Watch watch(key_text);
+  {
+    Echo_Handler handler;
+    handler.while_handling = [&watch] { watch.begin(); };
+    net::Http_Server server(handler, {});
+    std::string why;
+    ASSERT_TRUE(server.start(why)) << why;
+    for (const std::string& bytes : requests)
+      EXPECT_EQ(talk(server.port(), bytes).substr(0, 12), "HTTP/1.1 200") << bytes;
+  }
+  EXPECT_EQ(watch.threads(), 3);
+  EXPECT_EQ(watch.found(), 0U);
+}
+
 TEST_F(Http_Transport_Faults, A_Client_That_Asks_First_Is_Told_To_Go_On) {
   Echo_Handler handler;
   net::Http_Server server(handler, {});
