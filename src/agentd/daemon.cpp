@@ -13,6 +13,7 @@
 #include "job/job_activity_record.h"
 #include "platform/log.h"
 #include "platform/product_paths.h"
+#include "records/agent_method_names.h"
 
 extern "C" const char* dorsal3_version();
 
@@ -56,10 +57,17 @@ Daemon::Daemon(Agent_Configuration configuration)
       maker_(modules_, configuration_.host_uuid),
       jobs_(maker_, [this](const json_spirit::Value& definition) { return prepare(definition); }),
       ondemand_(maker_),
+      staged_([this](const std::vector<Staged_Name>& names) { staged_elsewhere_.restore_over(names); }),
       router_(modules_),
       link_(
           configuration_, [this](const JSON_RPC_Message& message) { return router_.call(message); },
-          [this] { reporter_->connected(); }, {Method_Router::is_for_modules, Method_Router::module_workers}),
+          [this] {
+            reporter_->connected();
+            staged_elsewhere_.connected();
+          },
+          {Method_Router::is_for_modules, Method_Router::module_workers}),
+      staged_elsewhere_(configuration_.host_uuid, {[this] { return link_.connection() != 0; },
+                                                   [this](const Staged_Name& name) { return staged_.in_use(name); }}),
       outbox_(outbox_directory()),
       messages_(link_) {
   Reporter::Callbacks callbacks;
@@ -101,12 +109,36 @@ bool Daemon::start() {
   (void)generate_access_key_file();             // logged; the backup itself needs it and fails with words of its own
   add_methods();
   connect_jobs();
-  staged_.remove_all();
-  settle_former_runs([this](const Job_Activity_Snapshot& activity) { reporter_->activity_changed(activity); });
+  end_former_runs();
   reporter_->start();
   link_.start();
+  staged_elsewhere_.start();
   D3_INFO("The agent of host %C (%C) is ready\n", configuration_.host_name.c_str(), configuration_.host_uuid.c_str());
   return true;
+}
+
+/// What is staged here may be another host's too; it is over on other hosts when a restore of this one was cut off.
+void Daemon::end_former_runs() {
+  const std::vector<Staged_Name> staged = staged_.remove_all();
+  bool restored = false;
+  settle_former_runs([&](const Job_Activity_Snapshot& activity) {
+    restored = restored || activity.type == JOB_DEFINITION_RESTORE;
+    reporter_->activity_changed(activity);
+  });
+  if (restored) staged_elsewhere_.restore_over(staged);
+}
+
+JSON_RPC_Answer Daemon::remove_staged(const json_spirit::Object& params) {
+  Staged_Name name;
+  std::string error;
+  int removed = 0;
+  if (!Staged_Name::from_params(params, name, error)) return refusal_answer(JSON_RPC_E_INVALID_PARAMS, error);
+  if (!staged_.remove(name, removed))
+    return refusal_answer(JSON_RPC_E_SERVER, "a file cannot be removed; the log of this host's agent names it");
+  JSON_RPC_Answer answer;
+  answer.ok = true;
+  answer.result = json_spirit::Object{{"removed", removed}};
+  return answer;
 }
 
 void Daemon::connect_jobs() {
@@ -136,6 +168,7 @@ void Daemon::add_methods() {
       "job.setup", [this](const Params& params) { return ondemand_.setup(params); }, Method_Router::Pace::slow);
   router_.add(
       "job.unsetup", [this](const Params& params) { return ondemand_.unsetup(params); }, Method_Router::Pace::slow);
+  router_.add(staged_remove_method, [this](const Params& params) { return remove_staged(params); });
   router_.add("pool.list", list_pool, Method_Router::Pace::slow);
   router_.add("instance.recovery", tell_last_recovery);
   router_.add("instance.probe", [this](const Params&) { return instance_service_.probe(); });
@@ -182,8 +215,10 @@ bool Daemon::stop() {
   const bool drained = jobs_.drain(limit);
   for (const std::string& id : jobs_.running()) D3_WARNING("Job %C is cut off, the agent ends\n", id.c_str());
   reporter_->stop();
+  staged_elsewhere_.finish(close_limit);
   const bool closed = close_link(close_limit);
   if (!drained || !closed) return false;
+  staged_elsewhere_.stop();
   // Code of the modules is gone from every thread before it is unloaded.
   if (!wait_for_requests(end)) return false;
   jobs_.clear();

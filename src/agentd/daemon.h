@@ -15,6 +15,7 @@
 #include "agentd/outbox.h"
 #include "agentd/reporter.h"
 #include "agentd/server_link.h"
+#include "agentd/staged_elsewhere.h"
 #include "agentd/staged_restores.h"
 
 namespace agentd {
@@ -42,6 +43,8 @@ class Daemon {
   [[nodiscard]] bool greet();
   [[nodiscard]] JSON_RPC_Answer start_job(const json_spirit::Value& definition, const json_spirit::Object& options,
                                           const std::string& job_act_id);
+  [[nodiscard]] JSON_RPC_Answer remove_staged(const json_spirit::Object& params);
+  void end_former_runs();
   void job_ended(const std::string& job_act_id);
   [[nodiscard]] bool close_link(std::chrono::seconds limit);
   [[nodiscard]] bool wait_for_requests(std::chrono::steady_clock::time_point end);
@@ -59,6 +62,7 @@ class Daemon {
   Method_Router router_;
   Server_Link link_;
   Scoped_Agent_Channel channel_scope_{link_};
+  Staged_Elsewhere staged_elsewhere_;
   Outbox outbox_;
   Backupd_Messages messages_;
   std::shared_ptr<Reporter> reporter_;

@@ -51,11 +51,22 @@ JSON_RPC_Answer Method_Router::call(const std::string& name, const json_spirit::
 bool Method_Router::is_for_modules(const JSON_RPC_Message& message) { return is_module_method(message.method); }
 
 JSON_RPC_Answer Method_Router::dispatch(const JSON_RPC_Message& message) const {
+  JSON_RPC_Answer refusal;
   const auto found = methods_.find(message.method);
-  if (found != methods_.end()) return run_method(found->second, message);
-  if (JSON_RPC_Handler* const handler = find_handler(message.method)) return ask_module(*handler, message);
+  if (found != methods_.end()) return refused(message, refusal) ? refusal : run_method(found->second, message);
+  if (JSON_RPC_Handler* const handler = find_handler(message.method))
+    return refused(message, refusal) ? refusal : ask_module(*handler, message);
   return refusal_answer(JSON_RPC_E_METHOD_NOT_FOUND,
                         "this agent does not know the method " + platform::cut_for_log(message.method));
+}
+
+bool Method_Router::refused(const JSON_RPC_Message& message, JSON_RPC_Answer& refusal) {
+  if (!needs_right(message.method) ||
+      may_ask(Requester::from_json(message.requester).role, message.method, message.params))
+    return false;
+  D3_WARNING("Refused %C to a requester who may not ask for it\n", message.method.c_str());
+  refusal = refusal_answer(JSON_RPC_E_INVALID_PARAMS, "this requester may not ask for " + message.method);
+  return true;
 }
 
 JSON_RPC_Answer Method_Router::run_method(const Known_Method& method, const JSON_RPC_Message& message) const {
@@ -68,11 +79,6 @@ JSON_RPC_Answer Method_Router::run_method(const Known_Method& method, const JSON
 }
 
 JSON_RPC_Answer Method_Router::ask_module(JSON_RPC_Handler& handler, const JSON_RPC_Message& message) const {
-  const Requester requester = Requester::from_json(message.requester);
-  if (!may_ask(requester.role, message.method, message.params)) {
-    D3_WARNING("Refused %C to a requester who may not ask for it\n", message.method.c_str());
-    return refusal_answer(JSON_RPC_E_INVALID_PARAMS, "this requester may not ask for " + message.method);
-  }
   const auto ask = [&] { return call_handler(handler, message, handler_limit); };
   return is_control_action(message.method, message.params) ? run_slowly(actions_, ask) : ask();
 }

@@ -13,7 +13,8 @@ namespace agentd {
 /// Finds who answers a request of backupd: the agent itself, or a module's JSON-RPC handler. Filled at start, then used
 /// by many threads. What may take minutes or hours, as the start of an instance may, is answered only a few at once, so
 /// that workers are left for what must not wait, such as stopping a job. Requests to modules have workers of their own
-/// (is_for_modules), and say in whose name they are made: what that one may not ask is refused.
+/// (is_for_modules). What needs a right (records/request_rights.h) says in whose name it is made: what that one may not
+/// ask is refused.
 class Method_Router {
  public:
   enum class Pace { quick, slow };
@@ -46,6 +47,7 @@ class Method_Router {
 
   [[nodiscard]] static JSON_RPC_Answer run_slowly(std::atomic<unsigned>& places,
                                                   const std::function<JSON_RPC_Answer()>& action);
+  [[nodiscard]] static bool refused(const JSON_RPC_Message& message, JSON_RPC_Answer& refusal);
   [[nodiscard]] JSON_RPC_Answer dispatch(const JSON_RPC_Message& message) const;
   [[nodiscard]] JSON_RPC_Answer run_method(const Known_Method& method, const JSON_RPC_Message& message) const;
   [[nodiscard]] JSON_RPC_Answer ask_module(JSON_RPC_Handler& handler, const JSON_RPC_Message& message) const;

@@ -12,10 +12,7 @@ namespace agentd {
 namespace {
 
 constexpr const char* staging_folder = "hana/catalog";
-constexpr const char* catalog_start = "catalog_";
-constexpr const char* restore_start = "restore_";
 constexpr const char* restore_type = "restore";
-constexpr char separator = '_';
 /// A start that is under way twice comes soon or never.
 constexpr std::size_t ended_limit = 100;
 
@@ -30,15 +27,23 @@ std::vector<std::string> staged_files() {
   return names;
 }
 
-void remove_staged(const std::string& name) {
+bool remove_staged(const std::string& name) {
   const std::string path = staging_directory() + '/' + name;
-  if (platform::remove_file(path))
+  if (platform::remove_file(path)) {
     D3_INFO("Removed '%C', its restore is over\n", path.c_str());
-  else
-    D3_ERROR("Failed to remove '%C', whose restore is over: %m; remove it before the next restore\n", path.c_str());
+    return true;
+  }
+  D3_ERROR("Failed to remove '%C', whose restore is over: %m; remove it before the next restore\n", path.c_str());
+  return false;
 }
 
-bool is_staged(const std::string& name) { return name.starts_with(catalog_start) || name.starts_with(restore_start); }
+bool is_staged(const std::string& name) {
+  return name.starts_with(staged_catalog_start) || name.starts_with(staged_restore_start);
+}
+
+bool contains(const std::vector<std::string>& names, const std::string& name) {
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
 
 /// The beginnings of the names of all origins that a definition reads from; none for another kind of definition.
 std::vector<std::string> origins_of(const json_spirit::Value& definition) {
@@ -52,23 +57,28 @@ std::vector<std::string> origins_of(const json_spirit::Value& definition) {
     return origins;
   for (const json_spirit::Value& entry : entries) {
     json_spirit::Object original;
-    std::string sid;
-    std::string database;
+    Staged_Name name;
     if (!entry.is_object() || !json_spirit::object_get(entry.get_obj(), "original", original) ||
-        !json_spirit::object_get(original, "sid", sid) || !json_spirit::object_get(original, "database", database))
+        !json_spirit::object_get(original, "sid", name.origin_sid) ||
+        !json_spirit::object_get(original, "database", name.origin_database))
       continue;
-    origins.push_back(catalog_start + platform::encode_file_name(sid) + separator +
-                      platform::encode_file_name(database) + separator);
+    origins.push_back(name.origin_start());
   }
   return origins;
 }
 
 }  // namespace
 
-void Staged_Restores::remove_all() {
+std::vector<Staged_Name> Staged_Restores::remove_all() {
   const std::lock_guard guard(mutex_);
-  for (const std::string& name : staged_files())
-    if (is_staged(name)) remove_staged(name);
+  std::vector<Staged_Name> removed;
+  Staged_Name name;
+  for (const std::string& file : staged_files()) {
+    if (!is_staged(file)) continue;
+    (void)remove_staged(file);
+    if (Staged_Name::from_file(file, name)) removed.push_back(name);
+  }
+  return removed;
 }
 
 bool Staged_Restores::begin(const std::string& job_act_id, const json_spirit::Value& definition) {
@@ -78,20 +88,45 @@ bool Staged_Restores::begin(const std::string& job_act_id, const json_spirit::Va
   if (origins.empty() || running_.contains(job_act_id) ||
       std::find(ended_.begin(), ended_.end(), job_act_id) != ended_.end())
     return false;
-  remove_unused(origins);
+  (void)remove_unused(origins);
   running_.emplace(job_act_id, std::move(origins));
   return true;
 }
 
 void Staged_Restores::end(const std::string& job_act_id) {
+  std::vector<Staged_Name> removed;
+  {
+    const std::lock_guard guard(mutex_);
+    const auto found = running_.find(job_act_id);
+    if (found == running_.end()) return;
+    const Origins origins = std::move(found->second);
+    running_.erase(found);
+    ended_.push_back(job_act_id);
+    if (ended_.size() > ended_limit) ended_.pop_front();
+    removed = remove_unused(origins);
+  }
+  if (over_) over_(removed);
+}
+
+bool Staged_Restores::in_use(const Staged_Name& name) const {
   const std::lock_guard guard(mutex_);
-  const auto found = running_.find(job_act_id);
-  if (found == running_.end()) return;
-  const Origins origins = std::move(found->second);
-  running_.erase(found);
-  ended_.push_back(job_act_id);
-  if (ended_.size() > ended_limit) ended_.pop_front();
-  remove_unused(origins);
+  return is_used(name.origin_start());
+}
+
+bool Staged_Restores::remove(const Staged_Name& name, int& removed) {
+  const std::lock_guard guard(mutex_);
+  removed = 0;
+  if (is_used(name.origin_start())) return true;
+  const std::vector<std::string> names = staged_files();
+  bool all = true;
+  for (const std::string& file : {name.catalog_file(), name.restore_file()}) {
+    if (!contains(names, file)) continue;
+    if (remove_staged(file))
+      ++removed;
+    else
+      all = false;
+  }
+  return all;
 }
 
 bool Staged_Restores::is_used(const std::string& origin) const {
@@ -100,18 +135,21 @@ bool Staged_Restores::is_used(const std::string& origin) const {
   });
 }
 
-void Staged_Restores::remove_unused(const Origins& origins) const {
+std::vector<Staged_Name> Staged_Restores::remove_unused(const Origins& origins) const {
   const std::vector<std::string> names = staged_files();
+  std::vector<Staged_Name> removed;
   for (const std::string& origin : origins) {
     if (is_used(origin)) continue;
     for (const std::string& name : names) {
       if (!name.starts_with(origin)) continue;
-      remove_staged(name);
+      (void)remove_staged(name);
       // What follows names the target, as in the file of the target alone.
-      const std::string of_target = restore_start + name.substr(origin.size());
-      if (std::find(names.begin(), names.end(), of_target) != names.end()) remove_staged(of_target);
+      const std::string of_target = staged_restore_start + name.substr(origin.size());
+      if (contains(names, of_target)) (void)remove_staged(of_target);
+      if (Staged_Name parts; Staged_Name::from_file(name, parts)) removed.push_back(std::move(parts));
     }
   }
+  return removed;
 }
 
 void Restore_End_Tap::activity_changed(const Job_Activity_Snapshot& activity) {

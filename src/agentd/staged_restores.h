@@ -1,12 +1,15 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "agentd/staged_name.h"
 #include "job/activity_listener.h"
 #include "json/value.h"
 
@@ -16,20 +19,32 @@ namespace agentd {
 /// it any more: a file that outlived its restore would decide which catalog another one reads. Any thread.
 class Staged_Restores {
  public:
-  /// Everything, at the agent's start: no restore of it goes on then.
-  void remove_all();
+  /// Told, on the thread that ended a run, what its end has removed: on other hosts there may be the same.
+  using Over = std::function<void(const std::vector<Staged_Name>& names)>;
+
+  explicit Staged_Restores(Over over = {}) : over_(std::move(over)) {}
+
+  /// Everything, at the agent's start: no restore of it goes on then. What it was.
+  std::vector<Staged_Name> remove_all();
   /// A run is about to start. What is there of its origins and belongs to no run that goes on is removed. Without
   /// effect for a definition that is no restore. True when end is owed.
   bool begin(const std::string& job_act_id, const json_spirit::Value& definition);
   /// The run has ended. Also for one that never began.
   void end(const std::string& job_act_id);
 
+  /// Whether a restore of the same origin goes on here.
+  [[nodiscard]] bool in_use(const Staged_Name& name) const;
+  /// What the restore of another host has left here, which is over; nothing while it is in use. `removed`: how many
+  /// files. False when one cannot be removed.
+  [[nodiscard]] bool remove(const Staged_Name& name, int& removed);
+
  private:
   using Origins = std::vector<std::string>;  ///< what the names of an origin's files begin with
 
-  void remove_unused(const Origins& origins) const;
+  [[nodiscard]] std::vector<Staged_Name> remove_unused(const Origins& origins) const;
   [[nodiscard]] bool is_used(const std::string& origin) const;
 
+  const Over over_;
   mutable std::mutex mutex_;
   std::map<std::string, Origins> running_;  ///< by activity; guarded by mutex_
   std::deque<std::string> ended_;           ///< the last restores that have ended; guarded by mutex_

@@ -62,8 +62,8 @@ Outcome Agent_Gate::call(const Identity& who, const std::string& host_uuid, cons
 Outcome Agent_Gate::allow(const Identity& who, const std::string& host_uuid, const std::string& method,
                           const json_spirit::Value& params) {
   if (who.role == role_agent) return allow_agent(who, host_uuid, method, params);
-  // What is no module's is the server's way to ask, which operators may use for themselves.
-  if (who.role == role_operator && !is_module_method(method)) return {};
+  // What needs no right is the server's way to ask, which operators may use for themselves.
+  if (who.role == role_operator && !needs_right(method)) return {};
   if (may_ask(requester_of(who).role, method, params)) return {};
   return Outcome::refuse(Outcome::forbidden, std::string("a key for the role ") + role_name(who.role) +
                                                  " may not ask an agent for \"" + platform::cut_for_log(method) +

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "records/agent_method_names.h"
+
 namespace {
 
 constexpr const char* instance_list_method = "hana.instance.list";
@@ -41,18 +43,22 @@ bool is_module_method(const std::string& method) {
   return std::find(module_methods.begin(), module_methods.end(), method) != module_methods.end();
 }
 
+bool needs_right(const std::string& method) { return is_module_method(method) || method == staged_remove_method; }
+
 bool is_list_method(const std::string& method) {
   return method == instance_list_method || method == database_list_method;
 }
 
-bool is_staging_method(const std::string& method) { return method == download_method; }
+bool is_staging_method(const std::string& method) {
+  return method == download_method || method == staged_remove_method;
+}
 
 bool is_control_action(const std::string& method, const json_spirit::Value& params) {
   return is_staging_method(method) || (method == control_method && !asks_for_state(params));
 }
 
 bool may_ask(Requester::Role role, const std::string& method, const json_spirit::Value& params) {
-  if (!is_module_method(method)) return false;
+  if (!needs_right(method)) return false;
   switch (role) {
     case Requester::viewer:
       return !is_control_action(method, params);

@@ -19,14 +19,19 @@ struct Requester {
   [[nodiscard]] static Requester from_json(const json_spirit::Value& value);
 };
 
-/// Whether a method belongs to a module's handler, so that the rights below are asked.
+/// Whether a method belongs to a module's handler.
 [[nodiscard]] bool is_module_method(const std::string& method);
+
+/// Whether a request is made in somebody's name, so that the rights below are asked: those to modules, and
+/// "staged.remove" of the agent itself.
+[[nodiscard]] bool needs_right(const std::string& method);
 
 /// Whether it lists instances or, by the registered name in "instance", the databases of one; the handler does not look
 /// which of the two was asked.
 [[nodiscard]] bool is_list_method(const std::string& method);
 
-/// Whether it leaves the description of a restore on the host, for the system "target_sid".
+/// Whether it leaves the description of a restore on the host, or removes it, for the system "target_sid". Agents alone
+/// may ask for that.
 [[nodiscard]] bool is_staging_method(const std::string& method);
 
 /// Whether the request changes something on the host: starts or stops an instance, or leaves a file.

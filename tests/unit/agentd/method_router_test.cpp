@@ -76,6 +76,20 @@ TEST_F(Method_Router_Test, Unknown_Methods_And_Those_Of_Absent_Handlers_Are_Not_
   EXPECT_EQ(router.call("hana.instance.control", nullptr).code, JSON_RPC_E_METHOD_NOT_FOUND);
 }
 
+TEST_F(Method_Router_Test, What_Needs_A_Right_Is_Refused_To_Others_Although_It_Is_The_Agents_Own) {
+  int asked = 0;
+  router.add("staged.remove", [&](const json_spirit::Object&) {
+    ++asked;
+    return JSON_RPC_Answer{true, 1, 0, {}};
+  });
+  for (const char* role : {static_cast<const char*>(nullptr), "viewer", "operator"})
+    EXPECT_EQ(router.call(message("staged.remove", json_spirit::Object(), role)).code, JSON_RPC_E_INVALID_PARAMS);
+  EXPECT_EQ(asked, 0);
+  EXPECT_TRUE(router.call(message("staged.remove", json_spirit::Object(), "agent")).ok);
+  EXPECT_EQ(asked, 1);
+  EXPECT_FALSE(Method_Router::is_for_modules(message("staged.remove")));
+}
+
 TEST_F(Method_Router_Test, Slow_Requests_Leave_Room_For_Quick_Ones) {
   std::latch all_run(Method_Router::slow_at_once);
   std::promise<void> release;

@@ -137,3 +137,67 @@ TEST_F(Staged_Restores_Test, A_Run_That_Has_Ended_Lets_Its_Files_Go_Before_Anybo
   EXPECT_TRUE(left().empty());
   EXPECT_EQ(next->seen, Names(4, "run"));
 }
+
+TEST_F(Staged_Restores_Test, The_End_Tells_What_Was_Staged_And_A_Begin_Does_Not) {
+  std::vector<Staged_Name> over;
+  Staged_Restores telling([&](const std::vector<Staged_Name>& names) { over = names; });
+  stage({"catalog_HDB_TN1_HDB_TN1.json"});
+  telling.begin("run", definition({entry("HDB", "TN1"), entry("HDB", "T_2")}));
+  EXPECT_TRUE(over.empty());
+  stage({"catalog_HDB_TN1_HDB_TN1.json", "restore_HDB_TN1.json", "catalog_HDB_T%5F2_HDB_TN3.json",
+         "catalog_HDB_TN1_odd.json"});
+  telling.end("run");
+  EXPECT_EQ(over, (std::vector<Staged_Name>{{"HDB", "TN1", "HDB", "TN1"}, {"HDB", "T_2", "HDB", "TN3"}}));
+  over.clear();
+  telling.end("run");
+  EXPECT_TRUE(over.empty());
+}
+
+TEST_F(Staged_Restores_Test, The_Start_Tells_What_It_Has_Removed) {
+  stage({"catalog_HDB_TN1_QAS_TN2.json", "restore_QAS_TN2.json", "catalog_odd.json"});
+  EXPECT_EQ(staged_.remove_all(), (std::vector<Staged_Name>{{"HDB", "TN1", "QAS", "TN2"}}));
+  EXPECT_TRUE(left().empty());
+}
+
+TEST_F(Staged_Restores_Test, Another_Host_Has_Its_Own_Files_Removed_And_No_Others) {
+  const Names others{"catalog_HDB_TN1_HDB_TN9.json", "catalog_HDB_TN2_HDB_T%5F2.json", "restore_HDB_TN9.json"};
+  stage(others);
+  stage({"catalog_HDB_TN1_HDB_T%5F2.json", "restore_HDB_T%5F2.json"});
+  int removed = 0;
+  EXPECT_TRUE(staged_.remove({"HDB", "TN1", "HDB", "T_2"}, removed));
+  EXPECT_EQ(removed, 2);
+  EXPECT_EQ(left(), others);
+  EXPECT_TRUE(staged_.remove({"HDB", "TN1", "HDB", "T_2"}, removed));
+  EXPECT_EQ(removed, 0) << "the same again";
+}
+
+TEST_F(Staged_Restores_Test, What_A_Restore_Of_This_Host_Uses_Stays_For_Another_Host) {
+  const Staged_Name name{"HDB", "TN1", "HDB", "TN1"};
+  EXPECT_FALSE(staged_.in_use(name));
+  staged_.begin("run", definition({entry("HDB", "TN1")}));
+  EXPECT_TRUE(staged_.in_use(name));
+  stage({"catalog_HDB_TN1_HDB_TN1.json"});
+  int removed = 7;
+  EXPECT_TRUE(staged_.remove(name, removed));
+  EXPECT_EQ(removed, 0);
+  EXPECT_EQ(left().size(), 1U);
+}
+
+TEST_F(Staged_Restores_Test, A_Name_Of_Another_Host_Leaves_The_Directory_By_No_Way) {
+  root_.write("/var/opt/tarvex/dorsal3/agent/hana/secret.json", "{}");
+  int removed = 0;
+  for (const char* part : {"../secret", "/../secret.json", "x/../../secret"}) {
+    EXPECT_TRUE(staged_.remove({"HDB", "TN1", "HDB", part}, removed)) << part;
+    EXPECT_TRUE(staged_.remove({part, part, part, part}, removed)) << part;
+    EXPECT_EQ(removed, 0) << part;
+  }
+  EXPECT_TRUE(platform::is_regular_file("/var/opt/tarvex/dorsal3/agent/hana/secret.json"));
+}
+
+TEST_F(Staged_Restores_Test, Another_Host_Is_Told_When_A_File_Cannot_Be_Removed) {
+  root_.make_directory(std::string(directory) + "/catalog_HDB_TN1_HDB_TN1.json/x");
+  int removed = 7;
+  EXPECT_FALSE(staged_.remove({"HDB", "TN1", "HDB", "TN1"}, removed));
+  EXPECT_EQ(removed, 0);
+  EXPECT_EQ(log_.claim_containing("Failed to remove '"), 1U);
+}

@@ -135,6 +135,24 @@ TEST_F(Agent_Gate_Test, Lets_Agents_Of_One_System_Ask_Each_Other_About_It) {
   EXPECT_EQ(seen.size(), before);
 }
 
+TEST_F(Agent_Gate_Test, Lets_Agents_Alone_Remove_What_A_Restore_Of_Their_System_Staged) {
+  const std::string params =
+      R"({"origin_sid":"ABC","origin_database":"TN1","target_sid":"HDB","target_database":"TN2"})";
+  EXPECT_TRUE(forward("staged.remove", params).ok);
+  EXPECT_EQ(seen,
+            std::vector<std::string>{std::string(R"(staged.remove {"role":"agent","host_uuid":")") + host_a + "\"}"});
+  EXPECT_EQ(forward("staged.remove", R"({"sid":"HDB","origin_sid":"HDB","target_sid":"ABC"})").code,
+            JSON_RPC_E_INVALID_PARAMS);
+  EXPECT_EQ(call(server.operator_key, "staged.remove", params).status, 403U);
+  EXPECT_EQ(call(server.viewer_key, "staged.remove", params).status, 403U);
+  EXPECT_EQ(seen.size(), 1U);
+  const std::vector<std::string> entries = audit();
+  ASSERT_EQ(entries.size(), 4U);
+  EXPECT_NE(entries.front().find(R"("method":"staged.remove","origin_sid":"ABC","origin_database":"TN1",)"),
+            std::string::npos)
+      << entries.front();
+}
+
 TEST(Agent_Gate, Keeps_Agents_Of_Different_Systems_Apart) {
   Memory_Server server;
   server.add_instance(host_a, "land-1");

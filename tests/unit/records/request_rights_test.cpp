@@ -42,6 +42,17 @@ TEST(Request_Rights, Tell_Who_May_Ask_What) {
   }
 }
 
+TEST(Request_Rights, Let_Agents_Alone_Have_Staged_Files_Removed) {
+  const char* const method = "staged.remove";
+  EXPECT_TRUE(needs_right(method));
+  EXPECT_TRUE(may_ask(Requester::agent, method, nullptr));
+  for (const Requester::Role role : {Requester::nobody, Requester::viewer, Requester::oper})
+    EXPECT_FALSE(may_ask(role, method, nullptr)) << role;
+  EXPECT_TRUE(is_control_action(method, nullptr)) << "it is written down";
+  EXPECT_FALSE(is_module_method(method));
+  EXPECT_FALSE(needs_right("job.start"));
+}
+
 TEST(Requester, Is_Read_Back_As_Written) {
   for (const Requester::Role role : {Requester::viewer, Requester::oper, Requester::agent}) {
     const Requester read = Requester::from_json(Requester{role, "h"}.to_json());
