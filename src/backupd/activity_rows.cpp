@@ -7,6 +7,22 @@
 
 namespace backupd {
 
+namespace {
+
+std::string kind_of_run(Sql_Session& session, const std::string& def_id) {
+  const auto row = session.first("SELECT document FROM job_definitions WHERE id = :a", {def_id}, 1);
+  if (!row) return {};
+  const json_spirit::Object definition = stored_object(row->text(0));
+  std::string type;
+  std::string subtype;
+  json_spirit::object_get(definition, "type", type);
+  json_spirit::object_get(definition, "subtype", subtype);
+  if (type == "restore") return kind_of_restore;
+  return subtype == "log" ? kind_of_log_backup : kind_of_data_backup;
+}
+
+}  // namespace
+
 void Activity_Row::set_state(Job_State new_state, const std::string& message) {
   state = new_state;
   document["state"] = static_cast<int>(state);
@@ -21,12 +37,14 @@ std::optional<Activity_Row> find_activity(Sql_Session& session, const std::strin
                       stored_object(row->text(3))};
 }
 
-void insert_activity(Sql_Session& session, const Activity_Row& row) {
+void insert_activity(Sql_Session& session, Activity_Row& row) {
+  const std::string kind = kind_of_run(session, row.def_id);
+  row.document[kind_key] = kind;
   session.execute(
-      "INSERT INTO activities (id, seq, def_id, host_uuid, state, ended, document) "
-      "VALUES (:a, :b, :c, :d, :e, :f, :g)",
+      "INSERT INTO activities (id, seq, def_id, host_uuid, state, ended, document, kind) "
+      "VALUES (:a, :b, :c, :d, :e, :f, :g, :h)",
       {row.id, session.next_number("activity"), row.def_id, row.host_uuid, std::int64_t{row.state},
-       std::int64_t{row.ended() ? 1 : 0}, json_spirit::dump_json(row.document)});
+       std::int64_t{row.ended() ? 1 : 0}, json_spirit::dump_json(row.document), kind});
 }
 
 void update_activity(Sql_Session& session, const Activity_Row& row) {

@@ -22,8 +22,16 @@ struct Activity_Row {
   void set_state(Job_State new_state, const std::string& message);
 };
 
+/// Member of a document that says what the run does.
+inline constexpr char kind_key[] = "kind";
+/// What runs do, as "kind" of an activity names it.
+inline constexpr char kind_of_data_backup[] = "data backup";
+inline constexpr char kind_of_log_backup[] = "log backup";
+inline constexpr char kind_of_restore[] = "restore";
+
 [[nodiscard]] std::optional<Activity_Row> find_activity(Sql_Session& session, const std::string& id);
-void insert_activity(Sql_Session& session, const Activity_Row& row);
+/// Adds the "kind" of the run to its document; "" when its definition is not known.
+void insert_activity(Sql_Session& session, Activity_Row& row);
 /// State and document.
 void update_activity(Sql_Session& session, const Activity_Row& row);
 /// The run of the definition that has not ended, "" when there is none.

@@ -25,7 +25,7 @@ Outcome store_failed() {
 
 /// What the server knew from the start and an agent does not tell.
 void keep_origin(const json_spirit::Object& known, json_spirit::Object& document) {
-  for (const char* key : {"name", "host_uuid", follows_key, followed_by_key, run_chain_key})
+  for (const char* key : {"name", kind_key, "host_uuid", follows_key, followed_by_key, run_chain_key})
     if (const json_spirit::Value* value = known.find(key)) document[key] = *value;
 }
 

@@ -2,6 +2,7 @@
 #include "backupd/routes.h"
 #include "backupd/server_core.h"
 #include "backupd/setup_store.h"
+#include "job/job_state.h"
 
 namespace backupd {
 
@@ -85,6 +86,18 @@ Reply start_job(Server_Core& core, const Request& request) {
   return {json_spirit::Object{{"job_act_id", job_act_id}}, status_accepted};
 }
 
+/// A state by its name, as runs show it.
+Outcome read_state(const std::string& name, List_Query& query) {
+  if (name.empty()) return {};
+  for (int state = JOB_STATE_NONE; is_job_state(state); ++state)
+    if (name == job_state_to_string(static_cast<Job_State>(state))) {
+      query.where("state", std::int64_t{state});
+      return {};
+    }
+  return Outcome::refuse(Outcome::invalid,
+                         "there is no state \"" + name + "\" of a run; try error, completed, running or canceled");
+}
+
 Reply get_jobs(Server_Core& core, const Request& request) {
   List_Query query;
   List_Page page;
@@ -92,6 +105,8 @@ Reply get_jobs(Server_Core& core, const Request& request) {
   if (Outcome outcome = read_list_query(request, {{"started", "seq"}}, query); !outcome.ok()) return outcome;
   query.where_given("def_id", request.parameter("def_id"));
   query.where_given("host_uuid", request.parameter("host_uuid"));
+  query.where_given("kind", request.parameter("kind"));
+  if (Outcome outcome = read_state(request.parameter("state"), query); !outcome.ok()) return outcome;
   if (!core.activities.list(query, page)) return store_unavailable();
   for (json_spirit::Value& row : page.rows) core.dispatch.show(row.get_obj());
   return page;
@@ -162,7 +177,7 @@ void add_job_routes(Router& router, Server_Core& core) {
   router.add({"GET",
               jobs,
               reader_roles,
-              with_list_keys({"def_id", "host_uuid"}),
+              with_list_keys({"def_id", "host_uuid", "kind", "state"}),
               Body::none,
               [&core](Request& request) { return get_jobs(core, request); },
               {}});

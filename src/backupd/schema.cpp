@@ -128,6 +128,12 @@ const std::vector<Step>& steps() {
           "CREATE TABLE audit (id BIGINT NOT NULL PRIMARY KEY, host_uuid TEXT NOT NULL, document TEXT NOT NULL)",
           "CREATE INDEX audit_by_host ON audit (host_uuid, id)",
       },
+      {
+          // What a run does, to list the few that matter beside those of log backups. Runs from before have none.
+          "ALTER TABLE activities ADD COLUMN kind TEXT NOT NULL DEFAULT ''",
+          "CREATE INDEX activities_by_kind ON activities (kind, seq)",
+          "CREATE INDEX activities_by_state ON activities (state, seq)",
+      },
   };
   return all;
 }

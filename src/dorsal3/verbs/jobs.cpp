@@ -1,3 +1,5 @@
+#include <map>
+
 #include <CLI/CLI.hpp>
 
 #include "dorsal3/format.h"
@@ -11,6 +13,26 @@ namespace dorsal3 {
 namespace {
 
 constexpr unsigned default_limit = 20;
+constexpr const char* kind_member = "kind";
+constexpr std::size_t databases_shown = 3;
+
+/// What runs do, as the command line and the server name it.
+const std::map<std::string, std::string>& kinds() {
+  static const std::map<std::string, std::string> names{
+      {"backup", "data backup"}, {"log", "log backup"}, {"restore", "restore"}};
+  return names;
+}
+
+/// "TN1, TN2", the first of them when there are many.
+std::string databases_text(const json_spirit::Object& run) {
+  const auto databases = object_rows(run, "databases");
+  std::string text;
+  for (std::size_t i = 0; i < databases.size() && i < databases_shown; ++i)
+    text += (i == 0 ? "" : ", ") + one_line(text_member(databases[i], "name"));
+  return databases.size() <= databases_shown
+             ? text
+             : text + " and " + std::to_string(databases.size() - databases_shown) + " more";
+}
 
 /// Lists runs, newest first, or shows one with its log.
 class Jobs_Verb : public Verb {
@@ -18,6 +40,8 @@ class Jobs_Verb : public Verb {
   CLI::App* declare(CLI::App& app) override {
     CLI::App* sub = app.add_subcommand("jobs", "List the runs of jobs, or show one with its log");
     sub->add_option("JOB", job_, "Id of the run to show, or its beginning");
+    sub->add_option("--kind", kind_, "List runs of this kind only")->check(CLI::IsMember(kinds()));
+    sub->add_option("--state", state_, "List runs in this state only, by its name: error, completed, running, ...");
     sub->add_option("--limit", limit_, "How many runs to list")->check(CLI::PositiveNumber);
     return sub;
   }
@@ -32,7 +56,7 @@ class Jobs_Verb : public Verb {
       return outcome;
     }
     std::vector<json_spirit::Object> rows;
-    if (!context.server.get_rows("/jobs?order=desc&limit=" + std::to_string(limit_), rows, failure))
+    if (!context.server.get_rows("/jobs?order=desc&limit=" + std::to_string(limit_) + filters(), rows, failure))
       return Outcome::failed(std::move(failure));
     outcome.model["jobs"] = to_array(rows);
     return outcome;
@@ -46,20 +70,30 @@ class Jobs_Verb : public Verb {
     }
     const auto jobs = object_rows(model, "jobs");
     if (jobs.empty()) {
-      out << "No job has run yet.\n";
+      out << (filters().empty() ? "No job has run yet.\n" : "There is no such run.\n");
       return;
     }
-    Text_Table table({"JOB", "STATE", "DONE", "SIZE", "START (UTC)", "MESSAGE"});
+    Text_Table table({"JOB", "KIND", "NAME", "DATABASES", "STATE", "DONE", "SIZE", "START (UTC)", "MESSAGE"});
     for (const auto& row : jobs)
-      table.add({one_line(text_member(row, "id")), one_line(text_member(row, "state_name")),
+      table.add({one_line(text_member(row, "id")), one_line(text_member(row, kind_member)),
+                 one_line(text_member(row, "name")), databases_text(row), one_line(text_member(row, "state_name")),
                  text_member(row, "progress") + "%", format_bytes(bytes_done(row)),
                  one_line(text_member(row, "start_time")), one_line(text_member(row, "message"))});
     out << table.text();
   }
 
  private:
+  [[nodiscard]] std::string filters() const {
+    std::string text;
+    if (!kind_.empty()) text += '&' + query_pair("kind", kinds().at(kind_));
+    if (!state_.empty()) text += '&' + query_pair("state", state_);
+    return text;
+  }
+
   static void print_one(const json_spirit::Object& job, std::ostream& out) {
     out << "job       " << one_line(text_member(job, "id")) << "\n"
+        << "kind      " << one_line(text_member(job, kind_member)) << "\n"
+        << "name      " << one_line(text_member(job, "name")) << "\n"
         << "host      " << one_line(text_member(job, "host_uuid")) << "\n"
         << "state     " << one_line(text_member(job, "state_name")) << "\n"
         << "done      " << text_member(job, "progress") << "%, " << format_bytes(bytes_done(job)) << "\n"
@@ -83,6 +117,8 @@ class Jobs_Verb : public Verb {
   }
 
   std::string job_;
+  std::string kind_;
+  std::string state_;
   unsigned limit_ = default_limit;
 };
 

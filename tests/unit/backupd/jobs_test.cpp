@@ -113,8 +113,45 @@ TEST(Job_Dispatch, Starts_A_Job_Once) {
   ASSERT_TRUE(
       agent.call("job.report", R"({"activities":[{"id":")" + run + R"(","def_id":")" + id + R"(","state":7}]})").ok);
   EXPECT_EQ(server.request("GET", "/jobs/" + run).text_of("name"), "nightly");
+  EXPECT_EQ(server.request("GET", "/jobs/" + run).text_of("kind"), "data backup");
   EXPECT_EQ(server.request("POST", start).status, 202U);
   EXPECT_EQ(server.request("GET", "/jobs").number_of("total"), 2);
+}
+
+TEST(Job_Dispatch, Lists_Runs_By_Kind_And_State) {
+  Memory_Server server;
+  const std::string id = make_definition(server);
+  std::string logs = definition_json();
+  const std::size_t subtype = logs.find("\"full\"");
+  ASSERT_NE(subtype, std::string::npos);
+  logs.replace(subtype, 6, "\"log\"");
+  const Answer log_backup = server.request("POST", "/job-definitions", logs);
+  ASSERT_EQ(log_backup.status, 201U) << log_backup.text;
+  Fake_Agent agent(server, server.agent_key,
+                   [](const std::string&, const json_spirit::Value&) { return good(json_spirit::Object{}); });
+  ASSERT_TRUE(agent.hello(host_a).ok);
+  const auto report = [&](int number, const std::string& definition, int state) {
+    return agent.call("job.report", R"({"activities":[{"id":")" + uuid_of(number) + R"(","def_id":")" + definition +
+                                        R"(","state":)" + std::to_string(state) + "}]}");
+  };
+  ASSERT_TRUE(report(71, id, 7).ok);
+  ASSERT_TRUE(report(72, log_backup.text_of("id"), 10).ok);
+  ASSERT_TRUE(report(73, log_backup.text_of("id"), 3).ok);
+  ASSERT_TRUE(report(73, log_backup.text_of("id"), 7).ok);
+  ASSERT_TRUE(report(74, uuid_of(9), 7).ok);
+  const auto total = [&](const std::string& filters) {
+    return server.request("GET", "/jobs?" + filters).number_of("total");
+  };
+  EXPECT_EQ(total(""), 4);
+  EXPECT_EQ(total("kind=data%20backup"), 1);
+  EXPECT_EQ(total("kind=log%20backup"), 2);
+  EXPECT_EQ(total("kind=log%20backup&state=completed"), 1);
+  EXPECT_EQ(total("state=error"), 1);
+  EXPECT_EQ(server.request("GET", "/jobs/" + uuid_of(73)).text_of("kind"), "log backup");
+  EXPECT_EQ(server.request("GET", "/jobs/" + uuid_of(74)).text_of("kind"), "") << "its definition is unknown";
+  const Answer unknown = server.request("GET", "/jobs?state=finished");
+  EXPECT_EQ(unknown.status, 422U);
+  EXPECT_NE(unknown.error_message().find("no state \"finished\""), std::string::npos) << unknown.text;
 }
 
 TEST(Job_Dispatch, Tells_Why_An_Agent_Refused_A_Start) {
