@@ -8,6 +8,9 @@ namespace {
 using namespace standin_test;
 using HANA_Faults = Installed_HANA;
 
+constexpr const char* slow = "stream_bytes_per_second = 50000";
+constexpr int most_looks = 5000;
+
 TEST_F(HANA_Faults, Refuse_Logons_As_Told) {
   install();
   fault("refuse_logon = 10 | count=1");
@@ -102,7 +105,7 @@ TEST_F(HANA_Faults, Kill_Hdbbackint_In_A_Backup) {
 
 TEST_F(HANA_Faults, Hide_Progress_And_Entries_For_A_While) {
   install();
-  fault("stream_bytes_per_second = 262144");
+  fault(slow);
   fault("progress_hidden_ms = 100000");
   fault("progress_zero_ms = 100000");
   Output backup;
@@ -110,12 +113,11 @@ TEST_F(HANA_Faults, Hide_Progress_And_Entries_For_A_While) {
   const std::string id = running_backup();
   const std::string rows = "select count(*), sum(BACKUP_SIZE) from SYS_DATABASES.M_BACKUP_PROGRESS";
   EXPECT_EQ(value_of(rows), "0,?\n");
-  no_faults();
-  fault("stream_bytes_per_second = 262144");
-  fault("progress_zero_ms = 100000 | count=1");
+  only_faults({slow, "progress_zero_ms = 100000 | count=1"});
   EXPECT_EQ(value_of(rows), "2,0\n");
   // The sizes are known when the services have opened their streams.
-  for (int i = 0; i < 500 && value_of(rows) == "2,0\n"; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  for (int i = 0; i < most_looks && value_of(rows) == "2,0\n"; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_NE(value_of(rows), "2,0\n");
   no_faults();
   worker.join();
@@ -127,20 +129,23 @@ TEST_F(HANA_Faults, Hide_Progress_And_Entries_For_A_While) {
 
 TEST_F(HANA_Faults, Write_Ends_Late_And_Let_The_Catalog_Backup_Share_An_Id) {
   install();
-  fault("catalog_end_late_ms = 1500 | count=1");
+  fault("catalog_end_late_ms = 600000");
   fault("catalog_same_id = yes");
   ASSERT_EQ(sql("BACKUP DATA FOR TN1 USING BACKINT ('x') ASYNCHRONOUS").code, 0);
   const std::string open =
       "select count(*) from SYS_DATABASES.M_BACKUP_PROGRESS p join SYS_DATABASES.M_BACKUP_CATALOG c on "
       "c.BACKUP_ID = p.BACKUP_ID where c.STATE_NAME='running' and p.BACKUP_SIZE > 0 and p.BACKUP_SIZE = "
       "p.TRANSFERRED_SIZE";
-  for (int i = 0; i < 100 && value_of(open) == "0\n"; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  for (int i = 0; i < most_looks && value_of(open) == "0\n"; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_NE(value_of(open), "0\n");
   EXPECT_EQ(states(), "running\n");
+  only_faults({"catalog_same_id = yes"});
   const std::string ended =
       "select count(*) from SYS_DATABASES.M_BACKUP_CATALOG where ENTRY_TYPE_NAME='log backup' and "
       "STATE_NAME='successful'";
-  for (int i = 0; i < 500 && value_of(ended) == "0\n"; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  for (int i = 0; i < most_looks && value_of(ended) == "0\n"; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_EQ(
       value_of(
           "select count(*) from SYS_DATABASES.M_BACKUP_CATALOG where ENTRY_TYPE_NAME='log backup' and BACKUP_ID in "
@@ -151,13 +156,13 @@ TEST_F(HANA_Faults, Write_Ends_Late_And_Let_The_Catalog_Backup_Share_An_Id) {
 
 TEST_F(HANA_Faults, Let_Go_Of_The_Pipes_Without_A_Signal) {
   install();
-  fault("stream_bytes_per_second = 262144");
+  fault(slow);
   fault("cancel_signal = none");
   fault("cancel_pending_ms = 1");
   Output backup;
   std::thread worker([&] { backup = sql("BACKUP DATA FOR TN1 USING BACKINT ('x')"); });
   const std::string id = running_backup();
-  for (int i = 0; i < 100 && !std::filesystem::exists(root_ / "pool"); ++i)
+  for (int i = 0; i < most_looks && !std::filesystem::exists(root_ / "pool"); ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_EQ(sql("BACKUP CANCEL FOR TN1 " + id).code, 0);
   worker.join();

@@ -110,10 +110,20 @@ void Installed_HANA::fault(const std::string& line) {
 
 void Installed_HANA::no_faults() { fs::remove(instance() / "standin/faults.conf"); }
 
+void Installed_HANA::only_faults(const std::vector<std::string>& lines) {
+  const fs::path file = instance() / "standin/faults.conf";
+  const fs::path next = instance() / "standin/faults.next";
+  {
+    std::ofstream text(next);
+    for (const std::string& line : lines) text << line << "\n";
+  }
+  fs::rename(next, file);
+}
+
 void Installed_HANA::script(const std::string& line) { std::ofstream(root_ / "backint.script") << line << "\n"; }
 
 std::string Installed_HANA::running_backup() {
-  constexpr int most_tries = 500;
+  constexpr int most_tries = 5000;
   for (int i = 0; i < most_tries; ++i) {
     const std::string out = value_of("select BACKUP_ID from SYS_DATABASES.M_BACKUP_CATALOG where SYS_END_TIME is null");
     if (!out.empty()) return out.substr(0, out.find('\n'));

@@ -24,7 +24,8 @@ class Installed_HANA : public ::testing::Test {
   void TearDown() override;
   /// Runs a program with files in place of its standard streams.
   Output run(std::vector<std::string> words, const std::string& input = {});
-  void lay_out(const std::vector<std::string>& more = {"--tenant", "TN1", "--services", "indexserver,xsengine"});
+  virtual void lay_out(const std::vector<std::string>& more = {"--tenant", "TN1", "--services",
+                                                               "indexserver,xsengine"});
   void install(const std::vector<std::string>& more = {"--tenant", "TN1", "--services", "indexserver,xsengine"});
   void start();
   [[nodiscard]] std::filesystem::path instance() const { return root_ / "usr/sap/HDB/HDB00"; }
@@ -43,6 +44,8 @@ class Installed_HANA : public ::testing::Test {
   void fault(const std::string& line);
   /// Takes all faults away; what hangs goes on.
   void no_faults();
+  /// These faults alone from now on, without a moment between.
+  void only_faults(const std::vector<std::string>& lines);
   void script(const std::string& line);
   /// The id of the backup that runs; waits until the catalog shows it.
   std::string running_backup();

@@ -1,4 +1,5 @@
 #include <chrono>
+#include <cstdlib>
 #include <sstream>
 #include <thread>
 
@@ -10,6 +11,7 @@ namespace fs = std::filesystem;
 using namespace standin_test;
 
 constexpr int timeout_s = 900;
+constexpr int most_looks = 3000;
 
 class Log_Backup : public Installed_HANA {
  protected:
@@ -40,7 +42,7 @@ class Log_Backup : public Installed_HANA {
   }
   std::string wait_for_logs(int wanted, const std::string& state = "successful", const std::string& service = "%") {
     std::string found;
-    for (int i = 0; i < 300; ++i) {
+    for (int i = 0; i < most_looks; ++i) {
       found = logs(state, service);
       if (count_of(found, "\n") >= wanted) return found;
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -52,12 +54,23 @@ class Log_Backup : public Installed_HANA {
   void run_slowly() {
     switch_on();
     full();
-    script("wait 3000");
+    script("hold");
     later(timeout_s);
     wait_for_logs(1, "running");
   }
-  /// Long enough for the log writer to look several times.
-  static void let_it_look() { std::this_thread::sleep_for(std::chrono::milliseconds(500)); }
+  /// The log writer has begun to look after this was called, and has seen everything; twice.
+  void let_it_look() {
+    constexpr long looks_wanted = 3;  // the first may have begun before
+    const long before = looks();
+    for (int i = 0; i < most_looks && looks() < before + looks_wanted; ++i)
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_GE(looks(), before + looks_wanted) << "the log writer does not look";
+  }
+  long looks() {
+    const Output got = control({"log-writer", "looks"});
+    EXPECT_EQ(got.code, 0) << got.err;
+    return std::atol(got.out.c_str());
+  }
   static void expect_chain(const std::string& logs, const std::string& service) {
     std::istringstream lines(logs);
     std::string end;
@@ -107,7 +120,7 @@ TEST_F(Log_Backup, Saves_Each_Services_Log_After_A_While_With_Ids_Of_Their_Own) 
   expect_chain(twice, "xsengine");
   const std::string entries = "select count(*) from SYS_DATABASES.M_BACKUP_CATALOG where ENTRY_TYPE_NAME='log backup'";
   const std::string wanted = "9\n";  // four logs with their catalogs, and the full backup's catalog
-  for (int i = 0; i < 100 && value_of(entries + " and STATE_NAME='successful'") != wanted; ++i) let_it_look();
+  for (int i = 0; i < most_looks && value_of(entries + " and STATE_NAME='successful'") != wanted; ++i) let_it_look();
   EXPECT_EQ(value_of(entries), wanted);
   EXPECT_EQ(value_of("select count(distinct BACKUP_ID) from SYS_DATABASES.M_BACKUP_CATALOG"), "10\n");
   const std::string calls = text_of(root_ / "backint.calls");
@@ -301,7 +314,7 @@ TEST_F(Log_Backup, Shares_Its_Id_With_Its_Catalog_When_Told_So) {
   const std::string shared =
       "select count(*) from SYS_DATABASES.M_BACKUP_CATALOG_FILES a join SYS_DATABASES.M_BACKUP_CATALOG_FILES b on "
       "a.BACKUP_ID = b.BACKUP_ID where a.FIRST_REDO_LOG_POSITION is not null and b.SOURCE_TYPE_NAME='catalog'";
-  for (int i = 0; i < 20 && value_of(shared) != "1\n"; ++i) let_it_look();
+  for (int i = 0; i < most_looks && value_of(shared) != "1\n"; ++i) let_it_look();
   EXPECT_EQ(value_of(shared), "1\n");
 }
 
@@ -318,9 +331,9 @@ TEST_F(Log_Backup, Has_No_Gap_After_A_Crash) {
     start();
   }
   later(timeout_s);
-  for (int i = 0; i < 40 && count_of(logs("successful", "indexserver"), "\n") < 1; ++i) let_it_look();
-  let_it_look();
-  let_it_look();
+  wait_for_logs(1, "successful", "indexserver");
+  wait_for_logs(1, "successful", "xsengine");
+  for (int i = 0; i < most_looks && !logs("running").empty(); ++i) let_it_look();
   expect_chain(logs("successful", "indexserver"), "indexserver");
   expect_chain(logs("successful", "xsengine"), "xsengine");
   EXPECT_EQ(logs("running"), "");
@@ -375,7 +388,7 @@ TEST_F(Log_Backup, Takes_Turns_With_The_Catalog_Backups_Of_Other_Services) {
   const std::string catalogs =
       "select count(*) from SYS_DATABASES.M_BACKUP_CATALOG_FILES f join SYS_DATABASES.M_BACKUP_CATALOG c on c.ENTRY_ID "
       "= f.ENTRY_ID where f.SOURCE_TYPE_NAME='catalog' and c.STATE_NAME='successful'";
-  for (int i = 0; i < 20 && value_of(catalogs) != "4\n"; ++i) let_it_look();
+  for (int i = 0; i < most_looks && value_of(catalogs) != "4\n"; ++i) let_it_look();
   EXPECT_EQ(value_of(catalogs), "4\n");
 }
 
@@ -396,7 +409,8 @@ TEST_F(Log_Backup, Of_A_Single_Container_Lies_In_The_Backint_Folder_Itself) {
   ASSERT_EQ(sql("BACKUP DATA USING BACKINT ('full')", "HDB").code, 0);
   later(timeout_s);
   const std::string calls = root_ / "backint.calls";
-  for (int i = 0; i < 20 && text_of(calls).find("/backint/log_backup_") == std::string::npos; ++i) let_it_look();
+  for (int i = 0; i < most_looks && text_of(calls).find("/backint/log_backup_") == std::string::npos; ++i)
+    let_it_look();
   let_it_look();
   EXPECT_NE(text_of(calls).find("_0_0_1\""), std::string::npos) << text_of(calls);
   EXPECT_EQ(text_of(calls).find("/SYSTEMDB/"), std::string::npos) << text_of(calls);

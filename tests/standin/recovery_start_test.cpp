@@ -158,12 +158,13 @@ TEST_F(Recovery_At_Start, Keeps_The_Instance_Starting_Until_It_Has_Ended) {
   install_with_catalogs();
   fault("logon_after_recovery_ms = 1");
   leave(by_id(full_of()));
-  fault("recovery_slow_ms = 1500 | match=data");
+  fault("recovery_slow_ms = 600000 | match=data");
   ASSERT_EQ(run({instance() / "exe/sapcontrol", "-nr", "00", "-function", "Start"}).code, 0);
   EXPECT_EQ(run({instance() / "exe/sapcontrol", "-nr", "00", "-function", "WaitforStarted", "0", "1"}).code, 2);
   EXPECT_NE(
       run({instance() / "exe/sapcontrol", "-nr", "00", "-function", "GetProcessList"}).out.find("YELLOW, Starting"),
       std::string::npos);
+  only_faults({"logon_after_recovery_ms = 1"});
   EXPECT_EQ(run({instance() / "exe/sapcontrol", "-nr", "00", "-function", "StartWait", "60", "1"}).code, 0);
   EXPECT_NE(backup_log("SYSTEMDB").find("finished successfully"), std::string::npos);
 }
@@ -172,7 +173,7 @@ TEST_F(Recovery_At_Start, Is_Cut_Off_By_A_Stop) {
   install_with_catalogs();
   const std::string full = full_of();
   leave(by_id(full));
-  fault("recovery_slow_ms = 1000 | match=data");
+  fault("recovery_slow_ms = 600000 | match=data");
   ASSERT_EQ(run({instance() / "exe/sapcontrol", "-nr", "00", "-function", "Start"}).code, 0);
   ASSERT_TRUE(becomes([&] { return backup_log("SYSTEMDB").find("RECOVER DATA started") != std::string::npos; }));
   ASSERT_EQ(hdb("stop").code, 0);

@@ -299,12 +299,13 @@ TEST_F(Recovery, Of_One_Tenant_Runs_Once_At_A_Time) {
   install_with_catalogs();
   const std::string full = backed_up();
   stop();
-  fault("recovery_slow_ms = 1500 | match=data");
+  fault("recovery_slow_ms = 600000 | match=data");
   Output first;
   std::thread worker([&] { first = sql("RECOVER " + by_id(full)); });
   ASSERT_TRUE(becomes([&] { return backup_log().find("RECOVER DATA started") != std::string::npos; }));
   EXPECT_NE(sql("RECOVER " + by_id(full)).err.find("another recovery of TN1 is running"), std::string::npos);
   EXPECT_NE(sql("ALTER SYSTEM START DATABASE TN1").err.find("database TN1 is being recovered"), std::string::npos);
+  no_faults();
   worker.join();
   EXPECT_EQ(first.code, 0) << first.err;
 }

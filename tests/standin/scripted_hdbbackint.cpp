@@ -1,6 +1,7 @@
 // The smallest hdbbackint that backup and recovery need, for the stand-in's own tests: copies each pipe into a folder
 // and back. "pool/index" tells which copy is whose. Lines of its script, <root>/backint.script:
 //   exit N               ends with N at once          wait MILLISECONDS   before it does anything
+//   hold                 waits until the script says something else
 //   wrong-size, silent   answers of a backup          restore-exit N      ends with N after a restore
 //   notfound TEXT        objects whose name has TEXT are not there, for restore and inquire
 //   error TEXT, corrupt TEXT, short TEXT              what becomes of such objects in a restore
@@ -87,6 +88,7 @@ class Agent {
     }
     if (const std::string pause = told("wait"); !pause.empty())
       std::this_thread::sleep_for(std::chrono::milliseconds(std::stoi(pause)));
+    if (!told("hold").empty()) hold();
     if (!fs::exists(in_)) return 2;
     fs::create_directories(root_ + "/pool");
     answers_.open(out_);
@@ -105,6 +107,16 @@ class Agent {
   }
 
  private:
+  /// Waits until the script says something else.
+  void hold() const {
+    const auto script = [this] {
+      std::vector<std::string> lines;
+      std::ifstream file(root_ + "/backint.script");
+      for (std::string line; std::getline(file, line);) lines.push_back(line);
+      return lines;
+    };
+    while (script() == script_) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
   /// What stands behind the word in the script; the word itself when nothing does.
   std::string told(const std::string& word) const {
     for (const std::string& line : script_) {

@@ -35,11 +35,12 @@ TEST_F(Stand_In, Tells_Its_State_By_Exit_Code) {
   install();
   const std::vector<std::string> list{instance() / "exe/sapcontrol", "-nr", "00", "-function", "GetProcessList"};
   EXPECT_EQ(run(list).code, 3);
-  fault("stop_ms = 1000");
+  fault("stop_ms = 600000");
   EXPECT_EQ(run({instance() / "exe/sapcontrol", "-nr", "00", "-function", "Stop"}).code, 0);
   const Output stopping = run(list);
   EXPECT_EQ(stopping.code, 0);
   EXPECT_NE(stopping.out.find("YELLOW, Stopping"), std::string::npos);
+  no_faults();
   EXPECT_EQ(run({instance() / "exe/sapcontrol", "-nr", "00", "-function", "WaitforStopped", "20", "1"}).code, 0);
   EXPECT_EQ(run(list).code, 4);
   EXPECT_EQ(sql("\\s").code, -10709 & 0xff);
