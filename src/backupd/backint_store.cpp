@@ -2,6 +2,7 @@
 
 #include "backupd/backint_rows.h"
 #include "backupd/ondemand_records.h"
+#include "platform/log.h"
 
 namespace backupd {
 
@@ -236,11 +237,24 @@ Outcome Backint_Store::remove_file(std::int64_t id, bool force) {
 }
 
 bool Backint_Store::list_owed_runs(const List_Query& query, List_Page& page) {
-  return list_ondemand_runs(database_, query, page);
+  return list_ondemand_runs(database_, query, Given_Up::shown, page);
 }
 
-bool Backint_Store::drain_owed_runs(const Ondemand_Database& owner, List_Page& page) {
+bool Backint_Store::drop_owed_runs(const Ondemand_Database& owner, List_Page& page) {
+  const bool dropped = database_.write([&](Sql_Session& session) {
+    page.rows = drop_given_up_runs(session, owner);
+    return true;
+  });
+  page.total = static_cast<std::int64_t>(page.rows.size());
+  if (dropped && page.total != 0)
+    D3_INFO("%q backups of %C that were given up are dropped from the queue; their objects stay on the pool\n",
+            page.total, owner.text().c_str());
+  return dropped;
+}
+
+bool Backint_Store::drain_owed_runs(const Ondemand_Database& owner, bool retry, List_Page& page) {
   if (!database_.write([&](Sql_Session& session) {
+        if (retry) retry_given_up_runs(session, owner);
         drain_ondemand_runs(session, owner);
         return true;
       }))
@@ -250,7 +264,7 @@ bool Backint_Store::drain_owed_runs(const Ondemand_Database& owner, List_Page& p
   query.where("host_uuid", owner.host_uuid);
   query.where("sid", owner.sid);
   query.where("database_name", owner.name);
-  return list_ondemand_runs(database_, query, page);
+  return list_ondemand_runs(database_, query, Given_Up::left_out, page);
 }
 
 }  // namespace backupd

@@ -54,8 +54,11 @@ class Backint_Store {
 
   /// Runs that are owed to backups which HANA began by itself; columns of the query are those of the table.
   [[nodiscard]] bool list_owed_runs(const List_Query& query, List_Page& page);
-  /// All that waits of a database is due now. `page`: what is still there.
-  [[nodiscard]] bool drain_owed_runs(const Ondemand_Database& owner, List_Page& page);
+  /// All that waits of a database is due now, with `retry` also what was given up. `page`: what is still there and was
+  /// not given up.
+  [[nodiscard]] bool drain_owed_runs(const Ondemand_Database& owner, bool retry, List_Page& page);
+  /// See drop_given_up_runs. `page`: what was dropped.
+  [[nodiscard]] bool drop_owed_runs(const Ondemand_Database& owner, List_Page& page);
 
  private:
   Database& database_;

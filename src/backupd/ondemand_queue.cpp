@@ -70,12 +70,21 @@ bool Ondemand_Queue::settle_ended(Load& load) {
 void Ondemand_Queue::put_off(const Ondemand_Entry& entry) {
   const std::int64_t pause = pause_minutes(entry.tries + 1);
   bool changed = false;
+  bool given_up = false;
   const bool stored = database_.write([&](Sql_Session& session) {
     changed = put_off_ondemand_run(session, entry, now() + pause * seconds_per_minute);
+    given_up = changed && give_up_ondemand_run(session, entry, now());
     return true;
   });
   // Neither happens again before the next look.
   if (!stored || !changed) return;
+  if (given_up) {
+    D3_WARNING(
+        "A backup of %C was tried %q times in vain and is given up, the Backint job is %C; its objects stay on the "
+        "pool. When the cause is mended: dorsal3 log-backup retry\n",
+        entry.database.text().c_str(), entry.tries + 1, entry.job_uuid.c_str());
+    return;
+  }
   D3_WARNING("The run %C has not recorded a backup of %C, the Backint job is %C; it is tried again in %q minutes\n",
              entry.run.c_str(), entry.database.text().c_str(), entry.job_uuid.c_str(), pause);
 }

@@ -14,9 +14,9 @@ namespace backupd {
 
 /// Runs that are owed to backups which HANA began by itself: one for each Backint job record whose objects are all
 /// stored. An entry leaves when a backup set holds the objects, so that nothing is lost while an agent is away or this
-/// server restarts. A run that ended without the set is begun again after 1, 2, 4 ... 60 minutes. The runs of a
-/// database are begun in the order of its backups, one at a time. What a look costs depends on what is due and under
-/// way, not on how much waits. One thread.
+/// server restarts. A run that ended without the set is begun again after 1, 2, 4 ... 60 minutes, and given up in the
+/// end (Ondemand_Entry). The runs of a database are begun in the order of its backups, one at a time. What a look costs
+/// depends on what is due and under way, not on how much waits. One thread.
 class Ondemand_Queue {
  public:
   using Is_Connected = std::function<bool(const std::string& host_uuid)>;

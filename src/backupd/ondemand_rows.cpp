@@ -19,6 +19,10 @@ constexpr char waits_for_definition[] =
 constexpr char entry_columns[] =
     "q.id, q.job_uuid, q.def_id, q.host_uuid, q.sid, q.database_name, q.tries, q.due, q.run_id";
 constexpr std::size_t entry_column_count = 9;
+/// Those that people are shown: hold, message, and when the last object was stored.
+constexpr char more_shown_columns[] =
+    ", q.hold, q.message, (SELECT j.touched FROM backint_jobs j WHERE j.uuid = q.job_uuid)";
+constexpr std::size_t shown_column_count = entry_column_count + 3;
 
 Ondemand_Entry read_entry(const Sql_Row& row) {
   return {
@@ -85,9 +89,15 @@ int fit(const json_spirit::Object& definition, const Ondemand_Database& database
   return best;
 }
 
+const char* state_of(const Ondemand_Entry& entry, Ondemand_Entry::Hold hold) {
+  if (!entry.run.empty()) return "running";
+  return hold == Ondemand_Entry::given_up ? "given up" : "waiting";
+}
+
 json_spirit::Object shown(const Sql_Row& row) {
   const Ondemand_Entry entry = read_entry(row);
   const auto hold = static_cast<Ondemand_Entry::Hold>(row.number(entry_column_count));
+  const std::int64_t stored = row.is_null(entry_column_count + 2) ? 0 : row.number(entry_column_count + 2);
   std::string message = row.text(entry_column_count + 1);
   if (hold == Ondemand_Entry::behind) message = waits_behind;
   if (hold == Ondemand_Entry::no_definition) message = waits_for_definition;
@@ -97,9 +107,10 @@ json_spirit::Object shown(const Sql_Row& row) {
           {"sid", entry.database.sid},
           {"database", entry.database.name},
           {"backint_job_uuid", entry.job_uuid},
-          {"state", entry.run.empty() ? "waiting" : "running"},
+          {"state", state_of(entry, hold)},
           {"tries", entry.tries},
           {"next_try_ms", hold == Ondemand_Entry::free ? entry.due * milliseconds_per_second : std::int64_t{0}},
+          {"stored_ms", stored * milliseconds_per_second},
           {"message", message}};
 }
 
@@ -179,6 +190,42 @@ bool put_off_ondemand_run(Sql_Session& session, const Ondemand_Entry& entry, std
   return changed != 0;
 }
 
+bool give_up_ondemand_run(Sql_Session& session, const Ondemand_Entry& entry, std::int64_t now) {
+  if (entry.tries + 1 < Ondemand_Entry::tries_in_order) return false;
+  const auto job = session.first("SELECT touched FROM backint_jobs WHERE uuid = :a", {entry.job_uuid}, 1);
+  // 0: from a time when it was not noted. A date that was set back makes it wait longer, never shorter.
+  if (!job || job->number(0) == 0) return false;
+  const std::int64_t limit = was_begun_again(session, entry.database, entry.job_uuid)
+                                 ? Ondemand_Entry::seconds_when_begun_again
+                                 : Ondemand_Entry::seconds_otherwise;
+  if (now - job->number(0) < limit) return false;
+  return session.execute("UPDATE ondemand_runs SET hold = 3 WHERE id = :a AND run_id = ''", {entry.id}) != 0;
+}
+
+void retry_given_up_runs(Sql_Session& session, const Ondemand_Database& database) {
+  session.execute(
+      "UPDATE ondemand_runs SET due = 0, hold = 1 WHERE host_uuid = :a AND sid = :b AND database_name = :c AND "
+      "hold = 3",
+      of(database));
+  release_next(session, database);
+}
+
+json_spirit::Array drop_given_up_runs(Sql_Session& session, const Ondemand_Database& database) {
+  json_spirit::Array dropped;
+  const Sql_Rows rows = session.query(std::string("SELECT ") + entry_columns + more_shown_columns +
+                                          " FROM ondemand_runs q WHERE q.host_uuid = :a AND q.sid = :b AND "
+                                          "q.database_name = :c AND q.hold = 3 ORDER BY q.id",
+                                      of(database), shown_column_count);
+  for (const Sql_Row& row : rows) {
+    const Ondemand_Entry entry = read_entry(row);
+    // An open record with objects would be owed a run again.
+    session.execute("UPDATE backint_jobs SET taken = 1 WHERE uuid = :a", {entry.job_uuid});
+    session.execute("DELETE FROM ondemand_runs WHERE id = :a", {entry.id});
+    dropped.emplace_back(shown(row));
+  }
+  return dropped;
+}
+
 void hold_without_definition(Sql_Session& session, const Ondemand_Entry& entry) {
   session.execute("UPDATE ondemand_runs SET hold = 2 WHERE id = :a", {entry.id});
   release_next(session, entry.database);
@@ -218,13 +265,18 @@ void drain_ondemand_runs(Sql_Session& session, const Ondemand_Database& database
   release_next(session, database);
 }
 
-bool list_ondemand_runs(Database& database, const List_Query& query, List_Page& page) {
+bool list_ondemand_runs(Database& database, const List_Query& query, Given_Up given_up, List_Page& page) {
   return database.read([&](Sql_Session& session) {
     page.total = count_rows(session, "ondemand_runs", query);
-    for (const Sql_Row& row :
-         select_rows(session, "ondemand_runs q", std::string(entry_columns) + ", q.hold, q.message",
-                     entry_column_count + 2, query))
-      page.rows.emplace_back(shown(row));
+    for (const Sql_Row& row : select_rows(session, "ondemand_runs q", std::string(entry_columns) + more_shown_columns,
+                                          shown_column_count, query)) {
+      const bool left_out =
+          given_up == Given_Up::left_out && row.number(entry_column_count) == Ondemand_Entry::given_up;
+      if (left_out)
+        --page.total;
+      else
+        page.rows.emplace_back(shown(row));
+    }
   });
 }
 

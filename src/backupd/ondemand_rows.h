@@ -24,13 +24,18 @@ struct Ondemand_Entry {
   /// Why it may not be begun.
   enum Hold : std::int64_t {
     free = 0,
-    behind = 1,        ///< an earlier backup of the database is not recorded yet
-    no_definition = 2  ///< its definition was removed, and no other one backs the database's logs up
+    behind = 1,         ///< an earlier backup of the database is not recorded yet
+    no_definition = 2,  ///< its definition was removed, and no other one backs the database's logs up
+    given_up = 3        ///< tried so often and so long in vain that only an operator has it tried again, or drops it
   };
   /// A backup that was tried so often does not hold back the later ones of its database any more: it may never be
   /// recorded, and HANA cannot be recovered over logs that nobody knows.
   /// One that HANA has begun again since, as it took the first for failed, holds nothing back after its first try.
   static constexpr std::int64_t tries_in_order = 7;
+  /// How long after its last object a backup is given up. HANA has made the first kind again, so that nobody misses it;
+  /// the other kind may wait for the next full backup of its database, which two weeks of schedules should bring.
+  static constexpr std::int64_t seconds_when_begun_again = std::int64_t{24} * 3600;
+  static constexpr std::int64_t seconds_otherwise = std::int64_t{14} * 24 * 3600;
 
   std::int64_t id = 0;
   std::string job_uuid;
@@ -61,6 +66,9 @@ void remove_ondemand_run(Sql_Session& session, const std::string& job_uuid);
 [[nodiscard]] std::int64_t next_ondemand_due(Sql_Session& session, std::int64_t now);
 /// The run of the entry ended in vain; false when the entry has no such run any more.
 [[nodiscard]] bool put_off_ondemand_run(Sql_Session& session, const Ondemand_Entry& entry, std::int64_t due);
+/// The entry, which was put off just now, is not begun any more when it was tried long enough: its objects and records
+/// stay as they are. False when it goes on.
+[[nodiscard]] bool give_up_ondemand_run(Sql_Session& session, const Ondemand_Entry& entry, std::int64_t now);
 /// Lets the entry wait until a definition for its database is stored.
 void hold_without_definition(Sql_Session& session, const Ondemand_Entry& entry);
 
@@ -70,10 +78,17 @@ void definition_stored(Sql_Session& session, const std::string& host_uuid);
 /// for its whole instance.
 [[nodiscard]] std::string find_log_definition(Sql_Session& session, const Ondemand_Database& database);
 
-/// All that waits of a database is due now.
+/// What was given up of a database is tried again.
+void retry_given_up_runs(Sql_Session& session, const Ondemand_Database& database);
+/// What was given up of a database leaves the queue, and no set will hold it. Its records and objects stay, so that
+/// HANA can still read what it calls saved. The entries as they were shown.
+[[nodiscard]] json_spirit::Array drop_given_up_runs(Sql_Session& session, const Ondemand_Database& database);
+/// All that waits of a database is due now, except what was given up.
 void drain_ondemand_runs(Sql_Session& session, const Ondemand_Database& database);
+/// Whether a list has those that were given up.
+enum class Given_Up { shown, left_out };
 /// As the interface shows them: {"id", "definition_uuid", "host_uuid", "sid", "database", "backint_job_uuid", "state",
-/// "tries", "next_try_ms", "message"}.
-[[nodiscard]] bool list_ondemand_runs(Database& database, const List_Query& query, List_Page& page);
+/// "tries", "next_try_ms", "stored_ms", "message"}.
+[[nodiscard]] bool list_ondemand_runs(Database& database, const List_Query& query, Given_Up given_up, List_Page& page);
 
 }  // namespace backupd

@@ -119,7 +119,7 @@ Outcome Restore_Planning::plan(const json_spirit::Object& body, json_spirit::Obj
   List_Page page;
   waiting.where("sid", wish.source.sid);
   waiting.where("database_name", wish.restore.database);
-  if (!list_ondemand_runs(database_, waiting, page))
+  if (!list_ondemand_runs(database_, waiting, Given_Up::shown, page))
     return Outcome::refuse(Outcome::internal, "the queue of log backups cannot be read now; see the server's log");
   history.question.waiting_logs = static_cast<std::size_t>(page.total);
   Restore_Plan plan = plan_restore(history.question);

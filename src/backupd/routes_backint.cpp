@@ -122,108 +122,78 @@ Reply get_owed_runs(Server_Core& core, const Request& request) {
   return page;
 }
 
-Reply drain_owed_runs(Server_Core& core, const Request& request) {
-  Ondemand_Database database;
-  Body_Reader reader(request.body, "the database whose log backups shall be recorded");
+void read_database(Body_Reader& reader, Ondemand_Database& database) {
   reader.uuid("host_uuid", database.host_uuid, Need::required);
   reader.text("sid", database.sid, Need::required);
   reader.text("database", database.name, Need::required);
+}
+
+Reply drop_owed_runs(Server_Core& core, const Request& request) {
+  Ondemand_Database database;
+  List_Page page;
+  Body_Reader reader(request.body, "the database whose log backups shall be dropped");
+  read_database(reader, database);
+  if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
+  if (!core.backint.drop_owed_runs(database, page)) return store_unavailable();
+  return page;
+}
+
+Reply drain_owed_runs(Server_Core& core, const Request& request) {
+  Ondemand_Database database;
+  bool retry = false;
+  Body_Reader reader(request.body, "the database whose log backups shall be recorded");
+  read_database(reader, database);
+  reader.flag("retry", retry);
   if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
   if (request.identity.role == role_agent && request.identity.host_uuid != database.host_uuid)
     return Outcome::refuse(Outcome::forbidden, "the key belongs to the host " + request.identity.host_uuid +
                                                    ", which has no say over the log backups of another one");
   List_Page page;
-  if (!core.backint.drain_owed_runs(database, page)) return store_unavailable();
+  if (!core.backint.drain_owed_runs(database, retry, page)) return store_unavailable();
   core.starter.wake();
   return page;
 }
 
+/// A route that answers JSON.
+struct Json_Route {
+  const char* method;
+  std::string path;
+  unsigned roles;
+  std::vector<std::string> query_keys;
+  Body body;
+  Reply (*answer)(Server_Core& core, const Request& request);
+};
+
 }  // namespace
 
 void add_backint_routes(Router& router, Server_Core& core) {
-  const std::string jobs = std::string(rest_prefix) + "/backint/jobs";
-  const std::string ondemand_jobs = std::string(rest_prefix) + "/backint/on-demand-jobs";
-  const std::string files = std::string(rest_prefix) + "/backint/files";
-  router.add({"GET",
-              jobs,
-              all_roles,
-              with_list_keys({"host_uuid", "job_act_id", "database"}),
-              Body::none,
-              [&core](Request& request) { return get_jobs(core, request); },
-              {}});
-  router.add(
-      {"POST", jobs, role_agent, {}, Body::json, [&core](Request& request) { return post_job(core, request); }, {}});
-  router.add({"POST",
-              ondemand_jobs,
-              role_agent,
-              {},
-              Body::json,
-              [&core](Request& request) { return post_ondemand_job(core, request); },
-              {}});
-  const std::string runs = std::string(rest_prefix) + "/backint/ondemand-runs";
-  router.add({"GET",
-              runs,
-              all_roles,
-              with_list_keys({"host_uuid", "sid", "database"}),
-              Body::none,
-              [&core](Request& request) { return get_owed_runs(core, request); },
-              {}});
-  router.add({"POST",
-              runs + "/drain",
-              role_agent | role_operator,
-              {},
-              Body::json,
-              [&core](Request& request) { return drain_owed_runs(core, request); },
-              {}});
-  router.add({"GET",
-              jobs + "/<uuid>",
-              all_roles,
-              {},
-              Body::none,
-              [&core](Request& request) { return get_job(core, request); },
-              {}});
-  router.add({"PATCH",
-              jobs + "/<uuid>",
-              role_agent,
-              {},
-              Body::json,
-              [&core](Request& request) { return patch_job(core, request); },
-              {}});
-  router.add({"DELETE",
-              jobs + "/<uuid>",
-              role_agent,
-              {},
-              Body::none,
-              [&core](Request& request) { return delete_job(core, request); },
-              {}});
-  router.add({"GET",
-              jobs + "/<uuid>/files",
-              all_roles,
-              {},
-              Body::none,
-              [&core](Request& request) { return get_job_files(core, request); },
-              {}});
-  router.add({"POST",
-              jobs + "/<uuid>/files",
-              role_agent,
-              {},
-              Body::json,
-              [&core](Request& request) { return post_job_files(core, request); },
-              {}});
-  router.add({"GET",
-              files,
-              all_roles,
-              with_list_keys({"host_uuid", "sid", "database", "origin_path", "extern_backup_id"}),
-              Body::none,
-              [&core](Request& request) { return get_files(core, request); },
-              {}});
-  router.add({"DELETE",
-              files + "/<id>",
-              role_agent | role_operator,
-              {"force"},
-              Body::none,
-              [&core](Request& request) { return delete_file(core, request); },
-              {}});
+  const std::string backint = std::string(rest_prefix) + "/backint";
+  const std::string job = backint + "/jobs/<uuid>";
+  const std::string runs = backint + "/ondemand-runs";
+  const Json_Route routes[] = {
+      {"GET", backint + "/jobs", all_roles, with_list_keys({"host_uuid", "job_act_id", "database"}), Body::none,
+       get_jobs},
+      {"POST", backint + "/jobs", role_agent, {}, Body::json, post_job},
+      {"POST", backint + "/on-demand-jobs", role_agent, {}, Body::json, post_ondemand_job},
+      {"GET", runs, all_roles, with_list_keys({"host_uuid", "sid", "database"}), Body::none, get_owed_runs},
+      {"POST", runs + "/drain", role_agent | role_operator, {}, Body::json, drain_owed_runs},
+      {"POST", runs + "/drop", role_operator, {}, Body::json, drop_owed_runs},
+      {"GET", job, all_roles, {}, Body::none, get_job},
+      {"PATCH", job, role_agent, {}, Body::json, patch_job},
+      {"DELETE", job, role_agent, {}, Body::none, delete_job},
+      {"GET", job + "/files", all_roles, {}, Body::none, get_job_files},
+      {"POST", job + "/files", role_agent, {}, Body::json, post_job_files},
+      {"GET", backint + "/files", all_roles,
+       with_list_keys({"host_uuid", "sid", "database", "origin_path", "extern_backup_id"}), Body::none, get_files},
+      {"DELETE", backint + "/files/<id>", role_agent | role_operator, {"force"}, Body::none, delete_file}};
+  for (const Json_Route& route : routes)
+    router.add({route.method,
+                route.path,
+                route.roles,
+                route.query_keys,
+                route.body,
+                [&core, answer = route.answer](Request& request) { return answer(core, request); },
+                {}});
 }
 
 }  // namespace backupd

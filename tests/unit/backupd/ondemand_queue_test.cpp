@@ -8,7 +8,49 @@ namespace {
 
 using backupd::Ondemand_Queue;
 
-class Ondemand_Queue_Test : public Ondemand_Fixture {};
+using backupd::Ondemand_Entry;
+
+class Ondemand_Queue_Test : public Ondemand_Fixture {
+ protected:
+  std::string state_of(const std::string& job) {
+    for (const json_spirit::Value& row : server.request("GET", "/backint/ondemand-runs").rows()) {
+      std::string found;
+      std::string state;
+      EXPECT_TRUE(json_spirit::object_get(row.get_obj(), "backint_job_uuid", found));
+      EXPECT_TRUE(json_spirit::object_get(row.get_obj(), "state", state));
+      if (found == job) return state;
+    }
+    return "no entry";
+  }
+  /// "drain" or "drop" for TN1, as an operator.
+  Answer ask(const std::string& what, const std::string& more) {
+    Answer answer =
+        server.request("POST", "/backint/ondemand-runs/" + what,
+                       std::string(R"({"host_uuid":")") + host_a + R"(","sid":"HDB","database":"TN1")" + more + "}");
+    EXPECT_EQ(answer.status, 200U) << answer.text;
+    return answer;
+  }
+  /// HANA backs up, and the last of many tries fails after a long time.
+  void give_up(int number) {
+    const bool away = agent == nullptr;
+    if (away) come();
+    back_up(number);
+    const Started last = run(1);
+    ASSERT_TRUE(server.database.write([&](backupd::Sql_Session& session) {
+      session.execute("UPDATE ondemand_runs SET tries = :a WHERE job_uuid = :b",
+                      {Ondemand_Entry::tries_in_order - 1, uuid_of(number)});
+      session.execute("UPDATE backint_jobs SET touched = touched - :a WHERE uuid = :b",
+                      {Ondemand_Entry::seconds_otherwise, uuid_of(number)});
+      return true;
+    }));
+    report(last.run, failed);
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (state_of(uuid_of(number)) != "given up" && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+    EXPECT_EQ(state_of(uuid_of(number)), "given up");
+    server.log.claim_containing("is given up");
+    if (away) leave();
+  }
+};
 
 TEST_F(Ondemand_Queue_Test, Begins_A_Run_When_The_Last_Object_Is_Stored) {
   come();
@@ -193,6 +235,80 @@ TEST_F(Ondemand_Queue_Test, Backups_Out_Of_Order_Take_No_Turn_Of_The_Others_When
   commit(2, second.run);
   report(second.run, completed);
   EXPECT_EQ(run(3).job, uuid_of(3));
+}
+
+TEST_F(Ondemand_Queue_Test, Backup_Is_Given_Up_When_It_Was_Tried_Long_Enough) {
+  struct Row {
+    const char* name;
+    int number;
+    bool begun_again;
+    std::int64_t tries;
+    std::int64_t seconds;
+    bool given_up;
+  };
+  constexpr std::int64_t often = Ondemand_Entry::tries_in_order;
+  constexpr std::int64_t short_time = Ondemand_Entry::seconds_when_begun_again;
+  constexpr std::int64_t long_time = Ondemand_Entry::seconds_otherwise;
+  const Row rows[] = {{"HANA made no other, for long", 1, false, often, long_time, true},
+                      {"HANA made no other, a second less", 2, false, often, long_time - 1, false},
+                      {"HANA made another", 3, true, often, short_time, true},
+                      {"HANA made another, a second less", 4, true, often, short_time - 1, false},
+                      {"few tries", 5, false, often - 1, long_time, false}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    const std::string database = "TN" + std::to_string(row.number);
+    back_up(row.number, database);
+    if (row.begun_again) back_up(row.number + 50, database, object_of(row.number));
+    const std::string job = uuid_of(row.number);
+    const std::int64_t stored = server.clock.wall_seconds();
+    ASSERT_TRUE(server.database.write([&](backupd::Sql_Session& session) {
+      Ondemand_Entry entry;
+      entry.id = session.first("SELECT id FROM ondemand_runs WHERE job_uuid = :a", {job}, 1)->number(0);
+      entry.job_uuid = job;
+      entry.database = {host_a, "HDB", database};
+      entry.tries = row.tries - 1;
+      EXPECT_EQ(give_up_ondemand_run(session, entry, stored + row.seconds), row.given_up);
+      return true;
+    }));
+    EXPECT_EQ(state_of(job), row.given_up ? "given up" : "waiting");
+  }
+}
+
+TEST_F(Ondemand_Queue_Test, Given_Up_Backup_Is_Not_Begun_And_Holds_Nothing_Back_Until_It_Is_Retried) {
+  come();
+  give_up(1);
+  back_up(2);
+  const Started second = run(2);
+  EXPECT_EQ(second.job, uuid_of(2));
+  EXPECT_TRUE(ask("drain", "").rows().size() == 1) << "a restore does not wait for what was given up";
+  commit(2, second.run);
+  report(second.run, completed);
+  pass(std::chrono::hours(2));
+  EXPECT_EQ(runs_after_a_look(), 2U);
+  EXPECT_EQ(ask("drain", R"(,"retry":true)").rows().size(), 1U);
+  const Started again = run(3);
+  EXPECT_EQ(again.job, uuid_of(1));
+  commit(1, again.run);
+  EXPECT_EQ(entries(), 0);
+}
+
+TEST_F(Ondemand_Queue_Test, Drop_Takes_Only_What_Was_Given_Up_And_Leaves_Its_Objects) {
+  give_up(1);
+  back_up(2);
+  const Answer dropped = ask("drop", "");
+  ASSERT_EQ(dropped.rows().size(), 1U) << dropped.text;
+  EXPECT_NE(dropped.text.find(uuid_of(1)), std::string::npos) << dropped.text;
+  EXPECT_EQ(entries(), 1);
+  EXPECT_EQ(ask("drop", "").rows().size(), 0U);
+  server.clock.pass_wall(std::chrono::hours(30));
+  EXPECT_EQ(server.request("POST", "/retention/sweep", "{}").status, 200U);
+  EXPECT_EQ(entries(), 1) << "it is not owed again";
+  EXPECT_EQ(server.agent("GET", "/backint/files?extern_backup_id=e-1").number_of("total"), 1);
+}
+
+TEST_F(Ondemand_Queue_Test, Only_An_Operator_Drops) {
+  const std::string body = std::string(R"({"host_uuid":")") + host_a + R"(","sid":"HDB","database":"TN1"})";
+  EXPECT_EQ(server.agent("POST", "/backint/ondemand-runs/drop", body).status, 403U);
 }
 
 TEST_F(Ondemand_Queue_Test, Host_Has_So_Many_Runs_At_Once_And_No_More) {
