@@ -8,15 +8,6 @@ namespace {
 
 constexpr const char* subtype_log = "log";
 
-std::string system_id(const Resource& resource) {
-  for (const auto& instance : object_rows(resource.record, "instances")) {
-    json_spirit::Object attributes;
-    (void)json_spirit::object_get(instance, "extended_attrs", attributes);
-    if (std::string sid = text_member(attributes, "sid"); !sid.empty()) return sid;
-  }
-  return {};
-}
-
 std::string source_member(const json_spirit::Object& definition, const char* key) {
   json_spirit::Object source;
   (void)json_spirit::object_get(definition, "source", source);
@@ -135,14 +126,6 @@ bool read_picture(Server_Client& server, const Resource& resource, const std::st
     take_databases_of_files(picture);
   }
   return true;
-}
-
-bool count_waiting(Server_Client& server, const Resource& resource, const std::string& host_uuid,
-                   const std::string& database, std::uint64_t& waiting, Failure& failure) {
-  std::vector<json_spirit::Object> rows;
-  return server.get_page("/backint/ondemand-runs?limit=1&" + query_pair("host_uuid", host_uuid) + "&" +
-                             query_pair("sid", system_id(resource)) + "&" + query_pair("database", database),
-                         rows, waiting, failure);
 }
 
 Setup_View::Setup_View(const json_spirit::Object& holder) {

@@ -49,10 +49,6 @@ struct Log_Backup_Picture {
 /// The same for one host.
 void read_host(Server_Client& server, const Resource& resource, Log_Backup_Host& host);
 
-/// Backups of a database that HANA made by itself and that no set holds yet.
-[[nodiscard]] bool count_waiting(Server_Client& server, const Resource& resource, const std::string& host_uuid,
-                                 const std::string& database, std::uint64_t& waiting, Failure& failure);
-
 /// {"wanted", "state", "message"} of a definition; empty texts when it has none.
 struct Setup_View {
   std::string wanted;

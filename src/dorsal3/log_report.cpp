@@ -13,15 +13,6 @@ namespace {
 /// Of each kind: the newest full backup that is still on its pool is among them, unless a pool was lost.
 constexpr std::uint64_t data_set_limit = 1000;
 
-std::string system_id(const Resource& resource) {
-  for (const auto& instance : object_rows(resource.record, "instances")) {
-    json_spirit::Object attributes;
-    (void)json_spirit::object_get(instance, "extended_attrs", attributes);
-    if (std::string sid = text_member(attributes, "sid"); !sid.empty()) return sid;
-  }
-  return {};
-}
-
 bool database_names(Context& context, const Resource& resource, const Backup_Subject& subject,
                     std::vector<std::string>& names, Failure& failure) {
   if (!subject.database.empty()) {
@@ -73,7 +64,7 @@ bool read_chain(Context& context, const Resource& resource, const std::string& n
   // What waits explains the end of a chain, and the chain can be told without it.
   Failure no_queue;
   (void)context.server.get_rows(
-      "/backint/ondemand-runs?" + query_pair("sid", system_id(resource)) + "&" + query_pair("database", name),
+      "/backint/ondemand-runs?" + query_pair("sid", resource.system_id()) + "&" + query_pair("database", name),
       source.waiting_runs, no_queue);
   source.short_ids = names_of(source);
   database = log_chain(source);

@@ -85,6 +85,15 @@ bool host_names(Server_Client& server, std::map<std::string, std::string>& names
   return true;
 }
 
+std::string Resource::system_id() const {
+  for (const auto& instance : object_rows(record, "instances")) {
+    json_spirit::Object attributes;
+    (void)json_spirit::object_get(instance, "extended_attrs", attributes);
+    if (std::string sid = text_member(attributes, "sid"); !sid.empty()) return sid;
+  }
+  return {};
+}
+
 bool parse_subject(const std::string& text, Backup_Subject& subject, Failure& failure) {
   const std::size_t slash = text.find('/');
   subject.instance = text.substr(0, slash);

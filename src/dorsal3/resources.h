@@ -18,6 +18,8 @@ struct Resource {
 
   /// The hosts of all its instances: `host_uuid` first, then the others in the record's order.
   [[nodiscard]] std::vector<std::string> host_uuids() const;
+  /// As its instances tell it; empty when none does.
+  [[nodiscard]] std::string system_id() const;
 };
 
 /// What the operator typed: INSTANCE or INSTANCE/DATABASE.

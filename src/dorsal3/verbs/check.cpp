@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 
 #include "dorsal3/format.h"
+#include "dorsal3/log_queue.h"
 #include "dorsal3/resources.h"
 #include "dorsal3/verb.h"
 
@@ -89,7 +90,29 @@ class Check_Verb : public Verb {
     auto checks = object_rows(result, "checks");
     if (checks.empty()) return {check_row("agent", false, "the agent's answer has no checks")};
     add_log_backups_elsewhere(context, resource, checks);
+    add_log_queues(context, resource, checks);
     return checks;
+  }
+
+  /// What HANA saved by itself and no set holds: nobody sees an alert while it merely waits.
+  static void add_log_queues(Context& context, const Resource& resource, std::vector<json_spirit::Object>& checks) {
+    std::string late;
+    std::uint64_t waiting = 0;
+    for (const std::string& host : resource.host_uuids()) {
+      Log_Queues queues;
+      Failure failure;
+      if (!read_log_queues(context.server, resource, host, queues, failure)) {
+        checks.push_back(check_row("log backups to record", false, failure.message));
+        return;
+      }
+      for (const auto& [database, queue] : queues) {
+        waiting += queue.waiting;
+        if (queue.late()) late += (late.empty() ? "" : "; ") + database + ": " + queue.text();
+      }
+    }
+    checks.push_back(check_row(
+        "log backups to record", late.empty(),
+        late.empty() ? std::to_string(waiting) + " wait" : late + "; see: dorsal3 log-backup status " + resource.name));
   }
 
   /// On the other hosts only the log backup is looked at: after a takeover it may be one of them that runs. One whose

@@ -5,6 +5,8 @@
 #include "dorsal3/backup_definition.h"
 #include "dorsal3/format.h"
 #include "dorsal3/log_backup_picture.h"
+#include "dorsal3/log_backup_status.h"
+#include "dorsal3/log_queue.h"
 #include "dorsal3/pool_choice.h"
 #include "dorsal3/verb.h"
 
@@ -46,8 +48,10 @@ class Log_Backup_Verb : public Verb {
     enable_->add_flag("--again", again_, "Remove it and set it up once more although it is set up");
     disable_ = declare_action(*sub, "disable", "Remove the log backup and switch HANA's settings off");
     disable_->add_flag("--force", force_, "Count it as removed although its host cannot be asked");
-    declare_action(*sub, "status", "Show file, definition, settings and waiting runs of each database");
-    for (CLI::App* action : {enable_, disable_}) action->add_flag("--yes", yes_, "Go on in spite of warnings");
+    declare_action(*sub, "status", "Show file, definition, settings and what waits to be recorded of each database");
+    retry_ = declare_action(*sub, "retry", "Have what waits or was given up recorded now");
+    drop_ = declare_action(*sub, "drop", "Take what was given up out of the queue; its objects stay on the pool");
+    for (CLI::App* action : {enable_, disable_, drop_}) action->add_flag("--yes", yes_, "Go on in spite of warnings");
     return sub;
   }
 
@@ -64,14 +68,17 @@ class Log_Backup_Verb : public Verb {
     if (!read_picture(context.server, request_.resource, host, picture_, failure) || !database_exists(failure))
       return Outcome::failed(std::move(failure));
     if (enable_->parsed()) return enable(context);
-    return disable_->parsed() ? disable(context) : status(context);
+    if (disable_->parsed()) return disable(context);
+    if (retry_->parsed()) return retry_log_backups(context, picture_, subject_);
+    if (drop_->parsed()) return drop_log_backups(context, picture_, subject_, yes_);
+    return log_backup_status(context, picture_, subject_, notes_of_copies());
   }
 
   void print(const json_spirit::Object& model, std::ostream& out) const override {
     const bool changed = model.contains("result");
-    Text_Table table(changed
-                         ? std::vector<std::string>{"HOST", "STATE", "MESSAGE"}
-                         : std::vector<std::string>{"DATABASE", "HOST", "FILE", "DEFINITION", "SETTINGS", "WAITING"});
+    Text_Table table(changed ? std::vector<std::string>{"HOST", "STATE", "MESSAGE"}
+                             : std::vector<std::string>{"DATABASE", "HOST", "FILE", "DEFINITION", "SETTINGS", "WAITING",
+                                                        "OLDEST", "GIVEN UP"});
     for (const auto& row : object_rows(model, changed ? "hosts" : "databases"))
       if (changed)
         table.add(
@@ -79,7 +86,7 @@ class Log_Backup_Verb : public Verb {
       else
         table.add({named(text_member(row, "database")), one_line(text_member(row, "host")), text_member(row, "file"),
                    one_line(text_member(row, "definition")), one_line(text_member(row, "settings")),
-                   text_member(row, "waiting")});
+                   text_member(row, "waiting"), text_member(row, "oldest"), text_member(row, "given_up")});
     out << table.text();
     json_spirit::Array notes;
     (void)json_spirit::object_get(model, "notes", notes);
@@ -320,80 +327,6 @@ class Log_Backup_Verb : public Verb {
     return notes;
   }
 
-  // --- status
-
-  Outcome status(Context& context) {
-    Outcome outcome;
-    json_spirit::Array rows;
-    json_spirit::Array notes = notes_of_copies();
-    bool ok = true;
-    for (const Log_Backup_Host& host : picture_.hosts) {
-      if (!host.error.empty()) {
-        notes.emplace_back(host.name + ": " + host.error);
-        ok = false;
-        continue;
-      }
-      for (const std::string& database : databases_to_show(host)) {
-        Failure failure;
-        json_spirit::Object row = status_row(host, database);
-        std::uint64_t waiting = 0;
-        if (!count_waiting(context.server, picture_.resource, host.uuid, database, waiting, failure))
-          return Outcome::failed(std::move(failure));
-        row["waiting"] = waiting;
-        ok = ok && flag_member(row, "ok");
-        rows.emplace_back(std::move(row));
-      }
-    }
-    if (!picture_.databases_error.empty())
-      notes.emplace_back("the databases are those of the files: " + picture_.databases_error);
-    outcome.exit_code = ok ? exit_ok : exit_failed;
-    outcome.model = {
-        {"instance", request_.resource.name}, {"databases", std::move(rows)}, {"notes", std::move(notes)}, {"ok", ok}};
-    return outcome;
-  }
-
-  /// Where the instance cannot be asked for its databases, its own file stands for those that nobody knows, under an
-  /// empty name.
-  [[nodiscard]] std::vector<std::string> databases_to_show(const Log_Backup_Host& host) const {
-    if (!subject_.database.empty()) return {subject_.database};
-    std::vector<std::string> shown = picture_.databases;
-    json_spirit::Object file;
-    if (!picture_.databases_error.empty() && host.find_file("", file)) shown.emplace_back();
-    return shown;
-  }
-
-  /// Good is what is switched on as a whole, or off as a whole; on a host that is no primary the settings do not count.
-  json_spirit::Object status_row(const Log_Backup_Host& host, const std::string& database) const {
-    json_spirit::Object file;
-    const bool has_file = host.find_file(database, file);
-    const std::string lacks = host.lacks(database);
-    const std::string problem = text_member(file, "problem");
-    std::string kind = "none";
-    if (has_file) kind = !problem.empty() ? "damaged" : text_member(file, "database").empty() ? "instance" : "database";
-    const json_spirit::Object* const definition =
-        has_file ? picture_.definition(text_member(file, "definition_uuid")) : nullptr;
-    const bool known = definition != nullptr && Setup_View(*definition).wanted == "installed";
-    std::string name;
-    if (has_file) name = known ? text_member(*definition, "name") : "unknown to the server";
-    const bool on = lacks.empty();
-    json_spirit::Object settings;
-    (void)json_spirit::object_get(host.status, "settings", settings);
-    const bool handed_over = text_member(settings, "log_backup_using_backint") == "true";
-    const bool settings_fit = !host.open() || (has_file ? on : !handed_over);
-    return {{"database", database},
-            {"host", host.name},
-            {"host_uuid", host.uuid},
-            {"file", kind},
-            {"path", text_member(file, "path")},
-            {"problem", problem},
-            {"definition", name},
-            {"definition_uuid", text_member(file, "definition_uuid")},
-            {"known", known},
-            {"open", host.open()},
-            {"settings", on ? "on" : lacks},
-            {"ok", settings_fit && problem.empty() && (!has_file || known)}};
-  }
-
   std::string subject_text_;
   std::string host_;
   std::string pool_;
@@ -402,6 +335,8 @@ class Log_Backup_Verb : public Verb {
   bool force_ = false;
   CLI::App* enable_ = nullptr;
   CLI::App* disable_ = nullptr;
+  CLI::App* retry_ = nullptr;
+  CLI::App* drop_ = nullptr;
   Backup_Subject subject_;
   Log_Backup_Request request_;
   Log_Backup_Picture picture_;

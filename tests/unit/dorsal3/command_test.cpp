@@ -81,9 +81,23 @@ TEST_F(Command_Test, Check_Fails_When_One_Check_Does) {
   server.answer("GET /hosts", R"({"total":1,"rows":[{"uuid":"h1","name":"hana01","connected":true}]})");
   server.answer("POST /agents/h1/call", R"({"checks":[{"name":"state","ok":true,"message":"runs"}]})");
   server.answer("POST /agents/h1/call", R"({"checks":[{"name":"account","ok":false,"message":"none is stored"}]})");
+  server.answer("GET /backint/ondemand-runs?limit=10000&host_uuid=h1&sid=PRD", R"({"total":0,"rows":[]})");
   EXPECT_EQ(run({"check"}), exit_ok) << out.str();
   EXPECT_EQ(run({"check"}), exit_failed);
   EXPECT_NE(out.str().find("FAILED  account: none is stored"), std::string::npos) << out.str();
+}
+
+TEST_F(Command_Test, Check_Fails_When_Log_Backups_Were_Given_Up) {
+  server.answer("GET /server", R"({"product":"dorsal3-backupd","version":"1.0.0"})");
+  server.answer("GET /hosts", R"({"total":1,"rows":[{"uuid":"h1","name":"hana01","connected":true}]})");
+  server.answer("POST /agents/h1/call", R"({"checks":[{"name":"state","ok":true,"message":"runs"}]})");
+  server.answer("GET /backint/ondemand-runs?limit=10000&host_uuid=h1&sid=PRD",
+                R"({"total":1,"rows":[{"database":"TN1","state":"given up","message":"no full backup"}]})");
+  EXPECT_EQ(run({"check"}), exit_failed);
+  EXPECT_NE(out.str().find("FAILED  log backups to record: TN1: 0 wait: no full backup; 1 given up; see: dorsal3 "
+                           "log-backup status PRD_HDB00"),
+            std::string::npos)
+      << out.str();
 }
 
 TEST_F(Command_Test, Check_Without_Any_Agent_Is_Not_Good) {

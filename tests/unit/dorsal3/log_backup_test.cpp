@@ -6,6 +6,7 @@ using namespace dorsal3;
 namespace {
 
 constexpr const char* definitions_request = "GET /job-definitions?limit=10000&module=hana";
+constexpr const char* queue_request = "GET /backint/ondemand-runs?limit=10000&host_uuid=h1&sid=PRD";
 constexpr const char* no_definitions = R"({"total":0,"rows":[]})";
 
 /// What the agent tells of a host: files as "database live definition", the rest as JSON.
@@ -46,6 +47,17 @@ class Log_Backup_Test : public Command_Fixture {
     server.answer("POST /agents/h1/call", after);
   }
   static std::string list(const std::string& rows) { return R"({"total":1,"rows":[)" + rows + "]}"; }
+  /// A backup of the queue whose last object was stored so long ago.
+  std::string queued(const std::string& database, long seconds, const std::string& state = "waiting") {
+    const auto now = std::chrono::duration_cast<std::chrono::milliseconds>(clock.now().time_since_epoch());
+    return R"({"database":")" + database + R"(","state":")" + state + R"(","message":"no full backup","stored_ms":)" +
+           std::to_string(now.count() - seconds * 1000) + "}";
+  }
+  static std::string queue_json(const std::vector<std::string>& rows) {
+    std::string text;
+    for (const std::string& row : rows) text += (text.empty() ? "" : ",") + row;
+    return R"({"total":)" + std::to_string(rows.size()) + R"(,"rows":[)" + text + "]}";
+  }
   std::string first_host(const char* key) {
     json_spirit::Array rows;
     (void)json_spirit::object_get(json(), "hosts", rows);
@@ -187,12 +199,12 @@ TEST_F(Log_Backup_Test, Disable_That_Waits_For_The_Agent_Ends_With_Its_Own_Code)
 TEST_F(Log_Backup_Test, Status_Shows_Each_Database_With_What_Takes_Its_Logs) {
   let_look(status_json(file_json("TN1", "d1") + "," + file_json("TN1", "d0", false)), "{}",
            list(definition_json("d1", "hana/HDB00/TN1")));
-  for (const char* database : {"SYSTEMDB", "TN1"})
-    server.answer(std::string("GET /backint/ondemand-runs?limit=1&host_uuid=h1&sid=PRD&database=") + database,
-                  R"({"total":3,"rows":[]})");
+  server.answer(queue_request, queue_json({queued("TN1", 90), queued("TN1", 30)}));
   EXPECT_EQ(run({"log-backup", "status", "PRD_HDB00"}), exit_failed) << "nobody takes the logs of SYSTEMDB";
-  EXPECT_NE(out.str().find("SYSTEMDB  hana01  none                  on        3"), std::string::npos) << out.str();
-  EXPECT_NE(out.str().find("TN1       hana01  database  logs        on        3"), std::string::npos) << out.str();
+  EXPECT_NE(out.str().find("SYSTEMDB  hana01  none                  on        0                0"), std::string::npos)
+      << out.str();
+  EXPECT_NE(out.str().find("TN1       hana01  database  logs        on        2        1:30    0"), std::string::npos)
+      << out.str();
   EXPECT_NE(out.str().find("the copy /state/log_backup_x was set aside"), std::string::npos) << out.str();
 }
 
@@ -205,10 +217,10 @@ TEST_F(Log_Backup_Test, Status_Shows_The_Instances_File_Where_Its_Databases_Cann
     std::string file;
     int code;
     const char* shown;
-  } rows[] = {{"good", file_json("", "d1"), exit_ok, "(others)  hana01  instance  logs        on        2"},
+  } rows[] = {{"good", file_json("", "d1"), exit_ok, "(others)  hana01  instance  logs        on        0"},
               {"damaged", damaged, exit_failed, "(others)  hana01  damaged"}};
   server.answer(definitions_request, list(definition_json("d1", "hana/HDB00")));
-  server.answer("GET /backint/ondemand-runs?limit=1&host_uuid=h1&sid=PRD&database=", R"({"total":2,"rows":[]})");
+  server.answer(queue_request, queue_json({queued("TN7", 90)}));
   for (const auto& row : rows) {
     server.forget("POST /agents/h1/call");
     server.answer("POST /agents/h1/call", status_json(row.file));
@@ -216,7 +228,69 @@ TEST_F(Log_Backup_Test, Status_Shows_The_Instances_File_Where_Its_Databases_Cann
     EXPECT_EQ(run({"log-backup", "status", "PRD_HDB00"}), row.code) << row.name << error.str();
     EXPECT_NE(out.str().find(row.shown), std::string::npos) << row.name << out.str();
     EXPECT_NE(out.str().find("the databases are those of the files: "), std::string::npos) << out.str();
+    EXPECT_NE(out.str().find("TN7 on hana01: 1 wait, the oldest for 1:30: no full backup"), std::string::npos)
+        << row.name << out.str();
   }
+}
+
+TEST_F(Log_Backup_Test, Status_Fails_Where_Log_Backups_Wait_For_Long_Or_Were_Given_Up) {
+  struct Row {
+    const char* name;
+    std::vector<std::string> queue;
+    int code;
+    const char* shown;
+  };
+  const Row rows[] = {
+      {"nothing", {}, exit_ok, "on        0                0"},
+      {"a minute less", {queued("TN1", 7199)}, exit_ok, "on        1        1:59:59  0"},
+      {"long", {queued("TN1", 7200)}, exit_failed, "TN1 on hana01: 1 wait, the oldest for 2:00:00: no full backup"},
+      {"given up", {queued("TN1", 60, "given up"), queued("TN1", 5)}, exit_failed, "no full backup; 1 given up"},
+      {"from a clock that is ahead", {queued("TN1", -60)}, exit_ok, "on        1        0:00    0"}};
+  for (const Row& row : rows) {
+    server.forget("POST /agents/h1/call");
+    server.forget(definitions_request);
+    server.forget(queue_request);
+    let_look(status_json(file_json("TN1", "d1")), "{}", list(definition_json("d1", "hana/HDB00/TN1")));
+    server.answer(queue_request, queue_json(row.queue));
+    EXPECT_EQ(run({"log-backup", "status", "PRD_HDB00/TN1"}), row.code) << row.name << out.str();
+    EXPECT_NE(out.str().find(row.shown), std::string::npos) << row.name << out.str();
+  }
+}
+
+TEST_F(Log_Backup_Test, Status_Reads_A_Long_Queue_Page_By_Page) {
+  let_look(status_json(file_json("TN1", "d1")), "{}", list(definition_json("d1", "hana/HDB00/TN1")));
+  server.answer(queue_request, R"({"total":3,"rows":[)" + queued("TN1", 9) + "," + queued("TN1", 8) + "]}");
+  server.answer(std::string(queue_request) + "&offset=2", R"({"total":3,"rows":[)" + queued("TN1", 7) + "]}");
+  EXPECT_EQ(run({"log-backup", "status", "PRD_HDB00/TN1"}), exit_ok) << out.str();
+  EXPECT_NE(out.str().find("on        3        0:09    0"), std::string::npos) << out.str();
+}
+
+TEST_F(Log_Backup_Test, Retry_Has_What_Waits_And_What_Was_Given_Up_Tried_Now) {
+  let_look(status_json(""), "{}");
+  server.answer(queue_request, queue_json({queued("TN1", 60, "given up"), queued("TN1", 5), queued("TN2", 5)}));
+  server.answer("POST /backint/ondemand-runs/drain", R"({"total":2,"rows":[]})");
+  EXPECT_EQ(run({"log-backup", "retry", "PRD_HDB00/TN1"}), exit_ok) << out.str() << error.str();
+  EXPECT_NE(out.str().find("TN1: 2 log backups"), std::string::npos) << out.str();
+  const auto bodies = server.bodies("POST /backint/ondemand-runs/drain");
+  ASSERT_EQ(bodies.size(), 1U);
+  for (const char* part : {R"("host_uuid":"h1")", R"("sid":"PRD")", R"("database":"TN1")", R"("retry":true)"})
+    EXPECT_NE(bodies.front().find(part), std::string::npos) << bodies.front();
+}
+
+TEST_F(Log_Backup_Test, Drop_Wants_A_Yes_And_Takes_Only_What_Was_Given_Up) {
+  const std::string queue = queue_json({queued("SYSTEMDB", 5), queued("TN1", 60, "given up"), queued("TN1", 5)});
+  let_look(status_json(""), "{}");
+  server.answer(queue_request, queue);
+  EXPECT_EQ(run({"log-backup", "drop", "PRD_HDB00"}), exit_usage);
+  EXPECT_NE(error.str().find("Say --yes"), std::string::npos) << error.str();
+  EXPECT_EQ(server.count("POST /backint/ondemand-runs/drop"), 0U);
+  server.forget("POST /agents/h1/call");
+  server.forget(definitions_request);
+  let_look(status_json(""), "{}");
+  server.answer("POST /backint/ondemand-runs/drop", R"({"total":1,"rows":[]})");
+  EXPECT_EQ(run({"log-backup", "drop", "PRD_HDB00", "--yes"}), exit_ok) << error.str();
+  EXPECT_EQ(server.count("POST /backint/ondemand-runs/drop"), 1U);
+  EXPECT_NE(out.str().find("TN1: 1 log backups"), std::string::npos) << out.str();
 }
 
 TEST_F(Log_Backup_Test, A_Database_That_Is_Not_There_Is_Named) {
