@@ -1,26 +1,22 @@
 #include "hdbbackint/backup/ondemand_configuration.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <vector>
 
 #include "hana/common/hana_paths.h"
 #include "hana/common/ondemand_conf_path.h"
+#include "hdbbackint/state_file.h"
 #include "platform/files.h"
 
 namespace hdbbackint {
 
 namespace {
 
-/// Far more than a configuration needs.
-constexpr std::size_t configuration_limit_bytes = 1U << 20;
 constexpr const char* log_type = "log";
 constexpr char name_separator = '_';
 
-constexpr const char* set_up_again = "remove the log backup of this instance and set it up again";
-constexpr const char* open_for_group = "it must be readable for the group sapsys (mode 0640)";
-constexpr const char* open_directory = "hdbbackint must be able to list it (mode 0755)";
+constexpr State_File_Kind configuration_file{"the log backup configuration",
+                                             "remove the log backup of this instance and set it up again"};
 constexpr const char* remove_foreign = "remove it and set the log backup up again";
 
 /// The files of a system, by what they are for.
@@ -32,12 +28,7 @@ struct Found_Files {
 bool list_files(const Object_Owner& owner, Found_Files& found, std::string& error) {
   const std::string directory = sap_hana::hana_state_directory();
   std::vector<std::string> names;
-  if (!platform::list_directory(directory, names)) {
-    // No directory: nothing was ever set up.
-    if (errno == ENOENT) return true;
-    error = "the directory " + directory + " cannot be read: " + std::strerror(errno) + "; " + open_directory;
-    return false;
-  }
+  if (!list_state_files(directory, names, error)) return false;
   // Each part of a name is encoded without the separator.
   const std::string of_system = std::string(sap_hana::ondemand_conf_prefix) + name_separator +
                                 platform::encode_file_name(owner.sid) + name_separator;
@@ -50,30 +41,6 @@ bool list_files(const Object_Owner& owner, Found_Files& found, std::string& erro
     if (separators == 1 && rest.ends_with(ending)) found.of_database.push_back(directory + '/' + name);
   }
   return true;
-}
-
-std::string describe(const std::string& path, const std::string& what, const char* remedy) {
-  return "the log backup configuration " + path + " " + what + "; " + remedy;
-}
-
-bool read_document(const std::string& path, json_spirit::Object& document, std::string& error) {
-  std::string text;
-  if (!platform::read_file(path, text, configuration_limit_bytes)) {
-    error = describe(path, std::string("cannot be read: ") + std::strerror(errno), open_for_group);
-    return false;
-  }
-  if (text.empty()) {
-    error = describe(path, "is empty", set_up_again);
-    return false;
-  }
-  json_spirit::Value value;
-  std::string why = "it is no object";
-  if (json_spirit::load_json(text, value, &why) && value.is_object()) {
-    document = value.get_obj();
-    return true;
-  }
-  error = describe(path, "is not one whole JSON object: " + why, set_up_again);
-  return false;
 }
 
 /// Why a file that can be read is not for this system and host; empty when it is.
@@ -149,11 +116,11 @@ bool load_ondemand_configuration(const Object_Owner& owner, const std::string& h
     return false;
   }
   json_spirit::Object document;
-  if (!read_document(files[0], document, error)) return false;
+  if (!configuration_file.read(files[0], document, error)) return false;
   try {
     const std::string foreign = find_foreign_member(document, files[0], owner, of_database, host_uuid);
     if (!foreign.empty()) {
-      error = describe(files[0], foreign, remove_foreign);
+      error = configuration_file.describe(files[0], foreign, remove_foreign);
       return false;
     }
     Ondemand_Configuration read;
@@ -162,7 +129,7 @@ bool load_ondemand_configuration(const Object_Owner& owner, const std::string& h
     configuration = std::move(read);
     return true;
   } catch (const json_spirit::Error& wrong) {
-    error = describe(files[0], std::string("is not one of ours: ") + wrong.what(), remove_foreign);
+    error = configuration_file.describe(files[0], std::string("is not one of ours: ") + wrong.what(), remove_foreign);
     return false;
   }
 }

@@ -3,14 +3,13 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <limits>
 #include <tuple>
 #include <vector>
 
 #include "hana/common/restore_conf_path.h"
 #include "hdbbackint/backup/ondemand_configuration.h"
+#include "hdbbackint/state_file.h"
 #include "platform/file_root.h"
 #include "platform/files.h"
 #include "scrt/path_t.h"
@@ -19,14 +18,10 @@ namespace hdbbackint {
 
 namespace {
 
-/// Far more than a file of a restore needs.
-constexpr std::size_t file_limit_bytes = 1U << 20;
 constexpr const char* catalog_object = "log_backup_0_0_0_0";
 constexpr const char* file_ending = ".json";
 
-constexpr const char* open_for_group = "it must be readable for the group sapsys (mode 0640)";
-constexpr const char* open_directory = "hdbbackint must be able to list it (mode 0755)";
-constexpr const char* restore_again = "remove it and begin the restore again";
+constexpr State_File_Kind restore_file{"the restore's file", "remove it and begin the restore again"};
 
 /// A system without tenants has one database, which is called like it.
 const std::string& database_of(const User_Id& user) { return user.database.empty() ? user.sid : user.database; }
@@ -45,12 +40,7 @@ bool modified_at(const std::string& path, Modified& time) {
 bool find_file(const Object_Owner& origin, const User_Id& user, std::string& path, std::string& error) {
   const std::string directory = sap_hana::restore_catalog_directory();
   std::vector<std::string> names;
-  if (!platform::list_directory(directory, names)) {
-    // No directory: nothing was ever restored.
-    if (errno == ENOENT) return true;
-    error = "the directory " + directory + " cannot be read: " + std::strerror(errno) + "; " + open_directory;
-    return false;
-  }
+  if (!list_state_files(directory, names, error)) return false;
   if (!user.sid.empty() &&
       !sap_hana::catalog_conf_file_name(origin.sid, origin.database, user.sid, database_of(user), path))
     return true;
@@ -67,26 +57,6 @@ bool find_file(const Object_Owner& origin, const User_Id& user, std::string& pat
     newest = time;
   }
   return true;
-}
-
-std::string describe(const std::string& path, const std::string& what, const char* remedy) {
-  return "the restore's file " + path + " " + what + "; " + remedy;
-}
-
-bool read_document(const std::string& path, json_spirit::Object& document, std::string& error) {
-  std::string text;
-  if (!platform::read_file(path, text, file_limit_bytes)) {
-    error = describe(path, std::string("cannot be read: ") + std::strerror(errno), open_for_group);
-    return false;
-  }
-  json_spirit::Value value;
-  std::string why = "it is no object";
-  if (json_spirit::load_json(text, value, &why) && value.is_object()) {
-    document = value.get_obj();
-    return true;
-  }
-  error = describe(path, "is not one whole JSON object: " + why, restore_again);
-  return false;
 }
 
 /// Throws when a member is missing.
@@ -140,12 +110,12 @@ Staged_Catalog::Search Staged_Catalog::load(const std::string& object, const Use
   if (!find_file(origin, user, path, error)) return Search::broken;
   if (path.empty()) return Search::none;
   json_spirit::Object document;
-  if (!read_document(path, document, error)) return Search::broken;
+  if (!restore_file.read(path, document, error)) return Search::broken;
   try {
     catalog = take_members(document, path);
     return Search::found;
   } catch (const json_spirit::Error& wrong) {
-    error = describe(path, std::string("is not one of ours: ") + wrong.what(), restore_again);
+    error = restore_file.describe(path, std::string("is not one of ours: ") + wrong.what(), restore_file.make_anew);
     return Search::broken;
   }
 }

@@ -229,6 +229,8 @@ TEST_F(Staged_Catalog_Test, That_Cannot_Be_Used_Is_Named_With_The_Way_Out) {
   const std::string ebid = save(catalog_name, "newest");
   const std::string name = "catalog_HDB_TN1_HDB_TN1.json";
   root_.write(staging + name, "");
+  expect_broken(name + " is empty; remove it and begin the restore again");
+  root_.write(staging + name, "{");
   expect_broken(name + " is not one whole JSON object");
   root_.write(staging + name, "[]");
   expect_broken(name + " is not one whole JSON object: it is no object; remove it and begin the restore again");
