@@ -1,5 +1,7 @@
 // A restore on a system that spans several hosts.
 
+#include <signal.h>
+
 #include <ctime>
 #include <filesystem>
 
@@ -11,6 +13,7 @@ using namespace system_tests;
 
 namespace {
 
+constexpr const char* staged_control = "/var/opt/tarvex/dorsal3/agent/hana/catalog/restore_HDB_TN1.json";
 constexpr const char* staged_file = "/var/opt/tarvex/dorsal3/agent/hana/catalog/catalog_HDB_TN1_HDB_TN1.json";
 
 json_spirit::Object object_in(const std::string& body) {
@@ -61,6 +64,23 @@ class Cluster_Restores : public Cluster_Fixture {
     EXPECT_TRUE(stored.status == 200 || stored.status == 201) << stored.body;
     return text_of(object_in(server().rest("POST", "/job-definitions/" + id + "/start", "{}").body), "job_act_id");
   }
+  [[nodiscard]] bool is_staged(const std::string& name, const char* file = staged_file) const {
+    return std::filesystem::exists(host(name).real(file));
+  }
+  /// A restore of TN1 to a time, whose files are on both hosts and whose recovery HANA does not begin while the fault
+  /// is there.
+  [[nodiscard]] std::string start_held_restore() {
+    host("hana01").fault("hang_statement = 0 | match=RECOVER");
+    // Behind the begin of the full backup, which would be restored alone.
+    std::string wanted;
+    const std::string begin = text_of(full_of("TN1"), "first_time");
+    EXPECT_TRUE(eventually([&] { return (wanted = posix_time_to_utc_text(std::time(nullptr))) > begin; }));
+    const std::string run = start_restore("TN1", {{"timepoint", wanted}});
+    EXPECT_TRUE(eventually([this] {
+      return is_staged("hana01") && is_staged("hana02") && is_staged("hana02", staged_control);
+    })) << host("hana01").agent_log();
+    return run;
+  }
   Tool_Result sql_of(const std::string& database, const std::string& statement) const {
     return host("hana01").hana_tool(
         "hdbsql", {"-xCja", "-i", "00", "-d", database, "-u", "SYSTEM", "-p", Host::password, statement});
@@ -74,21 +94,18 @@ class Cluster_Restores : public Cluster_Fixture {
 
 }  // namespace
 
-TEST_F(Cluster_Restores, The_Catalog_Is_Staged_On_Every_Host) {
+TEST_F(Cluster_Restores, The_Catalog_Is_Staged_On_Every_Host_For_The_Time_Of_The_Restore) {
   start_with_backups({"TN1"});
-  host("hana01").fault("hang_statement = 0 | match=RECOVER");
-  // Behind the begin of the full backup, which would be restored alone.
-  std::string wanted;
-  const std::string begin = text_of(full_of("TN1"), "first_time");
-  ASSERT_TRUE(eventually([&] { return (wanted = posix_time_to_utc_text(std::time(nullptr))) > begin; }));
-  const std::string run = start_restore("TN1", {{"timepoint", wanted}});
-  ASSERT_TRUE(eventually([this] { return std::filesystem::exists(host("hana01").real(staged_file)); }))
-      << host("hana01").agent_log();
+  const std::string run = start_held_restore();
+  ASSERT_FALSE(HasFailure());
   const std::string staged = slurp(host("hana01").real(staged_file));
+  EXPECT_EQ(slurp(host("hana02").real(staged_file)), staged);
   host("hana01").no_faults();
   EXPECT_EQ(server().wait_for_end(run), "completed") << host("hana01").agent_log();
-  EXPECT_EQ(slurp(host("hana02").real(staged_file)), staged);
-  EXPECT_FALSE(std::filesystem::exists(host("hana01").real(staged_file)));
+  EXPECT_FALSE(is_staged("hana01"));
+  EXPECT_TRUE(eventually([this] { return !is_staged("hana02"); })) << host("hana01").agent_log();
+  EXPECT_TRUE(eventually([this] { return !is_staged("hana02", staged_control); }));
+  EXPECT_TRUE(host("hana01").agent_says("The host " + host("hana02").uuid() + " has removed"));
   EXPECT_TRUE(server().alerts().empty());
   std::string key = object_in(staged).empty() ? "" : slurp(host("hana01").real("/etc/opt/tarvex/dorsal3/agent.key"));
   key.erase(key.find_last_not_of('\n') + 1);
@@ -97,7 +114,42 @@ TEST_F(Cluster_Restores, The_Catalog_Is_Staged_On_Every_Host) {
   for (const char* name : {"hana01", "hana02"})
     EXPECT_EQ(host(name).agent_log().find(key), std::string::npos) << "the access key is in a log";
   EXPECT_EQ(server().log().find(key), std::string::npos);
-  EXPECT_EQ(server().rest("GET", "/audit").body.find(key), std::string::npos);
+  const std::string audit = server().rest("GET", "/audit").body;
+  EXPECT_EQ(audit.find(key), std::string::npos);
+  EXPECT_NE(audit.find("staged.remove"), std::string::npos) << audit;
+}
+
+TEST_F(Cluster_Restores, A_Host_That_Is_Away_At_The_End_Is_Named_And_Removes_Its_Files_When_It_Starts) {
+  start_with_backups({"TN1"});
+  const std::string run = start_held_restore();
+  ASSERT_FALSE(HasFailure());
+  (void)host("hana02").stop_agent(SIGKILL);
+  host("hana01").no_faults();
+  EXPECT_EQ(server().wait_for_end(run), "completed") << host("hana01").agent_log();
+  EXPECT_TRUE(
+      host("hana01").agent_says("The host " + host("hana02").uuid() + " keeps what the restore of TN1 staged there"));
+  EXPECT_TRUE(is_staged("hana02"));
+  EXPECT_FALSE(is_staged("hana01"));
+  host("hana02").start_agent(server());
+  EXPECT_FALSE(is_staged("hana02"));
+  EXPECT_FALSE(is_staged("hana02", staged_control));
+}
+
+TEST_F(Cluster_Restores, A_Restore_That_Was_Cut_Off_Leaves_Nothing_On_The_Other_Hosts_Either) {
+  start_with_backups({"TN1"});
+  const std::string run = start_held_restore();
+  ASSERT_FALSE(HasFailure());
+  (void)host("hana01").stop_agent(SIGKILL);
+  EXPECT_TRUE(is_staged("hana01"));
+  EXPECT_TRUE(is_staged("hana02"));
+  host("hana01").start_agent(server());
+  EXPECT_FALSE(is_staged("hana01"));
+  EXPECT_TRUE(eventually([this] { return !is_staged("hana02") && !is_staged("hana02", staged_control); }))
+      << host("hana01").agent_log();
+  EXPECT_EQ(server().wait_for_end(run), "error");
+  // HANA goes on with what it was told, and starts the tenant.
+  host("hana01").no_faults();
+  EXPECT_TRUE(eventually([this] { return sql_of("TN1", "select 1 as A from DUMMY").code == 0; }));
 }
 
 TEST_F(Cluster_Restores, The_Other_Hosts_Are_Restarted_After_The_System_Database) {
