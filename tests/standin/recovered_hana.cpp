@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <string_view>
 #include <thread>
+
+#include "support/first_moment.h"
 
 namespace standin_test {
 
@@ -12,6 +15,14 @@ constexpr int timeout_s = 900;
 constexpr int most_looks = 400;
 void look_again() { std::this_thread::sleep_for(std::chrono::milliseconds(25)); }
 std::string first_line(const std::string& text) { return text.substr(0, text.find('\n')); }
+
+std::string utc_text(std::time_t seconds) {
+  std::tm parts{};
+  ::gmtime_r(&seconds, &parts);
+  char text[32];
+  std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
+  return text;
+}
 }  // namespace
 
 void Recovered_HANA::install_with_catalogs(const std::vector<std::string>& more) {
@@ -79,18 +90,33 @@ std::string Recovered_HANA::status_of(const std::string& database) {
   return first_line(value_of("select ACTIVE_STATUS from M_DATABASES where DATABASE_NAME='" + database + "'"));
 }
 
+void Recovered_HANA::lay_out(const std::vector<std::string>& more) {
+  Installed_HANA::lay_out(more);
+  const std::time_t here = std::time(nullptr);
+  later(static_cast<int>(support::first_moment(here) - here));
+}
+
 void Recovered_HANA::later(int seconds) {
   offset_ += seconds;
   ASSERT_EQ(control({"time-offset", std::to_string(offset_)}).code, 0);
 }
 
-std::string Recovered_HANA::now() const {
-  const std::time_t seconds = std::time(nullptr) + offset_;
+std::string Recovered_HANA::now() const { return utc_text(std::time(nullptr) + offset_); }
+
+std::string Recovered_HANA::reached_text() {
+  constexpr std::string_view mark = ", reached timestamp ";
+  constexpr std::size_t text_length = 25;
+  const std::string log = backup_log();
+  const std::size_t at = log.rfind(mark);
+  return at < log.rfind("RECOVER DATA finished") ? std::string() : log.substr(at + mark.size(), text_length);
+}
+
+std::string Recovered_HANA::reached() {
   std::tm parts{};
-  ::gmtime_r(&seconds, &parts);
-  char text[32];
-  std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
-  return text;
+  const std::string text = reached_text();
+  if (text.empty() || ::strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S%z", &parts) == nullptr) return text;
+  const long east_of_utc = parts.tm_gmtoff;  // timegm sets it to 0
+  return utc_text(::timegm(&parts) - east_of_utc);
 }
 
 void Recovered_HANA::next_second() { later(1); }

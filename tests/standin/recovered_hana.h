@@ -27,6 +27,8 @@ class Recovered_HANA : public Installed_HANA {
   /// Stops TN1 and runs "RECOVER " with the rest.
   Output recover(const std::string& rest);
   std::string status_of(const std::string& database = "TN1");
+  /// HANA's time is the machine's, unless the tests are to begin at another one.
+  void lay_out(const std::vector<std::string>& more) override;
   /// Moves HANA's clock forward.
   void later(int seconds);
   /// HANA's time in UTC as a statement takes it.
@@ -38,6 +40,10 @@ class Recovered_HANA : public Installed_HANA {
   /// Log backups through hdbbackint of TN1's index server that were saved.
   int saved_logs(const std::string& service = "indexserver");
   std::string backup_log(const std::string& database = "TN1");
+  /// "reached timestamp" of the newest recovery, as it was written; empty when its last line has none.
+  std::string reached_text();
+  /// The same in UTC, as now() gives it.
+  std::string reached();
   /// The calls of hdbbackint since this was asked last: arguments and input lines.
   std::string new_calls();
   /// Waits until it is so, for a while; whether it became so.

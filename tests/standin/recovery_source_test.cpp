@@ -28,6 +28,10 @@ class Recovery_Source : public Recovered_HANA {
         STANDIN_TOOLS "/standin-hana-install", "--root", other_, "--sid", "QAS", "--nr", "01", "--host", "qas01"};
     words.insert(words.end(), more.begin(), more.end());
     ASSERT_EQ(run(words).code, 0);
+    ASSERT_EQ(run({STANDIN_TOOLS "/standin-hana-control", "--root", other_, "--sid", "QAS", "time-offset",
+                   std::to_string(offset_)})
+                  .code,
+              0);
     fs::create_symlink("/opt/tarvex/dorsal3/bin/hdbbackint", other_ / "usr/sap/QAS/SYS/global/hdb/opt/hdbbackint");
     ASSERT_EQ(run({other_ / "usr/sap/QAS/HDB01/HDB", "start"}).code, 0);
   }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/clock.h"
+#include "support/first_moment.h"
 
 namespace support {
 
@@ -13,7 +14,7 @@ namespace support {
 /// clock for its life. Safe for several threads.
 class Virtual_Clock : public platform::Clock {
  public:
-  explicit Virtual_Clock(std::time_t start = 1'700'000'000);
+  explicit Virtual_Clock(std::time_t start = first_moment(1'700'000'000));
   ~Virtual_Clock() override;
 
   std::chrono::system_clock::time_point now() override;
