@@ -12,6 +12,8 @@ namespace standin {
 
 namespace {
 constexpr std::int64_t ms_per_second = 1000;
+/// Before milliseconds since the epoch, instead of an offset.
+constexpr char standing_mark = '=';
 std::string& offset_file() {
   static std::string path;
   return path;
@@ -36,9 +38,11 @@ void set_clock_offset_file(const std::string& path) { offset_file() = path; }
 
 std::int64_t now_ms() {
   using namespace std::chrono;
-  std::int64_t now = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
-  if (const auto text = read_file(offset_file())) now += parse_number(trim(*text)).value_or(0) * ms_per_second;
-  return now;
+  const std::string text(trim(read_file(offset_file()).value_or("")));
+  if (text.starts_with(standing_mark))
+    if (const auto standing = parse_number(text.substr(1))) return *standing;
+  return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count() +
+         parse_number(text).value_or(0) * ms_per_second;
 }
 
 void sleep_ms(std::int64_t milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); }

@@ -6,8 +6,10 @@
 
 namespace standin {
 
-/// HANA's time in milliseconds since the epoch: the machine's, moved by the offset that a test may set.
+/// HANA's time in milliseconds since the epoch: the machine's, moved by the offset that a test may set, or one that
+/// stands still.
 std::int64_t now_ms();
+/// The file holds the seconds of the offset, or "=" and the milliseconds since the epoch at which time stands still.
 void set_clock_offset_file(const std::string& path);
 void sleep_ms(std::int64_t milliseconds);
 /// "YYYY-MM-DD HH:MM:SS.nnnnnnnnn", in UTC or in the server's zone.

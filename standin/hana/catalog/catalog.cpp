@@ -1,5 +1,7 @@
 #include "catalog/catalog.h"
 
+#include <algorithm>
+
 #include "base/clock.h"
 #include "base/text.h"
 
@@ -10,8 +12,10 @@ std::int64_t Catalog::begin(const std::string& database, const std::string& type
   Statement row = state_.sqlite().prepare(
       "INSERT INTO catalog(db,entry_type,backup_id,start_ms,end_ms,state,comment,message,savepoint,visible_ms,branch) "
       "VALUES(?1,?2,?3,?4,NULL,'running',?5,'',?6,?7,(SELECT coalesce(max(id),0) FROM branches WHERE db=?1))");
-  row.bind(1, database).bind(2, type).bind(3, backup_id).bind(4, backup_id).bind(5, comment).bind(6, savepoint);
-  if (!row.bind(7, visible_ms).run()) return 0;
+  // Ids are times, but never twice the same: behind those of a time that stands still or was moved back.
+  const std::int64_t start_ms = std::min(backup_id, now_ms());
+  row.bind(1, database).bind(2, type).bind(3, backup_id).bind(4, start_ms).bind(5, comment).bind(6, savepoint);
+  if (!row.bind(7, start_ms + (visible_ms - backup_id)).run()) return 0;
   return sqlite3_last_insert_rowid(state_.sqlite().raw());
 }
 

@@ -101,10 +101,11 @@ std::optional<std::int64_t> Redo_Log::saved_by_all() {
 }
 
 namespace {
-/// Of the newest successful full data backup after the last discard: its id and its redo position.
+/// Of the newest successful full data backup after the last discard: its id, its redo position and when it began.
 constexpr const char* newest_full =
-    "SELECT c.backup_id, s.redo FROM catalog c JOIN savepoints s ON s.db=c.db AND s.id=c.savepoint WHERE c.db=?1 AND "
-    "c.state='successful' AND c.entry_type='complete data backup' AND c.backup_id > coalesce((SELECT backup_id FROM "
+    "SELECT c.backup_id, s.redo, c.start_ms FROM catalog c JOIN savepoints s ON s.db=c.db AND s.id=c.savepoint WHERE "
+    "c.db=?1 AND c.state='successful' AND c.entry_type='complete data backup' AND c.backup_id > coalesce((SELECT "
+    "backup_id FROM "
     "log_discards WHERE db=?1),0) ORDER BY c.backup_id DESC LIMIT 1";
 }  // namespace
 
@@ -123,8 +124,7 @@ bool Redo_Log::discard() {
 std::optional<Service_Log> Redo_Log::start_behind_full(const std::string& service) {
   Statement full = state_.sqlite().prepare(newest_full);
   if (!full.bind(1, database_).step()) return std::nullopt;
-  // A backup's id is the time when it began.
-  return Service_Log{service, full.number(1), full.number(1), 0, full.number(0)};
+  return Service_Log{service, full.number(1), full.number(1), 0, full.number(2)};
 }
 
 }  // namespace standin
