@@ -6,11 +6,9 @@ namespace histories {
 
 std::ostream& operator<<(std::ostream& out, const Step& step) {
   constexpr const char* names[] = {"commit", "commit_at_begin", "full", "differential", "incremental",
-                                   "logs",   "to_files",        "pool", "restore"};
-  out << names[static_cast<int>(step.what)];
-  if (step.what == Step::What::commit || step.what == Step::What::commit_at_begin || step.what == Step::What::restore)
-    out << " " << step.choice;
-  return out;
+                                   "logs",   "to_files",        "pool", "lose_log",     "restore",
+                                   "copy"};
+  return out << names[static_cast<int>(step.what)] << " " << step.choice;
 }
 
 std::ostream& operator<<(std::ostream& out, const Wish& wish) {
@@ -18,6 +16,7 @@ std::ostream& operator<<(std::ostream& out, const Wish& wish) {
 }
 
 std::ostream& operator<<(std::ostream& out, const History& history) {
+  out << "begin " << history.begin << "; ";
   for (const Step& step : history.steps) out << step << "; ";
   for (const Wish& wish : history.questions) out << "ask " << wish << "; ";
   return out << "restore to " << history.end;

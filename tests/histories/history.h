@@ -17,7 +17,9 @@ struct Step {
     logs,      ///< HANA saves its log
     to_files,  ///< HANA makes a full backup by itself, into files
     pool,      ///< data backups go to the other pool from here on
+    lose_log,  ///< a log that was saved is gone from the pool
     restore,   ///< in place, to a target
+    copy,      ///< into another tenant, to a target; the history goes on there
   };
   What what = What::commit;
   unsigned choice = 0;  ///< which key, which target
@@ -30,6 +32,7 @@ struct Wish {
 };
 
 struct History {
+  unsigned begin = 0;  ///< which time of the day
   std::vector<Step> steps;
   std::vector<Wish> questions;  ///< only a plan is asked for
   Wish end;                     ///< the restore at the end

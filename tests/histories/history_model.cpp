@@ -6,13 +6,13 @@ namespace histories {
 
 // What happens
 
-void History_Model::committed(std::time_t at, const std::string& key, const std::string& value, bool sure) {
+void History_Model::committed(std::time_t at, const std::string& key, const std::string& value) {
   Content content = moments_.back().content;
   if (value.empty())
     content.erase(key);
   else
     content[key] = value;
-  moments_.push_back({at, content, sure});
+  moments_.push_back({at, content});
 }
 
 // A delta needs a full backup that is a set, on the same pool, of data that no restore has replaced since.
@@ -28,14 +28,24 @@ void History_Model::backed_up(Kind kind, const std::string& pool, const std::str
     restored_ = false;
     files_are_base_ = false;
   }
-  data_.push_back({kind, pool, uuid, first, last, lifeline_of_next(), !files_are_base_, content()});
+  data_.push_back({kind, pool, uuid, first, last, lifeline_of_next(), !files_are_base_, content(), ++sets_});
 }
 
-void History_Model::logs_saved(std::time_t first) { others_.push_back({first, lifeline_of_next(), true}); }
+void History_Model::logs_saved(std::time_t first) { others_.push_back({first, lifeline_of_next(), true, ++sets_}); }
+
+void History_Model::log_lost(std::size_t number) {
+  for (Other_Set& set : others_)
+    if (set.holds_logs && number-- == 0) set.lost = true;
+}
+
+std::size_t History_Model::logs() const {
+  return static_cast<std::size_t>(
+      std::count_if(others_.begin(), others_.end(), [](const Other_Set& set) { return set.holds_logs; }));
+}
 
 void History_Model::backed_up_to_files(std::time_t first_of_catalog) {
   files_are_base_ = true;
-  others_.push_back({first_of_catalog, lifeline_of_next(), false});
+  others_.push_back({first_of_catalog, lifeline_of_next(), false, ++sets_});
 }
 
 void History_Model::restored(std::time_t at, const Target& target) {
@@ -88,8 +98,31 @@ bool History_Model::logs_hold(std::time_t at, int lifeline) const {
   });
 }
 
+/// HANA reads the logs behind the newest delta that it began by then, up to the first one that it began later.
+bool History_Model::lacks_log(std::time_t at, const Data_Set& full, bool ignore_delta) const {
+  int base = full.order;
+  for (const Data_Set& set : data_)
+    if (!ignore_delta && set.kind != Kind::full && set.lifeline == full.lifeline && set.based_on_set &&
+        set.first - 1 <= at)
+      base = std::max(base, set.order);
+  for (const Other_Set& set : others_) {
+    if (!set.holds_logs || set.lifeline != full.lifeline || set.order < base) continue;
+    if (set.lost) return true;
+    if (set.first - 1 > at) return false;
+  }
+  return false;
+}
+
+std::string History_Model::refusal_of_logs(std::time_t at, const Data_Set& full, bool ignore_delta,
+                                           bool needs_logs) const {
+  std::string codes;
+  if (needs_logs && !logs_hold(at, full.lifeline)) codes = "logs_too_short";
+  if (lacks_log(at, full, ignore_delta)) codes += codes.empty() ? "object_missing" : " object_missing";
+  return codes;
+}
+
 Expectation History_Model::expect(const Target& target) const {
-  if (target.set.empty()) return expect_time(target.time);
+  if (target.set.empty()) return expect_time(target.time, target.ignore_delta);
   return expect_set(
       *std::find_if(data_.begin(), data_.end(), [&](const Data_Set& set) { return set.uuid == target.set; }),
       target.ignore_delta);
@@ -102,11 +135,11 @@ Expectation History_Model::expect_set(const Data_Set& set, bool ignore_delta) co
   const Data_Set* const full = full_for(set.last);
   if (full == nullptr) return {"no_full_backup", {}};
   if (full->lifeline != set.lifeline) return {"not_restorable", {}};
-  if ((ignore_delta || !set.based_on_set) && !logs_hold(set.last, set.lifeline)) return {"logs_too_short", {}};
-  return {"", set.content};
+  const std::string refusal = refusal_of_logs(set.last, *full, ignore_delta, ignore_delta || !set.based_on_set);
+  return {refusal, refusal.empty() ? set.content : Content()};
 }
 
-Expectation History_Model::expect_time(std::time_t at) const {
+Expectation History_Model::expect_time(std::time_t at, bool ignore_delta) const {
   if (data_.empty()) return {"unknown", {}};
   const Data_Set* const full = full_for(at);
   if (full == nullptr) return {"no_full_backup", {}};
@@ -116,15 +149,15 @@ Expectation History_Model::expect_time(std::time_t at) const {
     if (full->lifeline != lifeline_) return {"catalog_of_another_branch", {}};
     return {"", full->content};
   }
-  if (!logs_hold(at, full->lifeline)) return {"logs_too_short", {}};
-  return {"", content_at(at)};
+  const std::string refusal = refusal_of_logs(at, *full, ignore_delta, true);
+  return {refusal, refusal.empty() ? content_at(at) : Content()};
 }
 
 std::vector<Target> History_Model::targets() const {
   std::vector<Target> targets;
   for (const std::time_t at : quiet_) targets.push_back({at, ""});
   for (const Moment& moment : moments_)
-    if (moment.at != 0 && moment.sure) targets.push_back({moment.at, ""});
+    if (moment.at != 0) targets.push_back({moment.at, ""});
   for (const Data_Set& set : data_) {
     targets.push_back({0, set.uuid});
     if (set.kind == Kind::full) targets.push_back({set.first, ""});

@@ -30,8 +30,8 @@ class History_Model {
  public:
   enum class Kind { full, differential, incremental };
 
-  /// Without a value: deleted. When the second is not sure, it was one before.
-  void committed(std::time_t at, const std::string& key, const std::string& value, bool sure);
+  /// Without a value: deleted.
+  void committed(std::time_t at, const std::string& key, const std::string& value);
   /// What a data backup to this pool becomes when `wanted` is asked for.
   [[nodiscard]] Kind kind_of_next(Kind wanted, const std::string& pool) const;
   /// A data backup was recorded, as `first` and `last` say; `first` is one second later than HANA began it.
@@ -39,9 +39,14 @@ class History_Model {
   /// HANA keeps logs from the first full backup on.
   [[nodiscard]] bool keeps_logs() const { return keeps_logs_; }
   void logs_saved(std::time_t first);
+  /// The object of a log is gone, counted from the first.
+  void log_lost(std::size_t number);
+  [[nodiscard]] std::size_t logs() const;
   /// HANA backs its catalog up behind that, as a set.
   void backed_up_to_files(std::time_t first_of_catalog);
   void restored(std::time_t at, const Target& target);
+  /// A new tenant has the content of another one, and nothing of its past.
+  void begun_as_copy(std::time_t at, const Content& content) { moments_.push_back({at, content}); }
 
   /// Moments and sets worth asking for. Never a second in which something else happened than the model can tell.
   [[nodiscard]] std::vector<Target> targets() const;
@@ -54,7 +59,6 @@ class History_Model {
   struct Moment {
     std::time_t at = 0;
     Content content;
-    bool sure = true;  ///< that it was this second
   };
   struct Data_Set {
     Kind kind = Kind::full;
@@ -65,11 +69,14 @@ class History_Model {
     int lifeline = 0;
     bool based_on_set = true;  ///< HANA built it on a full backup that is a set
     Content content;
+    int order = 0;  ///< of all sets
   };
   struct Other_Set {
     std::time_t first = 0;
     int lifeline = 0;
     bool holds_logs = true;
+    int order = 0;
+    bool lost = false;
   };
 
   [[nodiscard]] const Data_Set* newest_full() const;
@@ -77,14 +84,18 @@ class History_Model {
   [[nodiscard]] int lifeline_at(std::time_t at) const;
   [[nodiscard]] const Data_Set* full_for(std::time_t at) const;
   [[nodiscard]] bool logs_hold(std::time_t at, int lifeline) const;
+  [[nodiscard]] bool lacks_log(std::time_t at, const Data_Set& full, bool ignore_delta) const;
+  [[nodiscard]] std::string refusal_of_logs(std::time_t at, const Data_Set& full, bool ignore_delta,
+                                            bool needs_logs) const;
   [[nodiscard]] Expectation expect_set(const Data_Set& set, bool ignore_delta) const;
-  [[nodiscard]] Expectation expect_time(std::time_t at) const;
+  [[nodiscard]] Expectation expect_time(std::time_t at, bool ignore_delta) const;
   int lifeline_of_next();
 
   std::vector<Moment> moments_{{}};
   std::vector<Data_Set> data_;
   std::vector<Other_Set> others_;
   std::vector<std::time_t> quiet_;
+  int sets_ = 0;
   int lifeline_ = 0;
   bool new_lifeline_ = true;  ///< the next set begins one
   bool restored_ = false;     ///< since the newest full backup that is a set

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "histories/history.h"
 #include "histories/history_model.h"
@@ -11,7 +12,9 @@ namespace histories {
 /// Lets a history happen to a tenant of its own, and compares what backupd plans and HANA brings back with the model.
 class History_Runner {
  public:
-  explicit History_Runner(History_System& system) : system_(system), tenant_(system.add_tenant()) {}
+  explicit History_Runner(History_System& system) : system_(system), tenant_(system.add_tenant()) {
+    tenants_.push_back(tenant_);
+  }
   ~History_Runner();
   History_Runner(const History_Runner&) = delete;
   History_Runner& operator=(const History_Runner&) = delete;
@@ -19,7 +22,8 @@ class History_Runner {
   /// Throws std::runtime_error, with what was expected and what came, at the first difference.
   void live(const History& history);
 
-  [[nodiscard]] const std::string& tenant() const { return tenant_; }
+  /// That it has had.
+  [[nodiscard]] const std::vector<std::string>& tenants() const { return tenants_; }
 
  private:
   void happen(const Step& step);
@@ -28,18 +32,24 @@ class History_Runner {
   void back_up(History_Model::Kind kind);
   void save_logs();
   void back_up_to_files();
+  void lose_log(unsigned choice);
   void restore(const Wish& wish);
+  void copy(const Wish& wish);
+  /// Restores and compares; the content.
+  Content carry_out(const Target& target, const std::string& into);
   /// Compares the plan; true when it can be carried out.
-  bool ask(const Target& target);
+  bool ask(const Target& target, const std::string& into);
   [[nodiscard]] bool choose(const Wish& wish, Target& target) const;
   void let_time_pass();
   /// Waits for this many more sets.
   std::vector<json_spirit::Object> new_sets(std::size_t count);
   void check_begin(const json_spirit::Object& set, std::time_t from) const;
-  [[nodiscard]] Content rows() const;
+  [[nodiscard]] Content rows(const std::string& tenant) const;
 
   History_System& system_;
-  const std::string tenant_;
+  std::string tenant_;
+  std::vector<std::string> tenants_;
+  std::vector<std::string> log_ids_;  ///< HANA's, in the model's order
   History_Model model_;
   std::string pool_ = "first";
   std::size_t known_sets_ = 0;
