@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "hdbbackint/paths.h"
+#include "hdbbackint/stream/stream_limits.h"
 #include "platform/files.h"
 #include "scrt/uuid.h"
 
@@ -64,6 +65,7 @@ std::unique_ptr<Object_Destination> Object_Destination::open_pipe(const std::str
     const Open_Release release(path, stop);
     pipe.reset(::open(real_path(path).c_str(), O_WRONLY | O_CLOEXEC));
   }
+  if (pipe.valid()) (void)::fcntl(pipe.get(), F_SETPIPE_SZ, wanted_pipe_bytes);
   if (pipe.valid() && !stop.requested() && ::fcntl(pipe.get(), F_SETFL, O_NONBLOCK) == 0) {
     return std::unique_ptr<Object_Destination>(new Object_Destination(path, {}, std::move(pipe), stop));
   }

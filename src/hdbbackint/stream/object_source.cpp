@@ -8,13 +8,11 @@
 #include <cstring>
 
 #include "hdbbackint/paths.h"
+#include "hdbbackint/stream/stream_limits.h"
 
 namespace hdbbackint {
 
 namespace {
-
-/// A larger pipe saves wake-ups. The system may refuse it to a user with many pipes; the usual size then does.
-constexpr int wanted_pipe_bytes = 1 << 20;
 
 const char* describe_other(mode_t mode) {
   if (S_ISDIR(mode)) return "it is a directory";

@@ -1,4 +1,7 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <zstd.h>
 
 #include <cstring>
@@ -8,6 +11,7 @@
 #include "hdbbackint/stream/block_encoder.h"
 #include "hdbbackint/stream/checksum.h"
 #include "hdbbackint/stream/method_choice.h"
+#include "hdbbackint/stream/object_destination.h"
 #include "hdbbackint/stream/restore_pipeline.h"
 #include "hdbbackint/stream/shared_rate.h"
 #include "hdbbackint/stream/stored_decoder.h"
@@ -359,6 +363,25 @@ TEST(Rate, Holds_For_This_Process_When_There_Is_No_File) {
   EXPECT_TRUE(log.has_containing("Rate limits hold for this process alone"));
   (void)rate.book(Shared_Rate::to_destination, 1'000'000, 1'000'000);
   EXPECT_GT(rate.book(Shared_Rate::to_destination, 1, 1'000'000), std::chrono::milliseconds(800));
+}
+
+TEST(Object_Destination_Test, Wants_A_Pipe_As_Large_As_A_Backup_Does) {
+  int own[2] = {-1, -1};
+  ASSERT_EQ(::pipe2(own, O_CLOEXEC), 0);
+  const platform::Unique_Descriptor own_reader(own[0]);
+  const platform::Unique_Descriptor own_writer(own[1]);
+  // The system may refuse this user a larger one; then it refuses both.
+  (void)::fcntl(own_writer.get(), F_SETPIPE_SZ, wanted_pipe_bytes);
+  const int granted = ::fcntl(own_writer.get(), F_GETPIPE_SZ);
+  const support::Temp_Root root;
+  ASSERT_EQ(::mkfifo(root.real("/pipe").c_str(), 0600), 0);
+  const platform::Unique_Descriptor reader(::open(root.real("/pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  ASSERT_TRUE(reader.valid());
+  Stop_Source stop;
+  std::string error;
+  const auto opened = Object_Destination::open(Object_Source::Kind::pipe, "/pipe", stop, error);
+  ASSERT_NE(opened, nullptr) << error;
+  EXPECT_EQ(::fcntl(reader.get(), F_GETPIPE_SZ), granted);
 }
 
 }  // namespace
