@@ -22,10 +22,11 @@ struct Handled_Method {
   const char* factory;
 };
 /// Which handler of a module serves which method.
-constexpr std::array<Handled_Method, 4> handled_methods{
+constexpr std::array<Handled_Method, 5> handled_methods{
     {{"hana.instance.list", json_rpc_hana_list_handler},
      {"hana.database.list", json_rpc_hana_list_handler},
      {"hana.instance.control", json_rpc_hana_instance_control_handler},
+     {"hana.database.create", json_rpc_hana_instance_control_handler},
      {"hana.file.download", json_rpc_hana_file_download_handler}}};
 
 }  // namespace

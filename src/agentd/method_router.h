@@ -56,7 +56,7 @@ class Method_Router {
   const Modules& modules_;
   std::map<std::string, Known_Method> methods_;
   mutable std::atomic<unsigned> slow_{0};     ///< slow requests to the agent itself that run
-  mutable std::atomic<unsigned> actions_{0};  ///< instances that are being started or stopped
+  mutable std::atomic<unsigned> actions_{0};  ///< control actions that run
 };
 
 }  // namespace agentd

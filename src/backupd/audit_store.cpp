@@ -9,8 +9,8 @@ namespace backupd {
 namespace {
 
 /// The params that an entry keeps.
-constexpr const char* subject_keys[] = {"sid",        "instance_name",  "action", "origin_sid", "origin_database",
-                                        "target_sid", "target_database"};
+constexpr const char* subject_keys[] = {"sid",        "instance_name",   "action",     "database",
+                                        "origin_sid", "origin_database", "target_sid", "target_database"};
 constexpr std::size_t subject_bytes = 200;
 constexpr std::size_t message_bytes = 1000;
 constexpr const char* result_sent = "sent";

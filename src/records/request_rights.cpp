@@ -10,9 +10,10 @@ namespace {
 constexpr const char* instance_list_method = "hana.instance.list";
 constexpr const char* database_list_method = "hana.database.list";
 constexpr const char* control_method = "hana.instance.control";
+constexpr const char* create_method = "hana.database.create";
 constexpr const char* download_method = "hana.file.download";
-constexpr std::array<const char*, 4> module_methods{instance_list_method, database_list_method, control_method,
-                                                    download_method};
+constexpr std::array<const char*, 5> module_methods{instance_list_method, database_list_method, control_method,
+                                                    create_method, download_method};
 
 constexpr const char* role_words[] = {"", "viewer", "operator", "agent"};
 
@@ -54,7 +55,7 @@ bool is_staging_method(const std::string& method) {
 }
 
 bool is_control_action(const std::string& method, const json_spirit::Value& params) {
-  return is_staging_method(method) || (method == control_method && !asks_for_state(params));
+  return is_staging_method(method) || method == create_method || (method == control_method && !asks_for_state(params));
 }
 
 bool may_ask(Requester::Role role, const std::string& method, const json_spirit::Value& params) {
@@ -65,7 +66,7 @@ bool may_ask(Requester::Role role, const std::string& method, const json_spirit:
     case Requester::oper:
       return !is_staging_method(method);
     case Requester::agent:
-      return true;
+      return method != create_method;
     default:
       return false;
   }

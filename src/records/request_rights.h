@@ -34,10 +34,11 @@ struct Requester {
 /// may ask for that.
 [[nodiscard]] bool is_staging_method(const std::string& method);
 
-/// Whether the request changes something on the host: starts or stops an instance, or leaves a file.
+/// Whether the request changes something on the host: starts or stops an instance, creates a database, or leaves a
+/// file.
 [[nodiscard]] bool is_control_action(const std::string& method, const json_spirit::Value& params);
 
-/// A viewer may see lists and states, an operator may start and stop instances too, an agent may do all of that and
-/// leave the description of a restore. Of an agent only hosts of its own systems may be asked: that is backupd's to
-/// know.
+/// A viewer may see lists and states, an operator may start and stop instances and create databases too, an agent may
+/// see, start and stop, and leave the description of a restore. Of an agent only hosts of its own systems may be asked:
+/// that is backupd's to know.
 [[nodiscard]] bool may_ask(Requester::Role role, const std::string& method, const json_spirit::Value& params);

@@ -104,6 +104,18 @@ std::string HDBSQL_Executor::target() const {
 HDBSQL_Outcome HDBSQL_Executor::run(const std::string& sql, Text_Process_Handler* handler,
                                     ACE_Log_Msg_Callback_var log) const {
   const Scoped_Log_Callback to_job_log(std::move(log));
+  return run_tool(sql, handler, {password_});
+}
+
+HDBSQL_Outcome HDBSQL_Executor::run_secretly(const secure_string& sql, const secure_string& secret) const {
+  // HANA repeats the words of a statement as they stand there, with inner quotes doubled.
+  secure_string quoted;
+  append_quoted(secret.view(), quoted);
+  return run_tool(sql.view(), nullptr, {password_, quoted, secret});
+}
+
+HDBSQL_Outcome HDBSQL_Executor::run_tool(std::string_view sql, Text_Process_Handler* handler,
+                                         const std::vector<secure_string>& secrets) const {
   if (!initialize_) return {HDBSQL_Failure::not_initialized, 0, "the executor is not bound to a database"};
   platform::Process_Spec spec = instance_tool(sid_, instance_name_of(instance_number_), tool_path(), tool_arguments);
   const HDBSQL_Logon logon{instance_number_, database_, username_, password_.view()};
@@ -111,7 +123,7 @@ HDBSQL_Outcome HDBSQL_Executor::run(const std::string& sql, Text_Process_Handler
     return {HDBSQL_Failure::bad_statement, 0, "the statement is empty or holds a null byte"};
   if (handler != nullptr && handler->segment_seconds() > 0)
     spec.idle_interval = std::chrono::seconds(handler->segment_seconds());
-  HDBSQL_Output output(handler, password_);
+  HDBSQL_Output output(handler, secrets);
   const platform::Exit_Status status = platform::Process_Runner::current().run(spec, output);
   return output.outcome(status);
 }

@@ -3,6 +3,8 @@
 #include <ace/Basic_Types.h>
 
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "hana/common/hana_records.h"
 #include "hana/common/text_process_handler.h"
@@ -60,6 +62,8 @@ class HDBSQL_Executor {
   /// The same as execute for callers that judge a failure themselves: a failure is told, not logged.
   [[nodiscard]] HDBSQL_Outcome run(const std::string& sql, Text_Process_Handler* handler,
                                    ACE_Log_Msg_Callback_var log) const;
+  /// The same for a statement that holds `secret`, as it is or in double quotes: neither is in what is told or logged.
+  [[nodiscard]] HDBSQL_Outcome run_secretly(const secure_string& sql, const secure_string& secret) const;
 
   [[nodiscard]] const std::string& sid() const { return sid_; }
   /// Database it is bound to; empty for a system without tenants.
@@ -72,6 +76,8 @@ class HDBSQL_Executor {
  private:
   [[nodiscard]] bool bind(const System_Instance_Info& info, const std::string& database, const std::string& username,
                           const secure_string& password);
+  [[nodiscard]] HDBSQL_Outcome run_tool(std::string_view sql, Text_Process_Handler* handler,
+                                        const std::vector<secure_string>& secrets) const;
   [[nodiscard]] std::string tool_path() const;
   [[nodiscard]] std::string target() const;
 

@@ -59,9 +59,9 @@ HDBSQL_Failure classify_hdbsql_error(int code) {
   }
 }
 
-HDBSQL_Output::HDBSQL_Output(Text_Process_Handler* handler, const secure_string& password)
+HDBSQL_Output::HDBSQL_Output(Text_Process_Handler* handler, const std::vector<secure_string>& secrets)
     : handler_(handler),
-      password_(password),
+      secrets_(secrets),
       output_lines_([this](std::string_view line) { take_output_line(line); },
                     [this](std::string_view text) { take_segment(text); }),
       // A piece of an error line would be no better than the line: both are looked at as text.
@@ -101,7 +101,7 @@ void HDBSQL_Output::take_output_line(std::string_view line) {
   if (handler_ != nullptr)
     static_cast<void>(handler_->handle_stdout_line(line.data(), line.size()));
   else
-    D3_INFO("hdbsql: %C\n", without_password(printable(line, longest_error_bytes)).c_str());
+    D3_INFO("hdbsql: %C\n", printable(without_secrets(line), longest_error_bytes).c_str());
 }
 
 void HDBSQL_Output::take_segment(std::string_view text) {
@@ -116,12 +116,12 @@ void HDBSQL_Output::take_error_line(std::string_view line) {
     note_error(error_authentication_failed, line);
   } else if (line.starts_with(warning_prefix)) {
     in_error_ = false;
-    D3_WARNING("hdbsql: %C\n", without_password(printable(line, longest_error_bytes)).c_str());
+    D3_WARNING("hdbsql: %C\n", printable(without_secrets(line), longest_error_bytes).c_str());
   } else if (in_error_ && error_.size() < longest_error_bytes) {
     error_ += ' ';
-    error_ += line;
+    error_ += without_secrets(line);
   }
-  last_error_line_ = line.substr(0, longest_error_bytes);
+  last_error_line_ = without_secrets(line).substr(0, longest_error_bytes);
   if (handler_ != nullptr) static_cast<void>(handler_->handle_stderr_line(line.data(), line.size()));
 }
 
@@ -131,7 +131,7 @@ void HDBSQL_Output::note_error(int code, std::string_view line) {
   if (has_error_) return;
   has_error_ = true;
   code_ = code;
-  error_ = line.substr(0, longest_error_bytes);
+  error_ = without_secrets(line).substr(0, longest_error_bytes);
 }
 
 HDBSQL_Outcome HDBSQL_Output::outcome(const platform::Exit_Status& status) {
@@ -139,25 +139,28 @@ HDBSQL_Outcome HDBSQL_Output::outcome(const platform::Exit_Status& status) {
   if (has_error_) {
     outcome.failure = classify_hdbsql_error(code_);
     outcome.code = code_;
-    outcome.message = without_password(printable(error_, longest_error_bytes));
+    outcome.message = printable(error_, longest_error_bytes);
   } else if (!status.success()) {
     outcome.failure = HDBSQL_Failure::tool;
     outcome.message = "hdbsql " + platform::describe(status);
     if (!last_error_line_.empty())
-      outcome.message += ": " + without_password(printable(last_error_line_, longest_error_bytes));
+      outcome.message += ": " + printable(last_error_line_, longest_error_bytes);
     else if (status.started)
       outcome.message += " and gave no reason";
   }
   return outcome;
 }
 
-std::string HDBSQL_Output::without_password(std::string_view text) const {
+/// Before anything is cut: half a secret would not be found any more.
+std::string HDBSQL_Output::without_secrets(std::string_view text) const {
   std::string result(text);
-  const std::string_view secret = password_.view();
-  if (secret.empty()) return result;
   constexpr std::string_view mask = "***";
-  for (std::size_t at = result.find(secret); at != std::string::npos; at = result.find(secret, at + mask.size()))
-    result.replace(at, secret.size(), mask);
+  for (const secure_string& secret : secrets_) {
+    if (secret.empty()) continue;
+    for (std::size_t at = result.find(secret.view()); at != std::string::npos;
+         at = result.find(secret.view(), at + mask.size()))
+      result.replace(at, secret.size(), mask);
+  }
   return result;
 }
 

@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "hana/common/hdbsql_executor.h"
 #include "hana/common/line_assembler.h"
@@ -21,8 +22,9 @@ namespace sap_hana {
 /// Takes the output of one hdbsql run: hands it on line by line and finds the first error in it.
 class HDBSQL_Output final : public platform::Output_Sink {
  public:
-  /// `handler`: null to have the output logged. `password` is taken out of everything that is logged.
-  HDBSQL_Output(Text_Process_Handler* handler, const secure_string& password);
+  /// `handler`: null to have the output logged. `secrets`, which outlive this object, are taken out of everything that
+  /// is logged or told, in their order.
+  HDBSQL_Output(Text_Process_Handler* handler, const std::vector<secure_string>& secrets);
 
   void on_start(pid_t pid) override;
   void on_output(platform::Output_Stream stream, const char* data, std::size_t size) override;
@@ -37,11 +39,11 @@ class HDBSQL_Output final : public platform::Output_Sink {
   void take_error_line(std::string_view line);
   void take_segment(std::string_view text);
   void note_error(int code, std::string_view line);
-  [[nodiscard]] std::string without_password(std::string_view text) const;
+  [[nodiscard]] std::string without_secrets(std::string_view text) const;
   Line_Assembler& lines_of(platform::Output_Stream stream);
 
   Text_Process_Handler* handler_;
-  const secure_string& password_;
+  const std::vector<secure_string>& secrets_;
   Line_Assembler output_lines_;
   Line_Assembler error_lines_;
   bool first_line_ = true;  ///< no line of standard output was seen

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "hana/common/instance_control.h"
+#include "hana/websvcs_agent/database_creation.h"
 #include "hana/websvcs_agent/rpc_answers.h"
 #include "net/json_rpc.h"
 #include "platform/log.h"
@@ -48,6 +49,7 @@ bool act(const Params& params, json_spirit::Object& result, bool& known) {
 }
 
 int answer(JSON_RPC_Channel& channel, const JSON_RPC_Request& request) {
+  if (request.method() == sap_hana::create_database_method) return sap_hana::answer_database_creation(channel, request);
   const Params params = read_params(request.params());
   if (params.sid.empty() || params.instance_name.empty())
     return channel.send_error(JSON_RPC_E_INVALID_PARAMS, request.id(), no_subject);

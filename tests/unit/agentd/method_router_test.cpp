@@ -224,6 +224,9 @@ TEST_F(Module_Requests_Test, Are_Refused_To_Who_May_Not_Ask) {
               {"hana.instance.control", nullptr, "viewer"},
               {"hana.instance.control", control("state"), nullptr},
               {"hana.instance.control", control("state"), "root"},
+              {"hana.database.create", control("state"), "viewer"},
+              {"hana.database.create", control("state"), "agent"},
+              {"hana.database.create", control("state"), nullptr},
               {"hana.database.list", json_spirit::Object{{"instance", "I"}}, nullptr}};
   for (const auto& row : rows) {
     const JSON_RPC_Answer answer = router.call(message(row.method, row.params, row.role));
@@ -255,7 +258,8 @@ TEST_F(Module_Requests_Test, Actions_Leave_Room_For_States_And_Lists) {
 }
 
 TEST_F(Module_Requests_Test, Have_Workers_Of_Their_Own) {
-  for (const char* method : {"hana.instance.list", "hana.database.list", "hana.instance.control", "hana.file.download"})
+  for (const char* method : {"hana.instance.list", "hana.database.list", "hana.instance.control",
+                             "hana.database.create", "hana.file.download"})
     EXPECT_TRUE(Method_Router::is_for_modules(message(method))) << method;
   for (const char* method : {"job.start", "instance.probe", "hana", ""})
     EXPECT_FALSE(Method_Router::is_for_modules(message(method))) << method;

@@ -14,6 +14,9 @@ constexpr char download_params[] =
     R"({"origin_sid":"ABC","origin_database":"TN1","target_sid":"HDB","target_database":"TN2",)"
     R"("extended_attrs":{"io_ctl":{"access_key":"SECRET"}},"access_key":"SECRET"})";
 
+constexpr char create_params[] =
+    R"({"sid":"HDB","instance_name":"HDB00","database":"QA1","password":"SECRET","action":"state"})";
+
 std::string control(const std::string& action) {
   std::string text = control_params;
   return text.replace(text.find('%'), 1, action);
@@ -93,6 +96,9 @@ TEST_F(Agent_Gate_Test, Lets_Each_Role_Ask_For_What_It_May) {
               {server.viewer_key, "job.start", "{}", 403},
               {server.operator_key, "hana.instance.list", "null", 200},
               {server.operator_key, "hana.instance.control", control("restart"), 200},
+              {server.viewer_key, "hana.database.create", create_params, 403},
+              {server.agent_key, "hana.database.create", create_params, 403},
+              {server.operator_key, "hana.database.create", create_params, 200},
               {server.operator_key, "hana.file.download", download_params, 403},
               {server.operator_key, "instance.probe", "{}", 200},
               {server.agent_key, "hana.instance.list", "null", 403}};
@@ -130,6 +136,7 @@ TEST_F(Agent_Gate_Test, Lets_Agents_Of_One_System_Ask_Each_Other_About_It) {
       EXPECT_EQ(forward(method, std::string(R"({"uid":"","sid":"HDB","instance":")") + instance + "\"}").code,
                 JSON_RPC_E_INVALID_PARAMS)
           << method << instance;
+  EXPECT_EQ(forward("hana.database.create", create_params).code, JSON_RPC_E_INVALID_PARAMS) << "operators alone may";
   for (const char* method : {"job.start", "instance.logon", "backint.verify", "agent.forward", "hana.other"})
     EXPECT_EQ(forward(method, "{}").code, JSON_RPC_E_INVALID_PARAMS) << method;
   EXPECT_EQ(seen.size(), before);
@@ -191,6 +198,22 @@ TEST_F(Agent_Gate_Test, Writes_Every_Action_And_Every_Refused_One_Down) {
   const std::string text = server.request("GET", "/audit", "", server.viewer_key).text;
   EXPECT_EQ(text.find("SECRET"), std::string::npos);
   EXPECT_EQ(text.find("extended_attrs"), std::string::npos);
+}
+
+TEST_F(Agent_Gate_Test, Writes_The_Creation_Of_A_Database_Down_Without_Its_Password) {
+  (void)call(server.operator_key, "hana.database.create", create_params);
+  (void)call(server.viewer_key, "hana.database.create", create_params);
+  fails = true;
+  (void)call(server.operator_key, "hana.database.create", create_params);
+  const std::vector<std::string> entries = audit();
+  ASSERT_EQ(entries.size(), 3U);
+  const std::string subject =
+      R"("method":"hana.database.create","sid":"HDB","instance_name":"HDB00","action":"state","database":"QA1",)";
+  EXPECT_NE(entries[0].find(subject + R"("result":"done")"), std::string::npos) << entries[0];
+  EXPECT_NE(entries[1].find(subject + R"("result":"refused")"), std::string::npos) << entries[1];
+  EXPECT_NE(entries[2].find(subject + R"("result":"failed","message":"failed to handle)"), std::string::npos)
+      << entries[2];
+  EXPECT_EQ(server.request("GET", "/audit", "", server.viewer_key).text.find("SECRET"), std::string::npos);
 }
 
 TEST_F(Agent_Gate_Test, Lists_And_States_Leave_No_Entry) {

@@ -58,8 +58,8 @@ platform::Exit_Status ended(int code, int signal = 0) {
 }
 
 HDBSQL_Outcome outcome_of(const std::string& errors, const platform::Exit_Status& status) {
-  const secure_string secret(hana_test::password);
-  HDBSQL_Output output(nullptr, secret);
+  const std::vector<secure_string> secrets{secure_string(hana_test::password)};
+  HDBSQL_Output output(nullptr, secrets);
   output.on_output(Output_Stream::standard_error, errors.data(), errors.size());
   output.on_close(Output_Stream::standard_output);
   output.on_close(Output_Stream::standard_error);
@@ -125,9 +125,9 @@ TEST(HDBSQL_Output, Cuts_An_Endless_Error) {
 
 TEST(HDBSQL_Output, Gives_The_Answer_To_The_Connect_Command_To_Nobody) {
   const support::Log_Capture log;
-  const secure_string secret("x");
+  const std::vector<secure_string> secrets{secure_string("x")};
   HDBSQL_General_Text_Handler handler;
-  HDBSQL_Output output(&handler, secret);
+  HDBSQL_Output output(&handler, secrets);
   const std::string text = "Connected to SYSTEMDB@hanahost:30013\nA\n\"Connected to X\"\n";
   output.on_output(Output_Stream::standard_output, text.data(), text.size());
   output.on_close(Output_Stream::standard_output);
@@ -138,9 +138,9 @@ TEST(HDBSQL_Output, Gives_The_Answer_To_The_Connect_Command_To_Nobody) {
 TEST(HDBSQL_Output, Gives_An_Unfinished_Line_To_The_Handler_When_Nothing_More_Comes) {
   const support::Log_Capture log;
   const support::Virtual_Clock clock;
-  const secure_string secret("x");
+  const std::vector<secure_string> secrets{secure_string("x")};
   HDBSQL_Error_Msg_Handler handler;
-  HDBSQL_Output output(&handler, secret);
+  HDBSQL_Output output(&handler, secrets);
   const std::string text = "Backup was canceled by user, waiting";
   output.on_output(Output_Stream::standard_output, text.data(), text.size());
   EXPECT_FALSE(handler.is_canceled());
