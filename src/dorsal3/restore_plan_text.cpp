@@ -92,6 +92,9 @@ std::string what_stops(const json_spirit::Object& plan) {
 
 std::string what_is_overwritten(const json_spirit::Object& plan) {
   const json_spirit::Object target = member(plan, "target");
+  if (flag_member(target, "create"))
+    return "The database " + target_label(target) + " does not exist. It is created first: CREATE DATABASE " +
+           one_line(text_member(target, "database")) + " SYSTEM USER PASSWORD ... NO START.";
   const json_spirit::Value* const exists = target.find("exists");
   if (exists != nullptr && !flag_member(target, "exists"))
     return "The database " + target_label(target) + " does not exist.";
@@ -106,7 +109,8 @@ void print_restore_plan(const json_spirit::Object& plan, std::ostream& out) {
       << (full ? " from a full backup" : " to " + one_line(time_for_people(text_member(plan, "time")))) << "\n";
   print_sets(plan, out);
   print_missing(plan, out);
-  out << what_stops(plan) << "\n" << what_is_overwritten(plan) << "\n";
+  if (!flag_member(target, "create")) out << what_stops(plan) << "\n";
+  out << what_is_overwritten(plan) << "\n";
   if (const std::string statement = text_member(plan, "statement"); !statement.empty())
     out << "HANA is told: " << one_line(statement) << "\n";
   print_remarks(plan, "notes", "Note: ", out);

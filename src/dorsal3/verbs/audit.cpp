@@ -10,12 +10,16 @@ namespace dorsal3 {
 
 namespace {
 
+constexpr const char* create_method = "hana.database.create";
 constexpr unsigned default_entries = 50;
 constexpr unsigned most_entries = 10'000;
 
 /// What the action was about, as a person says it.
 std::string subject_text(const json_spirit::Object& entry) {
   const std::string action = text_member(entry, "action");
+  if (text_member(entry, "method") == create_method)
+    return "create " + text_member(entry, "database") + " in " + text_member(entry, "sid") + " " +
+           text_member(entry, "instance_name");
   if (!action.empty()) return action + " " + text_member(entry, "sid") + " " + text_member(entry, "instance_name");
   return text_member(entry, "origin_sid") + "/" + text_member(entry, "origin_database") + " to " +
          text_member(entry, "target_sid") + "/" + text_member(entry, "target_database");
@@ -25,7 +29,7 @@ std::string subject_text(const json_spirit::Object& entry) {
 class Audit_Verb : public Verb {
  public:
   CLI::App* declare(CLI::App& app) override {
-    CLI::App* sub = app.add_subcommand("audit", "Show who started and stopped what, and what was refused");
+    CLI::App* sub = app.add_subcommand("audit", "Show who started, stopped and created what, and what was refused");
     sub->add_option("--limit", limit_, "So many of the newest entries")
         ->check(CLI::Range(1U, most_entries))
         ->capture_default_str();
@@ -51,7 +55,7 @@ class Audit_Verb : public Verb {
   void print(const json_spirit::Object& model, std::ostream& out) const override {
     const auto entries = object_rows(model, "audit");
     if (entries.empty()) {
-      out << "Nothing was started, stopped or staged through this server.\n";
+      out << "Nothing was started, stopped, created or staged through this server.\n";
       return;
     }
     Text_Table table({"TIME", "ROLE", "KEY_ID", "HOST", "METHOD", "ACTION", "RESULT", "MESSAGE"});

@@ -3,10 +3,12 @@
 #include <algorithm>
 
 #include "dorsal3/format.h"
+#include "dorsal3/new_password.h"
 #include "dorsal3/prefix_search.h"
 #include "dorsal3/resources.h"
 #include "dorsal3/restore_plan_text.h"
 #include "dorsal3/restore_run.h"
+#include "dorsal3/tenant_creation.h"
 #include "dorsal3/time_argument.h"
 #include "dorsal3/verb.h"
 
@@ -15,6 +17,9 @@ namespace dorsal3 {
 namespace {
 
 constexpr const char* target_missing = "target_missing";
+constexpr const char* target_exists = "target_exists";
+constexpr const char* target_unknown = "target_unknown";
+constexpr const char* no_tenant = "no_tenant";
 
 /// The logs, or what they begin at, do not give what is wanted.
 bool is_about_chain(const std::string& code) {
@@ -42,6 +47,11 @@ class Restore_Verb : public Verb {
                                 "Full, incremental or differential set to restore; its uuid's beginning will do");
     to->excludes(set);
     sub->add_option("--into", into_, "INSTANCE[/DATABASE] to restore into, when it is another one");
+    sub->add_option("--as", as_, "Name of the database to restore into, when it is another one of that instance");
+    auto* create = sub->add_flag("--create", create_, "Create the tenant to restore into, which does not exist yet");
+    sub->add_option("--password-file", password_file_,
+                    "With --create: file with the password of its user SYSTEM, which is asked for else")
+        ->needs(create);
     sub->add_option("--lifeline", lifeline_, "Branch of the history, by its uuid, when a time lies on several");
     sub->add_flag("--ignore-delta", ignore_delta_, "Take logs from the full backup on instead of deltas");
     auto* plan = sub->add_flag("--plan", plan_only_,
@@ -57,6 +67,9 @@ class Restore_Verb : public Verb {
     Failure failure;
     Outcome outcome;
     json_spirit::Object plan;
+    secure_string password;
+    if (run_ && !password_file_.empty() && !read_password_file(password_file_, password, failure))
+      return Outcome::failed(std::move(failure));
     if (!make_wish(context, failure) ||
         !context.server.post("/restore/plan", wish_, plan, failure, Server_Client::agent_timeout))
       return Outcome::failed(std::move(failure));
@@ -70,7 +83,9 @@ class Restore_Verb : public Verb {
     }
     if (!is_confirmed(plan, failure)) return Outcome::failed(std::move(failure));
     print_restore_plan(plan, context.live());
+    if (plans_creation(plan) && !create(context, plan, password, failure)) return Outcome::failed(std::move(failure));
     Outcome done = Restore_Run(context, plan).run();
+    if (plans_creation(plan)) mention_creation(plan, done);
     if (done.failure) return done;
     for (const auto& [key, value] : done.model) outcome.model[key] = value;
     outcome.exit_code = done.exit_code;
@@ -99,11 +114,16 @@ class Restore_Verb : public Verb {
     std::string time;
     if (!to_.empty() && !parse_time_argument(to_, time, failure)) return false;
     if (!into_.empty() && !parse_subject(into_, into, failure)) return false;
+    if (!as_.empty() && !into.database.empty()) {
+      failure = {exit_usage, "usage", "name the database to restore into once: behind --into INSTANCE/ or with --as"};
+      return false;
+    }
     if (!find_resource(context.server, subject.instance, source, failure)) return false;
     target_ = source;
     if (!into_.empty() && !find_resource(context.server, into.instance, target_, failure)) return false;
     if (!set_.empty() && !find_set(context.server, set_, set_, failure)) return false;
-    const std::string database = into.database.empty() ? subject.database : into.database;
+    std::string database = into.database.empty() ? subject.database : into.database;
+    if (!as_.empty()) database = as_;
     wish_ = {{"resource_uuid", source.uuid},
              {"database", subject.database},
              {"target", json_spirit::Object{{"resource_uuid", target_.uuid}, {"database", database}}},
@@ -129,23 +149,51 @@ class Restore_Verb : public Verb {
   void look_at_target(Context& context, json_spirit::Object& plan) const {
     json_spirit::Object target;
     (void)json_spirit::object_get(plan, "target", target);
+    if (create_ && flag_member(target, "system_database")) {
+      refuse(plan, no_tenant,
+             text_member(target, "name") + "/" + text_member(target, "database") +
+                 " is no tenant that could be created: it is there with its system; leave --create out");
+      return;
+    }
     std::vector<json_spirit::Object> databases;
     Failure failure;
     Resource asked = target_;
     asked.host_uuid = text_member(target, "host_uuid");
-    if (flag_member(target, "system_database") || !flag_member(target, "connected") ||
-        !list_databases(context.server, asked, databases, failure))
+    if (flag_member(target, "system_database") || !flag_member(target, "connected")) return;
+    if (!list_databases(context.server, asked, databases, failure)) {
+      if (create_) refuse(plan, target_unknown, "whether the database exists cannot be told: " + failure.message);
       return;
+    }
     const std::string name = text_member(target, "database");
     const auto found = std::find_if(databases.begin(), databases.end(),
                                     [&](const auto& database) { return text_member(database, "name") == name; });
-    target["exists"] = found != databases.end();
-    if (found != databases.end()) target["active"] = flag_member(*found, "active");
+    const bool exists = found != databases.end();
+    target["exists"] = exists;
+    if (exists) target["active"] = flag_member(*found, "active");
+    if (create_) target["create"] = !exists;
     plan["target"] = target;
-    if (found == databases.end())
+    judge_target(exists, name, text_member(target, "name"), plan);
+  }
+
+  void judge_target(bool exists, const std::string& name, const std::string& instance,
+                    json_spirit::Object& plan) const {
+    if (exists && create_)
+      refuse(plan, target_exists,
+             "the database " + name + " exists in " + instance + " already; leave --create out to overwrite it");
+    if (!exists && !create_)
       refuse(plan, target_missing,
-             "there is no database " + name + " in " + text_member(target, "name") +
-                 " to restore into; create it in HANA first: CREATE DATABASE " + name + " SYSTEM USER PASSWORD ...");
+             "there is no database " + name + " in " + instance +
+                 " to restore into; have it created with --create, or in HANA: CREATE DATABASE " + name +
+                 " SYSTEM USER PASSWORD ...");
+  }
+
+  bool create(Context& context, const json_spirit::Object& plan, secure_string& password, Failure& failure) const {
+    json_spirit::Object target;
+    (void)json_spirit::object_get(plan, "target", target);
+    const std::string prompt = "Password of the user SYSTEM of the new database " +
+                               one_line(text_member(target, "name") + "/" + text_member(target, "database")) + ": ";
+    return (!password.empty() || ask_new_password(context.terminal, prompt, password, failure)) &&
+           create_tenant(context, plan, password, failure);
   }
 
   static void refuse(json_spirit::Object& plan, const char* code, const std::string& message) {
@@ -165,7 +213,8 @@ class Restore_Verb : public Verb {
     const std::string wanted = name_to_confirm(plan);
     if (confirmed_ == wanted) return true;
     failure = {exit_usage, "not_confirmed",
-               what_stops(plan) + " " + what_is_overwritten(plan) + " Confirm it with: --confirm " + wanted};
+               (plans_creation(plan) ? "" : what_stops(plan) + " ") + what_is_overwritten(plan) +
+                   " Confirm it with: --confirm " + wanted};
     return false;
   }
 
@@ -173,9 +222,12 @@ class Restore_Verb : public Verb {
   std::string to_;
   std::string set_;
   std::string into_;
+  std::string as_;
+  std::string password_file_;
   std::string lifeline_;
   std::string confirmed_;
   bool ignore_delta_ = false;
+  bool create_ = false;
   bool plan_only_ = false;
   bool run_ = false;
   Resource target_;
