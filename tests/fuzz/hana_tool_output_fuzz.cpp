@@ -20,8 +20,8 @@ using namespace sap_hana;
 
 void read_table(std::string_view text) {
   HDBSQL_General_Text_Handler handler;
-  const secure_string password("p");
-  HDBSQL_Output output(&handler, password);
+  const std::vector<secure_string> secrets{secure_string("p")};
+  HDBSQL_Output output(&handler, secrets);
   const std::size_t half = text.size() / 2;
   output.on_output(platform::Output_Stream::standard_output, text.data(), half);
   output.on_idle();
