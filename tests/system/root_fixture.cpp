@@ -4,7 +4,9 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "installed_product.h"
 #include "processes.h"
+#include "support/sanitizer.h"
 
 namespace system_tests {
 
@@ -25,6 +27,16 @@ void Root_Fixture::expect_nothing_left() const {
   std::vector<std::string> left;
   (void)eventually([&] { return (left = processes_below(root_)).empty(); });
   EXPECT_TRUE(left.empty()) << "left behind: " << left.front();
+  expect_no_reports();
+}
+
+void Root_Fixture::expect_no_reports() const {
+  std::error_code error;
+  for (auto entry = fs::recursive_directory_iterator(root_, error); !error && entry != fs::end(entry);
+       entry.increment(error))
+    if (entry->path().extension() == ".log" && entry->is_regular_file(error)) {
+      EXPECT_EQ(support::sanitizer_report(slurp(entry->path())), "") << entry->path();
+    }
 }
 
 bool Root_Fixture::wants_logs() { return HasFailure() || std::getenv("DORSAL3_TEST_LOGS") != nullptr; }

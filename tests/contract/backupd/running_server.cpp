@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "net/http_transport.h"
+#include "support/sanitizer.h"
 
 namespace contract {
 
@@ -39,6 +40,7 @@ Running_Server::Running_Server() : program_(root.real("/opt/tarvex/dorsal3/bin/d
 
 Running_Server::~Running_Server() {
   if (pid_ > 0) end(SIGKILL);
+  EXPECT_EQ(support::sanitizer_report(root.read("/server.log")), "");
 }
 
 pid_t Running_Server::spawn(const std::vector<std::string>& arguments, int output) const {
