@@ -221,6 +221,27 @@ TEST_F(Command_Test, An_Id_Is_Looked_For_Over_All_Pages) {
   EXPECT_NE(out.str().find("job       a123\n"), std::string::npos) << out.str();
 }
 
+TEST_F(Command_Test, Runs_Are_Listed_With_What_They_Did) {
+  server.answer("GET /jobs?order=desc&limit=20",
+                R"({"total":1,"rows":[{"id":"a1","kind":"data backup","name":"PRD_HDB00 full to main","state":7,)"
+                R"("state_name":"completed","progress":100,"size":2048,"start_time":"2026-01-02 03:04:05",)"
+                R"("databases":[{"name":"SYSTEMDB"},{"name":"A"},{"name":"B"},{"name":"C"},{"name":"D"}]}]})");
+  EXPECT_EQ(run({"jobs"}), exit_ok) << error.str();
+  EXPECT_NE(
+      out.str().find("a1   data backup  PRD_HDB00 full to main  SYSTEMDB, A, B and 2 more  completed  100%  2.0 KiB"
+                     "  2026-01-02 03:04:05\n"),
+      std::string::npos)
+      << out.str();
+}
+
+TEST_F(Command_Test, Runs_Of_A_Kind_And_State_Are_Listed_Alone) {
+  server.answer("GET /jobs?order=desc&limit=5&kind=log%20backup&state=completed%20with%20errors",
+                R"({"total":0,"rows":[]})");
+  EXPECT_EQ(run({"jobs", "--kind", "log", "--state", "completed with errors", "--limit", "5"}), exit_ok) << error.str();
+  EXPECT_NE(out.str().find("There is no such run.\n"), std::string::npos) << out.str();
+  EXPECT_EQ(run({"jobs", "--kind", "logs"}), exit_usage);
+}
+
 TEST_F(Command_Test, What_Is_Typed_As_An_Id_Stays_Within_Its_Place_In_The_Path) {
   EXPECT_EQ(run({"jobs", "../pools?x=1"}), exit_not_found);
   EXPECT_EQ(server.count("GET /jobs/..%2fpools%3fx%3d1"), 1U);
