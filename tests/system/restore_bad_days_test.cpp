@@ -18,22 +18,12 @@ class Restore_Bad_Days : public Restore_System {
   static constexpr const char* state = "/var/opt/tarvex/dorsal3/agent";
   static constexpr const char* staging_folder = "/var/opt/tarvex/dorsal3/agent/hana/catalog";
 
-  /// TN1 had "a,1" at wanted_, and has "a,2".
-  void start_with_a_past() {
-    start_with_log_backup();
-    put("TN1", "a", "1");
-    wanted_ = moment();
-    put("TN1", "a", "2");
-    save_logs({"TN1"});
-  }
   std::string restore_wanted() { return restore({{.database = "TN1", .timepoint = wanted_}}); }
   void expect_untouched() const { EXPECT_TRUE(rows("TN1").starts_with("a,2\n")); }
   void expect_restored() {
     EXPECT_EQ(restore_wanted(), "completed") << agent_log();
     EXPECT_EQ(rows("TN1"), "a,1\n");
   }
-
-  std::string wanted_;
 };
 
 }  // namespace

@@ -20,14 +20,6 @@ class Restore_Locks : public Restore_System {
  protected:
   static constexpr const char* lock_file = "/var/opt/tarvex/dorsal3/agent/lock/restore_HDB_TN1";
 
-  /// TN1 had "a,1" at wanted_, and has "a,2".
-  void start_with_a_past() {
-    start_with_log_backup();
-    put("TN1", "a", "1");
-    wanted_ = moment();
-    put("TN1", "a", "2");
-    save_logs({"TN1"});
-  }
   std::string start_wanted() { return start_restore({{.database = "TN1", .timepoint = wanted_}}); }
   /// Processes, or threads, that wait for the tenant's lock now.
   [[nodiscard]] int waiting_for_lock() const {
@@ -61,8 +53,6 @@ class Restore_Locks : public Restore_System {
     }
     return count;
   }
-
-  std::string wanted_;
 };
 
 }  // namespace

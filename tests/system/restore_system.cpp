@@ -135,6 +135,14 @@ std::string Restore_System::moment() {
   return now;
 }
 
+void Restore_System::start_with_a_past() {
+  start_with_log_backup();
+  put("TN1", "a", "1");
+  wanted_ = moment();
+  put("TN1", "a", "2");
+  save_logs({"TN1"});
+}
+
 std::vector<std::string> Restore_System::databases() const {
   const Tool_Result listed = host_.sql("select DATABASE_NAME from SYS.M_DATABASES");
   EXPECT_EQ(listed.code, 0) << listed.err;

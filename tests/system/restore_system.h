@@ -41,12 +41,16 @@ class Restore_System : public Log_Backup_System {
   /// Commits in these databases; has all logs of the system backed up and recorded.
   void save_logs(const std::vector<std::string>& databases);
   [[nodiscard]] std::vector<std::string> databases() const;
+  /// Starts all with log backup: TN1 had "a,1" at `wanted_`, and has "a,2".
+  void start_with_a_past();
   /// Changes one byte in the middle of each stored object of a database whose file has `mark` in its name; how many.
   int damage(const std::string& database, const std::string& mark) const;
   /// The newest set of a database and type.
   [[nodiscard]] json_spirit::Object newest_set(const std::string& database, const std::string& type) const;
   /// Files that a restore has left for hdbbackint.
   [[nodiscard]] std::vector<std::string> staged_files() const;
+
+  std::string wanted_;  ///< the moment of start_with_a_past
 
  private:
   [[nodiscard]] std::string resource_of(const std::string& name) const;
