@@ -11,10 +11,10 @@
 #include <memory>
 #include <random>
 
-#include "backupd/catalog_views.h"
-#include "backupd/database.h"
-#include "backupd/set_sizes.h"
-#include "backupd/set_store.h"
+#include "backupd/catalog/catalog_views.h"
+#include "backupd/catalog/set_sizes.h"
+#include "backupd/catalog/set_store.h"
+#include "backupd/store/database.h"
 #include "scrt/time_text.h"
 #include "scrt/uuid.h"
 

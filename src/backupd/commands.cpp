@@ -7,9 +7,9 @@
 #include <CLI/CLI.hpp>
 
 #include "backupd/configuration.h"
-#include "backupd/key_store.h"
-#include "backupd/pool_storage.h"
-#include "backupd/pool_store.h"
+#include "backupd/http/key_store.h"
+#include "backupd/pools/pool_storage.h"
+#include "backupd/pools/pool_store.h"
 #include "backupd/server.h"
 #include "platform/log.h"
 

@@ -9,7 +9,7 @@
 #include <limits>
 #include <vector>
 
-#include "backupd/body_reader.h"
+#include "backupd/http/body_reader.h"
 #include "platform/files.h"
 #include "platform/product_paths.h"
 

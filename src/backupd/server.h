@@ -4,8 +4,8 @@
 #include <string>
 
 #include "backupd/configuration.h"
-#include "backupd/database.h"
 #include "backupd/server_core.h"
+#include "backupd/store/database.h"
 #include "net/http_server.h"
 
 namespace backupd {

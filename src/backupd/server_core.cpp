@@ -1,6 +1,6 @@
 #include "backupd/server_core.h"
 
-#include "backupd/routes.h"
+#include "backupd/http/routes.h"
 
 namespace backupd {
 

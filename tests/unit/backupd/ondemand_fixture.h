@@ -4,7 +4,7 @@
 #include <condition_variable>
 #include <mutex>
 
-#include "backupd/ondemand_queue.h"
+#include "backupd/log_backup/ondemand_queue.h"
 #include "unit/backupd/fake_agent.h"
 
 namespace backupd_test {

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "backupd/database.h"
+#include "backupd/store/database.h"
 #include "json/value.h"
 #include "unit/backupd/memory_server.h"
 

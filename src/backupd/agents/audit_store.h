@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "backupd/identity.h"
+#include "backupd/store/database.h"
+#include "backupd/store/list_query.h"
+#include "json/value.h"
+
+namespace backupd {
+
+/// Who asked for what on which host, and what came of it: every action that changes something on a host, also those
+/// that were refused. Format: docs/formats/audit-entry.md. The newest entries are kept, `kept_entries` of them. Safe
+/// from any thread.
+class Audit_Store {
+ public:
+  static constexpr std::int64_t kept_entries = 100'000;
+
+  explicit Audit_Store(Database& database) : database_(database) {}
+
+  /// Notes an action before it is handed to the agent. Of the params the names of what it is about are kept and nothing
+  /// else: the rest may hold keys. False when it cannot be stored, the action must then not be done.
+  [[nodiscard]] bool begin(const Identity& who, const std::string& host_uuid, const std::string& method,
+                           const json_spirit::Value& params, std::int64_t& id);
+  /// Notes what came of it: `result` is "done", "failed" or "refused".
+  [[nodiscard]] bool end(std::int64_t id, const char* result, const std::string& message);
+
+  [[nodiscard]] bool list(const List_Query& query, List_Page& page);
+
+ private:
+  Database& database_;
+};
+
+}  // namespace backupd

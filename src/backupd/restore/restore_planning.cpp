@@ -1,0 +1,193 @@
+#include "backupd/restore/restore_planning.h"
+
+#include "backupd/http/body_reader.h"
+#include "backupd/jobs/definition_check.h"
+#include "backupd/log_backup/ondemand_rows.h"
+#include "backupd/restore/restore_plan_json.h"
+#include "platform/clock.h"
+#include "records/recovery_statement.h"
+#include "scrt/time_text.h"
+
+namespace backupd {
+
+namespace {
+
+constexpr char agent_away[] = "agent_away";
+constexpr char target_unfit[] = "target_unfit";
+
+Outcome refuse(std::string message) { return Outcome::refuse(Outcome::invalid, std::move(message)); }
+
+std::string statement_of(const Restore_Plan& plan, const Restore_Wish& wish, const Restore_System& source,
+                         const Restore_System& target, const std::string& database) {
+  Recovery_Statement statement;
+  statement.origin_database = wish.database;
+  statement.origin_sid = source.sid;
+  statement.target_database = database;
+  statement.target_sid = target.sid;
+  statement.set_uuid = plan.full_only ? wish.set : std::string();
+  statement.backup_id = static_cast<std::uint64_t>(plan.full->backup_id);
+  statement.time = plan.time;
+  statement.full_only = plan.full_only;
+  statement.tenant = !target.is_system_database(database);
+  statement.multi_container = target.multi_container;
+  statement.ancient = target.is_ancient();
+  statement.ignore_delta = wish.ignore_delta;
+  return statement.text();
+}
+
+}  // namespace
+
+struct Restore_Planning::Wish {
+  Restore_Wish restore;
+  Restore_System source;
+  Restore_System target;
+  std::string target_database;
+
+  [[nodiscard]] bool is_in_place() const {
+    return source.resource_uuid == target.resource_uuid && restore.database == target_database;
+  }
+  [[nodiscard]] json_spirit::Object target_json() const {
+    const bool system = target.is_system_database(target_database);
+    return {{"resource_uuid", target.resource_uuid},
+            {"name", target.name},
+            {"instance_name", target.instance_name},
+            {"sid", target.sid},
+            {"database", target_database},
+            {"version", target.version},
+            {"host_uuid", target.host_uuid},
+            {"connected", target.connected},
+            {"multi_container", target.multi_container},
+            {"system_database", system},
+            {"in_place", is_in_place()},
+            {"stops", system ? "instance" : "database"}};
+  }
+};
+
+Outcome Restore_Planning::read(const json_spirit::Object& body, Wish& wish) {
+  json_spirit::Object target;
+  std::string target_resource;
+  Restore_Wish& restore = wish.restore;
+  Body_Reader reader(body, "the wish to restore");
+  reader.uuid("resource_uuid", restore.resource_uuid, Need::required);
+  reader.text("database", restore.database, Need::required);
+  reader.text("time", restore.time);
+  reader.uuid("set", restore.set);
+  reader.uuid("lifeline", restore.lifeline);
+  reader.flag("ignore_delta", restore.ignore_delta);
+  reader.object("target", target);
+  if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
+  Body_Reader target_reader(target, "the \"target\"");
+  target_reader.uuid("resource_uuid", target_resource);
+  target_reader.text("database", wish.target_database);
+  if (Outcome outcome = target_reader.finish(); !outcome.ok()) return outcome;
+  if (restore.time.empty() == restore.set.empty())
+    return Outcome::refuse(Outcome::bad_request, "name either a \"time\" or a \"set\" to restore to");
+  if (!restore.time.empty() && !is_utc_time(restore.time))
+    return refuse("the \"time\" does not read YYYY-MM-DD HH:MM:SS (UTC)");
+  if (wish.target_database.empty()) wish.target_database = restore.database;
+  for (const std::string* name : {&restore.database, &wish.target_database})
+    if (!is_database_name(*name)) return refuse("\"" + *name + "\" is no plain name of a database");
+  if (target_resource.empty()) target_resource = restore.resource_uuid;
+  if (Outcome outcome = wish.source.load(resources_, agents_, restore.resource_uuid); !outcome.ok()) return outcome;
+  if (Outcome outcome = wish.target.load(resources_, agents_, target_resource); !outcome.ok()) return outcome;
+  restore.ancient = wish.target.is_ancient();
+  restore.now = posix_time_to_utc_text(platform::Clock::current().wall_seconds());
+  return {};
+}
+
+void Restore_Planning::check_target(const Wish& wish, Restore_Plan& plan) const {
+  const bool from_system = wish.source.is_system_database(wish.restore.database);
+  const bool into_system = wish.target.is_system_database(wish.target_database);
+  if (wish.source.multi_container && wish.target.multi_container && from_system != into_system)
+    plan.refusals.push_back({target_unfit,
+                             "a system database goes into a system database only, and a tenant into a tenant: " +
+                                 wish.restore.database + " cannot become " + wish.target_database,
+                             {}});
+  if (!wish.target.connected)
+    plan.refusals.push_back(
+        {agent_away,
+         "the agent of the host of " + wish.target.name + " is not connected (" + wish.target.host_uuid + "); start it",
+         {{"host_uuid", wish.target.host_uuid}}});
+}
+
+Outcome Restore_Planning::plan(const json_spirit::Object& body, json_spirit::Object& result) {
+  Wish wish;
+  if (Outcome outcome = read(body, wish); !outcome.ok()) return outcome;
+  Restore_History history;
+  if (Outcome outcome = history.load(database_, wish.restore); !outcome.ok()) return outcome;
+  List_Query waiting;
+  List_Page page;
+  waiting.where("sid", wish.source.sid);
+  waiting.where("database_name", wish.restore.database);
+  if (!list_ondemand_runs(database_, waiting, Given_Up::shown, page))
+    return Outcome::refuse(Outcome::internal, "the queue of log backups cannot be read now; see the server's log");
+  history.question.waiting_logs = static_cast<std::size_t>(page.total);
+  Restore_Plan plan = plan_restore(history.question);
+  check_target(wish, plan);
+  result = {{"resource_uuid", wish.restore.resource_uuid},
+            {"name", wish.source.name},
+            {"sid", wish.source.sid},
+            {"database", wish.restore.database},
+            {"kind", plan.full_only ? "full" : "point-in-time"},
+            {"time", plan.time},
+            {"set", wish.restore.set},
+            {"ignore_delta", wish.restore.ignore_delta},
+            {"lifeline", plan.lifeline},
+            {"target", wish.target_json()}};
+  if (plan.full != nullptr)
+    result["statement"] = statement_of(plan, wish.restore, wish.source, wish.target, wish.target_database);
+  look_at_objects(wish.target, plan, result);
+  result["ok"] = plan.ok();
+  return {};
+}
+
+namespace {
+
+/// One refusal for each set, however many of its objects are gone.
+void refuse_missing(const Plan_Row& row, const Found_Objects& found, const std::string& pool, Restore_Plan& plan) {
+  json_spirit::Array missing;
+  json_spirit::Array wrong;
+  for (const Plan_Object* object : row.objects) {
+    const auto looked = found.find({row.set->pool_uuid, object->path});
+    if (looked == found.end()) continue;
+    if (looked->second.state == Pool_Inspector::State::missing) missing.emplace_back(object->name);
+    if (looked->second.state == Pool_Inspector::State::wrong_size) wrong.emplace_back(object->name);
+  }
+  const auto refuse = [&](const char* code, const json_spirit::Array& names, const char* what) {
+    if (names.empty()) return;
+    std::string message = "the object " + names.front().get_str() +
+                          (names.size() == 1 ? "" : " and " + std::to_string(names.size() - 1) + " more") + " of " +
+                          set_label(*row.set) + " " + what + " the pool " + pool;
+    if (row.set->is_delta())
+      message += "; leave the deltas out (ignore_delta): logs from the full backup on take its place";
+    plan.refusals.push_back({code, std::move(message), {{"set", row.set->uuid}, {"objects", names}}});
+  };
+  refuse(refusal::object_missing, missing, "is missing from");
+  refuse(refusal::object_size, wrong, "has another size than it was stored with on");
+}
+
+}  // namespace
+
+void Restore_Planning::look_at_objects(const Restore_System& target, Restore_Plan& plan, json_spirit::Object& result) {
+  std::map<std::string, std::vector<Pool_Inspector::Object>> by_pool;
+  const std::vector<Plan_Row> rows = rows_of(plan);
+  for (const Plan_Row& row : rows)
+    if (!row.set->pool_uuid.empty())
+      for (const Plan_Object* object : row.objects)
+        by_pool[row.set->pool_uuid].push_back({object->path, object->stored_size});
+  Found_Objects found;
+  std::map<std::string, std::string> names;
+  for (auto& [uuid, objects] : by_pool) {
+    std::optional<Pool> pool;
+    names[uuid] = pools_.find(uuid, pool) && pool ? pool->name : uuid;
+    if (const Outcome outcome = inspector_.look(uuid, target.host_uuid, objects); !outcome.ok())
+      plan.refusals.push_back({refusal::pool_unknown,
+                               "nobody could look at the pool " + names[uuid] + ": " + outcome.message,
+                               {{"pool_uuid", uuid}}});
+    for (const Pool_Inspector::Object& object : objects) found[{uuid, object.path}] = object;
+  }
+  for (const Plan_Row& row : rows) refuse_missing(row, found, names[row.set->pool_uuid], plan);
+  add_to_json(plan, found, names, result);
+}
+
+}  // namespace backupd
