@@ -123,7 +123,8 @@ void Staged_Elsewhere::work() {
 }
 
 bool Staged_Elsewhere::settled(Request& request) const {
-  if (callbacks_.in_use(request.name)) return true;
+  // Another restore's end has the files of its own target removed only.
+  if (callbacks_.in_use(request.name)) return false;
   if (!request.hosts_known && !find_hosts(request)) return false;
   ask(request);
   return request.hosts.empty() || ++request.tried == tries;
@@ -152,6 +153,11 @@ void Staged_Elsewhere::ask(Request& request) const {
   const bool told = request.told;
   std::vector<std::string> left;
   for (const std::string& host : request.hosts) {
+    // One that has begun meanwhile may have staged there already.
+    if (callbacks_.in_use(request.name)) {
+      left.push_back(host);
+      continue;
+    }
     try {
       (void)json_rpc_forward(host, request.name.params(), staged_remove_method);
       D3_INFO("The host %C has removed what the restore of %C staged there\n", host.c_str(),

@@ -21,7 +21,7 @@ class Staged_Elsewhere {
   struct Callbacks {
     /// Whether backupd is connected now.
     std::function<bool()> connected;
-    /// Whether a restore of the same origin goes on here: its own end has the files removed.
+    /// Whether a restore of the same origin goes on here: nobody is asked until it has ended.
     std::function<bool(const Staged_Name&)> in_use;
   };
 

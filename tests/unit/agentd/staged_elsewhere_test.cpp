@@ -161,13 +161,15 @@ TEST_F(Staged_Elsewhere_Test, What_Is_Over_While_Backupd_Is_Away_Waits_For_It) {
   EXPECT_EQ(channel.asked, std::vector<std::string>{request_to("h-2")});
 }
 
-TEST_F(Staged_Elsewhere_Test, What_Another_Restore_Uses_Is_Left_To_Its_End) {
+TEST_F(Staged_Elsewhere_Test, What_Another_Restore_Uses_Is_Left_Until_Its_End) {
   in_use = true;
   restore_over();
   elsewhere.work();
-  in_use = false;
-  expect_settled();
   EXPECT_TRUE(channel.asked.empty());
+  in_use = false;
+  expect_instances(instance(host) + "," + instance("h-2"));
+  elsewhere.work();
+  EXPECT_EQ(channel.asked, std::vector<std::string>{request_to("h-2")});
 }
 
 TEST_F(Staged_Elsewhere_Test, Its_Thread_Asks_By_Itself) {
