@@ -119,12 +119,20 @@ json_spirit::Object shown(const Sql_Row& row) {
 void add_ondemand_run(Sql_Session& session, const std::string& job_uuid) {
   const auto job =
       session.first("SELECT host_uuid, sid, database_name, document FROM backint_jobs WHERE uuid = :a", {job_uuid}, 4);
-  if (!job || session.first("SELECT id FROM ondemand_runs WHERE job_uuid = :a", {job_uuid}, 1)) return;
+  if (!job) return;
+  const Ondemand_Database database{job->text(0), job->text(1), job->text(2)};
+  if (session.first("SELECT id FROM ondemand_runs WHERE job_uuid = :a", {job_uuid}, 1)) {
+    // More was saved into the record of one that was given up: it is owed a run like any other.
+    if (session.execute("UPDATE ondemand_runs SET hold = 1, tries = 0, due = 0, message = '' WHERE job_uuid = :a AND "
+                        "hold = 3",
+                        {job_uuid}) != 0)
+      release_next(session, database);
+    return;
+  }
   json_spirit::Object attributes;
   std::string definition;
   json_spirit::object_get(stored_object(job->text(3)), "extended_attrs", attributes);
   json_spirit::object_get(attributes, definition_key, definition);
-  const Ondemand_Database database{job->text(0), job->text(1), job->text(2)};
   session.execute(
       "INSERT INTO ondemand_runs (id, job_uuid, def_id, host_uuid, sid, database_name, tries, due, run_id, hold, "
       "message) VALUES (:a, :b, :c, :d, :e, :f, 0, 0, '', :g, '')",
@@ -202,12 +210,12 @@ bool give_up_ondemand_run(Sql_Session& session, const Ondemand_Entry& entry, std
   return session.execute("UPDATE ondemand_runs SET hold = 3 WHERE id = :a AND run_id = ''", {entry.id}) != 0;
 }
 
+// They were tried too often to take a turn of newer ones.
 void retry_given_up_runs(Sql_Session& session, const Ondemand_Database& database) {
   session.execute(
-      "UPDATE ondemand_runs SET due = 0, hold = 1 WHERE host_uuid = :a AND sid = :b AND database_name = :c AND "
+      "UPDATE ondemand_runs SET due = 0, hold = 0 WHERE host_uuid = :a AND sid = :b AND database_name = :c AND "
       "hold = 3",
       of(database));
-  release_next(session, database);
 }
 
 json_spirit::Array drop_given_up_runs(Sql_Session& session, const Ondemand_Database& database) {
@@ -266,17 +274,13 @@ void drain_ondemand_runs(Sql_Session& session, const Ondemand_Database& database
 }
 
 bool list_ondemand_runs(Database& database, const List_Query& query, Given_Up given_up, List_Page& page) {
+  List_Query wanted = query;
+  if (given_up == Given_Up::left_out) wanted.where_not("hold", std::int64_t{Ondemand_Entry::given_up});
   return database.read([&](Sql_Session& session) {
-    page.total = count_rows(session, "ondemand_runs", query);
+    page.total = count_rows(session, "ondemand_runs", wanted);
     for (const Sql_Row& row : select_rows(session, "ondemand_runs q", std::string(entry_columns) + more_shown_columns,
-                                          shown_column_count, query)) {
-      const bool left_out =
-          given_up == Given_Up::left_out && row.number(entry_column_count) == Ondemand_Entry::given_up;
-      if (left_out)
-        --page.total;
-      else
-        page.rows.emplace_back(shown(row));
-    }
+                                          shown_column_count, wanted))
+      page.rows.emplace_back(shown(row));
   });
 }
 

@@ -10,10 +10,12 @@ std::string parameter(std::size_t number) { return ":p" + std::to_string(number)
 
 std::string where_clause(const List_Query& query, Sql_Values& values) {
   std::string clause;
-  for (const auto& [column, value] : query.filters) {
-    clause += (clause.empty() ? " WHERE " : " AND ") + column + " = " + parameter(values.size());
+  const auto add = [&](const std::string& column, const char* comparison, const Sql_Value& value) {
+    clause += (clause.empty() ? " WHERE " : " AND ") + column + comparison + parameter(values.size());
     values.push_back(value);
-  }
+  };
+  for (const auto& [column, value] : query.filters) add(column, " = ", value);
+  for (const auto& [column, value] : query.exclusions) add(column, " <> ", value);
   return clause;
 }
 

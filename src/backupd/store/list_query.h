@@ -15,13 +15,15 @@ constexpr std::int64_t list_largest_limit = 10000;
 
 /// What a list shall hold. Column names come from this program, never from a request.
 struct List_Query {
-  std::vector<std::pair<std::string, Sql_Value>> filters;  ///< column, value; all must be equal
+  std::vector<std::pair<std::string, Sql_Value>> filters;     ///< column, value; all must be equal
+  std::vector<std::pair<std::string, Sql_Value>> exclusions;  ///< column, value; none may be equal
   std::string order_column = "id";
   bool descending = false;
   std::int64_t limit = list_default_limit;
   std::int64_t offset = 0;
 
   void where(std::string column, Sql_Value value) { filters.emplace_back(std::move(column), std::move(value)); }
+  void where_not(std::string column, Sql_Value value) { exclusions.emplace_back(std::move(column), std::move(value)); }
   /// A filter for a request's parameter: none when it is empty.
   void where_given(const std::string& column, const std::string& value) {
     if (!value.empty()) where(column, value);

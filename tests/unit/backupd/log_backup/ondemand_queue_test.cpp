@@ -30,6 +30,14 @@ class Ondemand_Queue_Test : public Ondemand_Fixture {
     EXPECT_EQ(answer.status, 200U) << answer.text;
     return answer;
   }
+  /// As if each of the first so many backups had been tried in vain for long; the agent is away.
+  void back_up_and_give_up(int count) {
+    for (int number = 1; number <= count; ++number) back_up(number);
+    ASSERT_TRUE(server.database.write([](backupd::Sql_Session& session) {
+      session.execute("UPDATE ondemand_runs SET hold = 3, tries = :a", {std::int64_t{Ondemand_Entry::tries_in_order}});
+      return true;
+    }));
+  }
   /// HANA backs up, and the last of many tries fails after a long time.
   void give_up(int number) {
     const bool away = agent == nullptr;
@@ -290,6 +298,37 @@ TEST_F(Ondemand_Queue_Test, Given_Up_Backup_Is_Not_Begun_And_Holds_Nothing_Back_
   EXPECT_EQ(again.job, uuid_of(1));
   commit(1, again.run);
   EXPECT_EQ(entries(), 0);
+}
+
+TEST_F(Ondemand_Queue_Test, Retried_Backups_Take_No_Turn_Of_Newer_Ones) {
+  back_up_and_give_up(3);
+  EXPECT_EQ(ask("drain", R"(,"retry":true)").rows().size(), 3U);
+  back_up(4);
+  come();
+  EXPECT_EQ(run(1).job, uuid_of(4));
+}
+
+TEST_F(Ondemand_Queue_Test, A_List_Without_What_Was_Given_Up_Is_Full_All_The_Same) {
+  back_up_and_give_up(3);
+  back_up(4);
+  backupd::List_Query query;
+  backupd::List_Page page;
+  query.limit = 1;
+  ASSERT_TRUE(backupd::list_ondemand_runs(server.database, query, backupd::Given_Up::left_out, page));
+  ASSERT_EQ(page.rows.size(), 1U);
+  EXPECT_EQ(page.total, 1);
+  EXPECT_EQ(json_spirit::dump_json(page.rows.front()).find(uuid_of(1)), std::string::npos);
+}
+
+TEST_F(Ondemand_Queue_Test, More_That_Is_Saved_Into_A_Given_Up_Record_Is_Owed_A_Run) {
+  back_up_and_give_up(1);
+  ASSERT_TRUE(server.database.write([](backupd::Sql_Session& session) {
+    backupd::add_ondemand_run(session, uuid_of(1));
+    return true;
+  }));
+  EXPECT_EQ(state_of(uuid_of(1)), "waiting");
+  come();
+  EXPECT_EQ(run(1).job, uuid_of(1));
 }
 
 TEST_F(Ondemand_Queue_Test, Drop_Takes_Only_What_Was_Given_Up_And_Leaves_Its_Objects) {
