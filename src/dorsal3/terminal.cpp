@@ -62,7 +62,7 @@ bool read_secret(const Terminal& terminal, const std::string& prompt, secure_str
   char c = 0;
   ssize_t count = 0;
   // Byte by byte: nothing of the secret stays in a buffer, and what follows the line is not ours.
-  while (secret.size() < secret_limit_bytes) {
+  while (secret.size() <= secret_limit_bytes) {
     count = ::read(STDIN_FILENO, &c, 1);
     if (count < 0 && errno == EINTR && !interrupted()) continue;
     if (count <= 0 || c == '\n') break;
@@ -70,7 +70,8 @@ bool read_secret(const Terminal& terminal, const std::string& prompt, secure_str
   }
   if (terminal.input_is_terminal) write_error("\n");
   platform::wipe_memory(&c, sizeof c);
-  return count >= 0 && !secret.empty() && !interrupted();
+  // Cut, it would be another secret than the one that was typed.
+  return count >= 0 && !secret.empty() && secret.size() <= secret_limit_bytes && !interrupted();
 }
 
 bool read_line(std::string& line) {

@@ -1,5 +1,6 @@
 #include "hana/common/hdbsql_executor.h"
 
+#include <algorithm>
 #include <chrono>
 
 #include "agent/instance/instance_manager.h"
@@ -111,7 +112,11 @@ HDBSQL_Outcome HDBSQL_Executor::run_secretly(const secure_string& sql, const sec
   // HANA repeats the words of a statement as they stand there, with inner quotes doubled.
   secure_string quoted;
   append_quoted(secret.view(), quoted);
-  return run_tool(sql.view(), nullptr, {password_, quoted, secret});
+  const secure_string doubled(quoted.view().substr(1, quoted.size() - 2));
+  std::vector<secure_string> secrets{password_, quoted, doubled, secret};
+  // One may be a part of another.
+  std::stable_sort(secrets.begin(), secrets.end(), [](const auto& a, const auto& b) { return a.size() > b.size(); });
+  return run_tool(sql.view(), nullptr, secrets);
 }
 
 HDBSQL_Outcome HDBSQL_Executor::run_tool(std::string_view sql, Text_Process_Handler* handler,

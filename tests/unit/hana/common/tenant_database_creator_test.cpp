@@ -53,6 +53,19 @@ TEST_F(Tenant_Database_Creator_Test, Gives_The_Password_By_Standard_Input_Alone)
   expect_no_secret();
 }
 
+TEST_F(Tenant_Database_Creator_Test, Keeps_Out_A_Password_That_Begins_As_The_Accounts_Own) {
+  ASSERT_TRUE(executor_.init("HDB", "HDB00", "", "SYSTEM", secure_string("Init1234")));
+  const std::string password = "Init1234\"5!x";
+  script("hdbsql", {listed(""), child("", 1, "* 257: sql syntax error: incorrect syntax near " + password + "\n"),
+                    listed(""), child("", 1, "* 257: near Init1234\"\"5!x\n")});
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_FALSE(create("QA1", password));
+    EXPECT_EQ(why_.find("5!x"), std::string::npos) << why_;
+    EXPECT_EQ(log_.dump().find("5!x"), std::string::npos) << log_.dump();
+  }
+  EXPECT_EQ(log_.claim_containing("Failed to create database 'QA1' of HANA system HDB: "), 2U) << log_.dump();
+}
+
 TEST_F(Tenant_Database_Creator_Test, Keeps_The_Password_Out_Of_What_HANA_Says) {
   const std::string said = std::string("* 257: sql syntax error: incorrect syntax near ") + in_statement + "\nat " +
                            secret + " SQLSTATE: HY000\n";
