@@ -77,9 +77,8 @@ struct Stream_Channel {
 template <typename Stream, typename Parser>
 beast::error_code receive_head(const Stream_Channel<Stream>& channel, Parser& parser) {
   channel.expect_progress();
-  return run_operation(channel.loop, [&](Store_Outcome done) {
-    http::async_read_header(channel.stream, channel.buffer, parser, done);
-  });
+  return run_operation(
+      channel.loop, [&](Store_Outcome done) { http::async_read_header(channel.stream, channel.buffer, parser, done); });
 }
 
 /// Reads the rest of a message whose head stands in `parser` into `sink`.
@@ -96,9 +95,8 @@ Transfer receive_body(const Stream_Channel<Stream>& channel, http::parser<is_req
     body.data = piece.get();
     body.size = size;
     channel.expect_progress();
-    beast::error_code error = run_operation(channel.loop, [&](Store_Outcome done) {
-      http::async_read_some(channel.stream, channel.buffer, parser, done);
-    });
+    beast::error_code error = run_operation(
+        channel.loop, [&](Store_Outcome done) { http::async_read_some(channel.stream, channel.buffer, parser, done); });
     if (error == http::error::need_buffer) error = {};
     const std::size_t got = size - body.size;
     if (got > 0 && !sink.write(piece.get(), got)) return {Failed_Side::body, {}};
@@ -163,9 +161,8 @@ Transfer send_message(const Stream_Channel<Stream>& channel, http::message<is_re
     beast::error_code error;
     while (!serializer.is_done()) {
       channel.expect_progress();
-      error = run_operation(channel.loop, [&](Store_Outcome done) {
-        http::async_write_some(channel.stream, serializer, done);
-      });
+      error = run_operation(channel.loop,
+                            [&](Store_Outcome done) { http::async_write_some(channel.stream, serializer, done); });
       if (error) break;
     }
     if (!error) return {};
@@ -180,9 +177,8 @@ template <typename Stream>
 Transfer send_head(const Stream_Channel<Stream>& channel, http::response<http::buffer_body>& message) {
   http::response_serializer<http::buffer_body> serializer(message);
   channel.expect_progress();
-  const beast::error_code error = run_operation(channel.loop, [&](Store_Outcome done) {
-    http::async_write_header(channel.stream, serializer, done);
-  });
+  const beast::error_code error = run_operation(
+      channel.loop, [&](Store_Outcome done) { http::async_write_header(channel.stream, serializer, done); });
   return error ? Transfer{Failed_Side::stream, error} : Transfer{};
 }
 
@@ -210,13 +206,15 @@ inline void wipe_authorization(http::request<http::buffer_body>& message) {
 
 /// Wipes what was read out of the buffer already, a request's head with its key; what is unread stays.
 inline void wipe_consumed(beast::flat_buffer& buffer) {
-  const std::string unread = beast::buffers_to_string(buffer.data());
+  std::string unread = beast::buffers_to_string(buffer.data());
   buffer.consume(unread.size());
   const auto space = buffer.prepare(buffer.capacity());
   platform::wipe_memory(space.data(), space.size());
   if (unread.empty()) return;
   std::memcpy(space.data(), unread.data(), unread.size());
   buffer.commit(unread.size());
+  // A request that follows at once has its key in it.
+  platform::wipe_memory(unread.data(), unread.size());
 }
 
 /// Copies the fields of a message that was read.
