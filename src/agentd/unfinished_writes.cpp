@@ -1,5 +1,6 @@
 #include "agentd/unfinished_writes.h"
 
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -13,7 +14,8 @@ namespace {
 
 void remove_below(const std::string& directory) {
   std::vector<std::string> removed;
-  if (!platform::remove_unfinished_writes(directory, removed))
+  // A folder may go while it is looked at.
+  if (!platform::remove_unfinished_writes(directory, removed) && errno != ENOENT)
     D3_ERROR("Failed to remove what was not written to its end in %C, %m; remove its files '.*.tmp'\n",
              directory.c_str());
   for (const std::string& path : removed) D3_INFO("Removed '%C', it was not written to its end\n", path.c_str());

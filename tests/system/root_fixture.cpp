@@ -32,9 +32,10 @@ void Root_Fixture::expect_nothing_left() const {
 
 void Root_Fixture::expect_no_reports() const {
   std::error_code error;
+  std::error_code of_entry;
   for (auto entry = fs::recursive_directory_iterator(root_, error); !error && entry != fs::end(entry);
        entry.increment(error))
-    if (entry->path().extension() == ".log" && entry->is_regular_file(error)) {
+    if (entry->path().extension() == ".log" && entry->is_regular_file(of_entry)) {
       EXPECT_EQ(support::sanitizer_report(slurp(entry->path())), "") << entry->path();
     }
 }
