@@ -1,3 +1,5 @@
+#include <sqlite3.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -162,6 +164,29 @@ TEST_F(Data_Backup, Runs_While_A_Transaction_Is_Open) {
   EXPECT_EQ(writer.out, "A\n\"1\"\n") << writer.err;
   EXPECT_EQ(stream("x_databackup_3_1").find("late"), std::string::npos);
   EXPECT_EQ(sql("select V from KV", "TN1").out, "V\n\"late\"\n");
+}
+
+TEST_F(Data_Backup, Waits_For_No_Transaction_On_The_Table_That_Another_Just_Made) {
+  install({"--tenant", "TN1"});
+  ASSERT_EQ(sql("alter system stop database TN1").code, 0);
+  const fs::path tables = instance() / "standin/data/TN1.db";
+  fs::remove(tables);
+  ASSERT_EQ(sql("alter system start database TN1").code, 0);
+  sqlite3* other = nullptr;
+  ASSERT_EQ(sqlite3_open(tables.c_str(), &other), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+  Output got;
+  std::thread worker([&] { got = backup("", "x"); });
+  running_backup();
+  EXPECT_EQ(sqlite3_exec(other,
+                         "CREATE TABLE KV(K TEXT PRIMARY KEY, V TEXT); COMMIT; BEGIN IMMEDIATE; INSERT INTO KV "
+                         "VALUES('k','late')",
+                         nullptr, nullptr, nullptr),
+            SQLITE_OK);
+  worker.join();
+  EXPECT_EQ(got.code, 0) << got.err;
+  sqlite3_close(other);
+  EXPECT_EQ(stream("x_databackup_3_1").find("late"), std::string::npos);
 }
 
 TEST_F(Data_Backup, Calls_Hdbbackint_By_Documented_Paths_However_It_Is_Linked) {

@@ -2,10 +2,6 @@
 
 namespace standin {
 
-namespace {
-constexpr int busy_milliseconds = 30000;
-}
-
 Statement& Statement::bind(int at, std::int64_t value) {
   sqlite3_bind_int64(handle_.get(), at, value);
   return *this;
@@ -63,6 +59,11 @@ Statement Sqlite::prepare(std::string_view sql) {
   sqlite3_stmt* statement = nullptr;
   sqlite3_prepare_v2(handle_.get(), sql.data(), static_cast<int>(sql.size()), &statement, nullptr);
   return Statement(statement);
+}
+
+bool Sqlite::busy() const {
+  const int code = sqlite3_errcode(handle_.get());
+  return code == SQLITE_BUSY || code == SQLITE_LOCKED;
 }
 
 bool Sqlite::execute(const std::string& sql) {

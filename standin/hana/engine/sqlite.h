@@ -9,6 +9,9 @@
 
 namespace standin {
 
+/// How long a statement waits for what another connection holds.
+constexpr int busy_milliseconds = 30000;
+
 class Statement {
  public:
   Statement() = default;
@@ -41,6 +44,8 @@ class Sqlite {
   bool open(const std::string& path);
   Statement prepare(std::string_view sql);
   bool execute(const std::string& sql);
+  /// Whether the last call failed over what another connection holds.
+  [[nodiscard]] bool busy() const;
   [[nodiscard]] std::string error() const { return sqlite3_errmsg(handle_.get()); }
   [[nodiscard]] sqlite3* raw() const { return handle_.get(); }
 

@@ -11,7 +11,25 @@ namespace standin {
 
 namespace {
 
-constexpr const char* create_kv = "CREATE TABLE IF NOT EXISTS KV(K TEXT PRIMARY KEY, V TEXT)";
+bool has_kv(Sqlite& sqlite) {
+  Statement kv = sqlite.prepare("SELECT 1 FROM sqlite_master WHERE name='KV'");
+  return kv.step();
+}
+
+/// The table that every database has is made by the first who comes. Another may make it meanwhile and keep a
+/// transaction open on it, which nobody should wait for who only wants the table to stand.
+bool make_kv(Sqlite& sqlite) {
+  constexpr int step_ms = 50;
+  sqlite3_busy_timeout(sqlite.raw(), step_ms);
+  bool made = has_kv(sqlite);
+  for (int waited = 0; !made && waited < busy_milliseconds; waited += step_ms) {
+    made = sqlite.execute("CREATE TABLE KV(K TEXT PRIMARY KEY, V TEXT)");
+    if (!made && !sqlite.busy()) break;
+    made = made || has_kv(sqlite);
+  }
+  sqlite3_busy_timeout(sqlite.raw(), busy_milliseconds);
+  return made || has_kv(sqlite);
+}
 
 /// TO_VARCHAR(timestamp, picture) for the parts of a picture that HANA's tools use.
 void to_varchar(sqlite3_context* context, int count, sqlite3_value** values) {
@@ -184,7 +202,7 @@ std::optional<Sql_Error> run_select(const std::string& tables_file, const std::s
                                     const std::function<bool(Sqlite&)>& attach, Result& result) {
   const std::string sql = engine_words(without_end(given));
   Sqlite sqlite;
-  if (!sqlite.open(tables_file) || !sqlite.execute(create_kv) || !attach(sqlite))
+  if (!sqlite.open(tables_file) || !make_kv(sqlite) || !attach(sqlite))
     return Sql_Error{2, "general error: " + sqlite.error()};
   add_functions(sqlite);
   Statement statement = sqlite.prepare(sql);
@@ -193,7 +211,7 @@ std::optional<Sql_Error> run_select(const std::string& tables_file, const std::s
 }
 
 bool open_tables(Sqlite& sqlite, const std::string& tables_file) {
-  if (!sqlite.open(tables_file) || !sqlite.execute(create_kv)) return false;
+  if (!sqlite.open(tables_file) || !make_kv(sqlite)) return false;
   add_functions(sqlite);
   return true;
 }

@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "base/clock.h"
+#include "engine/tables.h"
 
 namespace standin {
 
@@ -29,8 +30,7 @@ bool copy_tables(const std::string& tables, const std::string& path) {
 /// that are open do not keep a backup waiting.
 bool copy_with_position(System_State& state, const std::string& database, Savepoint& savepoint) {
   Sqlite tables;
-  if (!tables.open(state.tables_file(database))) return false;
-  if (!tables.execute("CREATE TABLE IF NOT EXISTS KV(K TEXT PRIMARY KEY, V TEXT)")) return false;
+  if (!open_tables(tables, state.tables_file(database))) return false;
   if (!state.sqlite().execute("BEGIN IMMEDIATE")) return false;
   {
     Statement top = state.sqlite().prepare("SELECT coalesce(max(position),0) FROM redo WHERE db=?");
