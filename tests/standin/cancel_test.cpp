@@ -39,7 +39,10 @@ class Backup_Cancel : public Installed_HANA {
   }
 
   void wait_until_all_is_written() {
-    const std::string all = "select sum(BACKUP_SIZE) = sum(TRANSFERRED_SIZE) from SYS_DATABASES.M_BACKUP_PROGRESS";
+    // Sizes are 0 until all are known, and nothing is transferred before.
+    const std::string all =
+        "select min(TRANSFERRED_SIZE) > 0 and sum(BACKUP_SIZE) = sum(TRANSFERRED_SIZE) from "
+        "SYS_DATABASES.M_BACKUP_PROGRESS";
     for (int i = 0; i < most_looks && value_of(all) != "1\n"; ++i)
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     EXPECT_EQ(value_of(all), "1\n");
