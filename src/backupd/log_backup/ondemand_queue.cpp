@@ -69,11 +69,12 @@ bool Ondemand_Queue::settle_ended(Load& load) {
 
 void Ondemand_Queue::put_off(const Ondemand_Entry& entry) {
   const std::int64_t pause = pause_minutes(entry.tries + 1);
+  const std::int64_t present = now();
   bool changed = false;
   bool given_up = false;
   const bool stored = database_.write([&](Sql_Session& session) {
-    changed = put_off_ondemand_run(session, entry, now() + pause * seconds_per_minute);
-    given_up = changed && give_up_ondemand_run(session, entry, now());
+    changed = put_off_ondemand_run(session, entry, present, present + pause * seconds_per_minute);
+    given_up = changed && give_up_ondemand_run(session, entry, present);
     return true;
   });
   // Neither happens again before the next look.

@@ -123,7 +123,8 @@ void add_ondemand_run(Sql_Session& session, const std::string& job_uuid) {
   const Ondemand_Database database{job->text(0), job->text(1), job->text(2)};
   if (session.first("SELECT id FROM ondemand_runs WHERE job_uuid = :a", {job_uuid}, 1)) {
     // More was saved into the record of one that was given up: it is owed a run like any other.
-    if (session.execute("UPDATE ondemand_runs SET hold = 1, tries = 0, due = 0, message = '' WHERE job_uuid = :a AND "
+    if (session.execute("UPDATE ondemand_runs SET hold = 1, tries = 0, first_failed = 0, due = 0, message = '' WHERE "
+                        "job_uuid = :a AND "
                         "hold = 3",
                         {job_uuid}) != 0)
       release_next(session, database);
@@ -190,23 +191,24 @@ std::int64_t next_ondemand_due(Sql_Session& session, std::int64_t now) {
   return row ? row->number(0) : 0;
 }
 
-bool put_off_ondemand_run(Sql_Session& session, const Ondemand_Entry& entry, std::int64_t due) {
+bool put_off_ondemand_run(Sql_Session& session, const Ondemand_Entry& entry, std::int64_t now, std::int64_t due) {
   const std::int64_t changed = session.execute(
-      "UPDATE ondemand_runs SET tries = :a, due = :b, run_id = '', message = :c WHERE id = :d AND run_id = :e",
-      {entry.tries + 1, due, entry.run_message, entry.id, entry.run});
+      "UPDATE ondemand_runs SET tries = :a, due = :b, run_id = '', message = :c, first_failed = CASE WHEN "
+      "first_failed = 0 THEN :d ELSE first_failed END WHERE id = :e AND run_id = :f",
+      {entry.tries + 1, due, entry.run_message, now, entry.id, entry.run});
   if (changed != 0) release_next(session, entry.database);
   return changed != 0;
 }
 
 bool give_up_ondemand_run(Sql_Session& session, const Ondemand_Entry& entry, std::int64_t now) {
   if (entry.tries + 1 < Ondemand_Entry::tries_in_order) return false;
-  const auto job = session.first("SELECT touched FROM backint_jobs WHERE uuid = :a", {entry.job_uuid}, 1);
-  // 0: from a time when it was not noted. A date that was set back makes it wait longer, never shorter.
-  if (!job || job->number(0) == 0) return false;
+  const auto row = session.first("SELECT first_failed FROM ondemand_runs WHERE id = :a", {entry.id}, 1);
+  if (!row || row->number(0) == 0) return false;
   const std::int64_t limit = was_begun_again(session, entry.database, entry.job_uuid)
                                  ? Ondemand_Entry::seconds_when_begun_again
                                  : Ondemand_Entry::seconds_otherwise;
-  if (now - job->number(0) < limit) return false;
+  // A date that was set back makes it wait longer, never shorter.
+  if (now - row->number(0) < limit) return false;
   return session.execute("UPDATE ondemand_runs SET hold = 3 WHERE id = :a AND run_id = ''", {entry.id}) != 0;
 }
 

@@ -32,7 +32,8 @@ struct Ondemand_Entry {
   /// recorded, and HANA cannot be recovered over logs that nobody knows.
   /// One that HANA has begun again since, as it took the first for failed, holds nothing back after its first try.
   static constexpr std::int64_t tries_in_order = 7;
-  /// How long after its last object a backup is given up. HANA has made the first kind again, so that nobody misses it;
+  /// How long after the first try that failed a backup is given up: while its agent is away it is not tried, and waits
+  /// as long as that takes. HANA has made the first kind again, so that nobody misses it;
   /// the other kind may wait for the next full backup of its database, which two weeks of schedules should bring.
   static constexpr std::int64_t seconds_when_begun_again = std::int64_t{24} * 3600;
   static constexpr std::int64_t seconds_otherwise = std::int64_t{14} * 24 * 3600;
@@ -64,10 +65,12 @@ void remove_ondemand_run(Sql_Session& session, const std::string& job_uuid);
 [[nodiscard]] std::vector<Ondemand_Entry> ondemand_runs_due(Sql_Session& session, std::int64_t now);
 /// When the next one of the others falls due; 0 when none does.
 [[nodiscard]] std::int64_t next_ondemand_due(Sql_Session& session, std::int64_t now);
-/// The run of the entry ended in vain; false when the entry has no such run any more.
-[[nodiscard]] bool put_off_ondemand_run(Sql_Session& session, const Ondemand_Entry& entry, std::int64_t due);
-/// The entry, which was put off just now, is not begun any more when it was tried long enough: its objects and records
-/// stay as they are. False when it goes on.
+/// The run of the entry ended in vain, which is noted `now`; the entry is due at `due`. False when the entry has no
+/// such run any more.
+[[nodiscard]] bool put_off_ondemand_run(Sql_Session& session, const Ondemand_Entry& entry, std::int64_t now,
+                                        std::int64_t due);
+/// The entry, which was put off just now, is not begun any more when it was tried for long enough: its objects and
+/// records stay as they are. False when it goes on.
 [[nodiscard]] bool give_up_ondemand_run(Sql_Session& session, const Ondemand_Entry& entry, std::int64_t now);
 /// Lets the entry wait until a definition for its database is stored.
 void hold_without_definition(Sql_Session& session, const Ondemand_Entry& entry);

@@ -134,6 +134,11 @@ const std::vector<Step>& steps() {
           "CREATE INDEX activities_by_kind ON activities (kind, seq)",
           "CREATE INDEX activities_by_state ON activities (state, seq)",
       },
+      {
+          // When recording a backup failed the first time, POSIX seconds, 0 when it never has: tells what is given up.
+          // What failed before this step counts from its next failure on.
+          "ALTER TABLE ondemand_runs ADD COLUMN first_failed BIGINT NOT NULL DEFAULT 0",
+      },
   };
   return all;
 }

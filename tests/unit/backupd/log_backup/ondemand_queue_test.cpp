@@ -34,7 +34,8 @@ class Ondemand_Queue_Test : public Ondemand_Fixture {
   void back_up_and_give_up(int count) {
     for (int number = 1; number <= count; ++number) back_up(number);
     ASSERT_TRUE(server.database.write([](backupd::Sql_Session& session) {
-      session.execute("UPDATE ondemand_runs SET hold = 3, tries = :a", {std::int64_t{Ondemand_Entry::tries_in_order}});
+      session.execute("UPDATE ondemand_runs SET hold = 3, tries = :a, first_failed = 1",
+                      {std::int64_t{Ondemand_Entry::tries_in_order}});
       return true;
     }));
   }
@@ -45,18 +46,28 @@ class Ondemand_Queue_Test : public Ondemand_Fixture {
     back_up(number);
     const Started last = run(1);
     ASSERT_TRUE(server.database.write([&](backupd::Sql_Session& session) {
-      session.execute("UPDATE ondemand_runs SET tries = :a WHERE job_uuid = :b",
-                      {Ondemand_Entry::tries_in_order - 1, uuid_of(number)});
-      session.execute("UPDATE backint_jobs SET touched = touched - :a WHERE uuid = :b",
-                      {Ondemand_Entry::seconds_otherwise, uuid_of(number)});
+      session.execute("UPDATE ondemand_runs SET tries = :a, first_failed = :b WHERE job_uuid = :c",
+                      {Ondemand_Entry::tries_in_order - 1,
+                       server.clock.wall_seconds() - Ondemand_Entry::seconds_otherwise, uuid_of(number)});
       return true;
     }));
+    expect_given_up_after(last, number);
+    if (away) leave();
+  }
+  void expect_given_up_after(const Started& last, int number) {
     report(last.run, failed);
     const auto end = std::chrono::steady_clock::now() + limit;
     while (state_of(uuid_of(number)) != "given up" && std::chrono::steady_clock::now() < end) std::this_thread::yield();
     EXPECT_EQ(state_of(uuid_of(number)), "given up");
     server.log.claim_containing("is given up");
-    if (away) leave();
+  }
+  std::int64_t first_failed(int number) {
+    std::int64_t when = -1;
+    EXPECT_TRUE(server.database.read([&](backupd::Sql_Session& session) {
+      when =
+          session.first("SELECT first_failed FROM ondemand_runs WHERE job_uuid = :a", {uuid_of(number)}, 1)->number(0);
+    }));
+    return when;
   }
 };
 
@@ -268,18 +279,47 @@ TEST_F(Ondemand_Queue_Test, Backup_Is_Given_Up_When_It_Was_Tried_Long_Enough) {
     back_up(row.number, database);
     if (row.begun_again) back_up(row.number + 50, database, object_of(row.number));
     const std::string job = uuid_of(row.number);
-    const std::int64_t stored = server.clock.wall_seconds();
+    const std::int64_t first_failed = server.clock.wall_seconds();
     ASSERT_TRUE(server.database.write([&](backupd::Sql_Session& session) {
       Ondemand_Entry entry;
       entry.id = session.first("SELECT id FROM ondemand_runs WHERE job_uuid = :a", {job}, 1)->number(0);
       entry.job_uuid = job;
       entry.database = {host_a, "HDB", database};
       entry.tries = row.tries - 1;
-      EXPECT_EQ(give_up_ondemand_run(session, entry, stored + row.seconds), row.given_up);
+      session.execute("UPDATE ondemand_runs SET first_failed = :a WHERE id = :b", {first_failed, entry.id});
+      EXPECT_EQ(give_up_ondemand_run(session, entry, first_failed + row.seconds), row.given_up);
       return true;
     }));
     EXPECT_EQ(state_of(job), row.given_up ? "given up" : "waiting");
   }
+}
+
+TEST_F(Ondemand_Queue_Test, What_Waited_For_Its_Agent_For_Weeks_Is_Tried_As_Long_As_Anything_Else) {
+  back_up(1);
+  pass(3 * std::chrono::seconds(Ondemand_Entry::seconds_otherwise));
+  come();
+  std::size_t count = 1;
+  // The clock stands still between: the run before the last pause is the eighth that fails.
+  for (const int minutes : {1, 2, 4, 8, 16, 32, 60, 60}) {
+    fail(run(count), static_cast<std::int64_t>(count));
+    EXPECT_EQ(state_of(uuid_of(1)), "waiting") << minutes;
+    pass(minutes * minute);
+    ++count;
+  }
+  const Started last = run(count);
+  pass(std::chrono::seconds(Ondemand_Entry::seconds_otherwise));
+  expect_given_up_after(last, 1);
+}
+
+TEST_F(Ondemand_Queue_Test, Time_Counts_From_The_First_Failure_And_Not_From_A_Later_One) {
+  come();
+  back_up(1);
+  fail(run(1), 1);
+  EXPECT_EQ(first_failed(1), server.clock.wall_seconds());
+  const std::int64_t first = first_failed(1);
+  pass(minute);
+  fail(run(2), 2);
+  EXPECT_EQ(first_failed(1), first);
 }
 
 TEST_F(Ondemand_Queue_Test, Given_Up_Backup_Is_Not_Begun_And_Holds_Nothing_Back_Until_It_Is_Retried) {
@@ -327,6 +367,7 @@ TEST_F(Ondemand_Queue_Test, More_That_Is_Saved_Into_A_Given_Up_Record_Is_Owed_A_
     return true;
   }));
   EXPECT_EQ(state_of(uuid_of(1)), "waiting");
+  EXPECT_EQ(first_failed(1), 0) << "it is tried as long as one that is new";
   come();
   EXPECT_EQ(run(1).job, uuid_of(1));
 }
