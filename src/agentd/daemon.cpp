@@ -48,6 +48,9 @@ JSON_RPC_Answer with_job_id(const json_spirit::Object& params,
 
 }  // namespace
 
+/// Answered by the module; it leaves the description of another host's restore here.
+constexpr const char* staging_method = "hana.file.download";
+
 std::string outbox_directory() { return platform::product_paths::agent_state("outbox"); }
 
 Daemon::Daemon(Agent_Configuration configuration)
@@ -128,12 +131,20 @@ void Daemon::end_former_runs() {
   if (restored) staged_elsewhere_.restore_over(staged);
 }
 
-JSON_RPC_Answer Daemon::remove_staged(const json_spirit::Object& params) {
+void Daemon::staged_by(const json_spirit::Object& params, const Requester& by) {
+  Staged_Name name;
+  std::string error;
+  // Without such a name the module refuses the request.
+  if (!Staged_Name::from_params(params, name, error)) return;
+  staged_.staged_by(name, by.host_uuid == configuration_.host_uuid ? std::string() : by.host_uuid);
+}
+
+JSON_RPC_Answer Daemon::remove_staged(const json_spirit::Object& params, const Requester& by) {
   Staged_Name name;
   std::string error;
   int removed = 0;
   if (!Staged_Name::from_params(params, name, error)) return refusal_answer(JSON_RPC_E_INVALID_PARAMS, error);
-  if (!staged_.remove(name, removed))
+  if (!staged_.remove(name, by.host_uuid, removed))
     return refusal_answer(JSON_RPC_E_SERVER, "a file cannot be removed; the log of this host's agent names it");
   JSON_RPC_Answer answer;
   answer.ok = true;
@@ -168,7 +179,9 @@ void Daemon::add_methods() {
       "job.setup", [this](const Params& params) { return ondemand_.setup(params); }, Method_Router::Pace::slow);
   router_.add(
       "job.unsetup", [this](const Params& params) { return ondemand_.unsetup(params); }, Method_Router::Pace::slow);
-  router_.add(staged_remove_method, [this](const Params& params) { return remove_staged(params); });
+  router_.add_for_requesters(staged_remove_method,
+                             [this](const Params& params, const Requester& by) { return remove_staged(params, by); });
+  router_.watch(staging_method, [this](const Params& params, const Requester& by) { staged_by(params, by); });
   router_.add("pool.list", list_pool, Method_Router::Pace::slow);
   router_.add("instance.recovery", tell_last_recovery);
   router_.add("instance.probe", [this](const Params&) { return instance_service_.probe(); });

@@ -43,7 +43,8 @@ class Daemon {
   [[nodiscard]] bool greet();
   [[nodiscard]] JSON_RPC_Answer start_job(const json_spirit::Value& definition, const json_spirit::Object& options,
                                           const std::string& job_act_id);
-  [[nodiscard]] JSON_RPC_Answer remove_staged(const json_spirit::Object& params);
+  [[nodiscard]] JSON_RPC_Answer remove_staged(const json_spirit::Object& params, const Requester& by);
+  void staged_by(const json_spirit::Object& params, const Requester& by);
   void end_former_runs();
   void job_ended(const std::string& job_act_id);
   [[nodiscard]] bool close_link(std::chrono::seconds limit);

@@ -6,7 +6,6 @@
 #include "agentd/handler_call.h"
 #include "agentd/job_table.h"
 #include "platform/log.h"
-#include "records/request_rights.h"
 
 namespace agentd {
 
@@ -74,13 +73,19 @@ JSON_RPC_Answer Method_Router::run_method(const Known_Method& method, const JSON
   if (!message.params.is_null() && !message.params.is_object())
     return refusal_answer(JSON_RPC_E_INVALID_PARAMS, "the params of " + message.method + " are no object");
   const auto run = [&] {
-    return method.run(message.params.is_null() ? json_spirit::Object() : message.params.get_obj());
+    return method.run(message.params.is_null() ? json_spirit::Object() : message.params.get_obj(),
+                      Requester::from_json(message.requester));
   };
   return method.pace == Pace::slow ? run_slowly(slow_, run) : run();
 }
 
 JSON_RPC_Answer Method_Router::ask_module(JSON_RPC_Handler& handler, const JSON_RPC_Message& message) const {
-  const auto ask = [&] { return call_handler(handler, message, handler_limit); };
+  const auto ask = [&] {
+    const auto watch = watches_.find(message.method);
+    if (watch != watches_.end() && message.params.is_object())
+      watch->second(message.params.get_obj(), Requester::from_json(message.requester));
+    return call_handler(handler, message, handler_limit);
+  };
   return is_control_action(message.method, message.params) ? run_slowly(actions_, ask) : ask();
 }
 

@@ -7,6 +7,7 @@
 
 #include "agentd/module.h"
 #include "net/json_rpc_peer.h"
+#include "records/request_rights.h"
 
 namespace agentd {
 
@@ -24,12 +25,23 @@ class Method_Router {
   static constexpr unsigned module_workers = 2 * slow_at_once;
 
   using Method = std::function<JSON_RPC_Answer(const json_spirit::Object& params)>;
+  /// One that goes by who asks.
+  using Requested_Method = std::function<JSON_RPC_Answer(const json_spirit::Object& params, const Requester& by)>;
+  using Watch = std::function<void(const json_spirit::Object& params, const Requester& by)>;
 
   explicit Method_Router(const Modules& modules) : modules_(modules) {}
 
   void add(const std::string& name, Method method, Pace pace = Pace::quick) {
-    methods_[name] = {std::move(method), pace};
+    methods_[name] = {
+        [method = std::move(method)](const json_spirit::Object& params, const Requester&) { return method(params); },
+        pace};
   }
+  void add_for_requesters(const std::string& name, Requested_Method method) {
+    methods_[name] = {std::move(method), Pace::quick};
+  }
+  /// `watch` sees each request for a module's method that was not refused, on the requests' threads and before the
+  /// module does.
+  void watch(const std::string& name, Watch watch) { watches_[name] = std::move(watch); }
   /// Never throws: what a method throws becomes an internal error, with one line in the log.
   [[nodiscard]] JSON_RPC_Answer call(const JSON_RPC_Message& message) const;
   /// A request of backupd's own, in nobody's name.
@@ -40,7 +52,7 @@ class Method_Router {
 
  private:
   struct Known_Method {
-    Method run;
+    Requested_Method run;
     Pace pace = Pace::quick;
   };
   class Slow_Place;
@@ -55,6 +67,7 @@ class Method_Router {
 
   const Modules& modules_;
   std::map<std::string, Known_Method> methods_;
+  std::map<std::string, Watch> watches_;
   mutable std::atomic<unsigned> slow_{0};     ///< slow requests to the agent itself that run
   mutable std::atomic<unsigned> actions_{0};  ///< control actions that run
 };

@@ -75,7 +75,7 @@ std::vector<Staged_Name> Staged_Restores::remove_all() {
   Staged_Name name;
   for (const std::string& file : staged_files()) {
     if (!is_staged(file)) continue;
-    (void)remove_staged(file);
+    (void)remove_file(file);
     if (Staged_Name::from_file(file, name)) removed.push_back(name);
   }
   return removed;
@@ -88,7 +88,7 @@ bool Staged_Restores::begin(const std::string& job_act_id, const json_spirit::Va
   if (origins.empty() || running_.contains(job_act_id) ||
       std::find(ended_.begin(), ended_.end(), job_act_id) != ended_.end())
     return false;
-  (void)remove_unused(origins);
+  (void)remove_unused(origins, Whose::everybodys);
   running_.emplace(job_act_id, std::move(origins));
   return true;
 }
@@ -103,7 +103,7 @@ void Staged_Restores::end(const std::string& job_act_id) {
     running_.erase(found);
     ended_.push_back(job_act_id);
     if (ended_.size() > ended_limit) ended_.pop_front();
-    removed = remove_unused(origins);
+    removed = remove_unused(origins, Whose::own);
   }
   if (over_) over_(removed);
 }
@@ -113,20 +113,46 @@ bool Staged_Restores::in_use(const Staged_Name& name) const {
   return is_used(name.origin_start());
 }
 
-bool Staged_Restores::remove(const Staged_Name& name, int& removed) {
+void Staged_Restores::staged_by(const Staged_Name& name, const std::string& host_uuid) {
+  const std::lock_guard guard(mutex_);
+  for (const std::string& file : {name.catalog_file(), name.restore_file()}) {
+    if (host_uuid.empty())
+      stagers_.erase(file);
+    else
+      stagers_[file] = host_uuid;
+  }
+  if (!host_uuid.empty())
+    D3_INFO("The host %C stages '%C' here for its restore\n", platform::cut_for_log(host_uuid).c_str(),
+            platform::cut_for_log(name.catalog_file()).c_str());
+}
+
+bool Staged_Restores::remove(const Staged_Name& name, const std::string& host_uuid, int& removed) {
   const std::lock_guard guard(mutex_);
   removed = 0;
-  if (is_used(name.origin_start())) return true;
+  const bool used = is_used(name.origin_start());
   const std::vector<std::string> names = staged_files();
   bool all = true;
   for (const std::string& file : {name.catalog_file(), name.restore_file()}) {
-    if (!contains(names, file)) continue;
-    if (remove_staged(file))
+    const auto stager = stagers_.find(file);
+    if (stager != stagers_.end() && stager->second != host_uuid) {
+      D3_INFO("'%C' stays: the host %C has staged it since\n", platform::cut_for_log(file).c_str(),
+              platform::cut_for_log(stager->second).c_str());
+      continue;
+    }
+    // The end of this host's own restore removes it then.
+    if (stager != stagers_.end()) stagers_.erase(stager);
+    if (used || !contains(names, file)) continue;
+    if (remove_file(file))
       ++removed;
     else
       all = false;
   }
   return all;
+}
+
+bool Staged_Restores::remove_file(const std::string& file) {
+  stagers_.erase(file);
+  return remove_staged(file);
 }
 
 bool Staged_Restores::is_used(const std::string& origin) const {
@@ -135,17 +161,18 @@ bool Staged_Restores::is_used(const std::string& origin) const {
   });
 }
 
-std::vector<Staged_Name> Staged_Restores::remove_unused(const Origins& origins) const {
+std::vector<Staged_Name> Staged_Restores::remove_unused(const Origins& origins, Whose whose) {
   const std::vector<std::string> names = staged_files();
+  const auto goes = [&](const std::string& name) { return whose == Whose::everybodys || !stagers_.contains(name); };
   std::vector<Staged_Name> removed;
   for (const std::string& origin : origins) {
     if (is_used(origin)) continue;
     for (const std::string& name : names) {
-      if (!name.starts_with(origin)) continue;
-      (void)remove_staged(name);
+      if (!name.starts_with(origin) || !goes(name)) continue;
+      (void)remove_file(name);
       // What follows names the target, as in the file of the target alone.
       const std::string of_target = staged_restore_start + name.substr(origin.size());
-      if (contains(names, of_target)) (void)remove_staged(of_target);
+      if (contains(names, of_target) && goes(of_target)) (void)remove_file(of_target);
       if (Staged_Name parts; Staged_Name::from_file(name, parts)) removed.push_back(std::move(parts));
     }
   }

@@ -34,20 +34,31 @@ class Staged_Restores {
 
   /// Whether a restore of the same origin goes on here.
   [[nodiscard]] bool in_use(const Staged_Name& name) const;
-  /// What the restore of another host has left here, which is over; nothing while it is in use. `removed`: how many
-  /// files. False when one cannot be removed.
-  [[nodiscard]] bool remove(const Staged_Name& name, int& removed);
+  /// A restore of this name is about to stage its files here, asked for by `host_uuid`; "" is this host itself. Which
+  /// host it was lies in memory: the files do not outlive the agent either (remove_all).
+  void staged_by(const Staged_Name& name, const std::string& host_uuid);
+  /// What the restore of the host `host_uuid` has left here, which is over. What another host has staged since stays;
+  /// while it is in use here nothing is removed, but at the end of that. `removed`: how many files. False when one
+  /// cannot be removed.
+  [[nodiscard]] bool remove(const Staged_Name& name, const std::string& host_uuid, int& removed);
 
  private:
   using Origins = std::vector<std::string>;  ///< what the names of an origin's files begin with
 
-  [[nodiscard]] std::vector<Staged_Name> remove_unused(const Origins& origins) const;
+  /// Whose files are removed: at a begin all, as what is left over would decide what this restore reads; at an end
+  /// those that no other host has staged, whose restore may go on.
+  enum class Whose { everybodys, own };
+
+  [[nodiscard]] std::vector<Staged_Name> remove_unused(const Origins& origins, Whose whose);
+  [[nodiscard]] bool remove_file(const std::string& file);
   [[nodiscard]] bool is_used(const std::string& origin) const;
 
   const Over over_;
   mutable std::mutex mutex_;
   std::map<std::string, Origins> running_;  ///< by activity; guarded by mutex_
   std::deque<std::string> ended_;           ///< the last restores that have ended; guarded by mutex_
+  /// The other host whose restore a file here belongs to, by its name; guarded by mutex_.
+  std::map<std::string, std::string> stagers_;
 };
 
 /// Passes activities on and ends the staging of a restore as soon as its run has ended, also while backupd is away.

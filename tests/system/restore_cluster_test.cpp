@@ -100,6 +100,8 @@ TEST_F(Cluster_Restores, The_Catalog_Is_Staged_On_Every_Host_For_The_Time_Of_The
   ASSERT_FALSE(HasFailure());
   const std::string staged = slurp(host("hana01").real(staged_file));
   EXPECT_EQ(slurp(host("hana02").real(staged_file)), staged);
+  EXPECT_TRUE(
+      host("hana02").agent_says("The host " + host("hana01").uuid() + " stages 'catalog_HDB_TN1_HDB_TN1.json'"));
   host("hana01").no_faults();
   EXPECT_EQ(server().wait_for_end(run), "completed") << host("hana01").agent_log();
   EXPECT_FALSE(is_staged("hana01"));

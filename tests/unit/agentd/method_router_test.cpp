@@ -90,6 +90,18 @@ TEST_F(Method_Router_Test, What_Needs_A_Right_Is_Refused_To_Others_Although_It_I
   EXPECT_FALSE(Method_Router::is_for_modules(message("staged.remove")));
 }
 
+TEST_F(Method_Router_Test, A_Method_May_Go_By_Who_Asks) {
+  std::string asked_by;
+  router.add_for_requesters("staged.remove", [&](const json_spirit::Object&, const Requester& by) {
+    asked_by = by.host_uuid;
+    return JSON_RPC_Answer{true, 1, 0, {}};
+  });
+  JSON_RPC_Message request = message("staged.remove", json_spirit::Object());
+  request.requester = json_spirit::Object{{"role", "agent"}, {"host_uuid", "h-2"}};
+  EXPECT_TRUE(router.call(request).ok);
+  EXPECT_EQ(asked_by, "h-2");
+}
+
 TEST_F(Method_Router_Test, Slow_Requests_Leave_Room_For_Quick_Ones) {
   std::latch all_run(Method_Router::slow_at_once);
   std::promise<void> release;
@@ -234,6 +246,18 @@ TEST_F(Module_Requests_Test, Are_Refused_To_Who_May_Not_Ask) {
     EXPECT_EQ(answer.message, std::string("this requester may not ask for ") + row.method);
   }
   EXPECT_TRUE(log.has("Refused hana.instance.control to a requester who may not ask for it\n"));
+}
+
+TEST_F(Module_Requests_Test, Are_Seen_By_Who_Watches_Unless_They_Are_Refused) {
+  std::string seen;
+  router.watch("hana.instance.control", [&](const json_spirit::Object& params, const Requester& by) {
+    seen += json_spirit::dump_json(params) + (by.role == Requester::agent ? " agent" : " other");
+  });
+  EXPECT_FALSE(router.call(message("hana.instance.control", control("stop"), "viewer")).ok);
+  EXPECT_EQ(log.claim_containing("Refused hana.instance.control"), 1U);
+  EXPECT_EQ(seen, "");
+  EXPECT_TRUE(router.call(message("hana.instance.control", control("state"), "agent")).ok);
+  EXPECT_EQ(seen, json_spirit::dump_json(control("state")) + " agent");
 }
 
 TEST_F(Module_Requests_Test, Actions_Leave_Room_For_States_And_Lists) {

@@ -164,10 +164,10 @@ TEST_F(Staged_Restores_Test, Another_Host_Has_Its_Own_Files_Removed_And_No_Other
   stage(others);
   stage({"catalog_HDB_TN1_HDB_T%5F2.json", "restore_HDB_T%5F2.json"});
   int removed = 0;
-  EXPECT_TRUE(staged_.remove({"HDB", "TN1", "HDB", "T_2"}, removed));
+  EXPECT_TRUE(staged_.remove({"HDB", "TN1", "HDB", "T_2"}, "h-2", removed));
   EXPECT_EQ(removed, 2);
   EXPECT_EQ(left(), others);
-  EXPECT_TRUE(staged_.remove({"HDB", "TN1", "HDB", "T_2"}, removed));
+  EXPECT_TRUE(staged_.remove({"HDB", "TN1", "HDB", "T_2"}, "h-2", removed));
   EXPECT_EQ(removed, 0) << "the same again";
 }
 
@@ -178,17 +178,79 @@ TEST_F(Staged_Restores_Test, What_A_Restore_Of_This_Host_Uses_Stays_For_Another_
   EXPECT_TRUE(staged_.in_use(name));
   stage({"catalog_HDB_TN1_HDB_TN1.json"});
   int removed = 7;
-  EXPECT_TRUE(staged_.remove(name, removed));
+  EXPECT_TRUE(staged_.remove(name, "h-2", removed));
   EXPECT_EQ(removed, 0);
   EXPECT_EQ(left().size(), 1U);
+}
+
+TEST_F(Staged_Restores_Test, What_Another_Host_Has_Staged_Since_Is_Its_Own_To_Have_Removed) {
+  const Staged_Name name{"HDB", "TN1", "HDB", "TN2"};
+  const Names both{"catalog_HDB_TN1_HDB_TN2.json", "restore_HDB_TN2.json"};
+  int removed = 7;
+  staged_.staged_by(name, "h-2");
+  staged_.staged_by(name, "h-3");
+  stage(both);
+  EXPECT_TRUE(staged_.remove(name, "h-2", removed));
+  EXPECT_EQ(removed, 0);
+  EXPECT_EQ(left(), both);
+  EXPECT_TRUE(log_.has_containing("The host h-3 stages 'catalog_HDB_TN1_HDB_TN2.json' here for its restore"));
+  EXPECT_TRUE(log_.has_containing("'restore_HDB_TN2.json' stays: the host h-3 has staged it since"));
+  EXPECT_TRUE(staged_.remove(name, "h-3", removed));
+  EXPECT_EQ(removed, 2);
+}
+
+TEST_F(Staged_Restores_Test, A_Target_File_Belongs_To_Whose_Restore_Wrote_It_Last) {
+  staged_.staged_by({"HDB", "TN1", "HDB", "TN9"}, "h-2");
+  staged_.staged_by({"PRD", "TN5", "HDB", "TN9"}, "h-3");
+  stage({"catalog_HDB_TN1_HDB_TN9.json", "catalog_PRD_TN5_HDB_TN9.json", "restore_HDB_TN9.json"});
+  int removed = 0;
+  EXPECT_TRUE(staged_.remove({"HDB", "TN1", "HDB", "TN9"}, "h-2", removed));
+  EXPECT_EQ(left(), (Names{"catalog_PRD_TN5_HDB_TN9.json", "restore_HDB_TN9.json"}));
+}
+
+TEST_F(Staged_Restores_Test, End_Of_A_Restore_Leaves_What_Another_Host_Has_Staged_Meanwhile) {
+  std::vector<Staged_Name> over;
+  Staged_Restores telling([&](const std::vector<Staged_Name>& names) { over = names; });
+  telling.begin("run", definition({entry("HDB", "TN1")}));
+  telling.staged_by({"HDB", "TN1", "HDB", "TN2"}, "h-2");
+  const Names others{"catalog_HDB_TN1_HDB_TN2.json", "restore_HDB_TN2.json"};
+  stage({"catalog_HDB_TN1_HDB_TN1.json", "restore_HDB_TN1.json"});
+  stage(others);
+  telling.end("run");
+  EXPECT_EQ(left(), others);
+  EXPECT_EQ(over, (std::vector<Staged_Name>{{"HDB", "TN1", "HDB", "TN1"}})) << "its files alone are over elsewhere";
+  telling.begin("next", definition({entry("HDB", "TN1")}));
+  EXPECT_TRUE(left().empty()) << "it may be left over, and would decide what this one reads";
+}
+
+TEST_F(Staged_Restores_Test, What_Is_Over_While_It_Is_In_Use_Goes_With_The_Restore_That_Uses_It) {
+  const Staged_Name name{"HDB", "TN1", "HDB", "TN2"};
+  staged_.begin("run", definition({entry("HDB", "TN1")}));
+  staged_.staged_by(name, "h-2");
+  stage({"catalog_HDB_TN1_HDB_TN2.json", "restore_HDB_TN2.json"});
+  int removed = 7;
+  EXPECT_TRUE(staged_.remove(name, "h-2", removed));
+  EXPECT_EQ(removed, 0);
+  staged_.end("run");
+  EXPECT_TRUE(left().empty());
+}
+
+TEST_F(Staged_Restores_Test, What_This_Host_Stages_Again_Is_Its_Own) {
+  const Staged_Name name{"HDB", "TN1", "HDB", "TN1"};
+  staged_.staged_by(name, "h-2");
+  staged_.begin("run", definition({entry("HDB", "TN1")}));
+  staged_.staged_by(name, "");
+  stage({"catalog_HDB_TN1_HDB_TN1.json"});
+  staged_.end("run");
+  EXPECT_TRUE(left().empty());
 }
 
 TEST_F(Staged_Restores_Test, A_Name_Of_Another_Host_Leaves_The_Directory_By_No_Way) {
   root_.write("/var/opt/tarvex/dorsal3/agent/hana/secret.json", "{}");
   int removed = 0;
   for (const char* part : {"../secret", "/../secret.json", "x/../../secret"}) {
-    EXPECT_TRUE(staged_.remove({"HDB", "TN1", "HDB", part}, removed)) << part;
-    EXPECT_TRUE(staged_.remove({part, part, part, part}, removed)) << part;
+    EXPECT_TRUE(staged_.remove({"HDB", "TN1", "HDB", part}, "h-2", removed)) << part;
+    EXPECT_TRUE(staged_.remove({part, part, part, part}, "h-2", removed)) << part;
     EXPECT_EQ(removed, 0) << part;
   }
   EXPECT_TRUE(platform::is_regular_file("/var/opt/tarvex/dorsal3/agent/hana/secret.json"));
@@ -197,7 +259,7 @@ TEST_F(Staged_Restores_Test, A_Name_Of_Another_Host_Leaves_The_Directory_By_No_W
 TEST_F(Staged_Restores_Test, Another_Host_Is_Told_When_A_File_Cannot_Be_Removed) {
   root_.make_directory(std::string(directory) + "/catalog_HDB_TN1_HDB_TN1.json/x");
   int removed = 7;
-  EXPECT_FALSE(staged_.remove({"HDB", "TN1", "HDB", "TN1"}, removed));
+  EXPECT_FALSE(staged_.remove({"HDB", "TN1", "HDB", "TN1"}, "h-2", removed));
   EXPECT_EQ(removed, 0);
   EXPECT_EQ(log_.claim_containing("Failed to remove '"), 1U);
 }
