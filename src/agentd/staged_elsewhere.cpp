@@ -125,7 +125,7 @@ void Staged_Elsewhere::work() {
 bool Staged_Elsewhere::settled(Request& request) const {
   // Another restore's end has the files of its own target removed only.
   if (callbacks_.in_use(request.name)) return false;
-  if (!request.hosts_known && !find_hosts(request)) return false;
+  if (!request.hosts_known && !find_hosts(request)) return ++request.looked == tries;
   ask(request);
   return request.hosts.empty() || ++request.tried == tries;
 }
@@ -135,11 +135,11 @@ bool Staged_Elsewhere::find_hosts(Request& request) const {
   json_spirit::Value reply;
   JSON_HTTP_Failure failure;
   if (!session || !session.get(resources_path, reply, &failure)) {
-    if (!std::exchange(request.told, true))
-      D3_WARNING(
-          "The other hosts of %C keep what a restore staged there, backupd does not tell who they are: %C; it is "
-          "asked again\n",
-          platform::cut_for_log(request.name.target_sid).c_str(), platform::cut_for_log(failure.message).c_str());
+    const bool last = request.looked + 1 == tries;
+    if (!std::exchange(request.told, true) || last)
+      D3_WARNING("The other hosts of %C keep what a restore staged there, backupd does not tell who they are: %C; %C\n",
+                 platform::cut_for_log(request.name.target_sid).c_str(), platform::cut_for_log(failure.message).c_str(),
+                 last ? "the next start of their agents removes it" : "it is asked again for some minutes");
     return false;
   }
   request.hosts = other_hosts(reply, request.name.target_sid, host_uuid_);

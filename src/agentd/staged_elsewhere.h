@@ -44,13 +44,14 @@ class Staged_Elsewhere {
   void work();
 
   static constexpr std::chrono::seconds pause{60};
-  /// How often a host is asked.
+  /// How often a host is asked, and backupd which hosts there are.
   static constexpr unsigned tries = 10;
 
  private:
   struct Request {
     Staged_Name name;
     bool hosts_known = false;
+    unsigned looked = 0;             ///< how often backupd was asked for them in vain
     bool told = false;               ///< the log says already what keeps it
     std::vector<std::string> hosts;  ///< still to be asked
     unsigned tried = 0;

@@ -161,6 +161,19 @@ TEST_F(Staged_Elsewhere_Test, What_Is_Over_While_Backupd_Is_Away_Waits_For_It) {
   EXPECT_EQ(channel.asked, std::vector<std::string>{request_to("h-2")});
 }
 
+TEST_F(Staged_Elsewhere_Test, Backupd_That_Never_Tells_The_Hosts_Is_Asked_So_Often_And_No_More) {
+  for (unsigned i = 0; i < Staged_Elsewhere::tries; ++i)
+    server.expect("GET", resources, "", 403, R"({"error":{"code":"forbidden","message":"not you"}})");
+  restore_over();
+  for (unsigned i = 0; i + 1 < Staged_Elsewhere::tries; ++i) elsewhere.work();
+  EXPECT_EQ(log.claim_containing("it is asked again for some minutes"), 1U) << log.dump();
+  elsewhere.work();
+  EXPECT_EQ(log.claim_containing("the next start of their agents removes it"), 1U) << log.dump();
+  // One more request would meet nothing that is expected.
+  elsewhere.work();
+  EXPECT_TRUE(channel.asked.empty());
+}
+
 TEST_F(Staged_Elsewhere_Test, What_Another_Restore_Uses_Is_Left_Until_Its_End) {
   in_use = true;
   restore_over();
