@@ -15,6 +15,7 @@ Server_Core::Server_Core(Database& database, Options wanted)
       alerts(database),
       definitions(database, pools),
       activities(database),
+      restored(database),
       sweeper(database, pools, storage, options.own_host_uuid),
       inspector(pools, storage, agents, options.own_host_uuid),
       restore_planning(database, resources, pools, agents, inspector),

@@ -26,6 +26,7 @@
 #include "backupd/pools/pool_store.h"
 #include "backupd/pools/sweeper.h"
 #include "backupd/restore/restore_planning.h"
+#include "backupd/restore/restored_bytes.h"
 #include "backupd/store/database.h"
 
 namespace backupd {
@@ -57,6 +58,7 @@ class Server_Core {
   Alert_Store alerts;
   Definition_Store definitions;
   Activity_Store activities;
+  Restored_Bytes restored;
   Pool_Storage storage;
   Sweeper sweeper;
   Agent_Registry agents;

@@ -59,7 +59,8 @@ Run_Stage run_stage(const json_spirit::Object& record) {
 bool has_ended(Run_Stage stage) { return stage != Run_Stage::waiting && stage != Run_Stage::running; }
 
 std::uint64_t bytes_done(const json_spirit::Object& record) {
-  return std::max(number_member(record, "processed_size"), number_member(record, "size"));
+  return std::max(
+      {number_member(record, "processed_size"), number_member(record, "size"), number_member(record, "restored_size")});
 }
 
 std::string ending_text(const json_spirit::Object& record) {

@@ -67,7 +67,10 @@ bool Restore_Run::start(std::string& job, Failure& failure) {
 
 bool Restore_Run::follow(const std::string& job, json_spirit::Object& record, Failure& failure) {
   const json_spirit::Object target = target_of(plan_);
-  Run_Follower follower(context_, job, text_member(target, "name") + "/" + text_member(target, "database"));
+  json_spirit::Object totals;
+  (void)json_spirit::object_get(plan_, "totals", totals);
+  Run_Follower follower(context_, job, text_member(target, "name") + "/" + text_member(target, "database"),
+                        number_member(totals, "size"));
   while (true) {
     const Run_Follower::Look look = follower.look(failure);
     if (look == Run_Follower::Look::ended) {

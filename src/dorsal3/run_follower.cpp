@@ -20,10 +20,11 @@ std::string joined(const json_spirit::Array& texts) {
 
 }  // namespace
 
-Run_Follower::Run_Follower(Context& context, std::string job, std::string label)
+Run_Follower::Run_Follower(Context& context, std::string job, std::string label, std::uint64_t total_bytes)
     : context_(context),
       job_(std::move(job)),
       label_(std::move(label)),
+      total_bytes_(total_bytes),
       display_(context.live(), context.terminal.output_is_terminal && !context.json, context.terminal.width),
       last_answer_(platform::Clock::current().steady_now()) {}
 
@@ -45,6 +46,16 @@ Run_Follower::Look Run_Follower::look(Failure& failure) {
   return Look::ended;
 }
 
+/// A module that tells of whole databases only is outdone by the bytes; the end is the run's to tell.
+int Run_Follower::percent_of(std::uint64_t bytes) const {
+  constexpr std::uint64_t almost_all = 99;
+  constexpr std::uint64_t all = 100;
+  const auto told = static_cast<int>(number_member(record_, "progress"));
+  if (total_bytes_ == 0) return told;
+  const auto moved = static_cast<std::uint64_t>(static_cast<double>(bytes) / static_cast<double>(total_bytes_) * all);
+  return std::max(told, static_cast<int>(std::min(moved, almost_all)));
+}
+
 Run_Follower::Look Run_Follower::away(const Failure& failure) {
   const bool patient = failure.exit_code == exit_unreachable &&
                        platform::Clock::current().steady_now() - last_answer_ <= server_away_limit;
@@ -57,8 +68,9 @@ void Run_Follower::show_progress() {
   if (label_.empty()) return;
   Progress_Sample sample;
   sample.when = platform::Clock::current().steady_now();
-  sample.percent = static_cast<int>(number_member(record_, "progress"));
   sample.bytes = std::max(bytes_done(record_), received_.count(context_.server, job_));
+  sample.total_bytes = total_bytes_;
+  sample.percent = percent_of(sample.bytes);
   tracker_.add(sample);
   display_.show(tracker_, label_);
 }

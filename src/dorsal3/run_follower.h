@@ -20,8 +20,9 @@ class Run_Follower {
  public:
   enum class Look { goes_on, ended, lost };
 
-  /// `label` stands before the progress; without one no progress is shown.
-  Run_Follower(Context& context, std::string job, std::string label);
+  /// `label` stands before the progress; without one no progress is shown. `total_bytes`: how much the run is expected
+  /// to move, 0 when that is not known.
+  Run_Follower(Context& context, std::string job, std::string label, std::uint64_t total_bytes = 0);
 
   /// Asks the server once. `ended`: record() tells how; the server has no further host to ask. `lost`: the watching
   /// is over, not the run, and `failure` tells why.
@@ -44,6 +45,7 @@ class Run_Follower {
  private:
   Look away(const Failure& failure);
   void show_progress();
+  [[nodiscard]] int percent_of(std::uint64_t bytes) const;
   Look after_decline();
   void note_decline(bool last);
   void move_on(const std::string& next);
@@ -53,6 +55,7 @@ class Run_Follower {
   Context& context_;
   std::string job_;
   const std::string label_;
+  const std::uint64_t total_bytes_;
   json_spirit::Object record_;
   json_spirit::Array declined_;
   Progress_Tracker tracker_;

@@ -93,6 +93,16 @@ std::vector<std::string> Memory_Backupd::completed_jobs() const {
   return completed_jobs_;
 }
 
+std::vector<Object> Memory_Backupd::restored() const {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return restored_;
+}
+
+void Memory_Backupd::wait_until_restored() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  restored_changed_.wait(lock, [this] { return !restored_.empty(); });
+}
+
 void Memory_Backupd::change_file(const std::string& ebid, const std::string& key, const Value& value) {
   const std::lock_guard<std::mutex> guard(mutex_);
   for (Object& file : files_) {
@@ -160,6 +170,7 @@ void Memory_Backupd::handle_records(net::Server_Exchange& exchange, const std::s
     return handle_job(exchange, rest.substr(0, slash), rest.substr(slash) == "/files");
   }
   if (path == "backint/on-demand-jobs" && method == "POST") return add_ondemand_job(exchange);
+  if (path == "backint/restored" && method == "POST") return add_restored(exchange);
   if (path == files && method == "GET") return list_files(exchange, query);
   if (path.starts_with(files + "/") && method == "DELETE") {
     return delete_file(exchange, std::stoull(path.substr(files.size() + 1)));
@@ -207,6 +218,20 @@ void Memory_Backupd::add_ondemand_job(net::Server_Exchange& exchange) {
   }
   jobs_[text_of(record, "uuid")] = record;
   answer(exchange, 201, record);
+}
+
+void Memory_Backupd::add_restored(net::Server_Exchange& exchange) {
+  std::string body;
+  Value report;
+  if (!exchange.read_body(body) || !json_spirit::load_json(body, report)) {
+    return refuse(exchange, 400, "bad_request", "no JSON");
+  }
+  {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    restored_.push_back(report.get_obj());
+    restored_changed_.notify_all();
+  }
+  answer(exchange, 200, Object{{"job_act_id", "act-2"}});
 }
 
 std::vector<Object> Memory_Backupd::jobs() const {

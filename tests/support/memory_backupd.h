@@ -1,5 +1,6 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -29,6 +30,10 @@ class Memory_Backupd : public net::Http_Handler {
   [[nodiscard]] std::vector<json_spirit::Object> files() const;
   /// Jobs whose last file record came, once for each such request.
   [[nodiscard]] std::vector<std::string> completed_jobs() const;
+  /// Reports of what was restored, as they came.
+  [[nodiscard]] std::vector<json_spirit::Object> restored() const;
+  /// Waits for the first of them.
+  void wait_until_restored();
   /// Changes one key of the record of an EBID.
   void change_file(const std::string& ebid, const std::string& key, const json_spirit::Value& value);
   /// A kept backup set holds the file of this EBID: it cannot be deleted.
@@ -47,6 +52,7 @@ class Memory_Backupd : public net::Http_Handler {
   void handle_records(net::Server_Exchange& exchange, const std::string& path,
                       const std::map<std::string, std::string>& query);
   void handle_job(net::Server_Exchange& exchange, const std::string& uuid, bool of_files);
+  void add_restored(net::Server_Exchange& exchange);
   void add_ondemand_job(net::Server_Exchange& exchange);
   void list_files(net::Server_Exchange& exchange, const std::map<std::string, std::string>& query);
   void delete_file(net::Server_Exchange& exchange, std::uint64_t id);
@@ -60,6 +66,8 @@ class Memory_Backupd : public net::Http_Handler {
   std::map<std::string, json_spirit::Object> jobs_;  // guarded by mutex_, as all below
   std::vector<json_spirit::Object> files_;
   std::vector<std::string> completed_jobs_;
+  std::vector<json_spirit::Object> restored_;
+  std::condition_variable restored_changed_;
   std::map<std::string, std::string> objects_;
   std::set<std::string> held_;
   std::uint64_t last_id_ = 0;

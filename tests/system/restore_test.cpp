@@ -59,9 +59,16 @@ TEST_F(Restores, A_Tenant_Is_As_It_Was_At_A_Time_Between_Its_Logs) {
   const std::string wanted = moment();
   put("TN1", "a", "3");
   save_logs({"TN1"});
+  const Tool_Result planned = dorsal3({"restore", tenant("TN1"), "--to", wanted, "--plan"});
+  ASSERT_EQ(planned.code, 0) << planned.out << planned.err;
   const std::string run = start_restore({{.database = "TN1", .timepoint = wanted}});
   EXPECT_EQ(wait_for_end(run), "completed") << agent_log();
   EXPECT_EQ(rows("TN1"), "a,2\nb,2\n");
+  json_spirit::Object plan;
+  json_spirit::Object totals;
+  (void)json_spirit::object_get(planned.json(), "plan", plan);
+  (void)json_spirit::object_get(plan, "totals", totals);
+  EXPECT_EQ(text_of(job(run), "restored_size"), text_of(totals, "size")) << planned.out;
   EXPECT_TRUE(staged_files().empty()) << "the restore is over";
   EXPECT_TRUE(alerts().empty());
   EXPECT_EQ(text_of(job(run), "progress"), "100");

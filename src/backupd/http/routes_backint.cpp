@@ -154,6 +154,24 @@ Reply drain_owed_runs(Server_Core& core, const Request& request) {
   return page;
 }
 
+/// {"job_act_id"}: the restore that it counts for, "" without one.
+Reply post_restored(Server_Core& core, const Request& request) {
+  Restored_Report report;
+  std::string job_act_id;
+  Body_Reader reader(request.body, "the report of what was restored");
+  reader.uuid("host_uuid", report.host_uuid, Need::required);
+  reader.text("sid", report.sid, Need::required);
+  reader.text("database", report.database);
+  reader.uuid("call", report.call, Need::required);
+  reader.number("bytes", report.bytes, Need::required);
+  if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
+  if (request.identity.host_uuid != report.host_uuid)
+    return Outcome::refuse(Outcome::forbidden, "the key belongs to the host " + request.identity.host_uuid +
+                                                   ", which cannot tell what another one restores");
+  if (Outcome outcome = core.restored.add(report, job_act_id); !outcome.ok()) return outcome;
+  return json_spirit::Value(json_spirit::Object{{"job_act_id", job_act_id}});
+}
+
 /// A route that answers JSON.
 struct Json_Route {
   const char* method;
@@ -178,6 +196,7 @@ void add_backint_routes(Router& router, Server_Core& core) {
       {"GET", runs, all_roles, with_list_keys({"host_uuid", "sid", "database"}), Body::none, get_owed_runs},
       {"POST", runs + "/drain", role_agent | role_operator, {}, Body::json, drain_owed_runs},
       {"POST", runs + "/drop", role_operator, {}, Body::json, drop_owed_runs},
+      {"POST", backint + "/restored", role_agent, {}, Body::json, post_restored},
       {"GET", job, all_roles, {}, Body::none, get_job},
       {"PATCH", job, role_agent, {}, Body::json, patch_job},
       {"DELETE", job, role_agent, {}, Body::none, delete_job},

@@ -5,6 +5,7 @@
 
 #include "backupd/http/body_reader.h"
 #include "backupd/jobs/activity_report.h"
+#include "backupd/restore/restored_bytes.h"
 #include "job/job_state.h"
 #include "platform/clock.h"
 #include "scrt/time_text.h"
@@ -130,6 +131,14 @@ json_spirit::Array log_of(Sql_Session& session, const std::string& id) {
     lines.emplace_back(json_spirit::Object{{"priority", row.number(0)}, {"text", row.text(1)}, {"time", row.text(2)}});
   std::reverse(lines.begin(), lines.end());
   return lines;
+}
+
+/// What is kept of a run in other places.
+void add_kept(Sql_Session& session, const std::string& id, json_spirit::Object& document) {
+  document["databases"] = sets_of(session, id);
+  std::string kind;
+  if (json_spirit::object_get(document, kind_key, kind) && kind == kind_of_restore)
+    document[restored_size_key] = restored_bytes_of(session, id);
 }
 
 }  // namespace
@@ -307,7 +316,7 @@ bool Activity_Store::list(const List_Query& query, List_Page& page) {
     page.total = count_rows(session, "activities", query);
     for (const Sql_Row& row : select_rows(session, "activities", "document, id", 2, query)) {
       json_spirit::Object record = stored_object(row.text(0));
-      record["databases"] = sets_of(session, row.text(1));
+      add_kept(session, row.text(1), record);
       page.rows.emplace_back(std::move(record));
     }
   });
@@ -318,7 +327,7 @@ Outcome Activity_Store::get(const std::string& id, json_spirit::Object& record) 
   if (!database_.read([&](Sql_Session& session) {
         known = find_activity(session, id);
         if (!known) return;
-        known->document["databases"] = sets_of(session, id);
+        add_kept(session, id, known->document);
         known->document["log"] = log_of(session, id);
       }))
     return store_failed();

@@ -139,6 +139,11 @@ const std::vector<Step>& steps() {
           // What failed before this step counts from its next failure on.
           "ALTER TABLE ondemand_runs ADD COLUMN first_failed BIGINT NOT NULL DEFAULT 0",
       },
+      {
+          // What calls of hdbbackint have given HANA back for a run; see restored_bytes.h.
+          "CREATE TABLE restored (job_act_id TEXT NOT NULL, call_uuid TEXT NOT NULL, bytes BIGINT NOT NULL, "
+          "PRIMARY KEY (job_act_id, call_uuid))",
+      },
   };
   return all;
 }

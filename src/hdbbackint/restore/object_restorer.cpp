@@ -20,8 +20,8 @@ constexpr const char* type_file = "FILE";
 
 }  // namespace
 
-Object_Restorer::Object_Restorer(const Call& call, const Request_Entry& entry)
-    : call_(call), entry_(entry), stop_(&call.stop) {}
+Object_Restorer::Object_Restorer(const Call& call, const Request_Entry& entry, Restore_Progress& progress)
+    : call_(call), entry_(entry), progress_(progress), stop_(&call.stop) {}
 
 void Object_Restorer::restore() {
   switch (find()) {
@@ -82,7 +82,9 @@ bool Object_Restorer::move() {
   Rate_Throttle from_pool(rate, Shared_Rate::from_source, control.rate_limits.source, stop_);
   Rate_Throttle to_hana(rate, Shared_Rate::to_destination, control.rate_limits.destination, stop_);
   Throttled_Input input(stored, from_pool);
-  Throttled_Sink sink(*output, to_hana);
+  Throttled_Sink throttled(*output, to_hana);
+  Counting_Sink counted(throttled, progress_);
+  Byte_Sink& sink = destination() == null_device ? static_cast<Byte_Sink&>(throttled) : counted;
   const Compression_Method method = compression_name_to_value(file_.compression.data(), file_.compression.size());
   const auto decoder = make_stored_decoder(method, input);
   if (!decoder) {

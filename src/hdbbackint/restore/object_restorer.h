@@ -2,6 +2,7 @@
 
 #include "hana/backint_catalog/backint_backup_file.h"
 #include "hdbbackint/call.h"
+#include "hdbbackint/restore/restore_progress.h"
 
 namespace hdbbackint {
 
@@ -9,7 +10,8 @@ namespace hdbbackint {
 /// used once.
 class Object_Restorer {
  public:
-  Object_Restorer(const Call& call, const Request_Entry& entry);
+  /// Adds to `progress` what HANA reads, which reading back for a check does not.
+  Object_Restorer(const Call& call, const Request_Entry& entry, Restore_Progress& progress);
 
   /// Always answers, with "#RESTORED", "#NOTFOUND" or "#ERROR".
   void restore();
@@ -24,6 +26,7 @@ class Object_Restorer {
 
   const Call& call_;
   const Request_Entry& entry_;
+  Restore_Progress& progress_;
   Stop_Source stop_;
   sap_hana::Backup_File_Info file_;
   std::string error_;

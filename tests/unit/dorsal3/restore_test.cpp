@@ -229,6 +229,26 @@ TEST_F(Restore_Test, Tells_Why_A_Restore_Failed) {
   EXPECT_NE(out.str().find("Failed to restore tenant database"), std::string::npos) << out.str();
 }
 
+TEST_F(Restore_Test, Shows_How_Much_Of_All_Has_Come_Back) {
+  plan_is(plan_json());
+  let_run(confirmed_,
+          R"({"id":"a1","state":3,"state_name":"running","progress":0,"restored_size":1048576,"host_uuid":"h1"})",
+          "{}");
+  clock.at(std::chrono::milliseconds(500), [] { press_ctrl_c(); });
+  EXPECT_EQ(run(confirmed_), exit_interrupted);
+  EXPECT_NE(out.str().find("PRD_HDB00/TN1  25%  1.0 MiB of 4.0 MiB"), std::string::npos) << out.str();
+}
+
+TEST_F(Restore_Test, Shows_No_End_Before_The_Run_Has_Ended) {
+  plan_is(plan_json());
+  let_run(confirmed_,
+          R"({"id":"a1","state":3,"state_name":"running","progress":0,"restored_size":4194304,"host_uuid":"h1"})",
+          "{}");
+  clock.at(std::chrono::milliseconds(500), [] { press_ctrl_c(); });
+  EXPECT_EQ(run(confirmed_), exit_interrupted);
+  EXPECT_NE(out.str().find("99%  4.0 MiB of 4.0 MiB"), std::string::npos) << out.str();
+}
+
 TEST_F(Restore_Test, Leaves_A_Running_Restore_Alone_On_Ctrl_C) {
   plan_is(plan_json());
   let_run(confirmed_, R"({"id":"a1","state":3,"state_name":"running","progress":10,"host_uuid":"h1"})", "{}");

@@ -1,3 +1,4 @@
+#include "support/virtual_clock.h"
 #include "unit/hdbbackint/agent_fixture.h"
 
 namespace hdbbackint {
@@ -38,6 +39,63 @@ TEST_F(Restore, Newest_And_Exact_Versions_To_Name_And_Destination) {
   EXPECT_EQ(restore("#EBID " + first + " " + path + " \"" + other + "\"", other, content).answers,
             Answers{"#RESTORED \"" + first + "\" \"" + path + "\""});
   EXPECT_EQ(content, "first");
+}
+
+std::vector<long> bytes_of(const std::vector<json_spirit::Object>& reports) {
+  std::vector<long> bytes;
+  for (const json_spirit::Object& report : reports) json_spirit::object_get(report, "bytes", bytes.emplace_back());
+  return bytes;
+}
+
+TEST_F(Restore, Tells_At_Its_End_How_Many_Bytes_Hana_Has_Read) {
+  const std::string path = path_of(object_name("1_1"));
+  save(object_name("1_1"), std::string(300'000, 'x'));
+  std::string content;
+  EXPECT_EQ(restore("#NULL " + path, path, content).exit_code, 0);
+  const std::vector<json_spirit::Object> reports = server_.restored();
+  ASSERT_EQ(bytes_of(reports), std::vector<long>{300'000});
+  json_spirit::Object report = reports.front();
+  std::string call;
+  EXPECT_TRUE(json_spirit::object_get(report, "call", call) && !call.empty());
+  report.erase("call");
+  EXPECT_EQ(json_spirit::dump_json(report),
+            R"({"host_uuid":"99999999-0b0a-4908-8706-050403020100","sid":"HDB","database":"TN1","bytes":300000})");
+}
+
+TEST_F(Restore, Tells_In_Between_How_Far_It_Is) {
+  constexpr std::size_t all = 16'000'000;
+  const std::string path = path_of(object_name("1_1"));
+  save(object_name("1_1"), std::string(all, 'x'));
+  support::Virtual_Clock clock;
+  std::thread hana([&] {
+    const int fd = ::open(root_.real(path).c_str(), O_RDONLY | O_CLOEXEC);
+    std::vector<char> buffer(1 << 16);
+    std::size_t taken = 0;
+    const auto read_up_to = [&](std::size_t wanted) {
+      for (ssize_t got = 1; got > 0 && taken < wanted; taken += static_cast<std::size_t>(got))
+        got = ::read(fd, buffer.data(), buffer.size());
+    };
+    read_up_to(all / 4);
+    clock.advance(std::chrono::seconds(2));
+    read_up_to(all / 2);
+    server_.wait_until_restored();
+    read_up_to(all + 1);
+    ::close(fd);
+  });
+  EXPECT_EQ(call("restore", "#NULL " + path).exit_code, 0);
+  hana.join();
+  const std::vector<long> bytes = bytes_of(server_.restored());
+  ASSERT_EQ(bytes.size(), 2U) << testing::PrintToString(bytes);
+  EXPECT_GE(bytes.front(), static_cast<long>(all / 8));
+  EXPECT_LE(bytes.front(), static_cast<long>(all * 3 / 4));
+  EXPECT_EQ(bytes.back(), static_cast<long>(all));
+}
+
+TEST_F(Restore, Of_A_Check_Tells_Nothing) {
+  const std::string name = object_name("1_1");
+  const std::string ebid = save(name, "content");
+  call("restore", "#EBID " + ebid + " " + path_of(name) + " /dev/null");
+  EXPECT_TRUE(server_.restored().empty());
 }
 
 TEST_F(Restore, Unknown_Objects_Are_Not_Found) {
