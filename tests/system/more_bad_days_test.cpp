@@ -114,6 +114,7 @@ TEST_F(More_Bad_Days, Hdbbackint_Is_Killed_In_The_Middle_Of_A_Stream) {
   fault("kill_hdbbackint_after_bytes = 1000000 | count=1");
   expect_failed_backup("7/8", "Backint exited with exit code 137");
   expect_good_backup();  // at once, while the pool may still hold what the killed one left
+  ASSERT_FALSE(HasFatalFailure());
   json_spirit::Array files;
   ASSERT_TRUE(json_spirit::object_get(sets().front(), "files", files));
   EXPECT_TRUE(eventually([&] { return pool_files().size() == files.size(); }))
