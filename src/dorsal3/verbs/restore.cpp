@@ -11,6 +11,7 @@
 #include "dorsal3/tenant_creation.h"
 #include "dorsal3/time_argument.h"
 #include "dorsal3/verb.h"
+#include "records/tenant_name.h"
 
 namespace dorsal3 {
 
@@ -20,6 +21,7 @@ constexpr const char* target_missing = "target_missing";
 constexpr const char* target_exists = "target_exists";
 constexpr const char* target_unknown = "target_unknown";
 constexpr const char* no_tenant = "no_tenant";
+constexpr const char* target_name_unfit = "target_name_unfit";
 
 /// The logs, or what they begin at, do not give what is wanted.
 bool is_about_chain(const std::string& code) {
@@ -159,12 +161,13 @@ class Restore_Verb : public Verb {
     Failure failure;
     Resource asked = target_;
     asked.host_uuid = text_member(target, "host_uuid");
-    if (flag_member(target, "system_database") || !flag_member(target, "connected")) return;
+    if (flag_member(target, "system_database")) return;
+    const std::string name = text_member(target, "database");
+    if (!flag_member(target, "connected")) return judge_new_name(name, plan);
     if (!list_databases(context.server, asked, databases, failure)) {
       if (create_) refuse(plan, target_unknown, "whether the database exists cannot be told: " + failure.message);
-      return;
+      return judge_new_name(name, plan);
     }
-    const std::string name = text_member(target, "database");
     const auto found = std::find_if(databases.begin(), databases.end(),
                                     [&](const auto& database) { return text_member(database, "name") == name; });
     const bool exists = found != databases.end();
@@ -180,11 +183,21 @@ class Restore_Verb : public Verb {
     if (exists && create_)
       refuse(plan, target_exists,
              "the database " + name + " exists in " + instance + " already; leave --create out to overwrite it");
+    if (!exists && create_) judge_new_name(name, plan);
     if (!exists && !create_)
       refuse(plan, target_missing,
-             "there is no database " + name + " in " + instance +
-                 " to restore into; have it created with --create, or in HANA: CREATE DATABASE " + name +
-                 " SYSTEM USER PASSWORD ...");
+             "there is no database " + name + " in " + instance + " to restore into; " +
+                 (is_tenant_name(name) ? "have it created with --create, or in HANA: CREATE DATABASE " + name +
+                                             " SYSTEM USER PASSWORD ..."
+                                       : std::string("look at its name; a new tenant's has ") + tenant_name_rule));
+  }
+
+  /// The agent would refuse it, but only after the password was asked for.
+  void judge_new_name(const std::string& name, json_spirit::Object& plan) const {
+    if (create_ && !is_tenant_name(name))
+      refuse(plan, target_name_unfit,
+             "no tenant can be created with the name " + name + ", for HANA would not take it or read it as another: " +
+                 "it has " + tenant_name_rule + "; choose such a name with --as");
   }
 
   bool create(Context& context, const json_spirit::Object& plan, secure_string& password, Failure& failure) const {

@@ -1,20 +1,16 @@
 #include "hana/common/tenant_database_creator.h"
 
-#include <algorithm>
 #include <list>
 
 #include "hana/common/database_lister.h"
 #include "hana/common/hana_paths.h"
 #include "hana/common/text_lines.h"
 #include "platform/log.h"
+#include "records/tenant_name.h"
 
 namespace sap_hana {
 
 namespace {
-
-constexpr std::size_t longest_name_bytes = 127;
-
-bool is_name_byte(char c) { return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_'; }
 
 /// Always in quotes, so that HANA keeps the letter case and reads no word of its own in it.
 secure_string create_statement(const std::string& database, const secure_string& password) {
@@ -34,18 +30,10 @@ bool is_in_doubt(HDBSQL_Failure failure) {
 
 }  // namespace
 
-bool is_tenant_name(std::string_view name) {
-  const bool digit_first = !name.empty() && name.front() >= '0' && name.front() <= '9';
-  return !name.empty() && !digit_first && name.size() <= longest_name_bytes &&
-         std::all_of(name.begin(), name.end(), is_name_byte);
-}
-
 bool Tenant_Database_Creator::may_create(const std::string& database, const secure_string& password,
                                          std::string& why) const {
   if (!is_tenant_name(database))
-    why =
-        "the name is not fit for a tenant: capital letters, digits and underscores, not beginning with a digit, at "
-        "most 127 bytes";
+    why = std::string("the name is not fit for a tenant: ") + tenant_name_rule;
   else if (password.empty())
     why = "the password of the new database's user SYSTEM is empty";
   else if (has_control_characters(password.view()))

@@ -1,16 +1,11 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 #include "hana/common/hdbsql_executor.h"
 #include "platform/secure_string.h"
 
 namespace sap_hana {
-
-/// A name that HANA takes for a tenant and reads back as it stands: capital letters, digits and '_', no digit first, at
-/// most 127 bytes.
-[[nodiscard]] bool is_tenant_name(std::string_view name);
 
 /// Creates tenant databases through an executor that is bound to the system database and outlives this object. One
 /// thread.

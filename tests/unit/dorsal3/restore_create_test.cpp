@@ -204,6 +204,33 @@ TEST_F(Restore_Create_Test, Is_Refused_For_What_Is_No_Tenant) {
   EXPECT_TRUE(creations().empty());
 }
 
+TEST_F(Restore_Create_Test, Is_Refused_For_A_Name_That_The_Agent_Would_Refuse_Later) {
+  for (const char* name : {"qa1", "1QA", "QA-1"}) {
+    plan_is({.database = name});
+    EXPECT_EQ(refusal_code(planned_), "target_name_unfit") << name;
+    EXPECT_NE(out.str().find(std::string("no tenant can be created with the name ") + name), std::string::npos);
+    EXPECT_NE(out.str().find("capital letters, digits and underscores"), std::string::npos) << out.str();
+    EXPECT_NE(out.str().find("choose such a name with --as"), std::string::npos) << out.str();
+  }
+  EXPECT_EQ(run_with_password(), exit_failed);
+  EXPECT_TRUE(creations().empty());
+}
+
+TEST_F(Restore_Create_Test, Is_Refused_For_Such_A_Name_Also_While_The_Agent_Is_Away) {
+  plan_is({.database = "qa1", .connected = false}, R"({"code":"agent_away","message":"the agent is away"})");
+  EXPECT_EQ(run(planned_), exit_failed);
+  EXPECT_NE(out.str().find("target_name_unfit"), std::string::npos) << out.str();
+}
+
+TEST_F(Restore_Create_Test, Is_No_Way_Out_For_A_Missing_Tenant_Of_Such_A_Name) {
+  plan_is({.database = "qa1"});
+  std::vector<std::string> words = planned_;
+  words.pop_back();
+  EXPECT_EQ(refusal_code(words), "target_missing");
+  EXPECT_EQ(out.str().find("--create"), std::string::npos) << out.str();
+  EXPECT_NE(out.str().find("look at its name; a new tenant's has capital letters"), std::string::npos) << out.str();
+}
+
 TEST_F(Restore_Create_Test, Is_Refused_When_Nobody_Can_Tell_Whether_It_Is_There) {
   server.forget("POST /agents/h1/call");
   server.answer("POST /agents/h1/call",
