@@ -1,14 +1,17 @@
 #include "dorsal3/new_password.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 
 #include "json/value.h"
 #include "platform/file_root.h"
-#include "platform/files.h"
+#include "platform/unique_descriptor.h"
 
 namespace dorsal3 {
 
@@ -45,30 +48,46 @@ std::string fault_of(const secure_string& password) {
   return is_text(password) ? "" : "is no text in UTF-8";
 }
 
-/// The file's content without the end of its line.
-bool read_line_of(const std::string& path, secure_string& line) {
-  std::string content;
-  const bool read = platform::read_file(path, content, file_limit_bytes);
-  std::string_view text = content;
+/// What the file holds, without the end of its line. False and errno; EFBIG when it is longer than a password may be.
+bool read_line_of(int file, secure_string& line) {
+  std::array<char, file_limit_bytes + 1> content{};
+  std::size_t size = 0;
+  ssize_t got = 1;
+  while (got > 0 && size < content.size()) {
+    got = ::read(file, content.data() + size, content.size() - size);
+    if (got > 0) size += static_cast<std::size_t>(got);
+    if (got < 0 && errno == EINTR) got = 1;
+  }
+  if (got >= 0 && size == content.size()) {
+    got = -1;
+    errno = EFBIG;
+  }
+  std::string_view text(content.data(), size);
   if (text.ends_with('\n')) text.remove_suffix(1);
   if (text.ends_with('\r')) text.remove_suffix(1);
-  if (read) line = secure_string(text);
+  if (got >= 0) line = secure_string(text);
+  const int saved = errno;
   platform::wipe_memory(content.data(), content.size());
-  return read;
+  errno = saved;
+  return got >= 0;
 }
 
 }  // namespace
 
 bool read_password_file(const std::string& path, secure_string& password, Failure& failure) {
+  // Looked at once it is open, so that no other file comes in its place between; a pipe nobody writes to is not
+  // waited for.
+  const platform::Unique_Descriptor file(
+      ::open(platform::File_Root::current().real(path).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat status {};
   std::string wrong;
-  if (::stat(platform::File_Root::current().real(path).c_str(), &status) != 0)
+  if (file.get() < 0 || ::fstat(file.get(), &status) != 0)
     wrong = std::string("cannot be read: ") + std::strerror(errno);
   else if (!S_ISREG(status.st_mode))
     wrong = "is no file";
   else if ((status.st_mode & mode_of_others) != 0)
     wrong = "is open to other users; do: chmod 600 " + path;
-  else if (!read_line_of(path, password))
+  else if (!read_line_of(file.get(), password))
     wrong = std::string("cannot be read: ") + std::strerror(errno);
   else
     wrong = fault_of(password);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <filesystem>
 
 #include "keyboard.h"
@@ -54,6 +56,10 @@ TEST_F(New_Password_Test, Says_What_Is_Wrong_With_A_File) {
   EXPECT_NE(failure.message.find("/nowhere cannot be read: No such file"), std::string::npos) << failure.message;
   root.make_directory("/home/op/folder");
   EXPECT_FALSE(read_password_file("/home/op/folder", password, failure));
+  EXPECT_NE(failure.message.find("is no file"), std::string::npos) << failure.message;
+  ASSERT_EQ(::mkfifo(root.real("/home/op/pipe").c_str(), 0600), 0);
+  EXPECT_FALSE(read_password_file("/home/op/pipe", password, failure))
+      << "nobody writes to it, and it is not waited for";
   EXPECT_NE(failure.message.find("is no file"), std::string::npos) << failure.message;
   const struct {
     std::string content;
