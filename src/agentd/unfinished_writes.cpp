@@ -29,6 +29,11 @@ void remove_below(const std::string& directory) {
 
 }  // namespace
 
+// Whether a writer still runs is told by its id, which a folder shared with other pid namespaces makes worthless. Here
+// that does no harm: agents alone write beside files of the state directory, hdbbackint does not, and the lock of the
+// installation (agent.lock), which this process holds since before and which holds across such namespaces, leaves no
+// other agent that could be writing. So what is found was left by agents that are gone, and goes at once, whatever its
+// age: it may hold an access key.
 void remove_unfinished_writes() {
   std::string directory = platform::product_paths::agent_state("");
   while (directory.ends_with('/')) directory.pop_back();
