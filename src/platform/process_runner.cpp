@@ -42,7 +42,7 @@ struct Pipe {
   }
 };
 
-/// Everything the child needs between fork and exec, made before the fork: nothing is allocated after it.
+/// Everything the child needs until it runs its program, made before it is there: the child allocates nothing.
 struct Prepared {
   std::string program;
   std::string directory;
@@ -106,6 +106,23 @@ bool prepare(const Process_Spec& spec, Prepared& prepared) {
   ::execve(prepared.program.c_str(), prepared.argv.data(), prepared.envp.data());
   fail();
   ::_exit(127);
+}
+
+/// Without a change of user the child uses this process's memory until it runs its program: to copy the page tables of
+/// a large process, and then each page that one of the two writes to, costs more than most tools do. A child that
+/// becomes another user has a memory of its own, since that user must not reach into this one.
+pid_t start_child(const Prepared& prepared, int in, int out, int err, int report) {
+  // No handler of this process may run in the child, which puts all of them back before it unblocks any signal.
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  ::pthread_sigmask(SIG_SETMASK, &all, &before);
+  const pid_t child = prepared.change_user ? ::fork() : ::vfork();
+  if (child == 0) run_child(prepared, in, out, err, report);
+  const int error = errno;
+  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  errno = error;
+  return child;
 }
 
 /// Feeds, reads and waits for one child.
@@ -266,9 +283,8 @@ class System_Process_Runner final : public Process_Runner {
     Pipe in, out, err, report;
     if (!in.open() || !out.open() || !err.open() || !report.open()) return failed_start(errno);
     ignore_sigpipe_once();
-    const pid_t child = ::fork();
+    const pid_t child = start_child(prepared, in.ends[0], out.ends[1], err.ends[1], report.ends[1]);
     if (child < 0) return failed_start(errno);
-    if (child == 0) run_child(prepared, in.ends[0], out.ends[1], err.ends[1], report.ends[1]);
     in.close_end(0);
     out.close_end(1);
     err.close_end(1);

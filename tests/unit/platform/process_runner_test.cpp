@@ -2,6 +2,17 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
 
 #include "support/scripted_process_runner.h"
 
@@ -68,6 +79,82 @@ TEST(Process_Runner, Gives_The_Child_Its_Environment_And_Nothing_Else) {
   // ls has the three standard descriptors and the folder it reads.
   EXPECT_EQ(sink.out, "-yes\n/\n4\n");
   ::unsetenv("DORSAL3_LEAK");
+}
+
+/// The masks of a process's state, as the system prints them: "SigBlk:\t0000000000000000".
+std::string masks_of(const std::string& status) {
+  std::istringstream lines(status);
+  std::string masks;
+  for (std::string line; std::getline(lines, line);)
+    if (line.starts_with("SigBlk") || line.starts_with("SigIgn") || line.starts_with("SigCgt")) masks += line + "\n";
+  return masks;
+}
+
+std::string read_own(const std::string& file) {
+  std::ifstream in("/proc/thread-self/" + file);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+TEST(Process_Runner, The_Child_Takes_No_Signal_Settings_And_Changes_None) {
+  Collecting_Sink warm_up;
+  EXPECT_TRUE(Process_Runner::current().run(shell("true"), warm_up).success());
+  sigset_t blocked;
+  sigset_t before;
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGUSR1);
+  ::pthread_sigmask(SIG_BLOCK, &blocked, &before);
+  const auto ignored = ::signal(SIGHUP, SIG_IGN);
+  const auto caught = ::signal(SIGUSR2, [](int) {});
+  const std::string own = masks_of(read_own("status"));
+  Collecting_Sink sink;
+  EXPECT_TRUE(Process_Runner::current().run(shell("exec cat /proc/self/status"), sink).success());
+  EXPECT_EQ(masks_of(sink.out), "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\nSigCgt:\t0000000000000000\n");
+  EXPECT_EQ(masks_of(read_own("status")), own);
+  Process_Spec none;
+  none.program = "/no/such/program";
+  EXPECT_FALSE(Process_Runner::current().run(none, sink).started);
+  EXPECT_EQ(masks_of(read_own("status")), own);
+  ::signal(SIGHUP, ignored);
+  ::signal(SIGUSR2, caught);
+  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+TEST(Process_Runner, The_Child_Keeps_Group_And_Mask_Of_Files_And_Its_Folder_Is_Its_Own) {
+  const mode_t before = ::umask(027);
+  const std::string folder = std::filesystem::current_path();
+  Process_Spec spec = shell("umask; pwd; cut -d' ' -f5 /proc/self/stat; umask 0");
+  spec.working_directory = "/proc";
+  Collecting_Sink sink;
+  EXPECT_TRUE(Process_Runner::current().run(spec, sink).success());
+  EXPECT_EQ(sink.out, "0027\n/proc\n" + std::to_string(::getpgrp()) + "\n");
+  EXPECT_EQ(::umask(before), 027U);
+  EXPECT_EQ(std::filesystem::current_path(), folder);
+}
+
+TEST(Process_Runner, A_Folder_That_Is_Not_There_Is_A_Failed_Start) {
+  Collecting_Sink sink;
+  Process_Spec spec = shell("true");
+  spec.working_directory = "/no/such/folder";
+  const Exit_Status status = Process_Runner::current().run(spec, sink);
+  EXPECT_FALSE(status.started);
+  EXPECT_EQ(status.error, ENOENT);
+}
+
+TEST(Process_Runner, Many_Threads_Start_Children_At_Once) {
+  constexpr int starters = 8;
+  constexpr int rounds = 5;
+  std::atomic<int> good = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < starters; ++i)
+    threads.emplace_back([&good, i] {
+      for (int round = 0; round < rounds; ++round) {
+        Collecting_Sink sink;
+        const std::string text = std::to_string(i) + " " + std::to_string(round);
+        if (Process_Runner::current().run(shell("echo " + text), sink).success() && sink.out == text + "\n") ++good;
+      }
+    });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(good, starters * rounds);
 }
 
 TEST(Process_Runner, A_Missing_Program_Is_Not_Started) {
