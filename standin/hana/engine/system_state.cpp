@@ -10,13 +10,17 @@ namespace standin {
 
 namespace {
 
+constexpr const char* connection_settings = "PRAGMA synchronous=NORMAL;";
+/// Kept in the file once its tables are there, so that each connection need not read the definitions again: one more
+/// with each change of them.
+constexpr std::int64_t schema_version = 1;
 constexpr const char* schema = R"(
 PRAGMA journal_mode=WAL;
-PRAGMA synchronous=NORMAL;
 CREATE TABLE IF NOT EXISTS databases(name TEXT PRIMARY KEY, position INTEGER, status TEXT NOT NULL,
   stops INTEGER NOT NULL DEFAULT 0, broken INTEGER NOT NULL DEFAULT 0);
 CREATE TABLE IF NOT EXISTS services(db TEXT, name TEXT, volume INTEGER, port INTEGER, sql_port INTEGER, ballast INTEGER,
   seed INTEGER);
+CREATE INDEX IF NOT EXISTS services_by_database ON services(db);
 CREATE TABLE IF NOT EXISTS users(db TEXT, name TEXT, salt BLOB, hash BLOB, privileges TEXT, locked INTEGER,
   failures INTEGER, PRIMARY KEY(db, name));
 CREATE TABLE IF NOT EXISTS catalog(entry_id INTEGER PRIMARY KEY, db TEXT, entry_type TEXT, backup_id INTEGER,
@@ -54,21 +58,25 @@ constexpr int ports_per_service = 3;
 
 bool System_State::open(const Layout& layout) {
   layout_ = layout;
-  return sqlite_.open(layout.shared("system.db")) && sqlite_.execute(schema);
+  if (!sqlite_.open(layout.shared("system.db")) || !sqlite_.execute(connection_settings)) return false;
+  {
+    Statement version = sqlite_.prepare("PRAGMA user_version");
+    if (version.step() && version.number(0) == schema_version) return true;
+  }
+  return sqlite_.execute(schema) && sqlite_.execute("PRAGMA user_version=" + std::to_string(schema_version));
 }
 
 std::vector<Database> System_State::databases() {
   std::vector<Database> found;
-  Statement rows = sqlite_.prepare("SELECT name, status FROM databases ORDER BY position");
-  while (rows.step()) found.push_back({rows.text(0), rows.text(1), {}});
-  for (Database& database : found) {
-    Statement services =
-        sqlite_.prepare("SELECT name, volume, port, sql_port, ballast, seed FROM services WHERE db=? ORDER BY volume");
-    services.bind(1, database.name);
-    while (services.step())
-      database.services.push_back({services.text(0), static_cast<int>(services.number(1)),
-                                   static_cast<int>(services.number(2)), static_cast<int>(services.number(3)),
-                                   services.number(4), static_cast<std::uint64_t>(services.number(5))});
+  Statement rows = sqlite_.prepare(
+      "SELECT d.name, d.status, s.name, s.volume, s.port, s.sql_port, s.ballast, s.seed FROM databases d LEFT JOIN "
+      "services s ON s.db=d.name ORDER BY d.position, d.name, s.volume, s.rowid");
+  while (rows.step()) {
+    if (found.empty() || found.back().name != rows.text(0)) found.push_back({rows.text(0), rows.text(1), {}});
+    if (rows.is_null(2)) continue;
+    found.back().services.push_back({rows.text(2), static_cast<int>(rows.number(3)), static_cast<int>(rows.number(4)),
+                                     static_cast<int>(rows.number(5)), rows.number(6),
+                                     static_cast<std::uint64_t>(rows.number(7))});
   }
   return found;
 }
