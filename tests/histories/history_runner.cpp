@@ -4,8 +4,6 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "system/processes.h"
-
 namespace histories {
 
 namespace {
@@ -222,7 +220,8 @@ Content History_Runner::carry_out(const Target& target, const std::string& into)
 
 std::vector<Object> History_Runner::new_sets(std::size_t count) {
   std::vector<Object> sets;
-  const bool there = system_tests::eventually(
+  const bool there = eventually(
+      system_.watch(),
       [&] {
         sets = system_.sets(tenant_, known_sets_);
         return sets.size() >= count;

@@ -21,6 +21,8 @@ using json_spirit::Object;
 constexpr const char* instance = "HDB_HDB00";
 constexpr const char* instance_directory = "/usr/sap/HDB/HDB00";
 constexpr const char* clock_file = "/usr/sap/HDB/HDB00/standin/clock_offset_seconds";
+constexpr const char* backupd_log =
+    "/var/opt/tarvex/dorsal3/backupd/backupd.db-wal";  ///< its database writes here first
 constexpr const char* user = "SYSTEM";
 constexpr const char* password = "manager";
 constexpr const char* tenant_password = "Secret1";
@@ -222,7 +224,8 @@ std::string History_System::run(const Object& definition) const {
   const std::string id =
       text_of(ask("POST", "/job-definitions/" + text_of(definition, "id") + "/start", {}), "job_act_id");
   std::string state;
-  (void)system_tests::eventually(
+  (void)eventually(
+      watch(),
       [&] {
         const Object job = ask("GET", "/jobs/" + id, {});
         state = text_of(job, "state_name");
@@ -290,6 +293,8 @@ void History_System::lose(const std::string& tenant, const std::string& backup_i
   throw std::runtime_error("no log " + backup_id + " of " + tenant + " lies on the pool");
 }
 
+Change_Watch History_System::watch() const { return Change_Watch(server_.root.real(backupd_log)); }
+
 std::vector<Object> History_System::sets(const std::string& tenant, std::size_t known) const {
   std::vector<Object> sets;
   for (const json_spirit::Value& row : rows_of(ask(
@@ -300,8 +305,8 @@ std::vector<Object> History_System::sets(const std::string& tenant, std::size_t 
 
 void History_System::wait_until_recorded(const std::string& tenant) const {
   const std::string of = "host_uuid=" + host_uuid_ + "&sid=HDB&database=" + tenant;
-  if (!system_tests::eventually([&] { return rows_of(ask("GET", "/backint/ondemand-runs?" + of, {})).empty(); },
-                                run_limit))
+  if (!eventually(
+          watch(), [&] { return rows_of(ask("GET", "/backint/ondemand-runs?" + of, {})).empty(); }, run_limit))
     throw std::runtime_error("log backups of " + tenant + " are not recorded");
 }
 

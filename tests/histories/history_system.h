@@ -8,6 +8,7 @@
 #include "agent/backupd_client/http_session.h"
 #include "agentd/daemon.h"
 #include "contract/backupd/running_server.h"
+#include "histories/change_watch.h"
 #include "json/value.h"
 #include "support/scoped_zone.h"
 #include "support/standing_clock.h"
@@ -55,6 +56,8 @@ class History_System {
   [[nodiscard]] std::vector<json_spirit::Object> sets(const std::string& tenant, std::size_t known) const;
   /// Waits until no backup of a log waits to be recorded.
   void wait_until_recorded(const std::string& tenant) const;
+  /// Of what backupd knows.
+  [[nodiscard]] Change_Watch watch() const;
 
  private:
   void install_hana();

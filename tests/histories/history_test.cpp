@@ -12,6 +12,7 @@
 
 #include "histories/history_runner.h"
 #include "histories/history_system.h"
+#include "histories/memory_folder.h"
 #include "support/log_capture.h"
 
 namespace histories {
@@ -102,6 +103,8 @@ std::string tail_of(const std::string& log) {
 
 class Histories : public testing::TestWithParam<Shard> {
  protected:
+  static void SetUpTestSuite() { keep_temporary_folders_in_memory(); }
+
   void live(const History& history) {
     if (lived_++ % histories_of_a_system == 0) {
       system_.reset();

@@ -23,6 +23,7 @@ constexpr std::chrono::milliseconds poll{10};
 constexpr std::chrono::seconds start_limit{30};
 constexpr char port_file[] = "/var/opt/tarvex/dorsal3/backupd/port";
 
+/// A program lies below the root itself: that is how it is known there.
 void install(const std::string& from, const std::string& to) {
   std::filesystem::create_directories(std::filesystem::path(to).parent_path());
   std::error_code failed;
@@ -30,11 +31,19 @@ void install(const std::string& from, const std::string& to) {
   if (failed) std::filesystem::copy_file(from, to);
 }
 
+/// Large, and found where the link leads on another file system.
+void install_library(const std::string& from, const std::string& to) {
+  std::filesystem::create_directories(std::filesystem::path(to).parent_path());
+  std::error_code failed;
+  std::filesystem::create_hard_link(from, to, failed);
+  if (failed) std::filesystem::create_symlink(from, to);
+}
+
 }  // namespace
 
 Running_Server::Running_Server() : program_(root.real("/opt/tarvex/dorsal3/bin/dorsal3-backupd")) {
   install(BACKUPD_PROGRAM, program_);
-  install(DORSAL3_LIBRARY, root.real("/opt/tarvex/dorsal3/lib/libdorsal3.so"));
+  install_library(DORSAL3_LIBRARY, root.real("/opt/tarvex/dorsal3/lib/libdorsal3.so"));
   root.write("/etc/opt/tarvex/dorsal3/backupd.toml", "port = 0\n");
 }
 
