@@ -62,6 +62,20 @@ bool Audit_Store::end(std::int64_t id, const char* result, const std::string& me
   });
 }
 
+Outcome Audit_Store::with_entry(const Identity& who, const std::string& host_uuid, const std::string& method,
+                                const json_spirit::Value& params, const Action& action) {
+  std::int64_t entry = 0;
+  if (!begin(who, host_uuid, method, params, entry))
+    return Outcome::refuse(Outcome::internal,
+                           "nothing was done, for it cannot be written into the audit log; see the server's log");
+  std::string message;
+  Outcome outcome = action(message);
+  const char* const result = outcome.ok() ? "done" : outcome.kind == Outcome::forbidden ? "refused" : "failed";
+  if (!end(entry, result, outcome.ok() ? message : outcome.message))
+    D3_WARNING("What came of the action %q stays out of the audit log\n", static_cast<ACE_INT64>(entry));
+  return outcome;
+}
+
 bool Audit_Store::list(const List_Query& query, List_Page& page) {
   return database_.read([&](Sql_Session& session) {
     page.total = count_rows(session, "audit", query);

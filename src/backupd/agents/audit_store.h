@@ -1,18 +1,20 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "backupd/identity.h"
+#include "backupd/outcome.h"
 #include "backupd/store/database.h"
 #include "backupd/store/list_query.h"
 #include "json/value.h"
 
 namespace backupd {
 
-/// Who asked for what on which host, and what came of it: every action that changes something on a host, also those
-/// that were refused. Format: docs/formats/audit-entry.md. The newest entries are kept, `kept_entries` of them. Safe
-/// from any thread.
+/// Who asked for what on which host, and what came of it: every action that changes something on a host, or which of
+/// its backups are kept, also those that were refused. Format: docs/formats/audit-entry.md. The newest entries are
+/// kept, `kept_entries` of them. Safe from any thread.
 class Audit_Store {
  public:
   static constexpr std::int64_t kept_entries = 100'000;
@@ -25,6 +27,12 @@ class Audit_Store {
                            const json_spirit::Value& params, std::int64_t& id);
   /// Notes what came of it: `result` is "done", "failed" or "refused".
   [[nodiscard]] bool end(std::int64_t id, const char* result, const std::string& message);
+
+  /// Does what this server does itself between the two: `action` fills the entry's message. Its outcome, or a refusal
+  /// when the entry cannot be written, and nothing was done then.
+  using Action = std::function<Outcome(std::string& message)>;
+  [[nodiscard]] Outcome with_entry(const Identity& who, const std::string& host_uuid, const std::string& method,
+                                   const json_spirit::Value& params, const Action& action);
 
   [[nodiscard]] bool list(const List_Query& query, List_Page& page);
 

@@ -9,6 +9,9 @@ namespace backupd {
 namespace {
 
 constexpr std::size_t most_files_at_once = 10000;
+/// In the audit log.
+constexpr char drop_action[] = "log_backup.drop";
+constexpr char retry_action[] = "log_backup.retry";
 const std::vector<std::pair<std::string, std::string>> sorts = {{"id", "id"}};
 
 Reply get_jobs(Server_Core& core, const Request& request) {
@@ -128,14 +131,37 @@ void read_database(Body_Reader& reader, Ondemand_Database& database) {
   reader.text("database", database.name, Need::required);
 }
 
+/// What stands in the audit log of a drop or a retry.
+json_spirit::Value subject_of(const Ondemand_Database& database) {
+  return json_spirit::Object{{"sid", database.sid}, {"database", database.name}};
+}
+
+Outcome store_failed() { return Outcome::refuse(Outcome::internal, "the server's database failed; see its log"); }
+
 Reply drop_owed_runs(Server_Core& core, const Request& request) {
   Ondemand_Database database;
   List_Page page;
   Body_Reader reader(request.body, "the database whose log backups shall be dropped");
   read_database(reader, database);
   if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
-  if (!core.backint.drop_owed_runs(database, page)) return store_unavailable();
+  const auto drop = [&](std::string& message) {
+    if (!core.backint.drop_owed_runs(database, page)) return store_failed();
+    message = std::to_string(page.total) + " dropped";
+    return Outcome();
+  };
+  const Outcome outcome =
+      core.audit.with_entry(request.identity, database.host_uuid, drop_action, subject_of(database), drop);
+  if (!outcome.ok()) return outcome;
   return page;
+}
+
+Outcome drain(Server_Core& core, const Identity& who, const Ondemand_Database& database, bool retry, List_Page& page) {
+  if (who.role == role_agent && who.host_uuid != database.host_uuid)
+    return Outcome::refuse(Outcome::forbidden, "the key belongs to the host " + who.host_uuid +
+                                                   ", which has no say over the log backups of another one");
+  if (!core.backint.drain_owed_runs(database, retry, page)) return store_failed();
+  core.starter.wake();
+  return {};
 }
 
 Reply drain_owed_runs(Server_Core& core, const Request& request) {
@@ -145,12 +171,17 @@ Reply drain_owed_runs(Server_Core& core, const Request& request) {
   read_database(reader, database);
   reader.flag("retry", retry);
   if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
-  if (request.identity.role == role_agent && request.identity.host_uuid != database.host_uuid)
-    return Outcome::refuse(Outcome::forbidden, "the key belongs to the host " + request.identity.host_uuid +
-                                                   ", which has no say over the log backups of another one");
   List_Page page;
-  if (!core.backint.drain_owed_runs(database, retry, page)) return store_unavailable();
-  core.starter.wake();
+  const auto retry_all = [&](std::string& message) {
+    Outcome outcome = drain(core, request.identity, database, retry, page);
+    message = std::to_string(page.total) + " wait to be recorded";
+    return outcome;
+  };
+  // A drain alone changes nothing but the hour.
+  const Outcome outcome =
+      retry ? core.audit.with_entry(request.identity, database.host_uuid, retry_action, subject_of(database), retry_all)
+            : drain(core, request.identity, database, retry, page);
+  if (!outcome.ok()) return outcome;
   return page;
 }
 

@@ -11,6 +11,8 @@ namespace dorsal3 {
 namespace {
 
 constexpr const char* create_method = "hana.database.create";
+constexpr const char* drop_method = "log_backup.drop";
+constexpr const char* retry_method = "log_backup.retry";
 constexpr unsigned default_entries = 50;
 constexpr unsigned most_entries = 10'000;
 
@@ -20,6 +22,9 @@ std::string subject_text(const json_spirit::Object& entry) {
   if (text_member(entry, "method") == create_method)
     return "create " + text_member(entry, "database") + " in " + text_member(entry, "sid") + " " +
            text_member(entry, "instance_name");
+  if (const std::string method = text_member(entry, "method"); method == drop_method || method == retry_method)
+    return (method == drop_method ? "drop log backups of " : "retry log backups of ") + text_member(entry, "sid") +
+           "/" + text_member(entry, "database");
   if (!action.empty()) return action + " " + text_member(entry, "sid") + " " + text_member(entry, "instance_name");
   return text_member(entry, "origin_sid") + "/" + text_member(entry, "origin_database") + " to " +
          text_member(entry, "target_sid") + "/" + text_member(entry, "target_database");
@@ -29,7 +34,8 @@ std::string subject_text(const json_spirit::Object& entry) {
 class Audit_Verb : public Verb {
  public:
   CLI::App* declare(CLI::App& app) override {
-    CLI::App* sub = app.add_subcommand("audit", "Show who started, stopped and created what, and what was refused");
+    CLI::App* sub =
+        app.add_subcommand("audit", "Show who started, stopped, created and dropped what, and what was refused");
     sub->add_option("--limit", limit_, "So many of the newest entries")
         ->check(CLI::Range(1U, most_entries))
         ->capture_default_str();
@@ -55,7 +61,7 @@ class Audit_Verb : public Verb {
   void print(const json_spirit::Object& model, std::ostream& out) const override {
     const auto entries = object_rows(model, "audit");
     if (entries.empty()) {
-      out << "Nothing was started, stopped, created or staged through this server.\n";
+      out << "Nothing was started, stopped, created, staged, retried or dropped through this server.\n";
       return;
     }
     Text_Table table({"TIME", "ROLE", "KEY_ID", "HOST", "METHOD", "ACTION", "RESULT", "MESSAGE"});

@@ -137,7 +137,9 @@ TEST_F(Instances_Test, Shows_The_Audit_Log_Newest_Last) {
   server.answer("GET /hosts", hosts_answer);
   server.answer(
       "GET /audit?order=desc&limit=50",
-      R"({"total":3,"rows":[{"id":3,"time":"2026-01-03 10:00:00","role":"operator","key_id":3,"from_host_uuid":"",)"
+      R"({"total":4,"rows":[{"id":4,"time":"2026-01-04 10:00:00","role":"operator","key_id":3,"from_host_uuid":"",)"
+      R"("host_uuid":"h1","method":"log_backup.drop","sid":"PRD","database":"TN1","result":"done","message":"3 dropped"},)"
+      R"({"id":3,"time":"2026-01-03 10:00:00","role":"operator","key_id":3,"from_host_uuid":"",)"
       R"("host_uuid":"h1","method":"hana.database.create","sid":"PRD","instance_name":"HDB00","database":"QA1",)"
       R"("result":"done"},{"id":2,"time":"2026-01-02 10:00:00","role":"agent","key_id":0,"from_host_uuid":"h2",)"
       R"("host_uuid":"h1","method":"hana.file.download","origin_sid":"PRD","origin_database":"TN1","target_sid":"QAS",)"
@@ -147,14 +149,17 @@ TEST_F(Instances_Test, Shows_The_Audit_Log_Newest_Last) {
   EXPECT_EQ(run({"audit"}), dorsal3::exit_ok) << error.str();
   EXPECT_EQ(
       out.str(),
-      "TIME                 ROLE      KEY_ID  HOST    METHOD                 ACTION                   RESULT   "
+      "TIME                 ROLE      KEY_ID  HOST    METHOD                 ACTION                       RESULT   "
       "MESSAGE\n"
-      "2026-01-01 10:00:00  viewer    3       h9      hana.instance.control  stop PRD HDB00           refused  no?no\n"
-      "2026-01-02 10:00:00  agent     0       hana01  hana.file.download     PRD/TN1 to QAS/TN2       done\n"
-      "2026-01-03 10:00:00  operator  3       hana01  hana.database.create   create QA1 in PRD HDB00  done\n");
+      "2026-01-01 10:00:00  viewer    3       h9      hana.instance.control  stop PRD HDB00               refused  "
+      "no?no\n"
+      "2026-01-02 10:00:00  agent     0       hana01  hana.file.download     PRD/TN1 to QAS/TN2           done\n"
+      "2026-01-03 10:00:00  operator  3       hana01  hana.database.create   create QA1 in PRD HDB00      done\n"
+      "2026-01-04 10:00:00  operator  3       hana01  log_backup.drop        drop log backups of PRD/TN1  done     "
+      "3 dropped\n");
   server.answer("GET /audit?order=desc&limit=7&host_uuid=h2", R"({"total":0,"rows":[]})");
   EXPECT_EQ(run({"audit", "--limit", "7", "--host", "hana02"}), dorsal3::exit_ok) << error.str();
-  EXPECT_EQ(out.str(), "Nothing was started, stopped, created or staged through this server.\n");
+  EXPECT_EQ(out.str(), "Nothing was started, stopped, created, staged, retried or dropped through this server.\n");
   EXPECT_EQ(run({"audit", "--limit", "0"}), dorsal3::exit_usage);
 }
 

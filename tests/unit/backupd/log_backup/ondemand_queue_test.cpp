@@ -22,6 +22,21 @@ class Ondemand_Queue_Test : public Ondemand_Fixture {
     }
     return "no entry";
   }
+  using Texts = std::vector<std::string>;
+  /// "<role> <method> <host> <sid>/<database> <result>: <message>" of each entry, oldest first.
+  Texts audit() {
+    Texts found;
+    for (const json_spirit::Value& row : server.request("GET", "/audit").rows()) {
+      const auto text = [&](const char* key) {
+        std::string value;
+        EXPECT_TRUE(json_spirit::object_get(row.get_obj(), key, value)) << key;
+        return value;
+      };
+      found.push_back(text("role") + " " + text("method") + " " + text("host_uuid") + " " + text("sid") + "/" +
+                      text("database") + " " + text("result") + ": " + text("message"));
+    }
+    return found;
+  }
   /// "drain" or "drop" for TN1, as an operator.
   Answer ask(const std::string& what, const std::string& more) {
     Answer answer =
@@ -389,6 +404,41 @@ TEST_F(Ondemand_Queue_Test, Drop_Takes_Only_What_Was_Given_Up_And_Leaves_Its_Obj
 TEST_F(Ondemand_Queue_Test, Only_An_Operator_Drops) {
   const std::string body = std::string(R"({"host_uuid":")") + host_a + R"(","sid":"HDB","database":"TN1"})";
   EXPECT_EQ(server.agent("POST", "/backint/ondemand-runs/drop", body).status, 403U);
+}
+
+TEST_F(Ondemand_Queue_Test, What_Is_Retried_Or_Dropped_Stands_In_The_Audit_Log_And_A_Drain_Does_Not) {
+  back_up_and_give_up(2);
+  (void)ask("drain", "");
+  EXPECT_EQ(audit(), Texts());
+  (void)ask("drain", R"(,"retry":true)");
+  (void)ask("drop", "");
+  const std::string subject = std::string(host_a) + " HDB/TN1 ";
+  EXPECT_EQ(audit(), (Texts{"operator log_backup.retry " + subject + "done: 2 wait to be recorded",
+                            "operator log_backup.drop " + subject + "done: 0 dropped"}));
+}
+
+TEST_F(Ondemand_Queue_Test, An_Agent_That_Retries_For_Another_Host_Is_Refused_And_Stands_In_The_Audit_Log) {
+  const std::string body =
+      std::string(R"({"host_uuid":")") + host_b + R"(","sid":"HDB","database":"TN1","retry":true})";
+  EXPECT_EQ(server.agent("POST", "/backint/ondemand-runs/drain", body).status, 403U);
+  ASSERT_EQ(audit().size(), 1U);
+  EXPECT_NE(audit().front().find("agent log_backup.retry " + std::string(host_b) + " HDB/TN1 refused: the key belongs"),
+            std::string::npos)
+      << audit().front();
+}
+
+TEST_F(Ondemand_Queue_Test, Nothing_Is_Dropped_That_The_Audit_Log_Does_Not_Take) {
+  back_up_and_give_up(1);
+  ASSERT_TRUE(server.database.write([](backupd::Sql_Session& session) {
+    session.execute("DROP TABLE audit");
+    return true;
+  }));
+  const std::string body = std::string(R"({"host_uuid":")") + host_a + R"(","sid":"HDB","database":"TN1"})";
+  const Answer refused = server.request("POST", "/backint/ondemand-runs/drop", body);
+  EXPECT_EQ(refused.status, 500U);
+  EXPECT_NE(refused.error_message().find("nothing was done"), std::string::npos) << refused.text;
+  EXPECT_EQ(entries(), 1);
+  server.log.claim_containing("Failed to run a statement");
 }
 
 TEST_F(Ondemand_Queue_Test, Host_Has_So_Many_Runs_At_Once_And_No_More) {
