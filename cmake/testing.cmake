@@ -1,7 +1,8 @@
 # dorsal3_add_test(<name> SOURCES ... LIBS ... [LABELS ...] [TIMEOUT seconds])
 #   one GoogleTest executable; CTest sees every case by its own name.
-# dorsal3_add_test_again(<name> SUFFIX text FILTER pattern ZONE zone [BEGIN "YYYY-MM-DDTHH:MM:SS"])
-#   cases of that executable once more, in a time zone and from a moment on, with the suffix behind their names.
+# dorsal3_add_test_again(<name> SUFFIX text FILTER pattern [ZONE zone] [BEGIN "YYYY-MM-DDTHH:MM:SS"] [CLOCKS back|forward])
+#   cases of that executable once more, with the suffix behind their names: in a time zone, from a moment on, or, where
+#   processes keep the world's time, in a zone whose clocks are about to change (tests/support/changing_zone.h).
 # dorsal3_add_test_in_zones(<name> FILTER pattern)
 #   the same in another time zone, and over both changes of daylight saving: there the time of tests that set theirs
 #   themselves begins seconds before the change (tests/support/first_moment.h).
@@ -23,13 +24,19 @@ function(dorsal3_add_test name)
 endfunction()
 
 function(dorsal3_add_test_again name)
-  cmake_parse_arguments(T "" "SUFFIX;FILTER;ZONE;BEGIN" "" ${ARGN})
+  cmake_parse_arguments(T "" "SUFFIX;FILTER;ZONE;BEGIN;CLOCKS" "" ${ARGN})
   get_target_property(timeout ${name} DORSAL3_TEST_TIMEOUT)
   get_target_property(labels ${name} DORSAL3_TEST_LABELS)
+  set(environment "")
+  if(T_ZONE)
+    set(environment ENVIRONMENT "TZ=${T_ZONE}")
+  endif()
   # The script of the discovery would lose the second variable of one property.
   set(begin "")
   if(T_BEGIN)
     set(begin ENVIRONMENT_MODIFICATION "DORSAL3_TESTS_BEGIN=set:${T_BEGIN}")
+  elseif(T_CLOCKS)
+    set(begin ENVIRONMENT_MODIFICATION "DORSAL3_TESTS_CLOCKS=set:${T_CLOCKS}")
   endif()
   gtest_discover_tests(${name}
     DISCOVERY_MODE PRE_TEST
@@ -37,7 +44,7 @@ function(dorsal3_add_test_again name)
     TEST_SUFFIX "${T_SUFFIX}"
     TEST_FILTER "${T_FILTER}"
     TEST_LIST ${name}${T_SUFFIX}
-    PROPERTIES TIMEOUT ${timeout} ENVIRONMENT "TZ=${T_ZONE}" ${begin} LABELS "${labels}")
+    PROPERTIES TIMEOUT ${timeout} ${environment} ${begin} LABELS "${labels}")
 endfunction()
 
 function(dorsal3_add_test_in_zones name)

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "scrt/uuid.h"
+#include "support/changing_zone.h"
 
 namespace system_tests {
 
@@ -42,7 +43,25 @@ void wait_for_next_second() {
   while (std::time(nullptr) == now) pause_20_ms();
 }
 
+bool summer_at(std::time_t when) {
+  std::tm parts{};
+  ::localtime_r(&when, &parts);
+  return parts.tm_isdst > 0;
+}
+
 }  // namespace
+
+void Restore_System::SetUp() {
+  Log_Backup_System::SetUp();
+  const std::optional<support::Clocks> change = support::wanted_change_of_clocks();
+  if (!change) return;
+  // While a test has its commits made; HANA's restores come later, as its tests move its time by hours.
+  constexpr std::time_t soon = 5;
+  const std::time_t when = std::time(nullptr) + soon;
+  zone_.emplace(support::zone_whose_clocks_change(when, *change).c_str());
+  ASSERT_EQ(summer_at(when - 1), *change == support::Clocks::go_back);
+  ASSERT_EQ(summer_at(when), *change == support::Clocks::go_forward);
+}
 
 void Restore_System::TearDown() {
   if (fs::exists(real(second_directory))) (void)run_tool({real(second_directory) + "/HDB", "stop"});

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "log_backup_system.h"
+#include "support/scoped_zone.h"
 
 namespace system_tests {
 
@@ -18,6 +20,7 @@ class Restore_System : public Log_Backup_System {
     std::string restore_as;  ///< empty: under its own name
   };
 
+  void SetUp() override;
   void TearDown() override;
 
   /// A second system "QAS" with instance HDB01 and tenant QA1 on this host, discovered and logged on.
@@ -55,6 +58,7 @@ class Restore_System : public Log_Backup_System {
  private:
   [[nodiscard]] std::string resource_of(const std::string& name) const;
 
+  std::optional<support::Scoped_Zone> zone_;  ///< of all processes, where the environment asks for one
   int restores_ = 0;
 };
 
