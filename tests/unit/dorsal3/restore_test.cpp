@@ -3,6 +3,7 @@
 #include "command_fixture.h"
 #include "dorsal3/resources.h"
 #include "dorsal3/restore_definition.h"
+#include "dorsal3/time_argument.h"
 #include "keyboard.h"
 #include "support/scoped_zone.h"
 
@@ -135,7 +136,9 @@ TEST_F(Restore_Test, Ends_By_The_Reason_Of_A_Refusal) {
     EXPECT_EQ(run({"restore", "PRD_HDB00/TN1", "--to", "2026-11-20 08:15:00"}), row.exit_code) << row.codes;
     EXPECT_NE(out.str().find("REFUSED: "), std::string::npos);
     EXPECT_NE(out.str().find("nearest before it: 2026-11-20 08:10:00 UTC"), std::string::npos) << out.str();
-    EXPECT_NE(out.str().find("nearest after it: 2026-11-20 09:00:01 UTC, --set s"), std::string::npos) << out.str();
+    EXPECT_NE(out.str().find("nearest after it: " + time_for_people("2026-11-20 09:00:01") + ", --set s"),
+              std::string::npos)
+        << out.str();
     EXPECT_EQ(out.str().find("--confirm"), std::string::npos);
     EXPECT_EQ(run(confirmed_), row.exit_code);
     EXPECT_NE(out.str().find("Nothing was restored"), std::string::npos);
@@ -191,7 +194,8 @@ TEST_F(Restore_Test, Restores_And_Tells_How_Far_HANA_Has_Come) {
   plan_is(plan_json());
   let_run(confirmed_, completed, recovery("2026-11-20 08:15:00"));
   EXPECT_EQ(run(confirmed_), exit_ok) << out.str() << error.str();
-  EXPECT_NE(out.str().find("The restore is complete; HANA has reached 2026-11-20 08:15:00 UTC."), std::string::npos)
+  EXPECT_NE(out.str().find("The restore is complete; HANA has reached " + time_for_people("2026-11-20 08:15:00") + "."),
+            std::string::npos)
       << out.str();
   const json_spirit::Object definition = posted("POST /job-definitions");
   EXPECT_EQ(text_member(definition, "subtype"), "point-in-time");
@@ -209,7 +213,8 @@ TEST_F(Restore_Test, Calls_A_Shorter_Restore_An_Error) {
   plan_is(plan_json());
   let_run(confirmed_, completed, recovery("2026-11-20 08:14:59"));
   EXPECT_EQ(run(confirmed_), exit_failed);
-  EXPECT_NE(out.str().find("TOO EARLY: HANA has reached 2026-11-20 08:14:59 UTC, wanted was 2026-11-20 08:15:00 UTC"),
+  EXPECT_NE(out.str().find("TOO EARLY: HANA has reached " + time_for_people("2026-11-20 08:14:59") + ", wanted was " +
+                           time_for_people("2026-11-20 08:15:00")),
             std::string::npos)
       << out.str();
 }
