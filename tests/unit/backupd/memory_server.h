@@ -9,6 +9,7 @@
 #include "backupd/server_core.h"
 #include "platform/clock.h"
 #include "support/fake_http_transport.h"
+#include "support/first_moment.h"
 #include "support/log_capture.h"
 #include "support/temp_root.h"
 
@@ -52,7 +53,7 @@ class Still_Clock : public platform::Clock {
 
  private:
   std::atomic<std::chrono::seconds::rep> passed_{0};
-  std::atomic<std::time_t> date_{1'700'000'000};
+  std::atomic<std::time_t> date_{support::first_moment(1'700'000'000)};
   std::atomic<std::chrono::nanoseconds::rep> cut_{-1};
   platform::Scoped_Clock scope_{*this};
 };
