@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "json/value.h"
+#include "json/wiping_allocation.h"
 #include "json/yajl_generator.h"
 
 // JSON text to values and back.
@@ -264,8 +265,10 @@ bool load_json(std::string_view text, Value& value, std::string* error, const Lo
   if (text.size() > limits.bytes) return refuse("larger than " + std::to_string(limits.bytes) + " bytes");
   Value root;
   Value_Builder building(root, limits, secure_keys);
-  const std::unique_ptr<yajl_handle_t, void (*)(yajl_handle)> parser(yajl_alloc(&callbacks, nullptr, &building),
-                                                                     &yajl_free);
+  // Strings with escapes, which passwords may have, are put together in memory of yajl's own.
+  yajl_alloc_funcs memory = wiping_allocation;
+  const std::unique_ptr<yajl_handle_t, void (*)(yajl_handle)> parser(
+      yajl_alloc(&callbacks, secure_keys == nullptr ? nullptr : &memory, &building), &yajl_free);
   if (!parser) return refuse("out of memory");
   yajl_status status = yajl_parse(parser.get(), reinterpret_cast<const unsigned char*>(text.data()), text.size());
   if (status == yajl_status_ok) status = yajl_complete_parse(parser.get());

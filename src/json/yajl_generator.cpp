@@ -2,7 +2,9 @@
 
 #include <new>
 
-YAJL_Generator::YAJL_Generator() : handle_(yajl_gen_alloc(nullptr)) {
+#include "json/wiping_allocation.h"
+
+YAJL_Generator::YAJL_Generator() : handle_(yajl_gen_alloc(&wiping_allocation)) {
   if (handle_ == nullptr) throw std::bad_alloc();
 }
 

@@ -6,6 +6,8 @@ using json_spirit::Value;
 namespace {
 
 constexpr const char* protocol_version = "2.0";
+/// Members that are secrets wherever they stand: they become secure strings, which wipe themselves.
+constexpr const char* secret_keys[] = {"password", nullptr};
 
 JSON_RPC_Message refuse(JSON_RPC_Message message, int code, const std::string& why) {
   message.kind = JSON_RPC_Message::invalid;
@@ -84,7 +86,8 @@ JSON_RPC_Message JSON_RPC_Message::parse(std::string_view text) {
   try {
     Value value;
     std::string why;
-    if (!json_spirit::load_json(text, value, &why)) return refuse({}, JSON_RPC_E_PARSE, "not JSON: " + why);
+    if (!json_spirit::load_json(text, value, &why, {}, secret_keys))
+      return refuse({}, JSON_RPC_E_PARSE, "not JSON: " + why);
     if (!value.is_object()) return refuse({}, JSON_RPC_E_INVALID_REQUEST, "the message is not an object");
     return read_message(value.get_obj());
   } catch (const std::exception& caught) {

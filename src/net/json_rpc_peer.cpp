@@ -10,6 +10,7 @@
 
 #include "platform/clock.h"
 #include "platform/log.h"
+#include "platform/secure_string.h"
 
 using json_spirit::Value;
 
@@ -23,6 +24,9 @@ JSON_RPC_Answer failure(int code, std::string message) {
   answer.message = std::move(message);
   return answer;
 }
+
+/// A message may hold a password.
+void wipe(std::string& text) { platform::wipe_memory(text.data(), text.size()); }
 
 }  // namespace
 
@@ -206,7 +210,10 @@ JSON_RPC_Peer::~JSON_RPC_Peer() {
 void JSON_RPC_Peer::serve(const std::function<void()>& closed) {
   std::string text;
   net::Net_Error error;
-  while (impl_->socket.receive(text, error)) impl_->sort(text);
+  while (impl_->socket.receive(text, error)) {
+    impl_->sort(text);
+    wipe(text);
+  }
   if (closed) closed();
   impl_->finish();
 }
@@ -219,7 +226,9 @@ JSON_RPC_Answer JSON_RPC_Peer::call(const std::string& method, const Value& para
   const JSON_RPC_Answer given_up = failure(JSON_RPC_E_NOT_CONNECTED, "the call was given up");
   if (group != nullptr && !group->enter(call->wake)) return impl_->end_call(id, *call, given_up);
   net::Net_Error error;
-  const bool sent = impl_->socket.send(json_rpc_request_text(id, method, params, requester), error);
+  std::string text = json_rpc_request_text(id, method, params, requester);
+  const bool sent = impl_->socket.send(text, error);
+  wipe(text);
   const bool woken = sent && platform::Clock::current().wait_for(call->wake, timeout);
   if (group != nullptr) group->leave(call->wake);
   if (!sent)

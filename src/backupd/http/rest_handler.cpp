@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/log.h"
+#include "platform/secure_string.h"
 
 namespace backupd {
 
@@ -54,15 +55,26 @@ Outcome check_query(const Route& route, const Request& request) {
   return {};
 }
 
-Outcome read_json_body(net::Server_Exchange& exchange, json_spirit::Object& body) {
+/// A request may pass a password on to an agent: neither its text nor a plain string of it outlives the reading.
+struct Wiped_Text {
   std::string text;
-  if (!exchange.read_body(text))
+  Wiped_Text() = default;
+  ~Wiped_Text() { platform::wipe_memory(text.data(), text.size()); }
+  Wiped_Text(const Wiped_Text&) = delete;
+  Wiped_Text& operator=(const Wiped_Text&) = delete;
+};
+constexpr const char* secret_keys[] = {"password", nullptr};
+
+Outcome read_json_body(net::Server_Exchange& exchange, json_spirit::Object& body) {
+  Wiped_Text read;
+  const std::string& text = read.text;
+  if (!exchange.read_body(read.text))
     return Outcome::refuse(Outcome::too_large,
                            "the request's body could not be read whole; it may hold at most 16 MiB");
   if (text.empty()) return {};
   json_spirit::Value value;
   std::string error;
-  if (!json_spirit::load_json(text, value, &error))
+  if (!json_spirit::load_json(text, value, &error, {}, secret_keys))
     return Outcome::refuse(Outcome::bad_request,
                            "the request's body is not JSON: " + platform::cut_for_log(error, quoted_limit));
   if (!value.is_object()) return Outcome::refuse(Outcome::bad_request, "the request's body must be a JSON object");

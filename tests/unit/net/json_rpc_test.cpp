@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/secure_string.h"
+#include "support/freed_memory_watch.h"
+
 namespace {
 
 using json_spirit::Object;
@@ -21,6 +24,29 @@ TEST(Json_Rpc_Message, Tells_The_Kinds_Apart) {
                          Row{R"({"jsonrpc":"2.0","id":null,"error":{"code":-32700,"message":"no","data":[1]}})",
                              JSON_RPC_Message::error}})
     EXPECT_EQ(JSON_RPC_Message::parse(row.text).kind, row.kind) << row.text;
+}
+
+TEST(Json_Rpc_Message, Takes_A_Password_Into_Care_And_Leaves_None_In_The_Memory_It_Gives_Back) {
+  const std::string secret = "a password \"of more bytes\" than a short string holds";
+  const std::string text =
+      R"({"jsonrpc":"2.0","id":1,"method":"m","params":{"list":[{"password":"a password \"of more bytes\" )"
+      R"(than a short string holds"}],"password":7,"user":"u"}})";
+  // Without what is escaped.
+  const std::string_view watched = "than a short string holds";
+  const support::Freed_Memory_Watch watch(watched);
+  {
+    const JSON_RPC_Message message = JSON_RPC_Message::parse(text);
+    ASSERT_EQ(message.kind, JSON_RPC_Message::request) << message.error_message;
+    const Object& params = message.params.get_obj();
+    const Object& first = params.find("list")->get_array().front().get_obj();
+    EXPECT_EQ(first.find("password")->get_secure_str().view(), secret);
+    EXPECT_TRUE(params.find("user")->is_string());
+    std::string again = json_rpc_request_text(message.id, message.method, message.params);
+    EXPECT_EQ(again, text);
+    platform::wipe_memory(again.data(), again.size());
+  }
+  EXPECT_EQ(JSON_RPC_Message::parse(std::string_view(text).substr(0, text.size() - 1)).kind, JSON_RPC_Message::invalid);
+  EXPECT_EQ(watch.found(), 0U);
 }
 
 TEST(Json_Rpc_Message, Refuses_With_The_Fitting_Code) {

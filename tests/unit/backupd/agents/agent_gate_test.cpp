@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "support/freed_memory_watch.h"
 #include "unit/backupd/fake_agent.h"
 
 using namespace backupd_test;
@@ -25,6 +26,34 @@ std::string call_body(const std::string& method, const std::string& params) {
   return R"({"method":")" + method + R"(","params":)" + params + "}";
 }
 
+/// A request as a connection hands it over; it keeps what it was given.
+class Given_Exchange : public net::Server_Exchange {
+ public:
+  Given_Exchange(std::string target, std::string body, const std::string& key)
+      : target_(std::move(target)), body_(std::move(body)) {
+    headers_.set_bearer(secure_string(key));
+  }
+  const std::string& method() const override { return method_; }
+  const std::string& target() const override { return target_; }
+  const net::Http_Headers& headers() const override { return headers_; }
+  std::string peer_address() const override { return "127.0.0.1"; }
+  bool read_body(std::string& body, std::size_t) override {
+    body = body_;
+    return true;
+  }
+  bool read_body(net::Body_Sink&) override { return false; }
+  void respond(const net::Http_Response& response) override { status = response.status; }
+  void respond(const net::Http_Response& head, net::Body_Source&) override { status = head.status; }
+
+  unsigned status = 0;
+
+ private:
+  const std::string method_ = "POST";
+  const std::string target_;
+  const std::string body_;
+  net::Http_Headers headers_;
+};
+
 /// A server with the agents of two hosts that share the system HDB. What reaches the second one is written down.
 class Agent_Gate_Test : public ::testing::Test {
  protected:
@@ -40,6 +69,7 @@ class Agent_Gate_Test : public ::testing::Test {
         *socket,
         [this](const JSON_RPC_Message& message) {
           seen.push_back(message.method + " " + json_spirit::dump_json(message.requester));
+          passed_on = json_spirit::dump_json(message.params);
           return fails ? bad(-32603, "failed to handle instance\n") : good(json_spirit::Object{{"error", 0}});
         },
         1, JSON_RPC_Peer::Side_Lane{});
@@ -73,6 +103,7 @@ class Agent_Gate_Test : public ::testing::Test {
 
   Memory_Server server;
   std::vector<std::string> seen;
+  std::string passed_on;  ///< the params that came last
   std::atomic<bool> fails{false};
   std::unique_ptr<Fake_Agent> asking;
   std::unique_ptr<net::Web_Socket> socket;
@@ -214,6 +245,22 @@ TEST_F(Agent_Gate_Test, Writes_The_Creation_Of_A_Database_Down_Without_Its_Passw
   EXPECT_NE(entries[2].find(subject + R"("result":"failed","message":"failed to handle)"), std::string::npos)
       << entries[2];
   EXPECT_EQ(server.request("GET", "/audit", "", server.viewer_key).text.find("SECRET"), std::string::npos);
+}
+
+TEST_F(Agent_Gate_Test, A_Password_That_Is_Passed_On_Stays_In_No_Memory_That_Is_Given_Back) {
+  const std::string secret = "a password of more bytes than a short string holds";
+  std::string params = create_params;
+  params.replace(params.find("SECRET"), std::string("SECRET").size(), secret);
+  for (const char* tail : {"", "}"}) {
+    SCOPED_TRACE(tail);
+    Given_Exchange exchange(std::string("/q5/r/v2/agents/") + host_b + "/call",
+                            call_body("hana.database.create", params) + tail, server.operator_key);
+    const support::Freed_Memory_Watch watch(secret);
+    server.core->handler().handle(exchange);
+    EXPECT_EQ(watch.found(), 0U);
+    EXPECT_EQ(exchange.status, *tail == 0 ? 200U : 400U);
+  }
+  EXPECT_EQ(passed_on, params);
 }
 
 TEST_F(Agent_Gate_Test, Lists_And_States_Leave_No_Entry) {
