@@ -185,6 +185,17 @@ Reply drain_owed_runs(Server_Core& core, const Request& request) {
   return page;
 }
 
+Reply get_restores(Server_Core& core, const Request& request) {
+  const Restore_Place place{request.parameter("host_uuid"), request.parameter("sid"), request.parameter("database")};
+  if (place.sid.empty()) return Outcome::refuse(Outcome::bad_request, "the parameter \"sid\" is missing");
+  if (request.identity.role == role_agent && request.identity.host_uuid != place.host_uuid)
+    return Outcome::refuse(Outcome::forbidden, "the key belongs to the host " + request.identity.host_uuid +
+                                                   ", which has no say over the restores of another one");
+  List_Page page;
+  if (!core.restored.list_running(place, page)) return store_unavailable();
+  return page;
+}
+
 /// {"job_act_id"}: the restore that it counts for, "" without one.
 Reply post_restored(Server_Core& core, const Request& request) {
   Restored_Report report;
@@ -227,6 +238,7 @@ void add_backint_routes(Router& router, Server_Core& core) {
       {"GET", runs, all_roles, with_list_keys({"host_uuid", "sid", "database"}), Body::none, get_owed_runs},
       {"POST", runs + "/drain", role_agent | role_operator, {}, Body::json, drain_owed_runs},
       {"POST", runs + "/drop", role_operator, {}, Body::json, drop_owed_runs},
+      {"GET", backint + "/restores", all_roles, {"host_uuid", "sid", "database"}, Body::none, get_restores},
       {"POST", backint + "/restored", role_agent, {}, Body::json, post_restored},
       {"GET", job, all_roles, {}, Body::none, get_job},
       {"PATCH", job, role_agent, {}, Body::json, patch_job},

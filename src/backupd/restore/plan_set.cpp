@@ -1,6 +1,7 @@
 #include "backupd/restore/plan_set.h"
 
 #include "backupd/restore/restore_selection.h"
+#include "records/log_positions.h"
 #include "scrt/time_text.h"
 
 namespace backupd {
@@ -54,6 +55,12 @@ Plan_Set Plan_Set::read(const json_spirit::Object& document) {
 
 bool Plan_Set::is_full() const { return type == type_full; }
 bool Plan_Set::is_delta() const { return type == type_incremental || type == type_differential; }
+
+std::optional<std::int64_t> Plan_Set::base_id() const {
+  for (const Plan_Object& object : objects)
+    if (const auto base = delta_base(object.name)) return static_cast<std::int64_t>(*base);
+  return std::nullopt;
+}
 
 std::string Plan_Set::begin() const { return earlier(first_time, begin_shift_seconds); }
 std::string Plan_Set::whole_until() const { return earlier(first_time, begin_shift_seconds + 1); }

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,8 @@ struct Plan_Set {
 
   [[nodiscard]] bool is_full() const;
   [[nodiscard]] bool is_delta() const;
+  /// HANA's id of the backup that a delta builds on; none when the names do not tell.
+  [[nodiscard]] std::optional<std::int64_t> base_id() const;
   /// Whether a catalog that begins with this set lists `other`: that one had ended by then.
   [[nodiscard]] bool knows(const Plan_Set& other) const {
     return other.backup_id <= backup_id && other.last_time < first_time;

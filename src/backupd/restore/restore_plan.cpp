@@ -8,6 +8,9 @@ namespace backupd {
 
 namespace {
 
+/// Backup sets that are tried as the nearest one: each is a plan of its own.
+constexpr int most_tries = 8;
+
 std::string service_label(const Service_Logs& service) {
   return "volume " + std::to_string(service.volume) +
          (service.partition == 0 ? "" : "." + std::to_string(service.partition));
@@ -62,11 +65,11 @@ class Planner {
                           question_.time + " UTC in that part of its history";
     find_after();
     const auto earlier = std::find_if(question_.data.rbegin(), question_.data.rend(), [&](const Plan_Set& set) {
-      return set.is_full() && !set.pool_uuid.empty() && set.first_time <= question_.time;
+      return set.is_full() && !set.pool_uuid.empty() && set.first_time <= question_.time && can_be_had(whole(set));
     });
     if (earlier != question_.data.rend()) {
       message += "; the database was recovered since " + set_label(*earlier) + ", to which you can go back as a set";
-      plan_.before = Recoverable{earlier->first_time, earlier->uuid};
+      plan_.before = whole(*earlier);
     } else if (plan_.after) {
       message += "; the first one can be had at " + plan_.after->time;
     } else {
@@ -91,7 +94,7 @@ class Planner {
       return;
     }
     const std::string way_out = "; restore it by its set instead: " + plan_.full->uuid;
-    plan_.before = Recoverable{plan_.full->first_time, plan_.full->uuid};
+    if (can_be_had(whole(*plan_.full))) plan_.before = whole(*plan_.full);
     if (catalog == nullptr)
       refuse(refusal::no_catalog, "HANA would look " + set_label(*plan_.full) +
                                       " up in its catalog, and no backup of that is here" + way_out);
@@ -137,12 +140,24 @@ class Planner {
       else if (set.incarnation != plan_.full->incarnation)
         note(plan_note::no_base, set_label(set) + " builds on a full backup that is not the one of this restore (" +
                                      set.incarnation + ") and is left out; logs take its place");
+      else if (!builds_on_taken(set))
+        note(plan_note::no_base, set_label(set) + " builds on a backup that is none of this restore's (" +
+                                     std::to_string(*set.base_id()) + ") and is left out; logs take its place");
       else if (!plan_.catalog->knows(set))
         check_wanted_is_known(set);
       else
         take_delta(set);
     }
     for (const Plan_Set* set : plan_.deltas) check_usable(*set);
+  }
+
+  /// HANA tells in a delta's names what it builds on. That is no backup that is known here when HANA has made one into
+  /// files meanwhile.
+  [[nodiscard]] bool builds_on_taken(const Plan_Set& set) const {
+    const auto base = set.base_id();
+    return !base || *base <= plan_.full->backup_id ||
+           std::any_of(plan_.deltas.begin(), plan_.deltas.end(),
+                       [&](const Plan_Set* taken) { return taken->backup_id == *base; });
   }
 
   void check_wanted_is_known(const Plan_Set& set) {
@@ -200,17 +215,14 @@ class Planner {
       if (!service.reaches) volumes.emplace_back(service.volume);
     // The data backup that the logs follow can be had whole, as a set.
     if (services.empty() || reached <= base.first_time)
-      plan_.before = Recoverable{base.is_full() ? base.first_time : base.last_time, base.uuid};
+      find_before(whole(base));
     else
-      plan_.before = Recoverable{reached, {}};
+      find_before({reached, {}});
     find_after();
     // A clock that is behind HANA's own does not keep from a time that the logs hold.
     const bool future = question_.time > question_.now;
     std::string message = why_short(services, base, future);
-    message += "; nearest before it: " + plan_.before->time +
-               (plan_.before->set.empty() ? "" : " (set " + plan_.before->set + ")");
-    message +=
-        plan_.after ? ", after it: " + plan_.after->time + " (set " + plan_.after->set + ")" : ", after it: none";
+    message += "; nearest before it: " + label_of(plan_.before) + ", after it: " + label_of(plan_.after);
     refuse(future ? refusal::future : refusal::too_short, std::move(message), {{"volumes", volumes}});
   }
 
@@ -221,14 +233,45 @@ class Planner {
     return "the logs of " + question_.database + " do not reach " + plan_.time + " UTC";
   }
 
+  static Recoverable whole(const Plan_Set& set) { return {set.is_full() ? set.first_time : set.last_time, set.uuid}; }
+
+  static std::string label_of(const std::optional<Recoverable>& point) {
+    if (!point) return "none";
+    return point->time + (point->set.empty() ? "" : " (set " + point->set + ")");
+  }
+
+  [[nodiscard]] bool can_be_had(const Recoverable& point) const {
+    return !question_.can_be_had || question_.can_be_had(point);
+  }
+
+  /// What the logs tell, or else the next older data backup that can be had as a set.
+  void find_before(const Recoverable& best) {
+    if (can_be_had(best)) {
+      plan_.before = best;
+      return;
+    }
+    int tries = 0;
+    for (auto set = question_.data.rbegin(); set != question_.data.rend() && tries < most_tries; ++set) {
+      const Recoverable point = whole(*set);
+      if (set->pool_uuid.empty() || point.set == best.set || point.time > best.time) continue;
+      ++tries;
+      if (!can_be_had(point)) continue;
+      plan_.before = point;
+      return;
+    }
+  }
+
   /// The next data backup that can be had as a set.
   void find_after() {
+    int tries = 0;
     for (const Plan_Set& set : question_.data) {
       if (set.first_time <= question_.time || set.pool_uuid.empty()) continue;
       const bool follows = set.is_delta() && !question_.ignore_delta && plan_.full != nullptr &&
                            set.lifeline == plan_.lifeline && set.incarnation == plan_.full->incarnation;
       if (!set.is_full() && !follows) continue;
-      plan_.after = Recoverable{set.is_full() ? set.first_time : set.last_time, set.uuid};
+      if (tries++ == most_tries) return;
+      if (!can_be_had(whole(set))) continue;
+      plan_.after = whole(set);
       return;
     }
   }

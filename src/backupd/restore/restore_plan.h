@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -10,6 +11,12 @@
 #include "json/value.h"
 
 namespace backupd {
+
+/// A time that the database can be had of, and the set to ask for when the time alone would not do.
+struct Recoverable {
+  std::string time;
+  std::string set;  ///< uuid; may be empty
+};
 
 /// Everything a plan is made from. The sets must outlive the plan.
 struct Restore_Question {
@@ -25,12 +32,9 @@ struct Restore_Question {
   std::vector<Plan_Set> data;                ///< full, incremental and differential sets of the database, by begin
   std::vector<Plan_Set> logs;                ///< log and catalog sets of the lifeline since its full backup
   std::size_t waiting_logs = 0;              ///< backups of logs that are saved and in no set yet
-};
-
-/// A time that the database can be had of, and the set to ask for when the time alone would not do.
-struct Recoverable {
-  std::string time;
-  std::string set;  ///< uuid; may be empty
+  /// Whether a plan for that, with the same wish otherwise, would be carried out: what lies on the pools counts there,
+  /// too. Asked for nothing but the nearest times. Empty: all can be had.
+  std::function<bool(const Recoverable&)> can_be_had;
 };
 
 /// Why a restore is refused, or what one should know of it.

@@ -110,6 +110,21 @@ void Restore_Planning::check_target(const Wish& wish, Restore_Plan& plan) const 
          {{"host_uuid", wish.target.host_uuid}}});
 }
 
+bool Restore_Planning::can_be_had(const Wish& wish, const Recoverable& point) {
+  Restore_Wish other = wish.restore;
+  other.time = point.set.empty() ? point.time : std::string();
+  other.set = point.set;
+  Restore_History history;
+  if (!history.load(database_, other).ok()) return false;
+  // Its own nearest times are of no interest here.
+  history.question.can_be_had = [](const Recoverable&) { return false; };
+  Restore_Plan plan = plan_restore(history.question);
+  if (!plan.ok()) return false;
+  json_spirit::Object unused;
+  look_at_objects(wish.target, plan, unused);
+  return plan.ok();
+}
+
 Outcome Restore_Planning::plan(const json_spirit::Object& body, json_spirit::Object& result) {
   Wish wish;
   if (Outcome outcome = read(body, wish); !outcome.ok()) return outcome;
@@ -122,6 +137,7 @@ Outcome Restore_Planning::plan(const json_spirit::Object& body, json_spirit::Obj
   if (!list_ondemand_runs(database_, waiting, Given_Up::shown, page))
     return Outcome::refuse(Outcome::internal, "the queue of log backups cannot be read now; see the server's log");
   history.question.waiting_logs = static_cast<std::size_t>(page.total);
+  history.question.can_be_had = [&](const Recoverable& point) { return can_be_had(wish, point); };
   Restore_Plan plan = plan_restore(history.question);
   check_target(wish, plan);
   result = {{"resource_uuid", wish.restore.resource_uuid},

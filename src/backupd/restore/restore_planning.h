@@ -31,6 +31,8 @@ class Restore_Planning {
   struct Wish;
   [[nodiscard]] Outcome read(const json_spirit::Object& body, Wish& wish);
   void check_target(const Wish& wish, Restore_Plan& plan) const;
+  /// Whether a plan for that would be carried out as far as backups go.
+  bool can_be_had(const Wish& wish, const Recoverable& point);
   /// Looks every object of the plan up; what is missing is refused.
   void look_at_objects(const Restore_System& target, Restore_Plan& plan, json_spirit::Object& result);
 

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "backupd/outcome.h"
+#include "backupd/restore/running_restores.h"
 #include "backupd/store/database.h"
 
 namespace backupd {
@@ -26,6 +27,11 @@ class Restored_Bytes {
   /// Notes a report; one that comes late changes nothing. `job_act_id` becomes the run it counts for, empty when no
   /// restore into the database goes on, as when somebody recovers it by hand.
   [[nodiscard]] Outcome add(const Restored_Report& report, std::string& job_act_id);
+
+  /// Rows {job_act_id, origin_sid, origin_database} of the restores into a database that go on, the last begun first.
+  [[nodiscard]] bool list_running(const Restore_Place& place, List_Page& page) {
+    return list_restores_into(database_, place, page);
+  }
 
  private:
   Database& database_;

@@ -107,6 +107,21 @@ TEST_F(Restored_Bytes_Test, Of_What_Nobody_Restores_Here_Count_Nowhere) {
   EXPECT_EQ(restored(run_), 0);
 }
 
+TEST_F(Restored_Bytes_Test, Tell_What_A_Restore_That_Goes_On_Brings_Back) {
+  const std::string path = std::string("/backint/restores?host_uuid=") + host_a + "&sid=HDB&database=";
+  const auto rows = [&](const std::string& database) {
+    const json_spirit::Array found = server_.request("GET", path + database, {}, server_.agent_key).rows();
+    return json_spirit::dump_json(found);
+  };
+  EXPECT_EQ(rows("TN2"), R"([{"job_act_id":")" + run_ + R"(","origin_sid":"HDB","origin_database":"TN1"}])");
+  EXPECT_EQ(rows("TN1"), "[]");
+  EXPECT_EQ(server_.request("GET", path + "TN2", {}, server_.other_agent_key).status, 403U);
+  EXPECT_EQ(server_.request("GET", std::string("/backint/restores?host_uuid=") + host_a, {}, server_.agent_key).status,
+            400U);
+  ASSERT_TRUE(server_.core->activities.fail(run_, "it broke"));
+  EXPECT_EQ(rows("TN2"), "[]");
+}
+
 TEST_F(Restored_Bytes_Test, Are_Taken_From_The_Host_That_Tells_Them_Alone) {
   const Answer other =
       server_.request("POST", "/backint/restored", body(host_b, 5, first_call, "TN2", "HDB"), server_.agent_key);
