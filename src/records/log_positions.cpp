@@ -9,6 +9,7 @@ namespace {
 constexpr std::string_view log_prefix = "log_backup_";
 constexpr std::string_view catalog_numbers = "0_0_0_0";
 constexpr std::string_view data_mark = "_databackup_";
+constexpr std::string_view delta_kinds[] = {"incremental_", "differential_"};
 
 /// Takes the number before the next '_', or the rest.
 bool take_number(std::string_view& text, std::uint64_t& value) {
@@ -47,6 +48,19 @@ std::optional<std::uint64_t> data_volume(std::string_view filename) {
   filename.remove_prefix(mark + data_mark.size());
   if (!take_number(filename, volume)) return std::nullopt;
   return volume;
+}
+
+std::optional<std::uint64_t> delta_base(std::string_view filename) {
+  const std::size_t mark = filename.rfind(data_mark);
+  if (mark == std::string_view::npos) return std::nullopt;
+  filename.remove_prefix(mark + data_mark.size());
+  for (const std::string_view kind : delta_kinds) {
+    if (!filename.starts_with(kind)) continue;
+    filename.remove_prefix(kind.size());
+    std::uint64_t base = 0;
+    if (std::count(filename.begin(), filename.end(), '_') == 3 && take_number(filename, base)) return base;
+  }
+  return std::nullopt;
 }
 
 void Log_Positions::add(const Piece& piece) {

@@ -24,6 +24,11 @@ struct Log_Name {
 /// Volume of a data backup's object, "<prefix>_databackup_<volume>_<part>"; none for another name.
 [[nodiscard]] std::optional<std::uint64_t> data_volume(std::string_view filename);
 
+/// HANA's id of the backup that a delta builds on, by its object
+/// "<prefix>_databackup_<kind>_<base>_<id>_<volume>_<part>", kind "incremental" or "differential"; none for another
+/// name.
+[[nodiscard]] std::optional<std::uint64_t> delta_base(std::string_view filename);
+
 /// The log positions of one service that are backed up, put together from backups in HANA's order. Logs may come late
 /// and fill a gap. After a recovery HANA writes positions again that it had written before: such a log begins a branch,
 /// and what the former one holds from there on does not belong to it. Positions are half open: [first, last).

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
+#include <set>
 
 #include "backupd/restore/restore_history.h"
 #include "support/log_capture.h"
@@ -105,8 +107,14 @@ class Restore_Plan_Test : public ::testing::Test {
     return point->time.substr(11) + (point->set.empty() ? "" : " " + names_.at(point->set));
   }
 
+  /// As if only what `has` names could be had: "08:09:59", "08:35:30 I1".
+  void let_only(std::set<std::string> has) {
+    can_be_had_ = [this, has = std::move(has)](const backupd::Recoverable& point) { return has.contains(near(point)); };
+  }
+
   backupd::Restore_Wish wish_;
   backupd::Restore_Plan plan_;
+  std::function<bool(const backupd::Recoverable&)> can_be_had_;
 
  private:
   [[nodiscard]] std::string name_of(const backupd::Plan_Set* set) const {
@@ -116,6 +124,7 @@ class Restore_Plan_Test : public ::testing::Test {
     history_ = std::make_unique<backupd::Restore_History>();
     const backupd::Outcome outcome = history_->load(database_, wish_);
     EXPECT_TRUE(outcome.ok()) << outcome.message;
+    history_->question.can_be_had = can_be_had_;
     plan_ = backupd::plan_restore(history_->question);
     return plan_;
   }
@@ -224,6 +233,62 @@ TEST_F(Restore_Plan_Test, Tells_The_Nearest_Times_When_The_Logs_End_Too_Early) {
   at("12:00:00");
   EXPECT_EQ(near(plan_.before), "11:00:01 F2");
   EXPECT_EQ(near(plan_.after), "none");
+}
+
+TEST_F(Restore_Plan_Test, Names_As_Nearest_Only_What_Can_Be_Had) {
+  insert(busy_day());
+  struct Row {
+    std::set<std::string> has;
+    const char* before;
+    const char* after;
+  };
+  for (const Row& row : {Row{{"09:59:59", "11:00:01 F2"}, "09:59:59", "11:00:01 F2"},
+                         Row{{"09:35:30 I2", "09:05:30 D1", "08:00:01 F1"}, "09:35:30 I2", "none"},
+                         Row{{"08:00:01 F1"}, "08:00:01 F1", "none"}, Row{{"11:00:01 F2"}, "none", "11:00:01 F2"},
+                         Row{{}, "none", "none"}}) {
+    let_only(row.has);
+    at("10:30:00");
+    EXPECT_EQ(text(), "logs_too_short");
+    EXPECT_EQ(near(plan_.before), row.before);
+    EXPECT_EQ(near(plan_.after), row.after);
+    EXPECT_NE(plan_.refusals.at(0).message.find(std::string("after it: ") + (plan_.after ? "2026" : "none")),
+              std::string::npos)
+        << plan_.refusals.at(0).message;
+  }
+}
+
+TEST_F(Restore_Plan_Test, Names_No_Full_Backup_Before_All_That_Cannot_Be_Had) {
+  insert(busy_day());
+  let_only({});
+  at("07:00:00");
+  EXPECT_EQ(text(), "no_full_backup");
+  EXPECT_EQ(near(plan_.after), "none");
+  let_only({"11:00:01 F2"});
+  at("07:00:00");
+  EXPECT_EQ(near(plan_.after), "11:00:01 F2");
+}
+
+TEST_F(Restore_Plan_Test, Leaves_Out_A_Delta_Whose_Name_Tells_Another_Base) {
+  const auto based_on = [](Set_Line line, const std::string& clock) {
+    const std::string base = std::to_string(backup_id_at(clock));
+    for (std::string& file : line.files)
+      file.replace(file.find("_databackup_"), std::string("_databackup_").size(),
+                   "_databackup_incremental_" + base + "_1_");
+    return line;
+  };
+  std::vector<Set_Line> lines{full("F1", "08:00:00", "08:01:00")};
+  lines.push_back(based_on(delta("I1", "incremental", "08:05:00", "F1"), "08:00:00"));
+  add_log(lines, "G1", "08:10", 100, 110);
+  // HANA made a full backup into files at 08:11, and its next deltas upon that.
+  lines.push_back(based_on(delta("I2", "incremental", "08:12:00", "F1"), "08:11:00"));
+  lines.push_back(based_on(delta("I3", "incremental", "08:14:00", "F1"), "08:12:00"));
+  add_log(lines, "G2", "08:20", 110, 120);
+  insert(lines);
+  at("08:15:00");
+  EXPECT_EQ(text(), "F1 I1 | 2:G1 2:G2 3:G1 3:G2 | CG2");
+  EXPECT_EQ(codes(plan_.notes), "delta_without_base delta_without_base");
+  at("08:30:00");
+  EXPECT_EQ(text(), "logs_too_short");
 }
 
 TEST_F(Restore_Plan_Test, Is_Held_Back_By_The_Service_With_The_Shortest_Log) {
