@@ -93,6 +93,24 @@ std::vector<std::string> Memory_Backupd::completed_jobs() const {
   return completed_jobs_;
 }
 
+void Memory_Backupd::begin_restore(const std::string& origin, const std::string& target) {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  restores_[target] = origin;
+}
+
+void Memory_Backupd::list_restores(net::Server_Exchange& exchange, const std::map<std::string, std::string>& query) {
+  json_spirit::Array rows;
+  {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const auto database = query.find("database");
+    const auto found = database == query.end() ? restores_.end() : restores_.find(database->second);
+    if (found != restores_.end())
+      rows.emplace_back(
+          Object{{"job_act_id", "act-2"}, {"origin_sid", query.at("sid")}, {"origin_database", found->second}});
+  }
+  answer(exchange, 200, Object{{"total", rows.size()}, {"rows", rows}});
+}
+
 std::vector<Object> Memory_Backupd::restored() const {
   const std::lock_guard<std::mutex> guard(mutex_);
   return restored_;
@@ -170,6 +188,7 @@ void Memory_Backupd::handle_records(net::Server_Exchange& exchange, const std::s
     return handle_job(exchange, rest.substr(0, slash), rest.substr(slash) == "/files");
   }
   if (path == "backint/on-demand-jobs" && method == "POST") return add_ondemand_job(exchange);
+  if (path == "backint/restores" && method == "GET") return list_restores(exchange, query);
   if (path == "backint/restored" && method == "POST") return add_restored(exchange);
   if (path == files && method == "GET") return list_files(exchange, query);
   if (path.starts_with(files + "/") && method == "DELETE") {

@@ -30,6 +30,8 @@ class Memory_Backupd : public net::Http_Handler {
   [[nodiscard]] std::vector<json_spirit::Object> files() const;
   /// Jobs whose last file record came, once for each such request.
   [[nodiscard]] std::vector<std::string> completed_jobs() const;
+  /// A restore from a database into another of the same system goes on.
+  void begin_restore(const std::string& origin, const std::string& target);
   /// Reports of what was restored, as they came.
   [[nodiscard]] std::vector<json_spirit::Object> restored() const;
   /// Waits for the first of them.
@@ -52,6 +54,7 @@ class Memory_Backupd : public net::Http_Handler {
   void handle_records(net::Server_Exchange& exchange, const std::string& path,
                       const std::map<std::string, std::string>& query);
   void handle_job(net::Server_Exchange& exchange, const std::string& uuid, bool of_files);
+  void list_restores(net::Server_Exchange& exchange, const std::map<std::string, std::string>& query);
   void add_restored(net::Server_Exchange& exchange);
   void add_ondemand_job(net::Server_Exchange& exchange);
   void list_files(net::Server_Exchange& exchange, const std::map<std::string, std::string>& query);
@@ -66,6 +69,7 @@ class Memory_Backupd : public net::Http_Handler {
   std::map<std::string, json_spirit::Object> jobs_;  // guarded by mutex_, as all below
   std::vector<json_spirit::Object> files_;
   std::vector<std::string> completed_jobs_;
+  std::map<std::string, std::string> restores_;  // origins by targets
   std::vector<json_spirit::Object> restored_;
   std::condition_variable restored_changed_;
   std::map<std::string, std::string> objects_;

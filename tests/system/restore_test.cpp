@@ -97,6 +97,32 @@ TEST_F(Restores, A_Tenant_Becomes_Another_One_As_It_Was_At_A_Time) {
   EXPECT_TRUE(rows("TN1").starts_with("a,2\n"));
 }
 
+/// What HANA asks for in another one's name is not documented: both ways must do.
+TEST_F(Restores, Another_Tenant_May_Be_Asked_For_As_Its_Own) {
+  start_with_log_backup({.tenants = {"TN1", "TN2"}});
+  put("TN1", "a", "1");
+  back_up("TN1");
+  const std::string full = text_of(newest_set("TN1", "full"), "uuid");
+  put("TN1", "a", "2");
+  const std::string wanted = moment();
+  put("TN1", "a", "3");
+  save_logs({"TN1"});
+  const std::vector<std::string> user{"source_user = target"};
+  const std::vector<std::string> names{"source_names = target"};
+  const std::vector<std::string> both{"source_user = target", "source_names = target"};
+  for (const std::vector<std::string>& faults : {user, names, both}) {
+    for (const std::string& line : faults) fault(line);
+    EXPECT_EQ(restore({{.database = "TN1", .set = full, .restore_as = "TN2"}}), "completed")
+        << faults.front() << " " << faults.size() << agent_log();
+    EXPECT_EQ(rows("TN2"), "a,1\n");
+    EXPECT_EQ(restore({{.database = "TN1", .timepoint = wanted, .restore_as = "TN2"}}), "completed")
+        << faults.front() << " " << faults.size() << agent_log();
+    EXPECT_EQ(rows("TN2"), "a,2\n");
+    no_faults();
+  }
+  EXPECT_TRUE(staged_files().empty());
+}
+
 TEST_F(Restores, Another_System_Takes_A_Tenant_In) {
   start_with_log_backup();
   put("TN1", "a", "1");

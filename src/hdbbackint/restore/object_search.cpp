@@ -1,6 +1,8 @@
 #include "hdbbackint/restore/object_search.h"
 
+#include "hdbbackint/backup/ondemand_configuration.h"
 #include "hdbbackint/console.h"
+#include "hdbbackint/restore/restore_origins.h"
 #include "hdbbackint/restore/staged_catalog.h"
 
 namespace hdbbackint {
@@ -8,7 +10,8 @@ namespace hdbbackint {
 bool Object_Search::find() {
   bool staged = false;
   if (entry_.ebid.empty() && is_hana_catalog(entry_.name) && !find_staged(staged)) return false;
-  return staged || find_recorded();
+  if (staged) return true;
+  return find_recorded() && (!files_.empty() || find_restored());
 }
 
 /// The record tells how the object was stored, the file where it lies now.
@@ -49,6 +52,42 @@ bool Object_Search::find_recorded() {
   if (!files_.empty() || query.host_uuid.empty() || entry_.name.empty()) return true;
   query.host_uuid.clear();
   return ask(query);
+}
+
+bool Object_Search::find_restored() {
+  Object_Owner named;
+  if (!find_object_owner(entry_.name, named)) return true;
+  std::vector<User_Id> origins;
+  if (!find_restore_origins(call_, call_.user, origins, error_)) return false;
+  if (!is_owner(call_.user, entry_.name)) {
+    std::vector<User_Id> of_named;
+    if (!find_restore_origins(call_, {named.sid, named.database}, of_named, error_)) return false;
+    for (User_Id& origin : of_named)
+      if (origin.sid == call_.user.sid && origin.database == database_of(call_.user))
+        origins.push_back(std::move(origin));
+  }
+  for (const User_Id& origin : origins) {
+    if (!find_of(origin)) return false;
+    if (files_.empty()) continue;
+    // HANA knows the object by the name it has asked for.
+    for (sap_hana::Backup_File_Info& file : files_) file.origin_path = entry_.name;
+    return true;
+  }
+  return true;
+}
+
+bool Object_Search::find_of(const User_Id& origin) {
+  const std::string name = entry_.name.substr(entry_.name.rfind('/') + 1);
+  for (const std::string& path : object_paths(origin, name)) {
+    Query query;
+    query.sid = origin.sid;
+    query.database = origin.database;
+    query.origin_path = path;
+    query.extern_backup_id = entry_.ebid;
+    if (!ask(query)) return false;
+    if (!files_.empty()) return true;
+  }
+  return true;
 }
 
 bool Object_Search::ask(const Query& query) {

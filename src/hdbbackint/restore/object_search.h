@@ -11,7 +11,8 @@ namespace hdbbackint {
 /// Finds the records of the objects that an entry of a restore or an inquiry asks for. One thread; used once.
 ///
 /// A user sees its own database's objects and, while a restore into it goes on, those of the database that the restore
-/// comes from. While one goes on, its catalog has one version: the one that the restore has staged.
+/// comes from, by whichever of the two names HANA asks for them. While one goes on, its catalog has one version: the
+/// one that the restore has staged.
 class Object_Search {
  public:
   Object_Search(const Call& call, const Request_Entry& entry) : call_(call), entry_(entry) {}
@@ -26,6 +27,10 @@ class Object_Search {
 
   [[nodiscard]] bool find_staged(bool& staged);
   [[nodiscard]] bool find_recorded();
+  /// Looks among what is being restored into the user's database, or out of it into the one that the object is named
+  /// after.
+  [[nodiscard]] bool find_restored();
+  [[nodiscard]] bool find_of(const User_Id& origin);
   [[nodiscard]] bool ask(const Query& query);
   [[nodiscard]] User_Id owner() const;
 

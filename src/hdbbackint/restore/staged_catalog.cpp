@@ -23,9 +23,6 @@ constexpr const char* file_ending = ".json";
 
 constexpr State_File_Kind restore_file{"the restore's file", "remove it and begin the restore again"};
 
-/// A system without tenants has one database, which is called like it.
-const std::string& database_of(const User_Id& user) { return user.database.empty() ? user.sid : user.database; }
-
 using Modified = std::tuple<time_t, long>;
 
 bool modified_at(const std::string& path, Modified& time) {
@@ -35,21 +32,28 @@ bool modified_at(const std::string& path, Modified& time) {
   return true;
 }
 
-/// The file for the target, else the newest of the origin; empty when there is none. False with an error when it cannot
-/// be told.
-bool find_file(const Object_Owner& origin, const User_Id& user, std::string& path, std::string& error) {
+/// Whether a file of that name may tell of an object of `owner`: one that its database is restored from, or into, as
+/// HANA may look for another one's objects under the names of its own.
+bool tells_of(const Object_Owner& owner, const std::string& name) {
+  return (name.starts_with(sap_hana::catalog_conf_prefix(owner.sid, owner.database)) && name.ends_with(file_ending)) ||
+         (name.starts_with(sap_hana::catalog_conf_start) &&
+          name.ends_with(sap_hana::catalog_conf_suffix(owner.sid, owner.database)));
+}
+
+/// The file from the object's owner into the user's database, else the newest that tells of the owner; empty when there
+/// is none. False with an error when it cannot be told.
+bool find_file(const Object_Owner& owner, const User_Id& user, std::string& path, std::string& error) {
   const std::string directory = sap_hana::restore_catalog_directory();
   std::vector<std::string> names;
   if (!list_state_files(directory, names, error)) return false;
   if (!user.sid.empty() &&
-      !sap_hana::catalog_conf_file_name(origin.sid, origin.database, user.sid, database_of(user), path))
+      !sap_hana::catalog_conf_file_name(owner.sid, owner.database, user.sid, database_of(user), path))
     return true;
   if (platform::is_regular_file(path.c_str())) return true;
   path.clear();
   Modified newest;
   for (const std::string& name : names) {
-    if (!name.starts_with(sap_hana::catalog_conf_prefix(origin.sid, origin.database)) || !name.ends_with(file_ending))
-      continue;
+    if (!tells_of(owner, name)) continue;
     const std::string candidate = scrt::join_path(directory, name);
     Modified time;
     if (!modified_at(candidate, time) || (!path.empty() && time <= newest)) continue;
@@ -85,6 +89,8 @@ Staged_Catalog take_members(const json_spirit::Object& document, const std::stri
 
 }  // namespace
 
+const std::string& database_of(const User_Id& user) { return user.database.empty() ? user.sid : user.database; }
+
 unsigned Staged_Catalog::max_seconds_retry() const {
   unsigned long seconds = 0;
   json_spirit::object_get(io_ctl, "max_seconds_retry", seconds);
@@ -104,10 +110,10 @@ bool is_hana_catalog(const std::string& object) { return object.substr(object.rf
 
 Staged_Catalog::Search Staged_Catalog::load(const std::string& object, const User_Id& user, Staged_Catalog& catalog,
                                             std::string& error) {
-  Object_Owner origin;
-  if (!find_object_owner(object, origin)) return Search::none;
+  Object_Owner owner;
+  if (!find_object_owner(object, owner)) return Search::none;
   std::string path;
-  if (!find_file(origin, user, path, error)) return Search::broken;
+  if (!find_file(owner, user, path, error)) return Search::broken;
   if (path.empty()) return Search::none;
   json_spirit::Object document;
   if (!restore_file.read(path, document, error)) return Search::broken;

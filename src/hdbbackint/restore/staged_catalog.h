@@ -30,11 +30,15 @@ struct Staged_Catalog {
   [[nodiscard]] unsigned max_seconds_retry() const;
   [[nodiscard]] bool is_for(const User_Id& user) const;
 
-  /// Finds the file for the database that `object` (a path of HANA's) belongs to: the one for the target `user`, else
-  /// the newest of that origin. `catalog` is filled when it is found.
+  /// Finds the file for the database that `object` (a path of HANA's) belongs to: the one of that origin for the target
+  /// `user`, else the newest of that origin or, since HANA may look for another one's objects under the names of its
+  /// own, of that target. `catalog` is filled when it is found.
   [[nodiscard]] static Search load(const std::string& object, const User_Id& user, Staged_Catalog& catalog,
                                    std::string& error);
 };
+
+/// The database of a user; a system without tenants has one, which is called like it.
+[[nodiscard]] const std::string& database_of(const User_Id& user);
 
 /// True when `object` lies where HANA makes the pipes of `user`'s database.
 [[nodiscard]] bool is_owner(const User_Id& user, const std::string& object);

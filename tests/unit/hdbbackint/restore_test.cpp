@@ -41,6 +41,64 @@ TEST_F(Restore, Newest_And_Exact_Versions_To_Name_And_Destination) {
   EXPECT_EQ(content, "first");
 }
 
+/// TN1 is being restored into TN2. How HANA asks for another one's objects is not documented.
+class Restore_Of_Another : public Restore {
+ protected:
+  void SetUp() override {
+    Restore::SetUp();
+    ebid_ = save(name_, "content");
+    root_.make_directory(own_directory);
+  }
+  /// The same object under the name that it would have as TN2's.
+  std::string own_path() const { return std::string(own_directory) + "/" + name_; }
+  std::string source_path() const { return path_of(name_); }
+  std::string make_own_pipe() {
+    EXPECT_EQ(::mkfifo(root_.real(own_path()).c_str(), 0600), 0);
+    return own_path();
+  }
+
+  static constexpr const char* own_directory = "/usr/sap/HDB/SYS/global/hdb/backint/DB_TN2";
+  const std::string name_ = object_name("1_1");
+  std::string ebid_;
+};
+
+TEST_F(Restore_Of_Another, Is_Found_By_The_Names_Of_Either_And_For_The_User_Of_Either) {
+  server_.begin_restore("TN1", "TN2");
+  make_own_pipe();
+  struct Row {
+    std::string path;
+    std::string user;
+  };
+  for (const Row& row : {Row{source_path(), "TN1@HDB"}, Row{source_path(), "TN2@HDB"}, Row{own_path(), "TN1@HDB"},
+                         Row{own_path(), "TN2@HDB"}})
+    for (const std::string& which : {std::string("#NULL "), "#EBID " + ebid_ + " "}) {
+      std::string content;
+      EXPECT_EQ(restore(which + row.path, row.path, content, row.user).answers,
+                Answers{"#RESTORED \"" + ebid_ + "\" \"" + row.path + "\""})
+          << which << row.path << row.user;
+      EXPECT_EQ(content, "content");
+      EXPECT_EQ(call("inquire", which + row.path, {}, row.user).answers,
+                Answers{"#BACKUP \"" + ebid_ + "\" \"" + row.path + "\""})
+          << which << row.path << row.user;
+    }
+}
+
+TEST_F(Restore_Of_Another, Is_Closed_To_Everybody_When_None_Goes_On) {
+  for (const char* user : {"TN2@HDB", "TN3@HDB"})
+    for (const std::string& path : {source_path(), own_path()})
+      EXPECT_EQ(call("restore", "#NULL " + path, {}, user).answers, Answers{"#NOTFOUND \"" + path + "\""})
+          << user << path;
+}
+
+TEST_F(Restore_Of_Another, Is_Closed_To_A_Third_While_It_Goes_On) {
+  server_.begin_restore("TN1", "TN2");
+  for (const std::string& path : {source_path(), own_path()})
+    EXPECT_EQ(call("restore", "#NULL " + path, {}, "TN3@HDB").answers, Answers{"#NOTFOUND \"" + path + "\""}) << path;
+  EXPECT_EQ(call("restore", "#NULL " + own_path() + "0", {}, "TN2@HDB").answers,
+            Answers{"#NOTFOUND \"" + own_path() + "0\""})
+      << "an object that was never saved";
+}
+
 std::vector<long> bytes_of(const std::vector<json_spirit::Object>& reports) {
   std::vector<long> bytes;
   for (const json_spirit::Object& report : reports) json_spirit::object_get(report, "bytes", bytes.emplace_back());

@@ -132,6 +132,20 @@ TEST_F(Staged_Catalog_Test, Is_That_Of_The_Target_Which_HANA_Names) {
   EXPECT_EQ(call("inquire", "#NULL " + catalog_path(), {}, "TN2@HDB").answers, Answers{listed(second)});
 }
 
+TEST_F(Staged_Catalog_Test, Is_That_Of_The_Origin_Where_HANA_Asks_By_The_Targets_Name) {
+  const std::string first = save(catalog_name, "first");
+  save(catalog_name, "second");
+  stage("catalog_HDB_TN1_HDB_TN2.json", document(first, "TN2"));
+  const std::string own = std::string("/usr/sap/HDB/SYS/global/hdb/backint/DB_TN2/") + catalog_name;
+  for (const char* user : {"TN1@HDB", "TN2@HDB"})
+    EXPECT_EQ(call("inquire", "#NULL " + own, {}, user).answers.size(), 1U) << user;
+  root_.make_directory("/usr/sap/HDB/SYS/global/hdb/backint/DB_TN2");
+  ASSERT_EQ(::mkfifo(root_.real(own).c_str(), 0600), 0);
+  std::string content;
+  EXPECT_EQ(restore("#NULL " + own, own, content, "TN2@HDB").exit_code, 0);
+  EXPECT_EQ(content, "first");
+}
+
 TEST_F(Staged_Catalog_Test, Is_The_Newest_File_Of_The_Origin_For_Another_Target) {
   const std::string first = save(catalog_name, "first");
   const std::string second = save(catalog_name, "second");
