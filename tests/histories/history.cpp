@@ -5,9 +5,9 @@
 namespace histories {
 
 std::ostream& operator<<(std::ostream& out, const Step& step) {
-  constexpr const char* names[] = {"commit", "commit_at_begin", "full", "differential", "incremental",
-                                   "logs",   "to_files",        "pool", "lose_log",     "restore",
-                                   "copy"};
+  constexpr const char* names[] = {
+      "commit", "commit_at_begin", "full",    "differential", "incremental", "logs", "to_files",
+      "pool",   "lose_log",        "restore", "other",        "copy"};
   return out << names[static_cast<int>(step.what)] << " " << step.choice;
 }
 

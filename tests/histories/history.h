@@ -6,7 +6,7 @@
 
 namespace histories {
 
-/// Something that happens to a database.
+/// Something that happens to a database: a tenant of a system, beside another one.
 struct Step {
   enum class What {
     commit,           ///< a key gets a value of its own, or is deleted
@@ -19,6 +19,7 @@ struct Step {
     pool,      ///< data backups go to the other pool from here on
     lose_log,  ///< a log that was saved is gone from the pool
     restore,   ///< in place, to a target
+    other,     ///< what follows happens to the other tenant, until the next such step
     copy,      ///< into another tenant, to a target; the history goes on there
   };
   What what = What::commit;

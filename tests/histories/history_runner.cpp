@@ -50,20 +50,29 @@ std::string codes_of(const Object& plan) {
 }  // namespace
 
 History_Runner::~History_Runner() {
-  try {
-    system_.retire(tenant_);
-  } catch (const std::exception&) {
-    // A restore that failed has left it stopped.
-  }
+  for (const Life& life : lives_) try {
+      system_.retire(life.tenant);
+    } catch (const std::exception&) {
+      // A restore that failed has left it stopped.
+    }
+}
+
+void History_Runner::begin_life() {
+  Life life;
+  life.tenant = system_.add_tenant();
+  tenants_.push_back(life.tenant);
+  lives_.push_back(std::move(life));
 }
 
 void History_Runner::live(const History& history) {
   system_.move_to(system_.begin() + static_cast<std::time_t>(history.begin % begins) * between_begins);
   for (const Step& step : history.steps) happen(step);
-  for (const Wish& wish : history.questions)
-    if (Target target; choose(wish, target)) (void)ask(target, tenant_);
-  let_time_pass();
-  restore(history.end);
+  for (current_ = 0; current_ < lives_.size(); ++current_) {
+    for (const Wish& wish : history.questions)
+      if (Target target; choose(wish, target)) (void)ask(target, life().tenant);
+    let_time_pass();
+    restore(history.end);
+  }
 }
 
 void History_Runner::happen(const Step& step) {
@@ -86,12 +95,16 @@ void History_Runner::happen(const Step& step) {
     case What::to_files:
       return back_up_to_files();
     case What::pool:
-      pool_ = pool_ == "first" ? "second" : "first";
+      life().pool = life().pool == "first" ? "second" : "first";
       return;
     case What::lose_log:
       return lose_log(step.choice);
     case What::restore:
       return restore({step.choice, false});
+    case What::other:
+      if (lives_.size() == 1) begin_life();
+      current_ = 1 - current_;
+      return;
     case What::copy:
       return copy({step.choice, false});
   }
@@ -100,7 +113,7 @@ void History_Runner::happen(const Step& step) {
 /// Nothing happens at the moment between.
 void History_Runner::let_time_pass() {
   const std::time_t now = system_.now();
-  model_.quiet(now + half_between);
+  for (Life& life : lives_) life.model.quiet(now + half_between);
   system_.move_to(now + between_steps);
 }
 
@@ -110,8 +123,9 @@ void History_Runner::commit(unsigned choice) {
   const bool deletes = ++values_ % deletes_every == 0;
   if (!deletes) value = std::to_string(values_);
   (void)system_.sql(
-      deletes ? "DELETE FROM KV WHERE K='" + key + "'" : "UPSERT KV VALUES ('" + key + "','" + value + "')", tenant_);
-  model_.committed(system_.now(), key, value);
+      deletes ? "DELETE FROM KV WHERE K='" + key + "'" : "UPSERT KV VALUES ('" + key + "','" + value + "')",
+      life().tenant);
+  life().model.committed(system_.now(), key, value);
 }
 
 /// HANA's time goes on to the second after that in which it began the backup.
@@ -122,46 +136,51 @@ void History_Runner::commit_at_begin(unsigned choice) {
 }
 
 void History_Runner::back_up(History_Model::Kind kind) {
-  const History_Model::Kind becomes = model_.kind_of_next(kind, pool_);
+  const History_Model::Kind becomes = life().model.kind_of_next(kind, life().pool);
   const std::time_t from = system_.now();
-  const std::string state = system_.back_up(tenant_, name_of(kind), pool_);
+  const std::string state = system_.back_up(life().tenant, name_of(kind), life().pool);
   expect(state == "completed", std::string("the backup ends ") + state);
   bool found = false;
-  for (const Object& set : new_sets(2)) {
+  for (const Object& set : new_sets(life(), 2)) {
     check_begin(set, from);
     const std::string type = text_of(set, "type");
     if (type == "catalog") continue;
     expect(type == name_of(becomes), "a backup became " + type + " instead of " + name_of(becomes));
     const std::time_t first = utc_time(text_of(set, "first_time"));
-    model_.backed_up(becomes, pool_, text_of(set, "uuid"), first, utc_time(text_of(set, "last_time")));
+    life().model.backed_up(becomes, life().pool, text_of(set, "uuid"), first, utc_time(text_of(set, "last_time")));
     if (becomes == History_Model::Kind::full) begin_of_full_ = first;
     found = true;
   }
   expect(found, "the backup has no set");
 }
 
+/// Those of all tenants.
 void History_Runner::save_logs() {
   const std::time_t from = system_.now() + History_System::log_timeout;
   system_.move_to(from);
-  if (!model_.keeps_logs()) return;
-  for (const Object& set : new_sets(2)) {
+  for (Life& life : lives_)
+    if (life.model.keeps_logs()) save_logs_of(life, from);
+}
+
+void History_Runner::save_logs_of(Life& life, std::time_t from) {
+  for (const Object& set : new_sets(life, 2)) {
     check_begin(set, from);
     if (text_of(set, "type") != "log") continue;
-    model_.logs_saved(utc_time(text_of(set, "first_time")));
-    log_ids_.push_back(text_of(set, "database_backup_id"));
+    life.model.logs_saved(utc_time(text_of(set, "first_time")));
+    life.log_ids.push_back(text_of(set, "database_backup_id"));
   }
 }
 
 /// Before the first backup through Backint the product cannot record the catalog backups that HANA makes from here on.
 void History_Runner::back_up_to_files() {
-  if (!model_.keeps_logs()) return;
-  (void)system_.sql("BACKUP DATA FOR " + tenant_ + " USING FILE ('files_" + std::to_string(system_.now()) + "')",
+  if (!life().model.keeps_logs()) return;
+  (void)system_.sql("BACKUP DATA FOR " + life().tenant + " USING FILE ('files_" + std::to_string(system_.now()) + "')",
                     "SYSTEMDB");
-  model_.backed_up_to_files(utc_time(text_of(new_sets(1).front(), "first_time")));
+  life().model.backed_up_to_files(utc_time(text_of(new_sets(life(), 1).front(), "first_time")));
 }
 
 bool History_Runner::choose(const Wish& wish, Target& target) const {
-  const std::vector<Target> targets = model_.targets();
+  const std::vector<Target> targets = life().model.targets();
   if (targets.empty()) return false;
   target = targets[wish.choice % targets.size()];
   target.ignore_delta = wish.ignore_delta;
@@ -170,67 +189,87 @@ bool History_Runner::choose(const Wish& wish, Target& target) const {
 
 bool History_Runner::ask(const Target& target, const std::string& into) {
   const std::string time = target.set.empty() ? utc_text(target.time) : "";
-  const Object plan = system_.plan(tenant_, into, time, target.set, target.ignore_delta);
+  const Object plan = system_.plan(life().tenant, into, time, target.set, target.ignore_delta);
   const std::string codes = plan.empty() ? "unknown" : codes_of(plan);
-  const Expectation expected = model_.expect(target);
-  expect(codes == expected.refusal, tenant_ + " to " + label_of(target) + ": refused '" + codes + "' instead of '" +
-                                        expected.refusal + "': " + json_spirit::dump_json(plan));
+  const Expectation expected = life().model.expect(target);
+  expect(codes == expected.refusal, life().tenant + " to " + label_of(target) + ": refused '" + codes +
+                                        "' instead of '" + expected.refusal + "': " + json_spirit::dump_json(plan));
+  if (!codes.empty()) ask_nearest(target, into, plan);
   return codes.empty();
 }
 
+/// What a refused plan names instead must be had when it is asked for, with the same wish otherwise.
+void History_Runner::ask_nearest(const Target& target, const std::string& into, const Object& plan) {
+  for (const char* which : {"before", "after"}) {
+    Object nearest;
+    if (!json_spirit::object_get(plan, which, nearest)) continue;
+    const std::string time = text_of(nearest, "time");
+    Target instead{utc_time(time), text_of(nearest, "set"), target.ignore_delta};
+    const Object other =
+        system_.plan(life().tenant, into, instead.set.empty() ? time : "", instead.set, instead.ignore_delta);
+    const std::string refused = codes_of(other);
+    expect(refused.empty() && life().model.expect(instead).refusal.empty(),
+           life().tenant + " to " + label_of(target) + ": the nearest one " + which + ", " + label_of(instead) +
+               ", is refused '" + refused + "', expected '" + life().model.expect(instead).refusal +
+               "': " + json_spirit::dump_json(plan) + " and " + json_spirit::dump_json(other));
+  }
+}
+
 void History_Runner::lose_log(unsigned choice) {
-  if (log_ids_.empty()) return;
-  const std::size_t number = choice % log_ids_.size();
-  system_.lose(tenant_, log_ids_[number]);
-  model_.log_lost(number);
+  Life& in = life();
+  if (in.log_ids.empty()) return;
+  const std::size_t number = choice % in.log_ids.size();
+  // It may be gone already.
+  if (!in.lost.insert(number).second) return;
+  system_.lose(in.tenant, in.log_ids[number]);
+  in.model.log_lost(number);
 }
 
 void History_Runner::restore(const Wish& wish) {
   Target target;
-  if (!choose(wish, target) || !ask(target, tenant_)) return;
-  (void)carry_out(target, tenant_);
-  model_.restored(system_.now(), target);
+  if (!choose(wish, target) || !ask(target, life().tenant)) return;
+  (void)carry_out(target, life().tenant);
+  life().model.restored(system_.now(), target);
 }
 
 void History_Runner::copy(const Wish& wish) {
   Target target;
-  if (!choose(wish, target) || !model_.expect(target).refusal.empty()) return;
-  const std::string other = system_.add_tenant();
-  tenants_.push_back(other);
-  if (!ask(target, other)) return;
-  const Content content = carry_out(target, other);
-  system_.retire(tenant_);
-  tenant_ = other;
-  model_ = History_Model();
-  model_.begun_as_copy(system_.now(), content);
-  log_ids_.clear();
-  known_sets_ = 0;
+  if (!choose(wish, target) || !life().model.expect(target).refusal.empty()) return;
+  Life copied;
+  copied.tenant = system_.add_tenant();
+  copied.pool = life().pool;
+  tenants_.push_back(copied.tenant);
+  if (!ask(target, copied.tenant)) return;
+  const Content content = carry_out(target, copied.tenant);
+  system_.retire(life().tenant);
+  copied.model.begun_as_copy(system_.now(), content);
+  life() = std::move(copied);
 }
 
 Content History_Runner::carry_out(const Target& target, const std::string& into) {
   const std::string time = target.set.empty() ? utc_text(target.time) : "";
-  const std::string state = system_.restore(tenant_, into, time, target.set, target.ignore_delta);
-  const std::string what = tenant_ + " to " + label_of(target) + " into " + into + ": ";
+  const std::string state = system_.restore(life().tenant, into, time, target.set, target.ignore_delta);
+  const std::string what = life().tenant + " to " + label_of(target) + " into " + into + ": ";
   expect(state == "completed", what + "the restore ends " + state);
   Content there = rows(into);
-  const Content expected = model_.expect(target).content;
+  const Content expected = life().model.expect(target).content;
   expect(there == expected, what + "rows " + label_of(there) + " instead of " + label_of(expected));
   return there;
 }
 
-std::vector<Object> History_Runner::new_sets(std::size_t count) {
+std::vector<Object> History_Runner::new_sets(Life& life, std::size_t count) {
   std::vector<Object> sets;
   const bool there = eventually(
       system_.watch(),
       [&] {
-        sets = system_.sets(tenant_, known_sets_);
+        sets = system_.sets(life.tenant, life.known_sets);
         return sets.size() >= count;
       },
       record_limit);
-  system_.wait_until_recorded(tenant_);
+  system_.wait_until_recorded(life.tenant);
   expect(there && sets.size() == count,
-         std::to_string(sets.size()) + " new sets instead of " + std::to_string(count) + " of " + tenant_);
-  known_sets_ += count;
+         std::to_string(sets.size()) + " new sets instead of " + std::to_string(count) + " of " + life.tenant);
+  life.known_sets += count;
   return sets;
 }
 

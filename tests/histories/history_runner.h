@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -9,12 +10,10 @@
 
 namespace histories {
 
-/// Lets a history happen to a tenant of its own, and compares what backupd plans and HANA brings back with the model.
+/// Lets a history happen to tenants of its own, and compares what backupd plans and HANA brings back with the model.
 class History_Runner {
  public:
-  explicit History_Runner(History_System& system) : system_(system), tenant_(system.add_tenant()) {
-    tenants_.push_back(tenant_);
-  }
+  explicit History_Runner(History_System& system) : system_(system) { begin_life(); }
   ~History_Runner();
   History_Runner(const History_Runner&) = delete;
   History_Runner& operator=(const History_Runner&) = delete;
@@ -26,11 +25,23 @@ class History_Runner {
   [[nodiscard]] const std::vector<std::string>& tenants() const { return tenants_; }
 
  private:
+  /// Of one tenant: what the other one does must not change it.
+  struct Life {
+    std::string tenant;
+    std::vector<std::string> log_ids;  ///< HANA's, in the model's order
+    std::set<std::size_t> lost;        ///< of them
+    History_Model model;
+    std::string pool = "first";
+    std::size_t known_sets = 0;
+  };
+
+  void begin_life();
   void happen(const Step& step);
   void commit(unsigned choice);
   void commit_at_begin(unsigned choice);
   void back_up(History_Model::Kind kind);
   void save_logs();
+  void save_logs_of(Life& life, std::time_t from);
   void back_up_to_files();
   void lose_log(unsigned choice);
   void restore(const Wish& wish);
@@ -39,20 +50,21 @@ class History_Runner {
   Content carry_out(const Target& target, const std::string& into);
   /// Compares the plan; true when it can be carried out.
   bool ask(const Target& target, const std::string& into);
+  void ask_nearest(const Target& target, const std::string& into, const json_spirit::Object& plan);
   [[nodiscard]] bool choose(const Wish& wish, Target& target) const;
   void let_time_pass();
   /// Waits for this many more sets.
-  std::vector<json_spirit::Object> new_sets(std::size_t count);
+  std::vector<json_spirit::Object> new_sets(Life& life, std::size_t count);
   void check_begin(const json_spirit::Object& set, std::time_t from) const;
   [[nodiscard]] Content rows(const std::string& tenant) const;
 
+  [[nodiscard]] Life& life() { return lives_[current_]; }
+  [[nodiscard]] const Life& life() const { return lives_[current_]; }
+
   History_System& system_;
-  std::string tenant_;
+  std::vector<Life> lives_;
+  std::size_t current_ = 0;
   std::vector<std::string> tenants_;
-  std::vector<std::string> log_ids_;  ///< HANA's, in the model's order
-  History_Model model_;
-  std::string pool_ = "first";
-  std::size_t known_sets_ = 0;
   int values_ = 0;
   std::time_t begin_of_full_ = 0;  ///< of its record, when nothing has happened since
 };
