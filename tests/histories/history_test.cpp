@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <iostream>
+#include <ostream>
 #include <string>
 
 #include "histories/history_runner.h"
@@ -25,34 +26,54 @@ constexpr unsigned choices = 1000;
 constexpr int longest = 16;
 /// Tenants that one HANA has had when a new system takes its place.
 constexpr int histories_of_a_system = 50;
-constexpr int histories_of_a_shard = 25;
+#ifdef HISTORIES_UNDER_SANITIZER
+/// Each takes many times as long there.
+constexpr int histories_of_a_shard = 5;
+#else
+constexpr int histories_of_a_shard = 50;
+#endif
 
-/// Histories that run by themselves: several processes share the work. Without a wish each runs the same ones every
-/// time, so that a change that breaks them is the one under test.
-struct Shard {
+/// Where and when histories happen.
+struct Setting {
   const char* name;
   const char* zone;
   std::time_t begin;
+  unsigned shards;
+};
+
+constexpr const char* berlin = "Europe/Berlin";
+/// Histories begin up to two hours before, many go on behind it.
+constexpr std::time_t before_clocks_change = 7'200;
+constexpr std::time_t clocks_go_back = 1'761'440'400;
+constexpr std::time_t clocks_go_forward = 1'774'746'000;
+
+constexpr Setting settings[] = {{"In_Kolkata", "Asia/Kolkata", 1'769'000'000, 12},
+                                {"When_Clocks_Go_Back", berlin, clocks_go_back - before_clocks_change, 14},
+                                {"When_Clocks_Go_Forward", berlin, clocks_go_forward - before_clocks_change, 14}};
+
+/// A share of the histories, in a test by itself: several processes share the work. Without a wish each runs the same
+/// ones every time, so that a change that breaks them is the one under test.
+struct Shard {
+  const Setting* setting;
+  unsigned number;  ///< from 1
   std::uint64_t seed;
 };
 
-constexpr const char* kolkata = "Asia/Kolkata";
-constexpr const char* berlin = "Europe/Berlin";
-constexpr std::time_t any_day = 1'769'000'000;
-/// Histories begin up to two hours before, many go on behind it.
-constexpr std::time_t before_clocks_go_back = 1'761'440'400 - 7'200;
-constexpr std::time_t before_clocks_go_forward = 1'774'746'000 - 7'200;
+std::vector<Shard> all_shards() {
+  std::vector<Shard> shards;
+  for (const Setting& setting : settings)
+    for (unsigned number = 1; number <= setting.shards; ++number) shards.push_back({&setting, number, shards.size()});
+  return shards;
+}
 
-constexpr Shard shards[] = {{"In_Kolkata", kolkata, any_day, 7},
-                            {"In_Kolkata_Too", kolkata, any_day, 11},
-                            {"When_Clocks_Go_Back", berlin, before_clocks_go_back, 13},
-                            {"When_Clocks_Have_Gone_Back", berlin, before_clocks_go_back, 17},
-                            {"Around_The_Doubled_Hour", berlin, before_clocks_go_back, 19},
-                            {"When_Clocks_Go_Forward", berlin, before_clocks_go_forward, 23},
-                            {"When_Clocks_Have_Gone_Forward", berlin, before_clocks_go_forward, 29},
-                            {"Around_The_Missing_Hour", berlin, before_clocks_go_forward, 31}};
-
-std::string name_of(const testing::TestParamInfo<Shard>& info) { return info.param.name; }
+/// "In_Kolkata_03"
+std::string name_of(const Shard& shard) {
+  constexpr unsigned first_of_two_digits = 10;
+  return std::string(shard.setting->name) + (shard.number < first_of_two_digits ? "_0" : "_") +
+         std::to_string(shard.number);
+}
+void PrintTo(const Shard& shard, std::ostream* out) { *out << shard.setting->zone << ", seed " << shard.seed; }
+std::string name_of_case(const testing::TestParamInfo<Shard>& info) { return name_of(info.param); }
 
 rc::Gen<Step> a_step() {
   using What = Step::What;
@@ -66,6 +87,7 @@ rc::Gen<Step> a_step() {
                                                     {1, What::pool},
                                                     {1, What::lose_log},
                                                     {1, What::restore},
+                                                    {1, What::other},
                                                     {1, What::copy}});
   return rc::gen::construct<Step>(what, rc::gen::inRange(0U, choices));
 }
@@ -84,13 +106,12 @@ rc::detail::TestParams parameters_of(const Shard& shard) {
   const auto asks = [&](const char* key) {
     return given != nullptr && std::string(given).find(key) != std::string::npos;
   };
+  const int shards = static_cast<int>(all_shards().size());
   // Random seeds come from here, too.
   rc::detail::TestParams parameters = rc::detail::configuration().testParams;
   if (!asks("seed") && count == nullptr) parameters.seed = shard.seed;
   if (!asks("max_success"))
-    parameters.maxSuccess = count == nullptr ? histories_of_a_shard
-                                             : (std::atoi(count) + static_cast<int>(std::size(shards)) - 1) /
-                                                   static_cast<int>(std::size(shards));
+    parameters.maxSuccess = count == nullptr ? histories_of_a_shard : (std::atoi(count) + shards - 1) / shards;
   if (!asks("max_size")) parameters.maxSize = longest;
   return parameters;
 }
@@ -108,7 +129,7 @@ class Histories : public testing::TestWithParam<Shard> {
   void live(const History& history) {
     if (lived_++ % histories_of_a_system == 0) {
       system_.reset();
-      system_ = std::make_unique<History_System>(GetParam().zone, GetParam().begin);
+      system_ = std::make_unique<History_System>(GetParam().setting->zone, GetParam().setting->begin);
     }
     History_Runner runner(*system_);
     try {
@@ -134,7 +155,7 @@ TEST_P(Histories, Can_Be_Gone_Back_To_Or_Are_Refused_For_A_Reason) {
             << "\" test_histories --gtest_filter=*." << testing::UnitTest::GetInstance()->current_test_info()->name()
             << std::endl;
   rc::detail::TestMetadata metadata;
-  metadata.id = GetParam().name;
+  metadata.id = name_of(GetParam());
   metadata.description = "a restored database is as it was, or its plan refuses";
   const rc::detail::TestResult result = rc::detail::checkTestable([this] { live(*a_history()); }, metadata, parameters);
   rc::detail::printResultMessage(result, std::cerr);
@@ -142,7 +163,7 @@ TEST_P(Histories, Can_Be_Gone_Back_To_Or_Are_Refused_For_A_Reason) {
   EXPECT_TRUE(result.is<rc::detail::SuccessResult>());
 }
 
-INSTANTIATE_TEST_SUITE_P(Random, Histories, testing::ValuesIn(shards), name_of);
+INSTANTIATE_TEST_SUITE_P(Random, Histories, testing::ValuesIn(all_shards()), name_of_case);
 
 }  // namespace
 }  // namespace histories
