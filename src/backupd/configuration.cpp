@@ -20,6 +20,7 @@ namespace {
 constexpr char file_name[] = "backupd.toml";
 constexpr char database_name[] = "backupd.db";
 constexpr unsigned most_workers = 256;
+constexpr unsigned most_days = 36500;
 constexpr std::uint32_t loopback_network = 127;
 constexpr unsigned network_shift = 24;
 
@@ -124,6 +125,8 @@ bool Configuration::parse(const std::string& text, const std::string& source, Co
   reader.path("log_file", read.log_file);
   reader.text("host_uuid", read.host_uuid);
   reader.number("workers", read.workers, 1, most_workers);
+  reader.number("days_of_runs", read.history.days_of_runs, 0, most_days);
+  reader.number("days_of_log_runs", read.history.days_of_log_runs, 0, most_days);
   reader.refuse_unknown_keys();
   check(reader, read);
   if (!reader.error().empty()) {

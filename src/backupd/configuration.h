@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "backupd/jobs/history_keeper.h"
 #include "net/http_server.h"
 
 namespace backupd {
@@ -17,6 +18,7 @@ struct Configuration {
   std::string log_file;    ///< documented path; empty: standard error alone
   std::string host_uuid;   ///< of this server's own host, whose file:// pools it may sweep; may be empty
   unsigned workers = 8;
+  History_Limits history;
 
   static constexpr unsigned short default_port = 9443;
 

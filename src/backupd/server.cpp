@@ -38,8 +38,9 @@ bool open_database(const Configuration& configuration, Database& database, std::
 
 bool Server::start(std::string& error) {
   if (!open_database(configuration_, database_, error)) return false;
-  core_ = std::make_unique<Server_Core>(database_, Server_Core::Options{configuration_.url(configuration_.port),
-                                                                        configuration_.host_uuid, DORSAL3_VERSION});
+  core_ = std::make_unique<Server_Core>(
+      database_, Server_Core::Options{configuration_.url(configuration_.port), configuration_.host_uuid,
+                                      DORSAL3_VERSION, configuration_.history});
   core_->clean_pools();
   http_ = std::make_unique<net::Http_Server>(core_->handler(), configuration_.server_options());
   if (!http_->start(error)) return false;

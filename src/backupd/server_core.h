@@ -17,6 +17,7 @@
 #include "backupd/http/router.h"
 #include "backupd/jobs/activity_store.h"
 #include "backupd/jobs/definition_store.h"
+#include "backupd/jobs/history_keeper.h"
 #include "backupd/jobs/job_dispatch.h"
 #include "backupd/jobs/run_starter.h"
 #include "backupd/log_backup/ondemand_queue.h"
@@ -39,6 +40,7 @@ class Server_Core {
     std::string public_url;     ///< what agents put before "/q5/"
     std::string own_host_uuid;  ///< of the host this server runs on; may be empty
     std::string version;
+    History_Limits history = {};
   };
 
   Server_Core(Database& database, Options options);
@@ -67,6 +69,7 @@ class Server_Core {
   Audit_Store audit;
   Agent_Gate gate;
   Ondemand_Queue ondemand_queue;
+  History_Keeper history;
   Run_Starter starter;
   Setup_Keeper setups;
   Agent_Service agent_service;

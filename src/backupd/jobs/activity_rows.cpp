@@ -21,6 +21,9 @@ std::string kind_of_run(Sql_Session& session, const std::string& def_id) {
   return subtype == "log" ? kind_of_log_backup : kind_of_data_backup;
 }
 
+/// What "ended_at" becomes for a run that ends now; 0 while it goes on.
+std::int64_t end_of(const Activity_Row& row) { return row.ended() ? platform::Clock::current().wall_seconds() : 0; }
+
 }  // namespace
 
 void Activity_Row::set_state(Job_State new_state, const std::string& message) {
@@ -41,16 +44,18 @@ void insert_activity(Sql_Session& session, Activity_Row& row) {
   const std::string kind = kind_of_run(session, row.def_id);
   row.document[kind_key] = kind;
   session.execute(
-      "INSERT INTO activities (id, seq, def_id, host_uuid, state, ended, document, kind) "
-      "VALUES (:a, :b, :c, :d, :e, :f, :g, :h)",
+      "INSERT INTO activities (id, seq, def_id, host_uuid, state, ended, document, kind, ended_at) "
+      "VALUES (:a, :b, :c, :d, :e, :f, :g, :h, :i)",
       {row.id, session.next_number("activity"), row.def_id, row.host_uuid, std::int64_t{row.state},
-       std::int64_t{row.ended() ? 1 : 0}, json_spirit::dump_json(row.document), kind});
+       std::int64_t{row.ended() ? 1 : 0}, json_spirit::dump_json(row.document), kind, end_of(row)});
 }
 
 void update_activity(Sql_Session& session, const Activity_Row& row) {
   session.execute(
-      "UPDATE activities SET state = :a, ended = :b, document = :c WHERE id = :d",
-      {std::int64_t{row.state}, std::int64_t{row.ended() ? 1 : 0}, json_spirit::dump_json(row.document), row.id});
+      "UPDATE activities SET state = :a, ended = :b, document = :c, "
+      "ended_at = CASE WHEN ended = 1 AND :d > 0 AND ended_at > 0 THEN ended_at ELSE :e END WHERE id = :f",
+      {std::int64_t{row.state}, std::int64_t{row.ended() ? 1 : 0}, json_spirit::dump_json(row.document), end_of(row),
+       end_of(row), row.id});
 }
 
 std::string running_activity(Sql_Session& session, const std::string& def_id) {

@@ -44,13 +44,14 @@ class Run_Starter::Sending {
 };
 
 Run_Starter::Run_Starter(Definition_Store& definitions, Activity_Store& activities, Resource_Store& resources,
-                         Agent_Registry& agents, Ondemand_Queue& queue, Sweeper& sweeper)
+                         Agent_Registry& agents, Ondemand_Queue& queue, Sweeper& sweeper, History_Keeper& history)
     : definitions_(definitions),
       activities_(activities),
       resources_(resources),
       agents_(agents),
       queue_(queue),
       sweeper_(sweeper),
+      history_(history),
       begun_(platform::Clock::current().steady_now()),
       next_sweep_(begun_) {}
 
@@ -86,6 +87,9 @@ void Run_Starter::sweep() {
   std::int64_t queued = 0;
   // What fails is logged by the store, and looked for again.
   static_cast<void>(sweeper_.sweep_abandoned(result, queued));
+  std::int64_t removed = 0;
+  static_cast<void>(history_.remove_old(removed));
+  if (removed > 0) D3_INFO("Removed %Q old runs\n", static_cast<ACE_UINT64>(removed));
 }
 
 bool Run_Starter::work() {

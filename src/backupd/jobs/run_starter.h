@@ -12,6 +12,7 @@
 #include "backupd/catalog/resource_store.h"
 #include "backupd/jobs/activity_store.h"
 #include "backupd/jobs/definition_store.h"
+#include "backupd/jobs/history_keeper.h"
 #include "backupd/log_backup/ondemand_queue.h"
 #include "backupd/outcome.h"
 #include "backupd/pools/sweeper.h"
@@ -29,11 +30,11 @@ class Run_Starter {
   /// How long a run waits for an agent that was there, or that had no time yet to come back after a restart of this
   /// server.
   static constexpr std::chrono::seconds agent_return_limit{60};
-  /// How often what hdbbackint left behind is looked for.
+  /// How often what hdbbackint left behind, and old runs, are looked for.
   static constexpr std::chrono::minutes sweep_interval{10};
 
   Run_Starter(Definition_Store& definitions, Activity_Store& activities, Resource_Store& resources,
-              Agent_Registry& agents, Ondemand_Queue& queue, Sweeper& sweeper);
+              Agent_Registry& agents, Ondemand_Queue& queue, Sweeper& sweeper, History_Keeper& history);
   ~Run_Starter();
   Run_Starter(const Run_Starter&) = delete;
   Run_Starter& operator=(const Run_Starter&) = delete;
@@ -72,6 +73,7 @@ class Run_Starter {
   Agent_Registry& agents_;
   Ondemand_Queue& queue_;  ///< the thread's alone
   Sweeper& sweeper_;
+  History_Keeper& history_;
   const Time begun_;
   Time next_sweep_;  ///< the thread's alone
   mutable std::mutex mutex_;

@@ -144,6 +144,11 @@ const std::vector<Step>& steps() {
           "CREATE TABLE restored (job_act_id TEXT NOT NULL, call_uuid TEXT NOT NULL, bytes BIGINT NOT NULL, "
           "PRIMARY KEY (job_act_id, call_uuid))",
       },
+      {
+          // When a run ended, POSIX seconds, 0 while it goes on: tells old ones; see history_keeper.h.
+          "ALTER TABLE activities ADD COLUMN ended_at BIGINT NOT NULL DEFAULT 0",
+          "CREATE INDEX activities_by_age ON activities (ended_at) WHERE ended = 1",
+      },
   };
   return all;
 }

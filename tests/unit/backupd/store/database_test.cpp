@@ -78,6 +78,8 @@ TEST_F(Database_Test, Keeps_Numbers_Texts_And_Nulls) {
 TEST_F(Database_Test, Brings_A_Database_Of_The_First_Version_To_This_One) {
   ASSERT_TRUE(database.write([](backupd::Sql_Session& session) {
     session.execute("DROP TABLE restored");
+    session.execute("DROP INDEX activities_by_age");
+    session.execute("ALTER TABLE activities DROP COLUMN ended_at");
     // first_failed of ondemand_runs goes with its table.
     session.execute("DROP INDEX activities_by_kind");
     session.execute("DROP INDEX activities_by_state");
