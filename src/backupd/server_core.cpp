@@ -17,6 +17,7 @@ Server_Core::Server_Core(Database& database, Options wanted)
       activities(database),
       restored(database),
       sweeper(database, pools, storage, options.own_host_uuid),
+      running_restores(database, agents),
       inspector(pools, storage, agents, options.own_host_uuid),
       restore_planning(database, resources, pools, agents, inspector),
       audit(database),

@@ -28,6 +28,7 @@
 #include "backupd/pools/sweeper.h"
 #include "backupd/restore/restore_planning.h"
 #include "backupd/restore/restored_bytes.h"
+#include "backupd/restore/running_restores.h"
 #include "backupd/store/database.h"
 
 namespace backupd {
@@ -64,6 +65,7 @@ class Server_Core {
   Pool_Storage storage;
   Sweeper sweeper;
   Agent_Registry agents;
+  Running_Restores running_restores;
   Pool_Inspector inspector;
   Restore_Planning restore_planning;
   Audit_Store audit;

@@ -93,20 +93,23 @@ std::vector<std::string> Memory_Backupd::completed_jobs() const {
   return completed_jobs_;
 }
 
-void Memory_Backupd::begin_restore(const std::string& origin, const std::string& target) {
+void Memory_Backupd::begin_restore(const std::string& origin, const std::string& target, const std::string& run) {
   const std::lock_guard<std::mutex> guard(mutex_);
-  restores_[target] = origin;
+  restores_[target] = {origin, run};
 }
 
 void Memory_Backupd::list_restores(net::Server_Exchange& exchange, const std::map<std::string, std::string>& query) {
   json_spirit::Array rows;
   {
     const std::lock_guard<std::mutex> guard(mutex_);
-    const auto database = query.find("database");
-    const auto found = database == query.end() ? restores_.end() : restores_.find(database->second);
-    if (found != restores_.end())
-      rows.emplace_back(
-          Object{{"job_act_id", "act-2"}, {"origin_sid", query.at("sid")}, {"origin_database", found->second}});
+    const std::string& database = query.at("database");
+    for (const auto& [target, restore] : restores_)
+      if (target == database || restore.first == database)
+        rows.emplace_back(Object{{"job_act_id", restore.second},
+                                 {"origin_sid", query.at("sid")},
+                                 {"origin_database", restore.first},
+                                 {"target_sid", query.at("sid")},
+                                 {"target_database", target}});
   }
   answer(exchange, 200, Object{{"total", rows.size()}, {"rows", rows}});
 }

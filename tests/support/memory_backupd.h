@@ -31,7 +31,7 @@ class Memory_Backupd : public net::Http_Handler {
   /// Jobs whose last file record came, once for each such request.
   [[nodiscard]] std::vector<std::string> completed_jobs() const;
   /// A restore from a database into another of the same system goes on.
-  void begin_restore(const std::string& origin, const std::string& target);
+  void begin_restore(const std::string& origin, const std::string& target, const std::string& run = "act-2");
   /// Reports of what was restored, as they came.
   [[nodiscard]] std::vector<json_spirit::Object> restored() const;
   /// Waits for the first of them.
@@ -69,7 +69,7 @@ class Memory_Backupd : public net::Http_Handler {
   std::map<std::string, json_spirit::Object> jobs_;  // guarded by mutex_, as all below
   std::vector<json_spirit::Object> files_;
   std::vector<std::string> completed_jobs_;
-  std::map<std::string, std::string> restores_;  // origins by targets
+  std::map<std::string, std::pair<std::string, std::string>> restores_;  // origins and runs by targets
   std::vector<json_spirit::Object> restored_;
   std::condition_variable restored_changed_;
   std::map<std::string, std::string> objects_;

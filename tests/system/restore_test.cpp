@@ -81,8 +81,10 @@ TEST_F(Restores, A_Tenant_Becomes_Another_One) {
   put("TN2", "only", "there");
   back_up("TN1");
   const std::string set = text_of(newest_set("TN1", "full"), "uuid");
-  EXPECT_EQ(restore({{.database = "TN1", .set = set, .restore_as = "TN2"}}), "completed") << agent_log();
+  const std::string run = start_restore({{.database = "TN1", .set = set, .restore_as = "TN2"}});
+  EXPECT_EQ(wait_for_end(run), "completed") << agent_log();
   EXPECT_EQ(rows("TN2"), "a,1\n");
+  EXPECT_NE(text_of(job(run), "restored_size"), "0");
   EXPECT_EQ(rows("TN1"), "a,1\n");
 }
 
@@ -102,7 +104,9 @@ TEST_F(Restores, Another_Tenant_May_Be_Asked_For_As_Its_Own) {
   start_with_log_backup({.tenants = {"TN1", "TN2"}});
   put("TN1", "a", "1");
   back_up("TN1");
+  back_up("TN2");  // it has a catalog of its own
   const std::string full = text_of(newest_set("TN1", "full"), "uuid");
+  const std::string begin = text_of(newest_set("TN1", "full"), "first_time");
   put("TN1", "a", "2");
   const std::string wanted = moment();
   put("TN1", "a", "3");
@@ -118,6 +122,9 @@ TEST_F(Restores, Another_Tenant_May_Be_Asked_For_As_Its_Own) {
     EXPECT_EQ(restore({{.database = "TN1", .timepoint = wanted, .restore_as = "TN2"}}), "completed")
         << faults.front() << " " << faults.size() << agent_log();
     EXPECT_EQ(rows("TN2"), "a,2\n");
+    EXPECT_EQ(restore({{.database = "TN1", .timepoint = begin, .restore_as = "TN2"}}), "completed")
+        << faults.front() << " " << faults.size() << agent_log();
+    EXPECT_EQ(rows("TN2"), "a,1\n");
     no_faults();
   }
   EXPECT_TRUE(staged_files().empty());
@@ -133,9 +140,11 @@ TEST_F(Restores, Another_System_Takes_A_Tenant_In) {
   put("TN1", "a", "3");
   save_logs({"TN1"});
   start_second_system();
-  EXPECT_EQ(restore({{.database = "TN1", .set = full, .restore_as = "QA1"}}, false, second_instance), "completed")
-      << agent_log();
+  const std::string run =
+      start_restore({{.database = "TN1", .set = full, .restore_as = "QA1"}}, false, second_instance);
+  EXPECT_EQ(wait_for_end(run), "completed") << agent_log();
   EXPECT_EQ(second_rows("QA1"), "a,1\n");
+  EXPECT_NE(text_of(job(run), "restored_size"), "0");
   EXPECT_EQ(restore({{.database = "TN1", .timepoint = wanted, .restore_as = "QA1"}}, false, second_instance),
             "completed")
       << agent_log();

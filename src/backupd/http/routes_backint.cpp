@@ -192,7 +192,7 @@ Reply get_restores(Server_Core& core, const Request& request) {
     return Outcome::refuse(Outcome::forbidden, "the key belongs to the host " + request.identity.host_uuid +
                                                    ", which has no say over the restores of another one");
   List_Page page;
-  if (!core.restored.list_running(place, page)) return store_unavailable();
+  if (!core.running_restores.list(place, page)) return store_unavailable();
   return page;
 }
 

@@ -6,6 +6,13 @@ namespace backupd {
 
 namespace {
 
+/// HANA names the database that is read or the one that is written: with several restores nobody can tell.
+std::string only_run(const std::vector<Running_Restore>& restores) {
+  for (const Running_Restore& restore : restores)
+    if (restore.job_act_id != restores.front().job_act_id) return {};
+  return restores.empty() ? std::string() : restores.front().job_act_id;
+}
+
 /// Reports are handled side by side, so an older one may come after a newer one.
 void note(Sql_Session& session, const std::string& run, const Restored_Report& report) {
   const auto known =
@@ -23,8 +30,7 @@ void note(Sql_Session& session, const std::string& run, const Restored_Report& r
 Outcome Restored_Bytes::add(const Restored_Report& report, std::string& job_act_id) {
   std::string run;
   const bool stored = database_.write([&](Sql_Session& session) {
-    const auto restores = restores_into(session, {report.host_uuid, report.sid, report.database});
-    run = restores.empty() ? std::string() : restores.front().job_act_id;
+    run = only_run(restores_about(session, {report.host_uuid, report.sid, report.database}));
     if (!run.empty()) note(session, run, report);
     return true;
   });

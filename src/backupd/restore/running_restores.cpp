@@ -18,50 +18,60 @@ json_spirit::Object member_of(const json_spirit::Object& object, const char* key
   return member;
 }
 
-/// Adds the entries that are restored into `database`: under their own name unless they say otherwise.
-void add_entries(const json_spirit::Object& definition, const std::string& database, const std::string& job_act_id,
+/// Adds the entries that concern `database` of the system `sid`, which are restored into the system `target_sid`: under
+/// their own name unless they say otherwise.
+void add_entries(const json_spirit::Object& definition, const Restore_Place& place, Running_Restore restore,
                  std::vector<Running_Restore>& found) {
+  const std::string& database = place.database.empty() ? place.sid : place.database;
   json_spirit::Array entries;
   json_spirit::object_get(member_of(definition, "source"), "entries", entries);
   for (const json_spirit::Value& value : entries) {
     if (!value.is_object()) continue;
     const json_spirit::Object original = member_of(value.get_obj(), "original");
     const std::string as = text_of(member_of(value.get_obj(), "restore_as"), "database");
-    Running_Restore restore{job_act_id, text_of(original, "sid"), text_of(original, "database")};
-    if ((as.empty() ? restore.origin_database : as) == database) found.push_back(std::move(restore));
+    restore.origin_sid = text_of(original, "sid");
+    restore.origin_database = text_of(original, "database");
+    restore.target_database = as.empty() ? restore.origin_database : as;
+    if ((restore.origin_sid == place.sid && restore.origin_database == database) ||
+        (restore.target_sid == place.sid && restore.target_database == database))
+      found.push_back(restore);
   }
 }
 
-/// Whether the system has an instance `sid` on the host.
-bool runs_on(Sql_Session& session, const std::string& resource, const Restore_Place& place) {
-  for (const Sql_Row& row :
-       session.query("SELECT extended_attrs FROM instances WHERE resource_uuid = :a AND host_uuid = :b",
-                     {resource, place.host_uuid}, 1))
-    if (text_of(stored_object(row.text(0)), "sid") == place.sid) return true;
-  return false;
+/// The SID of the system's instance on the host; empty when it has none there.
+std::string sid_on(Sql_Session& session, const std::string& resource, const std::string& host_uuid) {
+  const auto row = session.first("SELECT extended_attrs FROM instances WHERE resource_uuid = :a AND host_uuid = :b",
+                                 {resource, host_uuid}, 1);
+  return row ? text_of(stored_object(row->text(0)), "sid") : std::string();
 }
 
 }  // namespace
 
-std::vector<Running_Restore> restores_into(Sql_Session& session, const Restore_Place& place) {
+std::vector<Running_Restore> restores_about(Sql_Session& session, const Restore_Place& place) {
   std::vector<Running_Restore> found;
-  for (const Sql_Row& row :
-       session.query("SELECT a.id, d.document FROM activities AS a JOIN job_definitions AS d ON d.id = a.def_id "
-                     "WHERE a.ended = 0 AND a.kind = :a ORDER BY a.seq DESC",
-                     {std::string(kind_of_restore)}, 2)) {
-    const json_spirit::Object definition = stored_object(row.text(1));
-    if (runs_on(session, text_of(member_of(definition, "target"), "resource_uuid"), place))
-      add_entries(definition, place.database.empty() ? place.sid : place.database, row.text(0), found);
+  for (const Sql_Row& row : session.query(
+           "SELECT a.id, a.host_uuid, d.document FROM activities AS a JOIN job_definitions AS d ON d.id = a.def_id "
+           "WHERE a.ended = 0 AND a.kind = :a ORDER BY a.seq DESC",
+           {std::string(kind_of_restore)}, 3)) {
+    const json_spirit::Object definition = stored_object(row.text(2));
+    Running_Restore restore;
+    restore.job_act_id = row.text(0);
+    restore.run_host_uuid = row.text(1);
+    restore.target_sid = sid_on(session, text_of(member_of(definition, "target"), "resource_uuid"), place.host_uuid);
+    if (!restore.target_sid.empty()) add_entries(definition, place, std::move(restore), found);
   }
   return found;
 }
 
-bool list_restores_into(Database& database, const Restore_Place& place, List_Page& page) {
-  return database.read([&](Sql_Session& session) {
-    for (const Running_Restore& restore : restores_into(session, place))
-      page.rows.emplace_back(json_spirit::Object{{"job_act_id", restore.job_act_id},
-                                                 {"origin_sid", restore.origin_sid},
-                                                 {"origin_database", restore.origin_database}});
+bool Running_Restores::list(const Restore_Place& place, List_Page& page) const {
+  return database_.read([&](Sql_Session& session) {
+    for (const Running_Restore& restore : restores_about(session, place))
+      if (agents_.is_connected(restore.run_host_uuid))
+        page.rows.emplace_back(json_spirit::Object{{"job_act_id", restore.job_act_id},
+                                                   {"origin_sid", restore.origin_sid},
+                                                   {"origin_database", restore.origin_database},
+                                                   {"target_sid", restore.target_sid},
+                                                   {"target_database", restore.target_database}});
     page.total = static_cast<std::int64_t>(page.rows.size());
   });
 }

@@ -41,10 +41,6 @@ std::string catalog_conf_prefix(std::string_view origin_sid, std::string_view or
   return joined(catalog_start, {origin_sid, origin_database}) + '_';
 }
 
-std::string catalog_conf_suffix(std::string_view target_sid, std::string_view target_database) {
-  return joined("", {target_sid, target_database}) + ending;
-}
-
 bool catalog_conf_file_name(const std::string& origin_sid, const std::string& origin_database,
                             const std::string& target_sid, const std::string& target_database, std::string& path) {
   return path_of(catalog_start, {origin_sid, origin_database, target_sid, target_database}, path);

@@ -12,15 +12,9 @@ namespace sap_hana {
 /// Where they lie: "<state directory>/catalog".
 [[nodiscard]] std::string restore_catalog_directory();
 
-/// Beginning of the name of every catalog configuration file.
-inline constexpr std::string_view catalog_conf_start = "catalog_";
-
 /// Beginning of the name of every catalog configuration file of an origin: "catalog_<origin SID>_<origin database>_".
 /// The parts are encoded, so that no other origin's file begins so.
 [[nodiscard]] std::string catalog_conf_prefix(std::string_view origin_sid, std::string_view origin_database);
-
-/// End of the name of every catalog configuration file of a target: "_<target SID>_<target database>.json".
-[[nodiscard]] std::string catalog_conf_suffix(std::string_view target_sid, std::string_view target_database);
 
 /// The file that tells hdbbackint which catalog a restore reads:
 /// "<catalog directory>/catalog_<origin SID>_<origin database>_<target SID>_<target database>.json", each part encoded.

@@ -1,5 +1,7 @@
 #include "hdbbackint/restore/object_search.h"
 
+#include <set>
+
 #include "hdbbackint/backup/ondemand_configuration.h"
 #include "hdbbackint/console.h"
 #include "hdbbackint/restore/restore_origins.h"
@@ -8,18 +10,47 @@
 namespace hdbbackint {
 
 bool Object_Search::find() {
-  bool staged = false;
-  if (entry_.ebid.empty() && is_hana_catalog(entry_.name) && !find_staged(staged)) return false;
-  if (staged) return true;
-  return find_recorded() && (!files_.empty() || find_restored());
+  const bool catalog = entry_.ebid.empty() && is_hana_catalog(entry_.name);
+  if (catalog && !find_catalog()) return false;
+  if (!files_.empty()) return true;
+  if (!find_recorded()) return false;
+  return !files_.empty() || catalog || find_restored();
 }
 
-/// The record tells how the object was stored, the file where it lies now.
+/// A catalog is never looked for under another name when its own restore has staged one.
+bool Object_Search::find_catalog() {
+  bool staged = false;
+  return find_staged(staged) && (staged || find_restored());
+}
+
 bool Object_Search::find_staged(bool& staged) {
   Staged_Catalog catalog;
   const Staged_Catalog::Search search = Staged_Catalog::load(entry_.name, call_.user, catalog, error_);
+  if (search == Staged_Catalog::Search::found && catalog.contested && !settle(catalog)) return false;
   if (search != Staged_Catalog::Search::found) return search == Staged_Catalog::Search::none;
   staged = true;
+  return take(catalog);
+}
+
+/// HANA does not say for which of several restores of one database it asks. Within a run they come one after the other.
+bool Object_Search::settle(Staged_Catalog& catalog) {
+  std::vector<Running_Restore> restores;
+  if (!find_running_restores(call_, catalog.origin, restores, error_)) return false;
+  std::set<std::string> runs;
+  for (const Running_Restore& restore : restores)
+    if (restore.origin.sid == catalog.origin.sid && restore.origin.database == catalog.origin.database)
+      runs.insert(restore.run);
+  if (runs.empty()) return true;
+  if (runs.size() == 1)
+    return Staged_Catalog::load_newest(entry_.name, catalog, error_) == Staged_Catalog::Search::found;
+  error_ = "several restores of " + catalog.origin.database + "@" + catalog.origin.sid +
+           " go on, with other versions of its catalog, and HANA does not say for which of them it asks; let one end, "
+           "then begin the other again";
+  return false;
+}
+
+/// The record tells how the object was stored, the file where it lies now.
+bool Object_Search::take(const Staged_Catalog& catalog) {
   Query query;
   query.sid = catalog.origin.sid;
   query.database = catalog.origin.database;
@@ -55,39 +86,37 @@ bool Object_Search::find_recorded() {
 }
 
 bool Object_Search::find_restored() {
-  Object_Owner named;
-  if (!find_object_owner(entry_.name, named)) return true;
-  std::vector<User_Id> origins;
-  if (!find_restore_origins(call_, call_.user, origins, error_)) return false;
-  if (!is_owner(call_.user, entry_.name)) {
-    std::vector<User_Id> of_named;
-    if (!find_restore_origins(call_, {named.sid, named.database}, of_named, error_)) return false;
-    for (User_Id& origin : of_named)
-      if (origin.sid == call_.user.sid && origin.database == database_of(call_.user))
-        origins.push_back(std::move(origin));
-  }
-  for (const User_Id& origin : origins) {
-    if (!find_of(origin)) return false;
-    if (files_.empty()) continue;
-    // HANA knows the object by the name it has asked for.
-    for (sap_hana::Backup_File_Info& file : files_) file.origin_path = entry_.name;
-    return true;
-  }
+  Object_Owner owner;
+  if (!find_object_owner(entry_.name, owner)) return true;
+  const User_Id named{owner.sid, owner.database};
+  std::vector<Running_Restore> restores;
+  if (!find_running_restores(call_, named, restores, error_)) return false;
+  const User_Id origin = restored_origin(restores, named, call_.user);
+  if (origin.sid.empty()) return true;
+  if (!find_of(origin, named)) return false;
+  // HANA knows the object by the name it has asked for.
+  for (sap_hana::Backup_File_Info& file : files_) file.origin_path = entry_.name;
   return true;
 }
 
-bool Object_Search::find_of(const User_Id& origin) {
-  const std::string name = entry_.name.substr(entry_.name.rfind('/') + 1);
-  for (const std::string& path : object_paths(origin, name)) {
-    Query query;
-    query.sid = origin.sid;
-    query.database = origin.database;
-    query.origin_path = path;
-    query.extern_backup_id = entry_.ebid;
-    if (!ask(query)) return false;
-    if (!files_.empty()) return true;
+bool Object_Search::find_of(const User_Id& origin, const User_Id& target) {
+  if (entry_.ebid.empty() && is_hana_catalog(entry_.name)) {
+    Staged_Catalog catalog;
+    const Staged_Catalog::Search search = Staged_Catalog::load_exact(origin, target, catalog, error_);
+    if (search == Staged_Catalog::Search::broken) return false;
+    if (search == Staged_Catalog::Search::found) return take(catalog);
   }
-  return true;
+  Query query;
+  query.host_uuid = call_.configuration.host_uuid;
+  query.sid = origin.sid;
+  query.database = origin.database;
+  query.origin_path = object_path(origin, entry_.name.substr(entry_.name.rfind('/') + 1));
+  query.extern_backup_id = entry_.ebid;
+  if (query.origin_path.empty()) return true;
+  if (!ask(query)) return false;
+  if (!files_.empty()) return true;
+  query.host_uuid.clear();
+  return ask(query);
 }
 
 bool Object_Search::ask(const Query& query) {

@@ -5,6 +5,7 @@
 
 #include "hana/backint_catalog/backint_backup_file.h"
 #include "hdbbackint/call.h"
+#include "hdbbackint/restore/staged_catalog.h"
 
 namespace hdbbackint {
 
@@ -25,12 +26,14 @@ class Object_Search {
  private:
   using Query = sap_hana::Backint_Catalog_helper::File_Query;
 
+  [[nodiscard]] bool find_catalog();
   [[nodiscard]] bool find_staged(bool& staged);
+  [[nodiscard]] bool settle(Staged_Catalog& catalog);
+  [[nodiscard]] bool take(const Staged_Catalog& catalog);
   [[nodiscard]] bool find_recorded();
-  /// Looks among what is being restored into the user's database, or out of it into the one that the object is named
-  /// after.
+  /// Looks among what a restore that goes on brings back under another name or for another user.
   [[nodiscard]] bool find_restored();
-  [[nodiscard]] bool find_of(const User_Id& origin);
+  [[nodiscard]] bool find_of(const User_Id& origin, const User_Id& target);
   [[nodiscard]] bool ask(const Query& query);
   [[nodiscard]] User_Id owner() const;
 

@@ -7,14 +7,26 @@
 
 namespace hdbbackint {
 
-/// The databases that are being restored into `target` now, as backupd knows them. While they are, their objects are
-/// open to the target, by whichever name HANA asks for them: under the names of the database that they were saved of,
-/// or of the one that they are restored into. False with an error when it cannot be told. One thread.
-/// Source of the format: docs/backupd-api.md.
-[[nodiscard]] bool find_restore_origins(const Call& call, const User_Id& target, std::vector<User_Id>& origins,
-                                        std::string& error);
+/// One database that is being restored into another one, or in place.
+struct Running_Restore {
+  std::string run;
+  User_Id origin;
+  User_Id target;
+};
 
-/// Where HANA had the pipe of an object `name` of a database, in a system with tenants and in one without.
-[[nodiscard]] std::vector<std::string> object_paths(const User_Id& owner, const std::string& name);
+/// The restores on this host that go on into a database, or of it, as backupd knows them. False with an error when it
+/// cannot be told. One thread. Source of the format: docs/backupd-api.md.
+[[nodiscard]] bool find_running_restores(const Call& call, const User_Id& database,
+                                         std::vector<Running_Restore>& restores, std::string& error);
+
+/// Whose objects HANA means by names of `named`'s as `user`, other than `named`'s own for itself; a user without a SID
+/// when there is no other. While a restore goes on, the origin's objects are open to it:
+/// - to the target, under the origin's names;
+/// - to either, under the target's names, unless the target is itself being read for a restore.
+[[nodiscard]] User_Id restored_origin(const std::vector<Running_Restore>& restores, const User_Id& named,
+                                      const User_Id& user);
+
+/// Where HANA had the pipe of an object `name` of a database; empty when there is no such place.
+[[nodiscard]] std::string object_path(const User_Id& owner, const std::string& name);
 
 }  // namespace hdbbackint

@@ -52,12 +52,15 @@ void Restore_Progress::tell_all() {
       bytes = bytes_;
     }
     if (bytes == told) continue;
-    if (!tell(bytes)) return;
-    told = bytes;
+    Told result = tell(bytes);
+    // What a later report would make good for; also a connection that the server has let go meanwhile.
+    if (result == Told::no && last) result = tell(bytes);
+    if (result == Told::to_nobody) return;
+    if (result == Told::yes) told = bytes;
   }
 }
 
-bool Restore_Progress::tell(std::uint64_t bytes) {
+Restore_Progress::Told Restore_Progress::tell(std::uint64_t bytes) {
   net::Http_Request request;
   request.method = "POST";
   request.target = report_target;
@@ -68,14 +71,14 @@ bool Restore_Progress::tell(std::uint64_t bytes) {
                                                             {"bytes", bytes}});
   net::Http_Response response;
   net::Net_Error error;
-  if (!call_.session->exchange(request, response, report_limit, error)) return true;  // the next count holds this one
+  if (!call_.session->exchange(request, response, report_limit, error)) return Told::no;
   json_spirit::Value answer;
   std::string run;
   const bool counts = response.status == status_ok && json_spirit::load_json(response.body, answer) &&
                       answer.is_object() && json_spirit::object_get(answer.get_obj(), "job_act_id", run) &&
                       !run.empty();
   if (!counts) D3_INFO("backupd does not follow this restore, status %u\n", response.status);
-  return counts;
+  return counts ? Told::yes : Told::to_nobody;
 }
 
 }  // namespace hdbbackint

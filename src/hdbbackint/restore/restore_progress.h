@@ -18,7 +18,7 @@ namespace hdbbackint {
 class Restore_Progress {
  public:
   explicit Restore_Progress(const Call& call);
-  /// Returns after the last report, `report_limit` later at the latest.
+  /// Returns after the last report, some `report_limit` later at the latest.
   ~Restore_Progress();
   Restore_Progress(const Restore_Progress&) = delete;
   Restore_Progress& operator=(const Restore_Progress&) = delete;
@@ -31,8 +31,8 @@ class Restore_Progress {
 
  private:
   void tell_all();
-  /// False when there is no sense in telling more.
-  [[nodiscard]] bool tell(std::uint64_t bytes);
+  enum class Told { yes, no, to_nobody };
+  [[nodiscard]] Told tell(std::uint64_t bytes);
 
   const Call& call_;
   const std::string uuid_;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <limits>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "hana/common/restore_conf_path.h"
@@ -32,34 +33,21 @@ bool modified_at(const std::string& path, Modified& time) {
   return true;
 }
 
-/// Whether a file of that name may tell of an object of `owner`: one that its database is restored from, or into, as
-/// HANA may look for another one's objects under the names of its own.
-bool tells_of(const Object_Owner& owner, const std::string& name) {
-  return (name.starts_with(sap_hana::catalog_conf_prefix(owner.sid, owner.database)) && name.ends_with(file_ending)) ||
-         (name.starts_with(sap_hana::catalog_conf_start) &&
-          name.ends_with(sap_hana::catalog_conf_suffix(owner.sid, owner.database)));
-}
-
-/// The file from the object's owner into the user's database, else the newest that tells of the owner; empty when there
-/// is none. False with an error when it cannot be told.
-bool find_file(const Object_Owner& owner, const User_Id& user, std::string& path, std::string& error) {
+/// The files of an origin, newest first. False with an error when they cannot be listed.
+bool list_files(const Object_Owner& origin, std::vector<std::string>& paths, std::string& error) {
   const std::string directory = sap_hana::restore_catalog_directory();
   std::vector<std::string> names;
   if (!list_state_files(directory, names, error)) return false;
-  if (!user.sid.empty() &&
-      !sap_hana::catalog_conf_file_name(owner.sid, owner.database, user.sid, database_of(user), path))
-    return true;
-  if (platform::is_regular_file(path.c_str())) return true;
-  path.clear();
-  Modified newest;
+  std::vector<std::pair<Modified, std::string>> files;
   for (const std::string& name : names) {
-    if (!tells_of(owner, name)) continue;
-    const std::string candidate = scrt::join_path(directory, name);
+    if (!name.starts_with(sap_hana::catalog_conf_prefix(origin.sid, origin.database)) || !name.ends_with(file_ending))
+      continue;
+    const std::string path = scrt::join_path(directory, name);
     Modified time;
-    if (!modified_at(candidate, time) || (!path.empty() && time <= newest)) continue;
-    path = candidate;
-    newest = time;
+    if (modified_at(path, time)) files.emplace_back(time, path);
   }
+  std::sort(files.rbegin(), files.rend());
+  for (auto& [time, path] : files) paths.push_back(std::move(path));
   return true;
 }
 
@@ -108,13 +96,11 @@ bool is_owner(const User_Id& user, const std::string& object) {
 
 bool is_hana_catalog(const std::string& object) { return object.substr(object.rfind('/') + 1) == catalog_object; }
 
-Staged_Catalog::Search Staged_Catalog::load(const std::string& object, const User_Id& user, Staged_Catalog& catalog,
-                                            std::string& error) {
-  Object_Owner owner;
-  if (!find_object_owner(object, owner)) return Search::none;
-  std::string path;
-  if (!find_file(owner, user, path, error)) return Search::broken;
-  if (path.empty()) return Search::none;
+namespace {
+
+using Search = Staged_Catalog::Search;
+
+Search read(const std::string& path, Staged_Catalog& catalog, std::string& error) {
   json_spirit::Object document;
   if (!restore_file.read(path, document, error)) return Search::broken;
   try {
@@ -124,6 +110,55 @@ Staged_Catalog::Search Staged_Catalog::load(const std::string& object, const Use
     error = restore_file.describe(path, std::string("is not one of ours: ") + wrong.what(), restore_file.make_anew);
     return Search::broken;
   }
+}
+
+/// One that is no good cannot be meant: it has failed the restore that staged it.
+bool names_another_version(const std::string& path, const Staged_Catalog& catalog) {
+  Staged_Catalog other;
+  std::string ignored;
+  return read(path, other, ignored) == Search::found && other.extern_backup_id != catalog.extern_backup_id;
+}
+
+}  // namespace
+
+Staged_Catalog::Search Staged_Catalog::load(const std::string& object, const User_Id& user, Staged_Catalog& catalog,
+                                            std::string& error) {
+  Object_Owner origin;
+  if (!find_object_owner(object, origin)) return Search::none;
+  std::vector<std::string> files;
+  if (!list_files(origin, files, error)) return Search::broken;
+  if (files.empty()) return Search::none;
+  std::string exact;
+  if (!user.sid.empty() &&
+      !sap_hana::catalog_conf_file_name(origin.sid, origin.database, user.sid, database_of(user), exact))
+    return Search::none;
+  const bool has_exact = std::find(files.begin(), files.end(), exact) != files.end();
+  const std::string path = has_exact ? exact : files.front();
+  if (read(path, catalog, error) != Search::found) return Search::broken;
+  // Another database as the user says which restore is meant. The origin's own may be that of any.
+  if (!has_exact || Object_Owner{user.sid, database_of(user)} == origin)
+    catalog.contested = std::any_of(files.begin(), files.end(), [&](const std::string& file) {
+      return file != path && names_another_version(file, catalog);
+    });
+  return Search::found;
+}
+
+Staged_Catalog::Search Staged_Catalog::load_newest(const std::string& object, Staged_Catalog& catalog,
+                                                   std::string& error) {
+  Object_Owner origin;
+  if (!find_object_owner(object, origin)) return Search::none;
+  std::vector<std::string> files;
+  if (!list_files(origin, files, error)) return Search::broken;
+  return files.empty() ? Search::none : read(files.front(), catalog, error);
+}
+
+Staged_Catalog::Search Staged_Catalog::load_exact(const User_Id& origin, const User_Id& target, Staged_Catalog& catalog,
+                                                  std::string& error) {
+  std::string path;
+  if (!sap_hana::catalog_conf_file_name(origin.sid, database_of(origin), target.sid, database_of(target), path) ||
+      !platform::is_regular_file(path.c_str()))
+    return Search::none;
+  return read(path, catalog, error);
 }
 
 }  // namespace hdbbackint

@@ -30,11 +30,18 @@ struct Staged_Catalog {
   [[nodiscard]] unsigned max_seconds_retry() const;
   [[nodiscard]] bool is_for(const User_Id& user) const;
 
-  /// Finds the file for the database that `object` (a path of HANA's) belongs to: the one of that origin for the target
-  /// `user`, else the newest of that origin or, since HANA may look for another one's objects under the names of its
-  /// own, of that target. `catalog` is filled when it is found.
+  /// Another restore of the same origin has staged another version.
+  bool contested = false;
+
+  /// Finds the file for the database that `object` (a path of HANA's) belongs to, as origin: the one for the target
+  /// `user`, else the newest. `catalog` is filled when it is found.
   [[nodiscard]] static Search load(const std::string& object, const User_Id& user, Staged_Catalog& catalog,
                                    std::string& error);
+  /// The newest of the origin that `object` belongs to.
+  [[nodiscard]] static Search load_newest(const std::string& object, Staged_Catalog& catalog, std::string& error);
+  /// The one of an origin for a target alone.
+  [[nodiscard]] static Search load_exact(const User_Id& origin, const User_Id& target, Staged_Catalog& catalog,
+                                         std::string& error);
 };
 
 /// The database of a user; a system without tenants has one, which is called like it.

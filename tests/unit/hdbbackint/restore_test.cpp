@@ -94,6 +94,8 @@ TEST_F(Restore_Of_Another, Is_Closed_To_A_Third_While_It_Goes_On) {
   server_.begin_restore("TN1", "TN2");
   for (const std::string& path : {source_path(), own_path()})
     EXPECT_EQ(call("restore", "#NULL " + path, {}, "TN3@HDB").answers, Answers{"#NOTFOUND \"" + path + "\""}) << path;
+  const std::string third = "/usr/sap/HDB/SYS/global/hdb/backint/DB_TN9/" + name_;
+  EXPECT_EQ(call("restore", "#NULL " + third, {}, "TN2@HDB").answers, Answers{"#NOTFOUND \"" + third + "\""});
   EXPECT_EQ(call("restore", "#NULL " + own_path() + "0", {}, "TN2@HDB").answers,
             Answers{"#NOTFOUND \"" + own_path() + "0\""})
       << "an object that was never saved";

@@ -132,18 +132,63 @@ TEST_F(Staged_Catalog_Test, Is_That_Of_The_Target_Which_HANA_Names) {
   EXPECT_EQ(call("inquire", "#NULL " + catalog_path(), {}, "TN2@HDB").answers, Answers{listed(second)});
 }
 
+std::string own_catalog(const std::string& database) {
+  return "/usr/sap/HDB/SYS/global/hdb/backint/DB_" + database + "/" + catalog_name;
+}
+
 TEST_F(Staged_Catalog_Test, Is_That_Of_The_Origin_Where_HANA_Asks_By_The_Targets_Name) {
   const std::string first = save(catalog_name, "first");
   save(catalog_name, "second");
   stage("catalog_HDB_TN1_HDB_TN2.json", document(first, "TN2"));
-  const std::string own = std::string("/usr/sap/HDB/SYS/global/hdb/backint/DB_TN2/") + catalog_name;
+  const std::string own = own_catalog("TN2");
+  EXPECT_EQ(call("inquire", "#NULL " + own, {}, "TN2@HDB").answers, Answers{"#NOTFOUND \"" + own + "\""})
+      << "left by a restore that nobody knows of";
+  server_.begin_restore("TN1", "TN2");
   for (const char* user : {"TN1@HDB", "TN2@HDB"})
-    EXPECT_EQ(call("inquire", "#NULL " + own, {}, user).answers.size(), 1U) << user;
+    EXPECT_EQ(call("inquire", "#NULL " + own, {}, user).answers, Answers{"#BACKUP \"" + first + "\" \"" + own + "\""})
+        << user;
+  EXPECT_EQ(call("inquire", "#NULL " + own, {}, "TN3@HDB").answers, Answers{"#NOTFOUND \"" + own + "\""});
   root_.make_directory("/usr/sap/HDB/SYS/global/hdb/backint/DB_TN2");
   ASSERT_EQ(::mkfifo(root_.real(own).c_str(), 0600), 0);
   std::string content;
   EXPECT_EQ(restore("#NULL " + own, own, content, "TN2@HDB").exit_code, 0);
   EXPECT_EQ(content, "first");
+}
+
+TEST_F(Staged_Catalog_Test, Of_Another_Is_Not_Given_While_The_Target_Is_Itself_Copied) {
+  const std::string catalog = save(catalog_name, "catalog");
+  stage("catalog_HDB_TN1_HDB_TN2.json", document(catalog, "TN2"));
+  server_.begin_restore("TN1", "TN2");
+  server_.begin_restore("TN2", "TN3", "act-3");
+  const std::string own = own_catalog("TN2");
+  EXPECT_EQ(call("inquire", "#NULL " + own, {}, "TN2@HDB").answers, Answers{"#NOTFOUND \"" + own + "\""});
+}
+
+TEST_F(Staged_Catalog_Test, Is_The_Last_One_When_A_Run_Restores_A_Database_In_Place_And_To_Another) {
+  const std::string first = save(catalog_name, "first");
+  const std::string second = save(catalog_name, "second");
+  stage("catalog_HDB_TN1_HDB_TN1.json", document(first));
+  stage("catalog_HDB_TN1_HDB_TN2.json", document(second, "TN2"));
+  set_modified("catalog_HDB_TN1_HDB_TN1.json", 1000);
+  set_modified("catalog_HDB_TN1_HDB_TN2.json", 2000);
+  server_.begin_restore("TN1", "TN1");
+  server_.begin_restore("TN1", "TN2");
+  EXPECT_EQ(call("inquire", "#NULL " + catalog_path(), {}, "TN1@HDB").answers, Answers{listed(second)});
+}
+
+TEST_F(Staged_Catalog_Test, Is_None_While_Two_Runs_Restore_A_Database_By_Other_Versions) {
+  const std::string first = save(catalog_name, "first");
+  const std::string second = save(catalog_name, "second");
+  stage("catalog_HDB_TN1_HDB_TN1.json", document(first));
+  stage("catalog_HDB_TN1_HDB_TN2.json", document(second, "TN2"));
+  server_.begin_restore("TN1", "TN1", "act-2");
+  server_.begin_restore("TN1", "TN2", "act-3");
+  expect_broken("several restores of TN1@HDB go on");
+  EXPECT_EQ(call("inquire", "#NULL " + catalog_path(), {}, "TN2@HDB").answers, Answers{listed(second)})
+      << "it says for which it asks";
+  stage("catalog_HDB_TN1_HDB_TN2.json", document(first, "TN2"));
+  EXPECT_EQ(call("inquire", "#NULL " + catalog_path(), {}, "TN1@HDB").answers, Answers{listed(first)})
+      << "both want the same version";
 }
 
 TEST_F(Staged_Catalog_Test, Is_The_Newest_File_Of_The_Origin_For_Another_Target) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "unit/backupd/fake_agent.h"
 #include "unit/backupd/memory_server.h"
 
 using namespace backupd_test;
@@ -80,11 +81,17 @@ TEST_F(Restored_Bytes_Test, Are_Kept_Over_A_Restart_Of_The_Server) {
   EXPECT_EQ(restored(run_), 400);
 }
 
-TEST_F(Restored_Bytes_Test, Count_For_The_Run_Whose_Database_Is_Restored) {
-  const std::string under_its_own_name = begin_restore("");
-  EXPECT_EQ(tell(7, second_call, "TN1").text_of("job_act_id"), under_its_own_name);
+TEST_F(Restored_Bytes_Test, Count_For_The_Run_Of_The_Database_That_HANA_Reads_Or_Writes) {
+  EXPECT_EQ(tell(7, second_call, "TN1").text_of("job_act_id"), run_) << "named by its source";
+  EXPECT_EQ(tell(8).text_of("job_act_id"), run_) << "named by its target";
+  EXPECT_EQ(restored(run_), 15);
+}
+
+TEST_F(Restored_Bytes_Test, Count_For_Nobody_While_Two_Runs_May_Be_Meant) {
+  const std::string in_place = begin_restore("");
+  EXPECT_EQ(tell(7, second_call, "TN1").text_of("job_act_id"), "");
   EXPECT_EQ(tell(8).text_of("job_act_id"), run_);
-  EXPECT_EQ(restored(under_its_own_name), 7);
+  EXPECT_EQ(restored(in_place), 0);
   EXPECT_EQ(restored(run_), 8);
 }
 
@@ -107,19 +114,28 @@ TEST_F(Restored_Bytes_Test, Of_What_Nobody_Restores_Here_Count_Nowhere) {
   EXPECT_EQ(restored(run_), 0);
 }
 
-TEST_F(Restored_Bytes_Test, Tell_What_A_Restore_That_Goes_On_Brings_Back) {
+TEST_F(Restored_Bytes_Test, Of_Which_Restores_They_May_Be_Is_Told) {
   const std::string path = std::string("/backint/restores?host_uuid=") + host_a + "&sid=HDB&database=";
   const auto rows = [&](const std::string& database) {
-    const json_spirit::Array found = server_.request("GET", path + database, {}, server_.agent_key).rows();
-    return json_spirit::dump_json(found);
+    return json_spirit::dump_json(server_.request("GET", path + database, {}, server_.agent_key).rows());
   };
-  EXPECT_EQ(rows("TN2"), R"([{"job_act_id":")" + run_ + R"(","origin_sid":"HDB","origin_database":"TN1"}])");
-  EXPECT_EQ(rows("TN1"), "[]");
-  EXPECT_EQ(server_.request("GET", path + "TN2", {}, server_.other_agent_key).status, 403U);
-  EXPECT_EQ(server_.request("GET", std::string("/backint/restores?host_uuid=") + host_a, {}, server_.agent_key).status,
-            400U);
-  ASSERT_TRUE(server_.core->activities.fail(run_, "it broke"));
-  EXPECT_EQ(rows("TN2"), "[]");
+  const std::string row =
+      R"([{"job_act_id":")" + run_ +
+      R"(","origin_sid":"HDB","origin_database":"TN1","target_sid":"HDB","target_database":"TN2"}])";
+  EXPECT_EQ(rows("TN2"), "[]") << "whose agent is away";
+  {
+    Fake_Agent agent(server_, server_.agent_key, obedient);
+    ASSERT_TRUE(agent.hello(host_a).ok);
+    EXPECT_EQ(rows("TN2"), row);
+    EXPECT_EQ(rows("TN1"), row);
+    EXPECT_EQ(rows("TN3"), "[]");
+    EXPECT_EQ(server_.request("GET", path + "TN2", {}, server_.other_agent_key).status, 403U);
+    EXPECT_EQ(
+        server_.request("GET", std::string("/backint/restores?host_uuid=") + host_a, {}, server_.agent_key).status,
+        400U);
+    ASSERT_TRUE(server_.core->activities.fail(run_, "it broke"));
+    EXPECT_EQ(rows("TN2"), "[]");
+  }
 }
 
 TEST_F(Restored_Bytes_Test, Are_Taken_From_The_Host_That_Tells_Them_Alone) {
