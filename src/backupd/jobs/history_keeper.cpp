@@ -30,6 +30,7 @@ void remove_run(Sql_Session& session, const std::string& id) {
 }  // namespace
 
 bool History_Keeper::remove_old(std::int64_t& removed) {
+  if (limits_.days_of_runs == 0 && limits_.days_of_log_runs == 0) return true;
   return date_undated() && remove_kind(true, limits_.days_of_log_runs, removed) &&
          remove_kind(false, limits_.days_of_runs, removed);
 }

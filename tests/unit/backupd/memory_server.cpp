@@ -59,7 +59,7 @@ Memory_Server::~Memory_Server() = default;
 
 void Memory_Server::begin() {
   core = std::make_unique<backupd::Server_Core>(
-      database, backupd::Server_Core::Options{"http://backupd.test:9443", host_a, "1.0.0"});
+      database, backupd::Server_Core::Options{"http://backupd.test:9443", host_a, "1.0.0", history});
   network = std::make_unique<support::Fake_Http_Transport>(core->handler());
   core->starter.start();
 }

@@ -80,6 +80,7 @@ class Memory_Server {
   support::Temp_Root root;
   Still_Clock clock;
   backupd::Database database;
+  backupd::History_Limits history{0, 0};  ///< from the next restart on: its thread removes no runs of a test by itself
 
  private:
   void begin();

@@ -150,6 +150,8 @@ TEST_F(History_Keeper_Test, Removes_More_Than_A_Batch) {
 }
 
 TEST_F(History_Keeper_Test, Is_Called_By_The_Server_Now_And_Then) {
+  server_.history = {};
+  server_.restart();
   const std::string id = end(begin(logs_));
   server_.clock.pass_wall(32 * day);
   server_.clock.pass(backupd::Run_Starter::sweep_interval);
