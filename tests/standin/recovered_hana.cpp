@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <fstream>
 #include <string_view>
 #include <thread>
 
@@ -12,7 +13,7 @@ namespace standin_test {
 
 namespace {
 constexpr int timeout_s = 900;
-constexpr int most_looks = 400;
+constexpr int most_looks = 4000;
 void look_again() { std::this_thread::sleep_for(std::chrono::milliseconds(25)); }
 std::string first_line(const std::string& text) { return text.substr(0, text.find('\n')); }
 
@@ -102,6 +103,15 @@ void Recovered_HANA::later(int seconds) {
 }
 
 std::string Recovered_HANA::now() const { return utc_text(std::time(nullptr) + offset_); }
+
+std::string Recovered_HANA::stand_still() {
+  constexpr std::time_t ms_per_second = 1000;
+  const std::time_t second = std::time(nullptr) + offset_;
+  const std::filesystem::path file = instance() / "standin/clock_offset_seconds";
+  std::ofstream(file.string() + ".new") << '=' << second * ms_per_second + ms_per_second / 2 << '\n';
+  std::filesystem::rename(file.string() + ".new", file);
+  return utc_text(second);
+}
 
 std::string Recovered_HANA::reached_text() {
   constexpr std::string_view mark = ", reached timestamp ";

@@ -33,6 +33,8 @@ class Recovered_HANA : public Installed_HANA {
   void later(int seconds);
   /// HANA's time in UTC as a statement takes it.
   [[nodiscard]] std::string now() const;
+  /// HANA's time stands in the middle of a second, until it is moved; that second as now() gives it.
+  std::string stand_still();
   /// Waits into the next second, so that what was committed is older than what comes.
   void next_second();
   /// Writes all that was committed into log backups of every service; waits for them and their catalog.

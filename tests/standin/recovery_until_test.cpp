@@ -14,12 +14,9 @@ class Recovery_Until : public Recovered_HANA {
   }
   /// A commit with a whole second of its own; the time to recover to when it is wanted.
   std::string committed(const std::string& key, const std::string& value) {
-    std::string time;
-    do {
-      next_second();
-      time = now();
-      put(key, value);
-    } while (now() != time);  // it may lie in either second
+    next_second();
+    std::string time = stand_still();
+    put(key, value);
     next_second();
     return time;
   }
