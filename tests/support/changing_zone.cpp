@@ -9,7 +9,6 @@ namespace support {
 namespace {
 
 constexpr const char* variable = "DORSAL3_TESTS_CLOCKS";
-constexpr std::time_t hour = 3600;
 /// The other change of the year lies so far away.
 constexpr int days_between = 60;
 constexpr int days_of_year = 365;
@@ -25,14 +24,13 @@ std::string rule(int day, const std::tm& time) {
 
 std::string zone_whose_clocks_change(std::time_t when, Clocks direction) {
   const bool back = direction == Clocks::go_back;
-  // A rule tells the local time that the change ends: UTC before clocks go forward, an hour more before they go back.
-  const std::time_t local = back ? when + hour : when;
+  // A rule tells the local time that the change ends. It is UTC here, so that the rule's year is that of UTC, too.
   std::tm parts{};
-  ::gmtime_r(&local, &parts);
+  ::gmtime_r(&when, &parts);
   const std::string change = rule(parts.tm_yday, parts);
   const std::string other =
       rule((parts.tm_yday + (back ? days_of_year - days_between : days_between)) % days_of_year, {});
-  return "WINTER0SUMMER-1," + (back ? other + "," + change : change + "," + other);
+  return back ? "WINTER1SUMMER0," + other + "," + change : "WINTER0SUMMER-1," + change + "," + other;
 }
 
 std::optional<Clocks> wanted_change_of_clocks() {
