@@ -55,4 +55,8 @@ restore_it() {
   dorsal3 restore $instance/TN1 --to "$before" --into $instance/TN2 --run --confirm TN2
   all_of TN2 >"$root/under_another_name"
   diff "$root/before_the_mistake" "$root/under_another_name" || fail "TN2 is not what TN1 was at $before"
+  say "And into a tenant that HANA creates for it: dorsal3 restore $instance/TN1 --to '$before' --as TN3 --create --run --confirm TN3"
+  dorsal3 restore $instance/TN1 --to "$before" --as TN3 --create --run --confirm TN3 <<<manager
+  all_of TN3 >"$root/in_a_new_tenant"
+  diff "$root/before_the_mistake" "$root/in_a_new_tenant" || fail "TN3 is not what TN1 was at $before"
 }
