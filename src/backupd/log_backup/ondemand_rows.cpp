@@ -212,11 +212,12 @@ bool give_up_ondemand_run(Sql_Session& session, const Ondemand_Entry& entry, std
   return session.execute("UPDATE ondemand_runs SET hold = 3 WHERE id = :a AND run_id = ''", {entry.id}) != 0;
 }
 
-// They were tried too often to take a turn of newer ones.
+// Their tries stay, so they take no turn of newer ones. The time in which they may fail begins anew: what failed weeks
+// ago says nothing of the cause that was mended since.
 void retry_given_up_runs(Sql_Session& session, const Ondemand_Database& database) {
   session.execute(
-      "UPDATE ondemand_runs SET due = 0, hold = 0 WHERE host_uuid = :a AND sid = :b AND database_name = :c AND "
-      "hold = 3",
+      "UPDATE ondemand_runs SET due = 0, hold = 0, first_failed = 0 WHERE host_uuid = :a AND sid = :b AND "
+      "database_name = :c AND hold = 3",
       of(database));
 }
 

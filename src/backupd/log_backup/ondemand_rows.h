@@ -81,7 +81,7 @@ void definition_stored(Sql_Session& session, const std::string& host_uuid);
 /// for its whole instance.
 [[nodiscard]] std::string find_log_definition(Sql_Session& session, const Ondemand_Database& database);
 
-/// What was given up of a database is tried again.
+/// What was given up of a database is tried again, for as long as at first, but takes no turn of newer ones.
 void retry_given_up_runs(Sql_Session& session, const Ondemand_Database& database);
 /// What was given up of a database leaves the queue, and no set will hold it. Its records and objects stay, so that
 /// HANA can still read what it calls saved. The entries as they were shown.

@@ -176,6 +176,19 @@ TEST_F(Ondemand_Given_Up_Test, Retried_Backups_Take_No_Turn_Of_Newer_Ones) {
   EXPECT_EQ(run(1).job, uuid_of(4));
 }
 
+TEST_F(Ondemand_Given_Up_Test, Retried_Backup_That_Fails_Again_Is_Tried_As_Long_As_A_New_One) {
+  come();
+  give_up(1);
+  (void)ask("drain", R"(,"retry":true)");
+  fail(run(2), Ondemand_Entry::tries_in_order + 1);
+  EXPECT_EQ(state_of(uuid_of(1)), "waiting");
+  EXPECT_EQ(first_failed(1), server.clock.wall_seconds());
+  pass(60 * minute);
+  const Started last = run(3);
+  pass(std::chrono::seconds(Ondemand_Entry::seconds_otherwise));
+  expect_given_up_after(last, 1);
+}
+
 TEST_F(Ondemand_Given_Up_Test, A_List_Without_What_Was_Given_Up_Is_Full_All_The_Same) {
   back_up_and_give_up(3);
   back_up(4);
