@@ -69,6 +69,8 @@ void Run_Follower::show_progress() {
   Progress_Sample sample;
   sample.when = platform::Clock::current().steady_now();
   sample.bytes = std::max(bytes_done(record_), received_.count(context_.server, job_));
+  // HANA may read something twice.
+  if (total_bytes_ != 0) sample.bytes = std::min(sample.bytes, total_bytes_);
   sample.total_bytes = total_bytes_;
   sample.percent = percent_of(sample.bytes);
   tracker_.add(sample);
