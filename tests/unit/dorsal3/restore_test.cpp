@@ -247,7 +247,7 @@ TEST_F(Restore_Test, Shows_How_Much_Of_All_Has_Come_Back) {
 TEST_F(Restore_Test, Shows_No_End_Before_The_Run_Has_Ended) {
   plan_is(plan_json());
   let_run(confirmed_,
-          R"({"id":"a1","state":3,"state_name":"running","progress":0,"restored_size":4194304,"host_uuid":"h1"})",
+          R"({"id":"a1","state":3,"state_name":"running","progress":0,"restored_size":4194999,"host_uuid":"h1"})",
           "{}");
   clock.at(std::chrono::milliseconds(500), [] { press_ctrl_c(); });
   EXPECT_EQ(run(confirmed_), exit_interrupted);
