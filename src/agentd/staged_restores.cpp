@@ -41,6 +41,11 @@ bool is_staged(const std::string& name) {
   return name.starts_with(staged_catalog_start) || name.starts_with(staged_restore_start);
 }
 
+/// The file of the target alone: what follows the origin in the name of its catalog names the target.
+std::string target_file(const std::string& catalog_file, const std::string& origin) {
+  return staged_restore_start + catalog_file.substr(origin.size());
+}
+
 bool contains(const std::vector<std::string>& names, const std::string& name) {
   return std::find(names.begin(), names.end(), name) != names.end();
 }
@@ -89,6 +94,7 @@ bool Staged_Restores::begin(const std::string& job_act_id, const json_spirit::Va
       std::find(ended_.begin(), ended_.end(), job_act_id) != ended_.end())
     return false;
   (void)remove_unused(origins, Whose::everybodys);
+  forget_stagers(origins);
   running_.emplace(job_act_id, std::move(origins));
   return true;
 }
@@ -155,6 +161,20 @@ bool Staged_Restores::remove_file(const std::string& file) {
   return remove_staged(file);
 }
 
+// A host tells that it stages a file before it does. When that failed, this host's own file of the name would be taken
+// for the other one's at the end.
+void Staged_Restores::forget_stagers(const Origins& origins) {
+  for (const std::string& origin : origins) {
+    if (is_used(origin)) continue;
+    for (auto noted = stagers_.lower_bound(origin); noted != stagers_.end() && noted->first.starts_with(origin);) {
+      const auto of_target = stagers_.find(target_file(noted->first, origin));
+      // One that a restore of another origin has staged since belongs to that.
+      if (of_target != stagers_.end() && of_target->second == noted->second) stagers_.erase(of_target);
+      noted = stagers_.erase(noted);
+    }
+  }
+}
+
 bool Staged_Restores::is_used(const std::string& origin) const {
   return std::any_of(running_.begin(), running_.end(), [&](const auto& run) {
     return std::find(run.second.begin(), run.second.end(), origin) != run.second.end();
@@ -170,8 +190,7 @@ std::vector<Staged_Name> Staged_Restores::remove_unused(const Origins& origins, 
     for (const std::string& name : names) {
       if (!name.starts_with(origin) || !goes(name)) continue;
       (void)remove_file(name);
-      // What follows names the target, as in the file of the target alone.
-      const std::string of_target = staged_restore_start + name.substr(origin.size());
+      const std::string of_target = target_file(name, origin);
       if (contains(names, of_target) && goes(of_target)) (void)remove_file(of_target);
       if (Staged_Name parts; Staged_Name::from_file(name, parts)) removed.push_back(std::move(parts));
     }

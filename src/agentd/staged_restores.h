@@ -51,6 +51,8 @@ class Staged_Restores {
 
   [[nodiscard]] std::vector<Staged_Name> remove_unused(const Origins& origins, Whose whose);
   [[nodiscard]] bool remove_file(const std::string& file);
+  /// Nothing of the origins that no run uses is another host's any more, whether it is there or not.
+  void forget_stagers(const Origins& origins);
   [[nodiscard]] bool is_used(const std::string& origin) const;
 
   const Over over_;

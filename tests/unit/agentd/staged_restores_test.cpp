@@ -245,6 +245,27 @@ TEST_F(Staged_Restores_Test, What_This_Host_Stages_Again_Is_Its_Own) {
   EXPECT_TRUE(left().empty());
 }
 
+TEST_F(Staged_Restores_Test, What_Another_Host_Announced_And_Never_Wrote_Is_This_Hosts_When_It_Restores) {
+  staged_.staged_by({"HDB", "TN1", "HDB", "TN2"}, "h-2");
+  staged_.begin("run", definition({entry("HDB", "TN1")}));
+  stage({"catalog_HDB_TN1_HDB_TN2.json", "restore_HDB_TN2.json"});
+  staged_.end("run");
+  EXPECT_TRUE(left().empty());
+}
+
+TEST_F(Staged_Restores_Test, A_Begin_Forgets_Nothing_That_Other_Hosts_Announced_For_Other_Origins) {
+  const Names others{"catalog_PRD_TN5_HDB_TN9.json", "restore_HDB_TN9.json"};
+  staged_.staged_by({"HDB", "TN1", "HDB", "TN9"}, "h-2");
+  staged_.staged_by({"PRD", "TN5", "HDB", "TN9"}, "h-3");
+  staged_.begin("run", definition({entry("HDB", "TN1")}));
+  stage({"catalog_HDB_TN1_HDB_TN9.json"});
+  stage(others);
+  int removed = 0;
+  EXPECT_TRUE(staged_.remove({"PRD", "TN5", "HDB", "TN9"}, "h-2", removed));
+  staged_.end("run");
+  EXPECT_EQ(left(), others);
+}
+
 TEST_F(Staged_Restores_Test, A_Name_Of_Another_Host_Leaves_The_Directory_By_No_Way) {
   root_.write("/var/opt/tarvex/dorsal3/agent/hana/secret.json", "{}");
   int removed = 0;
