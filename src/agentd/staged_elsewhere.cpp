@@ -122,20 +122,28 @@ void Staged_Elsewhere::work() {
   requests_.splice(requests_.begin(), round);
 }
 
+bool Staged_Elsewhere::Tries::end(std::chrono::steady_clock::time_point now) {
+  if (!counts(now)) return false;
+  last = now;
+  return ++counted >= tries;
+}
+
 bool Staged_Elsewhere::settled(Request& request) const {
   // Another restore's end has the files of its own target removed only.
   if (callbacks_.in_use(request.name)) return false;
-  if (!request.hosts_known && !find_hosts(request)) return ++request.looked == tries;
+  // From the beginning of a try on: the thread's next pause begins behind it.
+  const auto now = platform::Clock::current().steady_now();
+  if (!request.hosts_known && !find_hosts(request, now)) return request.looked.end(now);
   ask(request);
-  return request.hosts.empty() || ++request.tried == tries;
+  return request.hosts.empty() || request.asked.end(now);
 }
 
-bool Staged_Elsewhere::find_hosts(Request& request) const {
+bool Staged_Elsewhere::find_hosts(Request& request, std::chrono::steady_clock::time_point now) const {
   const JSON_HTTP_Session session(Common_HTTP_Session_Factory::configured(), request_retries, request_seconds);
   json_spirit::Value reply;
   JSON_HTTP_Failure failure;
   if (!session || !session.get(resources_path, reply, &failure)) {
-    const bool last = request.looked + 1 == tries;
+    const bool last = request.looked.would_end(now);
     if (!std::exchange(request.told, true) || last)
       D3_WARNING("The other hosts of %C keep what a restore staged there, backupd does not tell who they are: %C; %C\n",
                  platform::cut_for_log(request.name.target_sid).c_str(), platform::cut_for_log(failure.message).c_str(),

@@ -44,22 +44,40 @@ class Staged_Elsewhere {
   void work();
 
   static constexpr std::chrono::seconds pause{60};
-  /// How often a host is asked, and backupd which hosts there are.
+  /// How often a host is asked, and backupd which hosts there are. What is asked again within a pause, because the end
+  /// of another restore woke the thread, counts once.
   static constexpr unsigned tries = 10;
 
  private:
+  /// Tries that were in vain, no more than one for each pause.
+  struct Tries {
+    unsigned counted = 0;
+    std::chrono::steady_clock::time_point last;  ///< when the last one was counted
+
+    /// Whether one more at this moment would be the last that there is.
+    [[nodiscard]] bool would_end(std::chrono::steady_clock::time_point now) const {
+      return counts(now) && counted + 1 >= tries;
+    }
+    /// Counts one; true when it was the last.
+    bool end(std::chrono::steady_clock::time_point now);
+
+   private:
+    [[nodiscard]] bool counts(std::chrono::steady_clock::time_point now) const {
+      return counted == 0 || now - last >= pause;
+    }
+  };
   struct Request {
     Staged_Name name;
     bool hosts_known = false;
-    unsigned looked = 0;             ///< how often backupd was asked for them in vain
+    Tries looked;                    ///< backupd was asked for them
     bool told = false;               ///< the log says already what keeps it
     std::vector<std::string> hosts;  ///< still to be asked
-    unsigned tried = 0;
+    Tries asked;
   };
 
   void run();
   [[nodiscard]] bool settled(Request& request) const;
-  [[nodiscard]] bool find_hosts(Request& request) const;
+  [[nodiscard]] bool find_hosts(Request& request, std::chrono::steady_clock::time_point now) const;
   void ask(Request& request) const;
 
   const std::string host_uuid_;

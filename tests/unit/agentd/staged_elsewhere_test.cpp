@@ -58,6 +58,11 @@ class Staged_Elsewhere_Test : public ::testing::Test {
     server.expect("GET", resources, "", 200, R"({"total":1,"rows":[{"uuid":"r","instances":[)" + instances + "]}]}");
   }
   void restore_over(const std::string& database = "TN1") { elsewhere.restore_over({{"PRD", "T0", "HDB", database}}); }
+  /// The next round that its thread begins by itself.
+  void work_after_a_pause() {
+    clock.advance(Staged_Elsewhere::pause);
+    elsewhere.work();
+  }
   /// Further rounds: nothing more is asked.
   void expect_settled() {
     const std::size_t before = channel.asked.size();
@@ -127,8 +132,22 @@ TEST_F(Staged_Elsewhere_Test, A_Host_That_Stays_Away_Is_Given_Up) {
   expect_instances(instance(host) + "," + instance("h-2"));
   channel.refusals["h-2"] = JSON_RPC_E_NOT_CONNECTED;
   restore_over();
-  for (unsigned i = 0; i < Staged_Elsewhere::tries; ++i) elsewhere.work();
+  for (unsigned i = 0; i < Staged_Elsewhere::tries; ++i) work_after_a_pause();
   EXPECT_EQ(channel.asked.size(), Staged_Elsewhere::tries);
+  expect_settled();
+}
+
+TEST_F(Staged_Elsewhere_Test, Ends_Of_Other_Restores_Use_No_Minute_Of_A_Host_That_Is_Away) {
+  expect_instances(instance(host) + "," + instance("h-2"));
+  channel.refusals["h-2"] = JSON_RPC_E_NOT_CONNECTED;
+  restore_over();
+  for (unsigned i = 0; i < 3 * Staged_Elsewhere::tries; ++i) {
+    elsewhere.work();
+    clock.advance(Staged_Elsewhere::pause / (4 * Staged_Elsewhere::tries));
+  }
+  const std::size_t before = channel.asked.size();
+  for (unsigned i = 0; i + 1 < Staged_Elsewhere::tries; ++i) work_after_a_pause();
+  EXPECT_EQ(channel.asked.size(), before + Staged_Elsewhere::tries - 1);
   expect_settled();
 }
 
@@ -165,13 +184,32 @@ TEST_F(Staged_Elsewhere_Test, Backupd_That_Never_Tells_The_Hosts_Is_Asked_So_Oft
   for (unsigned i = 0; i < Staged_Elsewhere::tries; ++i)
     server.expect("GET", resources, "", 403, R"({"error":{"code":"forbidden","message":"not you"}})");
   restore_over();
-  for (unsigned i = 0; i + 1 < Staged_Elsewhere::tries; ++i) elsewhere.work();
+  for (unsigned i = 0; i + 1 < Staged_Elsewhere::tries; ++i) work_after_a_pause();
   EXPECT_EQ(log.claim_containing("it is asked again for some minutes"), 1U) << log.dump();
-  elsewhere.work();
+  work_after_a_pause();
   EXPECT_EQ(log.claim_containing("the next start of their agents removes it"), 1U) << log.dump();
   // One more request would meet nothing that is expected.
   elsewhere.work();
   EXPECT_TRUE(channel.asked.empty());
+}
+
+TEST_F(Staged_Elsewhere_Test, Ends_Of_Other_Restores_Use_No_Minute_In_Which_Backupd_May_Tell_The_Hosts) {
+  const auto refuse = [&] {
+    server.expect("GET", resources, "", 503, R"({"error":{"code":"unavailable","message":"not now"}})");
+  };
+  restore_over();
+  for (unsigned i = 0; i < 2 * Staged_Elsewhere::tries; ++i) {
+    refuse();
+    elsewhere.work();
+  }
+  EXPECT_EQ(log.claim_containing("it is asked again for some minutes"), 1U) << log.dump();
+  for (unsigned i = 0; i + 2 < Staged_Elsewhere::tries; ++i) {
+    refuse();
+    work_after_a_pause();
+  }
+  expect_instances(instance(host) + "," + instance("h-2"));
+  work_after_a_pause();
+  EXPECT_EQ(channel.asked, std::vector<std::string>{request_to("h-2")});
 }
 
 TEST_F(Staged_Elsewhere_Test, What_Another_Restore_Uses_Is_Left_Until_Its_End) {
