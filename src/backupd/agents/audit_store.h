@@ -13,8 +13,8 @@
 namespace backupd {
 
 /// Who asked for what on which host, and what came of it: every action that changes something on a host, or which of
-/// its backups are kept, also those that were refused. Format: docs/formats/audit-entry.md. The newest entries are
-/// kept, `kept_entries` of them. Safe from any thread.
+/// its backups are kept. Which refusals stand there too: docs/formats/audit-entry.md. The newest entries are kept,
+/// `kept_entries` of them. Safe from any thread.
 class Audit_Store {
  public:
   static constexpr std::int64_t kept_entries = 100'000;

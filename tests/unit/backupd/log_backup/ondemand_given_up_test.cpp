@@ -227,9 +227,13 @@ TEST_F(Ondemand_Given_Up_Test, Drop_Takes_Only_What_Was_Given_Up_And_Leaves_Its_
   EXPECT_EQ(server.agent("GET", "/backint/files?extern_backup_id=e-1").number_of("total"), 1);
 }
 
-TEST_F(Ondemand_Given_Up_Test, Only_An_Operator_Drops) {
+TEST_F(Ondemand_Given_Up_Test, A_Role_That_May_Not_Drop_Or_Retry_Leaves_No_Entry_In_The_Audit_Log) {
   const std::string body = std::string(R"({"host_uuid":")") + host_a + R"(","sid":"HDB","database":"TN1"})";
   EXPECT_EQ(server.agent("POST", "/backint/ondemand-runs/drop", body).status, 403U);
+  for (const char* action : {"drop", "drain"})
+    EXPECT_EQ(server.request("POST", std::string("/backint/ondemand-runs/") + action, body, server.viewer_key).status,
+              403U);
+  EXPECT_EQ(audit(), Texts());
 }
 
 TEST_F(Ondemand_Given_Up_Test, What_Is_Retried_Or_Dropped_Stands_In_The_Audit_Log_And_A_Drain_Does_Not) {
