@@ -81,25 +81,67 @@ beast::error_code receive_head(const Stream_Channel<Stream>& channel, Parser& pa
       channel.loop, [&](Store_Outcome done) { http::async_read_header(channel.stream, channel.buffer, parser, done); });
 }
 
+/// Wipes what was read out of the buffer already, a request's head with its key; what is unread stays.
+inline void wipe_consumed(beast::flat_buffer& buffer) {
+  std::string unread = beast::buffers_to_string(buffer.data());
+  buffer.consume(unread.size());
+  const auto space = buffer.prepare(buffer.capacity());
+  platform::wipe_memory(space.data(), space.size());
+  if (unread.empty()) return;
+  std::memcpy(space.data(), unread.data(), unread.size());
+  buffer.commit(unread.size());
+  // A request that follows at once has its key in it.
+  platform::wipe_memory(unread.data(), unread.size());
+}
+
+/// As the buffer's own reserve, but the smaller memory is not given back with what was read.
+inline void reserve_wiped(beast::flat_buffer& buffer, std::size_t size) {
+  if (buffer.capacity() >= size) return;
+  beast::flat_buffer larger;
+  larger.reserve(size);
+  larger.commit(asio::buffer_copy(larger.prepare(buffer.size()), buffer.data()));
+  buffer.consume(buffer.size());
+  wipe_consumed(buffer);
+  buffer = std::move(larger);
+}
+
+/// Whether a body may hold secrets, so that no piece of it shall stay in memory that is given back.
+enum class Traces { left, wiped };
+
+/// Where the pieces of a body are read to, one after the other.
+struct Piece_Memory {
+  Piece_Memory(std::size_t a_size, Traces some_traces)
+      : size(a_size), traces(some_traces), bytes(std::make_unique_for_overwrite<char[]>(a_size)) {}
+  ~Piece_Memory() {
+    if (traces == Traces::wiped) platform::wipe_memory(bytes.get(), size);
+  }
+  Piece_Memory(const Piece_Memory&) = delete;
+  Piece_Memory& operator=(const Piece_Memory&) = delete;
+
+  const std::size_t size;
+  const Traces traces;
+  const std::unique_ptr<char[]> bytes;
+};
+
 /// Reads the rest of a message whose head stands in `parser` into `sink`.
 template <bool is_request, typename Stream>
 Transfer receive_body(const Stream_Channel<Stream>& channel, http::parser<is_request, http::buffer_body>& parser,
-                      Body_Sink& sink) {
+                      Body_Sink& sink, Traces traces = Traces::left) {
   if (parser.is_done()) return {};
   const std::uint64_t length = parser.content_length().value_or(transfer_bytes);
   const std::size_t size = std::clamp<std::uint64_t>(length, smallest_transfer_bytes, transfer_bytes);
-  const auto piece = std::make_unique_for_overwrite<char[]>(size);
-  channel.buffer.reserve(size);
+  const Piece_Memory piece(size, traces);
+  reserve_wiped(channel.buffer, size);
   while (!parser.is_done()) {
     auto& body = parser.get().body();
-    body.data = piece.get();
+    body.data = piece.bytes.get();
     body.size = size;
     channel.expect_progress();
     beast::error_code error = run_operation(
         channel.loop, [&](Store_Outcome done) { http::async_read_some(channel.stream, channel.buffer, parser, done); });
     if (error == http::error::need_buffer) error = {};
     const std::size_t got = size - body.size;
-    if (got > 0 && !sink.write(piece.get(), got)) return {Failed_Side::body, {}};
+    if (got > 0 && !sink.write(piece.bytes.get(), got)) return {Failed_Side::body, {}};
     if (error) return {Failed_Side::stream, error};
   }
   return {};
@@ -182,17 +224,26 @@ Transfer send_head(const Stream_Channel<Stream>& channel, http::response<http::b
   return error ? Transfer{Failed_Side::stream, error} : Transfer{};
 }
 
-/// Collects a body up to a limit.
+/// Collects a body up to a limit. What a text that grew gives back is wiped.
 class String_Sink final : public Body_Sink {
  public:
   String_Sink(std::string& text, std::size_t limit) : text_(text), limit_(limit) {}
   bool write(const char* data, std::size_t size) override {
     if (size > limit_ - text_.size()) return false;
+    if (size > text_.capacity() - text_.size()) grow(text_.size() + size);
     text_.append(data, size);
     return true;
   }
 
  private:
+  void grow(std::size_t needed) {
+    std::string larger;
+    larger.reserve(std::max(needed, 2 * text_.capacity()));
+    larger.append(text_);
+    platform::wipe_memory(text_.data(), text_.size());
+    text_.swap(larger);
+  }
+
   std::string& text_;
   std::size_t limit_;
 };
@@ -202,19 +253,6 @@ inline void wipe_authorization(http::request<http::buffer_body>& message) {
   const auto value = message[http::field::authorization];
   // Read-only for the sake of the parser; nobody reads this field any more.
   platform::wipe_memory(const_cast<char*>(value.data()), value.size());
-}
-
-/// Wipes what was read out of the buffer already, a request's head with its key; what is unread stays.
-inline void wipe_consumed(beast::flat_buffer& buffer) {
-  std::string unread = beast::buffers_to_string(buffer.data());
-  buffer.consume(unread.size());
-  const auto space = buffer.prepare(buffer.capacity());
-  platform::wipe_memory(space.data(), space.size());
-  if (unread.empty()) return;
-  std::memcpy(space.data(), unread.data(), unread.size());
-  buffer.commit(unread.size());
-  // A request that follows at once has its key in it.
-  platform::wipe_memory(unread.data(), unread.size());
 }
 
 /// Copies the fields of a message that was read.

@@ -70,19 +70,17 @@ class Beast_Exchange final : public Server_Exchange {
 
   bool read_body(std::string& body, std::size_t limit) override {
     body.clear();
-    if (parser_.content_length().value_or(0) > limit) return false;
+    const std::uint64_t length = parser_.content_length().value_or(0);
+    if (length > limit) return false;
+    body.reserve(length);
     String_Sink sink(body, limit);
-    if (read_body(sink)) return true;
+    if (receive(sink, Traces::wiped)) return true;
+    platform::wipe_memory(body.data(), body.size());
     body.clear();
     return false;
   }
 
-  bool read_body(Body_Sink& sink) override {
-    if (broken_) return false;
-    ask_for_body();
-    broken_ = broken_ || !receive_body(channel_, parser_, sink).ok();
-    return !broken_;
-  }
+  bool read_body(Body_Sink& sink) override { return receive(sink, Traces::left); }
 
   void respond(const Http_Response& response) override { send(response, {response.body, nullptr}); }
   void respond(const Http_Response& head, Body_Source& body) override { send(head, {{}, &body}); }
@@ -128,6 +126,13 @@ class Beast_Exchange final : public Server_Exchange {
   bool responded_ = false;
   bool sent_ = false;       ///< the whole answer
   bool continued_ = false;  ///< the client was told to send its body
+
+  [[nodiscard]] bool receive(Body_Sink& sink, Traces traces) {
+    if (broken_) return false;
+    ask_for_body();
+    broken_ = broken_ || !receive_body(channel_, parser_, sink, traces).ok();
+    return !broken_;
+  }
 
   [[nodiscard]] bool awaits_continue() const {
     const std::string* const expect = headers_.find("Expect");
@@ -320,8 +325,6 @@ struct Http_Server::Impl {
       const beast::error_code cause = receive_head(channel, parser);
       if (cause) {
         refuse_head(channel, parser, peer, cause);
-        buffer.consume(buffer.size());
-        wipe_consumed(buffer);
         break;
       }
       wipe_consumed(buffer);
@@ -333,6 +336,9 @@ struct Http_Server::Impl {
       open = serve_request(channel, parser, peer, full) && !full;
       open = connections.end(descriptor) && open;
     }
+    // The last body, or a head that was refused.
+    buffer.consume(buffer.size());
+    wipe_consumed(buffer);
     connections.remove(descriptor);
     beast::get_lowest_layer(stream).close();
   }

@@ -12,6 +12,7 @@
 #include "contract/transport_side.h"
 #include "net/beast_transport.h"
 #include "platform/clock.h"
+#include "platform/secure_string.h"
 #include "support/freed_memory_watch.h"
 #include "support/log_capture.h"
 #include "support/temp_root.h"
@@ -304,6 +305,61 @@ TEST_F(Http_Transport_Faults, A_Server_Leaves_No_Key_In_The_Memory_It_Gives_Back
   }
   EXPECT_EQ(watch.threads(), 3);
   EXPECT_EQ(watch.found(), 0U);
+}
+
+/// Reads bodies as one does that expects a password in them.
+class Wiping_Handler final : public net::Http_Handler {
+ public:
+  static constexpr std::size_t limit = 1U << 20;
+  explicit Wiping_Handler(Server_Thread_Watch& watch) : watch_(watch) {}
+
+  void handle(net::Server_Exchange& exchange) override {
+    watch_.begin();
+    net::Http_Response response;
+    std::string body;
+    response.status = exchange.read_body(body, limit) ? 200 : 413;
+    platform::wipe_memory(body.data(), body.size());
+    exchange.respond(response);
+  }
+  Serve accept_web_socket(const std::string&, const net::Http_Headers&, unsigned&) override { return {}; }
+
+ private:
+  Server_Thread_Watch& watch_;
+};
+
+TEST_F(Http_Transport_Faults, A_Server_Leaves_Nothing_Of_A_Body_In_The_Memory_It_Gives_Back) {
+  const std::string secret = "a password of more bytes than a short string holds";
+  const std::string post = "POST / HTTP/1.1\r\nConnection: close\r\n";
+  const auto sized = [&](std::size_t promised, std::size_t sent) {
+    return post + "Content-Length: " + std::to_string(promised) + "\r\n\r\n" + secret +
+           std::string(sent - secret.size(), 'x');
+  };
+  const auto chunked = [&](std::size_t chunks) {
+    std::string bytes = post + "Transfer-Encoding: chunked\r\n\r\n32\r\n" + secret + "\r\n";
+    for (std::size_t i = 0; i < chunks; ++i) bytes += "8000\r\n" + std::string(0x8000, 'x') + "\r\n";
+    return bytes + "0\r\n\r\n";
+  };
+  ASSERT_EQ(secret.size(), 0x32U);
+  struct Row {
+    const char* name;
+    std::string bytes;
+    const char* status;
+  };
+  for (const Row& row : {Row{"small", sized(100, 100), "200"}, Row{"in many segments", sized(600'000, 600'000), "200"},
+                         Row{"broken", sized(600'000, 300'000), "413"}, Row{"chunked", chunked(8), "200"},
+                         Row{"chunked beyond the limit", chunked(40), "413"}}) {
+    SCOPED_TRACE(row.name);
+    Server_Thread_Watch watch(secret);
+    {
+      Wiping_Handler handler(watch);
+      net::Http_Server server(handler, {});
+      std::string why;
+      ASSERT_TRUE(server.start(why)) << why;
+      EXPECT_EQ(talk(server.port(), row.bytes).substr(0, 12), std::string("HTTP/1.1 ") + row.status);
+    }
+    EXPECT_EQ(watch.threads(), 1);
+    EXPECT_EQ(watch.found(), 0U);
+  }
 }
 
 TEST_F(Http_Transport_Faults, A_Client_That_Asks_First_Is_Told_To_Go_On) {
