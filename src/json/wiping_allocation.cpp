@@ -2,8 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
-#include <new>
 
 #include "platform/secure_string.h"
 
@@ -17,7 +17,7 @@ union Head {
 
 void* allocate(void* /*context*/, std::size_t size) {
   if (size > SIZE_MAX - sizeof(Head)) return nullptr;
-  auto* const head = static_cast<Head*>(::operator new(sizeof(Head) + size, std::nothrow));
+  auto* const head = static_cast<Head*>(std::malloc(sizeof(Head) + size));
   if (head == nullptr) return nullptr;
   head->size = size;
   return head + 1;
@@ -27,7 +27,7 @@ void give_back(void* /*context*/, void* memory) {
   if (memory == nullptr) return;
   Head* const head = static_cast<Head*>(memory) - 1;
   platform::wipe_memory(memory, head->size);
-  ::operator delete(head);
+  std::free(head);
 }
 
 void* resize(void* context, void* memory, std::size_t size) {
