@@ -64,10 +64,7 @@ class Planner {
     std::string message = "no full backup of " + question_.database + " that still lies on a pool had begun by " +
                           question_.time + " UTC in that part of its history";
     find_after();
-    const auto earlier = std::find_if(question_.data.rbegin(), question_.data.rend(), [&](const Plan_Set& set) {
-      return set.is_full() && !set.pool_uuid.empty() && set.first_time <= question_.time && can_be_had(whole(set));
-    });
-    if (earlier != question_.data.rend()) {
+    if (const Plan_Set* const earlier = earlier_full()) {
       message += "; the database was recovered since " + set_label(*earlier) + ", to which you can go back as a set";
       plan_.before = whole(*earlier);
     } else if (plan_.after) {
@@ -76,6 +73,17 @@ class Planner {
       message += "; make one";
     }
     refuse(refusal::no_full, std::move(message));
+  }
+
+  /// The newest full backup of another branch that can be had as a set; null: none.
+  [[nodiscard]] const Plan_Set* earlier_full() const {
+    int tries = 0;
+    for (auto set = question_.data.rbegin(); set != question_.data.rend() && tries < most_tries; ++set) {
+      if (!set->is_full() || set->pool_uuid.empty() || set->first_time > question_.time) continue;
+      ++tries;
+      if (can_be_had(whole(*set))) return &*set;
+    }
+    return nullptr;
   }
 
   void check_usable(const Plan_Set& set) {

@@ -1,5 +1,8 @@
 #include "backupd/restore/restore_planning.h"
 
+#include <algorithm>
+#include <map>
+
 #include "backupd/http/body_reader.h"
 #include "backupd/jobs/definition_check.h"
 #include "backupd/log_backup/ondemand_rows.h"
@@ -63,6 +66,11 @@ struct Restore_Planning::Wish {
   }
 };
 
+struct Restore_Planning::Looks {
+  Found_Objects found;
+  std::map<std::string, Outcome> failed;  ///< by the pool's uuid: why nobody could look at it
+};
+
 Outcome Restore_Planning::read(const json_spirit::Object& body, Wish& wish) {
   json_spirit::Object target;
   std::string target_resource;
@@ -110,7 +118,7 @@ void Restore_Planning::check_target(const Wish& wish, Restore_Plan& plan) const 
          {{"host_uuid", wish.target.host_uuid}}});
 }
 
-bool Restore_Planning::can_be_had(const Wish& wish, const Recoverable& point) {
+bool Restore_Planning::can_be_had(const Wish& wish, const Recoverable& point, Looks& looks) {
   Restore_Wish other = wish.restore;
   other.time = point.set.empty() ? point.time : std::string();
   other.set = point.set;
@@ -121,8 +129,9 @@ bool Restore_Planning::can_be_had(const Wish& wish, const Recoverable& point) {
   Restore_Plan plan = plan_restore(history.question);
   if (!plan.ok()) return false;
   json_spirit::Object unused;
-  look_at_objects(wish.target, plan, unused);
-  return plan.ok();
+  look_at_objects(wish.target, plan, looks, unused);
+  return std::all_of(plan.refusals.begin(), plan.refusals.end(),
+                     [](const Plan_Remark& remark) { return remark.code == refusal::pool_unknown; });
 }
 
 Outcome Restore_Planning::plan(const json_spirit::Object& body, json_spirit::Object& result) {
@@ -137,7 +146,8 @@ Outcome Restore_Planning::plan(const json_spirit::Object& body, json_spirit::Obj
   if (!list_ondemand_runs(database_, waiting, Given_Up::shown, page))
     return Outcome::refuse(Outcome::internal, "the queue of log backups cannot be read now; see the server's log");
   history.question.waiting_logs = static_cast<std::size_t>(page.total);
-  history.question.can_be_had = [&](const Recoverable& point) { return can_be_had(wish, point); };
+  Looks looks;
+  history.question.can_be_had = [&](const Recoverable& point) { return can_be_had(wish, point, looks); };
   Restore_Plan plan = plan_restore(history.question);
   check_target(wish, plan);
   result = {{"resource_uuid", wish.restore.resource_uuid},
@@ -152,7 +162,7 @@ Outcome Restore_Planning::plan(const json_spirit::Object& body, json_spirit::Obj
             {"target", wish.target_json()}};
   if (plan.full != nullptr)
     result["statement"] = statement_of(plan, wish.restore, wish.source, wish.target, wish.target_database);
-  look_at_objects(wish.target, plan, result);
+  look_at_objects(wish.target, plan, looks, result);
   result["ok"] = plan.ok();
   return {};
 }
@@ -184,26 +194,37 @@ void refuse_missing(const Plan_Row& row, const Found_Objects& found, const std::
 
 }  // namespace
 
-void Restore_Planning::look_at_objects(const Restore_System& target, Restore_Plan& plan, json_spirit::Object& result) {
+Outcome Restore_Planning::look(const Restore_System& target, const std::string& pool,
+                               std::vector<Pool_Inspector::Object> objects, Looks& looks) {
+  std::erase_if(objects, [&](const auto& object) { return looks.found.contains({pool, object.path}); });
+  if (objects.empty()) return {};
+  if (const auto failed = looks.failed.find(pool); failed != looks.failed.end()) return failed->second;
+  Outcome outcome = inspector_.look(pool, target.host_uuid, objects);
+  if (!outcome.ok()) looks.failed.emplace(pool, outcome);
+  if (outcome.ok())
+    for (const Pool_Inspector::Object& object : objects) looks.found[{pool, object.path}] = object;
+  return outcome;
+}
+
+void Restore_Planning::look_at_objects(const Restore_System& target, Restore_Plan& plan, Looks& looks,
+                                       json_spirit::Object& result) {
   std::map<std::string, std::vector<Pool_Inspector::Object>> by_pool;
   const std::vector<Plan_Row> rows = rows_of(plan);
   for (const Plan_Row& row : rows)
     if (!row.set->pool_uuid.empty())
       for (const Plan_Object* object : row.objects)
         by_pool[row.set->pool_uuid].push_back({object->path, object->stored_size});
-  Found_Objects found;
   std::map<std::string, std::string> names;
-  for (auto& [uuid, objects] : by_pool) {
+  for (const auto& [uuid, objects] : by_pool) {
     std::optional<Pool> pool;
     names[uuid] = pools_.find(uuid, pool) && pool ? pool->name : uuid;
-    if (const Outcome outcome = inspector_.look(uuid, target.host_uuid, objects); !outcome.ok())
+    if (const Outcome outcome = look(target, uuid, objects, looks); !outcome.ok())
       plan.refusals.push_back({refusal::pool_unknown,
                                "nobody could look at the pool " + names[uuid] + ": " + outcome.message,
                                {{"pool_uuid", uuid}}});
-    for (const Pool_Inspector::Object& object : objects) found[{uuid, object.path}] = object;
   }
-  for (const Plan_Row& row : rows) refuse_missing(row, found, names[row.set->pool_uuid], plan);
-  add_to_json(plan, found, names, result);
+  for (const Plan_Row& row : rows) refuse_missing(row, looks.found, names[row.set->pool_uuid], plan);
+  add_to_json(plan, looks.found, names, result);
 }
 
 }  // namespace backupd

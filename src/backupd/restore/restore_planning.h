@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "backupd/agents/agent_registry.h"
 #include "backupd/catalog/resource_store.h"
@@ -29,12 +30,19 @@ class Restore_Planning {
 
  private:
   struct Wish;
+  /// What one request has seen of the pools.
+  struct Looks;
   [[nodiscard]] Outcome read(const json_spirit::Object& body, Wish& wish);
   void check_target(const Wish& wish, Restore_Plan& plan) const;
-  /// Whether a plan for that would be carried out as far as backups go.
-  bool can_be_had(const Wish& wish, const Recoverable& point);
+  /// Whether a plan for that would be carried out as far as backups go. What lies on a pool that nobody can look at
+  /// counts as there: that says nothing against one time more than against another.
+  bool can_be_had(const Wish& wish, const Recoverable& point, Looks& looks);
   /// Looks every object of the plan up; what is missing is refused.
-  void look_at_objects(const Restore_System& target, Restore_Plan& plan, json_spirit::Object& result);
+  void look_at_objects(const Restore_System& target, Restore_Plan& plan, Looks& looks, json_spirit::Object& result);
+  /// Adds those objects of one pool to `looks` that are not there yet. A pool that nobody could look at once is not
+  /// tried again: the same answer comes without another wait.
+  Outcome look(const Restore_System& target, const std::string& pool, std::vector<Pool_Inspector::Object> objects,
+               Looks& looks);
 
   Database& database_;
   Resource_Store& resources_;

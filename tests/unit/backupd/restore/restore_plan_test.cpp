@@ -268,6 +268,23 @@ TEST_F(Restore_Plan_Test, Names_No_Full_Backup_Before_All_That_Cannot_Be_Had) {
   EXPECT_EQ(near(plan_.after), "11:00:01 F2");
 }
 
+TEST_F(Restore_Plan_Test, Tries_No_More_Than_Eight_Full_Backups_Of_A_Former_Branch) {
+  std::vector<Set_Line> lines;
+  for (int hour = 10; hour < 22; ++hour) {
+    const std::string text = std::to_string(hour);
+    lines.push_back(full("F" + text, text + ":00:00", text + ":01:00"));
+  }
+  lines.push_back({"H1", "log", "22:00:00", "22:00:01", {log_name(2, 150, 170)}, "L2"});
+  insert(lines);
+  std::set<std::string> tried;
+  can_be_had_ = [&](const backupd::Recoverable& point) { return tried.insert(near(point)), false; };
+  at("22:00:02");
+  EXPECT_EQ(text(), "no_full_backup");
+  EXPECT_EQ(near(plan_.before), "none");
+  EXPECT_EQ(tried.size(), 8U);
+  EXPECT_TRUE(tried.contains("14:00:01 F14")) << "the newest ones";
+}
+
 TEST_F(Restore_Plan_Test, Leaves_Out_A_Delta_Whose_Name_Tells_Another_Base) {
   const auto based_on = [](Set_Line line, const std::string& clock) {
     const std::string base = std::to_string(backup_id_at(clock));

@@ -39,6 +39,13 @@ class Restore_Planning_Test : public ::testing::Test {
     for (const Set_Line& line : lines)
       for (const std::string& file : line.files) put(line, file, stored_bytes);
   }
+  /// From here on only an agent reaches the pool.
+  void move_pool_away() {
+    ASSERT_TRUE(server_.database.write([](backupd::Sql_Session& session) {
+      session.execute("UPDATE pools SET url = 'file:///far', directory = '', host_uuid = ''");
+      return true;
+    }));
+  }
   void put(const Set_Line& line, const std::string& file, std::size_t bytes) {
     server_.root.write("/pool/" + stored_path(line, file), std::string(bytes, 'x'));
   }
@@ -153,6 +160,33 @@ TEST_F(Restore_Planning_Test, Tells_When_Nobody_Can_Look_Or_Restore) {
   std::vector<backupd::Pool_Inspector::Object> objects{{"d/a", 7}};
   EXPECT_FALSE(server_.core->inspector.look(uuid_of(9), host_a, objects).ok());
   EXPECT_EQ(objects[0].state, backupd::Pool_Inspector::State::unknown);
+}
+
+TEST_F(Restore_Planning_Test, Names_Nearest_Times_On_A_Pool_That_Nobody_Can_Look_At) {
+  make_history();
+  insert_sets(server_.database, {{"F2", "full", "09:00:00", "09:01:00", {"F2_databackup_0_1"}}}, resource_);
+  move_pool_away();
+  const Answer answer = plan(at("08:40:00"));
+  EXPECT_EQ(codes(answer), "logs_too_short agent_away pool_not_looked_at");
+  EXPECT_EQ(json_spirit::dump_json(object(answer.body, "before")), R"({"time":"2026-11-20 08:19:59"})");
+  EXPECT_EQ(object(answer.body, "after").find("set")->get_str(), uuid_named("F2"));
+  EXPECT_NE(answer.text.find(R"("state":"unknown")"), std::string::npos) << answer.text;
+}
+
+TEST_F(Restore_Planning_Test, Waits_Once_For_A_Pool_That_Nobody_Can_Look_At) {
+  make_history();
+  move_pool_away();
+  int looks = 0;
+  Fake_Agent agent(server_, server_.agent_key, [&](const std::string& method, const json_spirit::Value& params) {
+    if (method != "pool.list") return obedient(method, params);
+    ++looks;
+    return bad(JSON_RPC_E_SERVER, "the mount hangs");
+  });
+  ASSERT_TRUE(agent.hello(host_a).ok);
+  const Answer answer = plan(at("08:40:00"));
+  EXPECT_EQ(codes(answer), "logs_too_short pool_not_looked_at");
+  EXPECT_NE(answer.text.find("the mount hangs"), std::string::npos) << answer.text;
+  EXPECT_EQ(looks, 1);
 }
 
 TEST_F(Restore_Planning_Test, Restores_Under_Another_Name_And_Into_Another_System) {
