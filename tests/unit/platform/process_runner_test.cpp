@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -81,13 +82,20 @@ TEST(Process_Runner, Gives_The_Child_Its_Environment_And_Nothing_Else) {
   ::unsetenv("DORSAL3_LEAK");
 }
 
-/// The masks of a process's state, as the system prints them: "SigBlk:\t0000000000000000".
+/// The masks of a process's state, of those signals that it may set: "SigBlk 0". The C library keeps the first two
+/// real-time signals for itself; who started the tests may have ignored them.
 std::string masks_of(const std::string& status) {
+  constexpr std::uint64_t of_the_library = std::uint64_t{3} << 31;
+  constexpr int hexadecimal = 16;
   std::istringstream lines(status);
-  std::string masks;
-  for (std::string line; std::getline(lines, line);)
-    if (line.starts_with("SigBlk") || line.starts_with("SigIgn") || line.starts_with("SigCgt")) masks += line + "\n";
-  return masks;
+  std::ostringstream masks;
+  for (std::string line; std::getline(lines, line);) {
+    const std::string name = line.substr(0, line.find(':'));
+    if (name != "SigBlk" && name != "SigIgn" && name != "SigCgt") continue;
+    const std::uint64_t mask = std::stoull(line.substr(name.size() + 1), nullptr, hexadecimal);
+    masks << name << ' ' << std::hex << (mask & ~of_the_library) << '\n';
+  }
+  return masks.str();
 }
 
 std::string read_own(const std::string& file) {
@@ -108,7 +116,7 @@ TEST(Process_Runner, The_Child_Takes_No_Signal_Settings_And_Changes_None) {
   const std::string own = masks_of(read_own("status"));
   Collecting_Sink sink;
   EXPECT_TRUE(Process_Runner::current().run(shell("exec cat /proc/self/status"), sink).success());
-  EXPECT_EQ(masks_of(sink.out), "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\nSigCgt:\t0000000000000000\n");
+  EXPECT_EQ(masks_of(sink.out), "SigBlk 0\nSigIgn 0\nSigCgt 0\n");
   EXPECT_EQ(masks_of(read_own("status")), own);
   Process_Spec none;
   none.program = "/no/such/program";
