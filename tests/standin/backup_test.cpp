@@ -157,6 +157,7 @@ TEST_F(Data_Backup, Runs_While_A_Transaction_Is_Open) {
         run({instance() / "exe/hdbsql", "-x", "-quiet", "-z", "-i", "00", "-d", "TN1", "-u", "SYSTEM", "-p", "manager"},
             "UPSERT KV VALUES ('k','late')\nselect TO_VARCHAR(1) as A from DUMMY\nCOMMIT\n");
   });
+  EXPECT_TRUE(meets("hang_statement = 0 | match=DUMMY"));
   EXPECT_EQ(backup("", "x").code, 0);
   EXPECT_EQ(sql("select count(*) as N from KV", "TN1").out, "N\n0\n");
   no_faults();

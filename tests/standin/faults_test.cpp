@@ -1,4 +1,5 @@
 #include <chrono>
+#include <filesystem>
 #include <thread>
 
 #include "standin/installed_hana.h"
@@ -60,11 +61,24 @@ TEST_F(HANA_Faults, Slow_Statements_Down_Or_Let_Them_Hang) {
   fault("hang_statement = 0 | match=DUMMY");
   Output hung;
   std::thread worker([&] { hung = hdbsql({"select 1 as A from DUMMY"}); });
-  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  EXPECT_TRUE(meets("hang_statement = 0 | match=DUMMY"));
   EXPECT_EQ(sql("\\s").code, 0);
   EXPECT_EQ(hdb("stop").code, 0);
   worker.join();
   EXPECT_NE(hung.out + hung.err, "");
+}
+
+TEST_F(HANA_Faults, Are_Told_Once_They_Have_Applied) {
+  install();
+  ASSERT_EQ(control({"no-faults"}).code, 0);
+  fault("slow_statement = 1 | skip=1 | match=DUMMY");
+  EXPECT_EQ(sql("select 1 as A from DUMMY").code, 0);
+  EXPECT_EQ(met(), "") << "skipped";
+  EXPECT_EQ(sql("select 1 as A from DUMMY").code, 0);
+  EXPECT_EQ(sql("select 1 as A from DUMMY").code, 0);
+  EXPECT_EQ(met(), "slow_statement = 1 | skip=1 | match=DUMMY\n");
+  EXPECT_EQ(control({"no-faults"}).code, 0);
+  EXPECT_EQ(met(), "");
 }
 
 TEST_F(HANA_Faults, Kill_The_Server_In_A_Statement) {

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <thread>
 
@@ -106,6 +107,20 @@ Output Installed_HANA::control(const std::vector<std::string>& words) {
 
 void Installed_HANA::fault(const std::string& line) {
   std::ofstream(instance() / "standin/faults.conf", std::ios::app) << line << "\n";
+}
+
+std::string Installed_HANA::met() const {
+  std::ifstream in(instance() / "standin/faults.conf.met");
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+bool Installed_HANA::meets(const std::string& line) const {
+  constexpr int most_looks = 6000;
+  for (int i = 0; i < most_looks; ++i) {
+    if (("\n" + met()).find("\n" + line + "\n") != std::string::npos) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return false;
 }
 
 void Installed_HANA::no_faults() { fs::remove(instance() / "standin/faults.conf"); }

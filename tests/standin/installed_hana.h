@@ -42,6 +42,10 @@ class Installed_HANA : public ::testing::Test {
   Output hdb(const std::string& verb) { return run({instance() / "HDB", verb}); }
   Output control(const std::vector<std::string>& words);
   void fault(const std::string& line);
+  /// Whether the server comes to where this fault applies.
+  [[nodiscard]] bool meets(const std::string& line) const;
+  /// The faults that have applied, a line each.
+  [[nodiscard]] std::string met() const;
   /// Takes all faults away; what hangs goes on.
   void no_faults();
   /// These faults alone from now on, without a moment between.

@@ -101,6 +101,11 @@ Tool_Result Host::control(std::vector<std::string> words) const {
 
 void Host::fault(const std::string& line) const { ASSERT_EQ(control({"fault", line}).code, 0) << line; }
 
+bool Host::meets(const std::string& line) const {
+  const std::string met = real(hana_directory) + "/standin/faults.conf.met";
+  return eventually([&] { return ("\n" + slurp(met)).find("\n" + line + "\n") != std::string::npos; });
+}
+
 void Host::no_faults() const { ASSERT_EQ(control({"no-faults"}).code, 0); }
 
 void Host::only_faults(const std::string& line) const {

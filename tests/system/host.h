@@ -56,6 +56,8 @@ class Host {
   [[nodiscard]] Tool_Result sql(const std::string& statement) const;
   [[nodiscard]] Tool_Result control(std::vector<std::string> words) const;
   void fault(const std::string& line) const;
+  /// Whether HANA comes to where this fault applies: what a fault holds is held then, and not before.
+  [[nodiscard]] bool meets(const std::string& line) const;
   void no_faults() const;
   /// This fault alone from now on, without a moment between.
   void only_faults(const std::string& line) const;

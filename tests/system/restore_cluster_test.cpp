@@ -70,7 +70,8 @@ class Cluster_Restores : public Cluster_Fixture {
   /// A restore of TN1 to a time, whose files are on both hosts and whose recovery HANA does not begin while the fault
   /// is there.
   [[nodiscard]] std::string start_held_restore() {
-    host("hana01").fault("hang_statement = 0 | match=RECOVER");
+    const std::string held = "hang_statement = 0 | match=RECOVER";
+    host("hana01").fault(held);
     // Behind the begin of the full backup, which would be restored alone.
     std::string wanted;
     const std::string begin = text_of(full_of("TN1"), "first_time");
@@ -79,6 +80,7 @@ class Cluster_Restores : public Cluster_Fixture {
     EXPECT_TRUE(eventually([this] {
       return is_staged("hana01") && is_staged("hana02") && is_staged("hana02", staged_control);
     })) << host("hana01").agent_log();
+    EXPECT_TRUE(host("hana01").meets(held)) << host("hana01").agent_log();
     return run;
   }
   Tool_Result sql_of(const std::string& database, const std::string& statement) const {

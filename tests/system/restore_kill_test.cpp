@@ -14,16 +14,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Where the agent dies.
-struct Step {
-  const char* fault;   ///< holds the restore there
-  const char* marker;  ///< what stands in a log when it has come so far
-  bool by_backint;     ///< in hdbbackint's log, else in the agent's
-};
-
 class Restore_Kills : public Restore_System {
  protected:
-  static constexpr const char* backint_log = "/var/opt/tarvex/dorsal3/agent/hdbbackint.log";
   static constexpr const char* statement_file = "/usr/sap/HDB/HDB00/work/recoverInstance.sql";
 
   void back_up(const std::string& database) {
@@ -52,22 +44,16 @@ class Restore_Kills : public Restore_System {
     if (!ended || recoveries(database, "RECOVER DATA finished successfully") == good) return ended;
     return eventually([&] { return sql_of(database, "select 1 as A from DUMMY").code == 0; });
   }
-  void kill_agent_at(const Step& step, const std::vector<Entry>& entries) {
-    fault(step.fault);
-    const std::size_t agent_from = agent_log().size();
-    const std::string backint_path = real(backint_log);
-    const std::size_t backint_from = fs::exists(backint_path) ? slurp(backint_path).size() : 0;
+  /// The agent dies while HANA is where this fault holds it.
+  void kill_agent_at(const char* held, const std::vector<Entry>& entries) {
+    fault(held);
     const std::string run = start_restore(entries);
-    ASSERT_TRUE(eventually([&] {
-      return step.by_backint ? slurp(backint_path).find(step.marker, backint_from) != std::string::npos
-                             : agent_log().find(step.marker, agent_from) != std::string::npos;
-    })) << step.fault
-        << agent_log();
+    ASSERT_TRUE(meets(held)) << agent_log();
     (void)host_.stop_agent(SIGKILL);
     no_faults();
     start_agent();
-    EXPECT_EQ(wait_for_end(run), "error") << step.fault;
-    EXPECT_TRUE(staged_files().empty()) << step.fault;
+    EXPECT_EQ(wait_for_end(run), "error") << held;
+    EXPECT_TRUE(staged_files().empty()) << held;
   }
 };
 
@@ -81,20 +67,18 @@ TEST_F(Restore_Kills, Of_A_Tenant_Are_Made_Good_By_The_Next_Restore) {
   const std::string wanted = moment();
   put("TN1", "a", "3");
   save_logs({"TN1"});
-  const Step steps[] = {
-      {"hang_statement = 0 | match=STOP DATABASE", "Try to stop database HDB@TN1", false},
-      {"recovery_slow_ms = 600000 | match=catalog", "Stop the database HDB@TN1 successfully", false},
-      {"recovery_slow_ms = 600000 | match=check", "log_backup_0_0_0_0", true},
-      {"recovery_slow_ms = 600000 | match=redo", "_databackup_3_1", true},
-      {"recovery_slow_ms = 600000 | match=end", "_databackup_3_1", true},
+  const char* const steps[] = {
+      "hang_statement = 0 | match=STOP DATABASE", "recovery_slow_ms = 600000 | match=catalog",
+      "recovery_slow_ms = 600000 | match=check",  "recovery_slow_ms = 600000 | match=redo",
+      "recovery_slow_ms = 600000 | match=end",
   };
-  for (const Step& step : steps) {
+  for (const char* step : steps) {
     const long good = recoveries("TN1", "RECOVER DATA finished successfully");
     kill_agent_at(step, {{.database = "TN1", .timepoint = wanted}});
-    ASSERT_TRUE(hana_is_done("TN1", good)) << step.fault;
-    EXPECT_EQ(restore({{.database = "TN1", .timepoint = wanted}}), "completed") << step.fault << agent_log();
-    EXPECT_EQ(rows("TN1"), "a,2\n") << step.fault;
-    EXPECT_TRUE(staged_files().empty()) << step.fault;
+    ASSERT_TRUE(hana_is_done("TN1", good)) << step;
+    EXPECT_EQ(restore({{.database = "TN1", .timepoint = wanted}}), "completed") << step << agent_log();
+    EXPECT_EQ(rows("TN1"), "a,2\n") << step;
+    EXPECT_TRUE(staged_files().empty()) << step;
   }
   EXPECT_GT(recoveries("TN1", "RECOVER DATA started"), static_cast<long>(std::size(steps)))
       << "those that were cut off and those that came after them";
@@ -107,16 +91,12 @@ TEST_F(Restore_Kills, Of_A_System_Database_Are_Made_Good_By_The_Next_Restore) {
   back_up("SYSTEMDB");
   const std::string set = text_of(newest_set("SYSTEMDB", "full"), "uuid");
   put("SYSTEMDB", "s", "2");
-  const Step steps[] = {
-      {"stop_ms = 600000", "Restore HANA database 'SYSTEMDB' from 'HDB@SYSTEMDB'", false},
-      {"recovery_slow_ms = 600000 | match=data", "_databackup_0_1", true},
-  };
-  for (const Step& step : steps) {
+  for (const char* step : {"stop_ms = 600000", "recovery_slow_ms = 600000 | match=data"}) {
     kill_agent_at(step, {{.database = "SYSTEMDB", .set = set}});
-    EXPECT_FALSE(fs::exists(real(statement_file))) << step.fault << ": HANA has taken it, or it was never there";
+    EXPECT_FALSE(fs::exists(real(statement_file))) << step << ": HANA has taken it, or it was never there";
     fault("logon_after_recovery_ms = 500");
-    EXPECT_EQ(restore({{.database = "SYSTEMDB", .set = set}}), "completed") << step.fault << agent_log();
-    EXPECT_EQ(rows("SYSTEMDB"), "s,1\n") << step.fault;
+    EXPECT_EQ(restore({{.database = "SYSTEMDB", .set = set}}), "completed") << step << agent_log();
+    EXPECT_EQ(rows("SYSTEMDB"), "s,1\n") << step;
   }
 }
 

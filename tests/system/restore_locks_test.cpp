@@ -73,9 +73,10 @@ TEST_F(Restore_Locks, A_Restore_Waits_For_The_Lock_Of_Another_Process_And_Touche
 
 TEST_F(Restore_Locks, Two_Restores_And_Another_Process_Come_One_After_The_Other) {
   start_with_a_past();
-  fault("hang_statement = 0 | match=RECOVER");
+  const std::string held = "hang_statement = 0 | match=RECOVER";
+  fault(held);
   const std::string first = start_wanted();
-  ASSERT_TRUE(host_.agent_says("Stop the database HDB@TN1 successfully")) << agent_log();
+  ASSERT_TRUE(meets(held)) << agent_log();
   const std::string second = start_wanted();
   bool taken = false;
   const platform::Scoped_File_Root here(real(""));

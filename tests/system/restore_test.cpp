@@ -223,9 +223,10 @@ TEST_F(Restores, What_An_Agent_Left_That_Was_Killed_Does_Not_Decide_The_Next_Res
   const std::string wanted = moment();
   put("TN1", "a", "2");
   save_logs({"TN1"});
-  fault("hang_statement = 0 | match=RECOVER");
+  const std::string held = "hang_statement = 0 | match=RECOVER";
+  fault(held);
   const std::string run = start_restore({{.database = "TN1", .timepoint = wanted}});
-  ASSERT_TRUE(eventually([this] { return !staged_files().empty(); })) << agent_log();
+  ASSERT_TRUE(meets(held)) << agent_log();
   (void)host_.stop_agent(SIGKILL);
   EXPECT_FALSE(staged_files().empty());
   // As if it had been killed while it wrote the next one.

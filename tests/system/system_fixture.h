@@ -34,6 +34,7 @@ class System_Fixture : public Root_Fixture {
   void stop_hana() const { host_.stop_hana(); }
   [[nodiscard]] Tool_Result control(std::vector<std::string> words) const { return host_.control(std::move(words)); }
   void fault(const std::string& line) const { host_.fault(line); }
+  [[nodiscard]] bool meets(const std::string& line) const { return host_.meets(line); }
   void no_faults() const { host_.no_faults(); }
 
   /// The operator's command, always with JSON output.

@@ -57,9 +57,16 @@ std::optional<std::string> Faults::take(const std::string& key, const std::strin
     if (!line.match.empty() && !contains_without_case(text, line.match)) continue;
     const std::int64_t turn = used_[raw]++;
     if (turn < line.skip || (line.count >= 0 && turn >= line.skip + line.count)) continue;
+    tell_met(raw);
     return line.value;
   }
   return std::nullopt;
+}
+
+void Faults::tell_met(const std::string& line) const {
+  const auto met = read_file(met_path_);
+  const auto lines = split(met.value_or(""), '\n');
+  if (std::find(lines.begin(), lines.end(), line) == lines.end()) append_file(met_path_, line + "\n");
 }
 
 bool Faults::stands(const std::string& key) const {

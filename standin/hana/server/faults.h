@@ -10,11 +10,11 @@
 namespace standin {
 
 /// What goes wrong on demand: "key = value | count=N | skip=N | match=TEXT | database=NAME" lines of a file that is
-/// read again at each decision. Counts belong to a line's text and last as long as the line and the server. Safe for
-/// all threads.
+/// read again at each decision. Counts belong to a line's text and last as long as the line and the server. A line that
+/// has applied stands in "<file>.met", too, so that a test knows when a step is held. Safe for all threads.
 class Faults {
  public:
-  explicit Faults(std::string path) : path_(std::move(path)) {}
+  explicit Faults(std::string path) : path_(std::move(path)), met_path_(path_ + ".met") {}
   /// The value of the first line that applies; its count goes down.
   std::optional<std::string> take(const std::string& key, const std::string& database = {},
                                   const std::string& text = {});
@@ -27,7 +27,10 @@ class Faults {
              const std::string& text = {}, const std::function<bool()>& given_up = {});
 
  private:
+  void tell_met(const std::string& line) const;
+
   std::string path_;
+  std::string met_path_;
   std::mutex mutex_;
   std::map<std::string, std::int64_t> used_;
 };

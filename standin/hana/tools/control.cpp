@@ -164,7 +164,7 @@ int main(int count, char** values) {
   const std::string faults = layout->state("faults.conf");
   const std::map<std::string, Verb> verbs{
       {"fault", {2, [&] { return done(append_file(faults, a[1] + "\n")); }}},
-      {"no-faults", {1, [&] { return done(write_file(faults, "")); }}},
+      {"no-faults", {1, [&] { return done(write_file(faults, "") && write_file(faults + ".met", "")); }}},
       {"recovery", {2, [&] { return recovery(*layout, state, a); }}},
       {"start-tenant", {2, [&] { return done(state.set_status(a[1], "YES")); }}},
       {"stop-tenant", {2, [&] { return done(state.set_status(a[1], "NO")); }}},
