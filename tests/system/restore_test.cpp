@@ -235,8 +235,8 @@ TEST_F(Restores, What_An_Agent_Left_That_Was_Killed_Does_Not_Decide_The_Next_Res
   start_agent();
   EXPECT_TRUE(staged_files().empty()) << "the agent's start removes them";
   EXPECT_EQ(wait_for_end(run), "error");
-  // HANA goes on with the statement that it has.
-  ASSERT_TRUE(eventually([this] { return pids_below(root(), "hdbsql").empty(); }));
+  ASSERT_TRUE(eventually([this] { return sql_of("TN1", "select 1 as A from DUMMY").code == 0; }))
+      << "HANA goes on with the statement that it has, and starts the tenant";
   EXPECT_EQ(restore({{.database = "TN1", .timepoint = wanted}}), "completed") << agent_log();
   EXPECT_EQ(rows("TN1"), "a,1\n");
 }
