@@ -2,9 +2,9 @@
 
 #include <CLI/CLI.hpp>
 
-#include "dorsal3/configuration.h"
-#include "dorsal3/format.h"
-#include "dorsal3/server_client.h"
+#include "dorsal3/server/configuration.h"
+#include "dorsal3/server/server_client.h"
+#include "dorsal3/terminal/format.h"
 #include "dorsal3/verb.h"
 
 namespace dorsal3 {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "dorsal3/terminal.h"
+#include "dorsal3/terminal/terminal.h"
 
 namespace dorsal3 {
 

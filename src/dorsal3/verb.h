@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "dorsal3/outcome.h"
-#include "dorsal3/server_client.h"
-#include "dorsal3/terminal.h"
+#include "dorsal3/server/server_client.h"
+#include "dorsal3/terminal/terminal.h"
 #include "json/value.h"
 
 namespace CLI {

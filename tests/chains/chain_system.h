@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "agent/instance/instance_manager.h"
-#include "agentd/module.h"
+#include "agentd/modules/module.h"
 #include "chains/chain_model.h"
 #include "contract/backupd/running_server.h"
 #include "job/job.h"

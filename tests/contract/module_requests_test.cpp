@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "agent/instance/instance_manager.h"
-#include "agentd/method_router.h"
+#include "agentd/modules/method_router.h"
 #include "net/json_rpc_peer.h"
 #include "support/log_capture.h"
 #include "support/memory_web_socket.h"

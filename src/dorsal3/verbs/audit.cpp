@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "dorsal3/format.h"
-#include "dorsal3/resources.h"
+#include "dorsal3/server/resources.h"
+#include "dorsal3/terminal/format.h"
 #include "dorsal3/verb.h"
 
 namespace dorsal3 {

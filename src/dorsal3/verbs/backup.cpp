@@ -1,13 +1,13 @@
 #include <CLI/CLI.hpp>
 
-#include "dorsal3/backup_definition.h"
-#include "dorsal3/format.h"
-#include "dorsal3/interruption_question.h"
-#include "dorsal3/job_view.h"
-#include "dorsal3/pool_choice.h"
-#include "dorsal3/resources.h"
-#include "dorsal3/run_follower.h"
-#include "dorsal3/run_stopper.h"
+#include "dorsal3/backup/backup_definition.h"
+#include "dorsal3/jobs/interruption_question.h"
+#include "dorsal3/jobs/job_view.h"
+#include "dorsal3/jobs/run_follower.h"
+#include "dorsal3/jobs/run_stopper.h"
+#include "dorsal3/server/pool_choice.h"
+#include "dorsal3/server/resources.h"
+#include "dorsal3/terminal/format.h"
 #include "dorsal3/verb.h"
 
 namespace dorsal3 {

@@ -2,13 +2,13 @@
 
 #include <set>
 
-#include "dorsal3/chains.h"
-#include "dorsal3/chains_text.h"
-#include "dorsal3/format.h"
-#include "dorsal3/log_chain_text.h"
-#include "dorsal3/log_report.h"
-#include "dorsal3/resources.h"
-#include "dorsal3/set_list.h"
+#include "dorsal3/chains/chains.h"
+#include "dorsal3/chains/chains_text.h"
+#include "dorsal3/chains/set_list.h"
+#include "dorsal3/log_backup/log_chain_text.h"
+#include "dorsal3/log_backup/log_report.h"
+#include "dorsal3/server/resources.h"
+#include "dorsal3/terminal/format.h"
 #include "dorsal3/verb.h"
 
 namespace dorsal3 {

@@ -2,12 +2,12 @@
 
 #include <algorithm>
 
-#include "dorsal3/backup_definition.h"
-#include "dorsal3/format.h"
-#include "dorsal3/log_backup_picture.h"
-#include "dorsal3/log_backup_status.h"
-#include "dorsal3/log_queue.h"
-#include "dorsal3/pool_choice.h"
+#include "dorsal3/backup/backup_definition.h"
+#include "dorsal3/log_backup/log_backup_picture.h"
+#include "dorsal3/log_backup/log_backup_status.h"
+#include "dorsal3/log_backup/log_queue.h"
+#include "dorsal3/server/pool_choice.h"
+#include "dorsal3/terminal/format.h"
 #include "dorsal3/verb.h"
 
 namespace dorsal3 {

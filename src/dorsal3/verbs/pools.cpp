@@ -1,7 +1,7 @@
 #include <CLI/CLI.hpp>
 
-#include "dorsal3/format.h"
-#include "dorsal3/resources.h"
+#include "dorsal3/server/resources.h"
+#include "dorsal3/terminal/format.h"
 #include "dorsal3/verb.h"
 
 namespace dorsal3 {

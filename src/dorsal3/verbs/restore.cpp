@@ -2,14 +2,14 @@
 
 #include <algorithm>
 
-#include "dorsal3/format.h"
-#include "dorsal3/new_password.h"
-#include "dorsal3/prefix_search.h"
-#include "dorsal3/resources.h"
-#include "dorsal3/restore_plan_text.h"
-#include "dorsal3/restore_run.h"
-#include "dorsal3/tenant_creation.h"
-#include "dorsal3/time_argument.h"
+#include "dorsal3/jobs/prefix_search.h"
+#include "dorsal3/restore/restore_plan_text.h"
+#include "dorsal3/restore/restore_run.h"
+#include "dorsal3/restore/tenant_creation.h"
+#include "dorsal3/server/resources.h"
+#include "dorsal3/terminal/format.h"
+#include "dorsal3/terminal/new_password.h"
+#include "dorsal3/terminal/time_argument.h"
 #include "dorsal3/verb.h"
 #include "records/tenant_name.h"
 

@@ -1,9 +1,9 @@
 #include <CLI/CLI.hpp>
 
-#include "dorsal3/format.h"
-#include "dorsal3/prefix_search.h"
-#include "dorsal3/resources.h"
-#include "dorsal3/run_stopper.h"
+#include "dorsal3/jobs/prefix_search.h"
+#include "dorsal3/jobs/run_stopper.h"
+#include "dorsal3/server/resources.h"
+#include "dorsal3/terminal/format.h"
 
 namespace dorsal3 {
 

@@ -1,8 +1,8 @@
 #include <CLI/CLI.hpp>
 
-#include "dorsal3/format.h"
-#include "dorsal3/prefix_search.h"
-#include "dorsal3/resources.h"
+#include "dorsal3/jobs/prefix_search.h"
+#include "dorsal3/server/resources.h"
+#include "dorsal3/terminal/format.h"
 #include "dorsal3/verb.h"
 
 namespace dorsal3 {

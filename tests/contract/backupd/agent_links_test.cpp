@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "agent/backupd_client/json_rpc_forward.h"
-#include "agentd/server_link.h"
+#include "agentd/backupd_link/server_link.h"
 #include "contract/backupd/running_server.h"
 #include "support/log_capture.h"
 

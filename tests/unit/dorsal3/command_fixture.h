@@ -8,10 +8,10 @@
 
 #include "dorsal3/command.h"
 #include "dorsal3/exit_codes.h"
-#include "fake_server.h"
 #include "support/fake_http_transport.h"
 #include "support/temp_root.h"
 #include "support/virtual_clock.h"
+#include "unit/dorsal3/fake_server.h"
 
 inline constexpr const char* resource_uuid = "0d0c1a4e-16f3-4f0a-8d5c-2f9f0a5b7e21";
 inline constexpr const char* resources_answer =

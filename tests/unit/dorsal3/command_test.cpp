@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "command_fixture.h"
-#include "keyboard.h"
+#include "unit/dorsal3/command_fixture.h"
+#include "unit/dorsal3/keyboard.h"
 
 using namespace dorsal3;
 

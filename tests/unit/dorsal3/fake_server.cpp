@@ -1,4 +1,4 @@
-#include "fake_server.h"
+#include "unit/dorsal3/fake_server.h"
 
 #include <algorithm>
 #include <sstream>

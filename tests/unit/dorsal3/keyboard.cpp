@@ -1,4 +1,4 @@
-#include "keyboard.h"
+#include "unit/dorsal3/keyboard.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -1,0 +1,50 @@
+#include "agentd/jobs/definition_guard.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "net/uri.h"
+#include "platform/log.h"
+
+namespace agentd {
+
+namespace {
+
+constexpr std::size_t name_limit_bytes = 127;
+constexpr std::size_t shown_bytes = 200;
+constexpr std::size_t database_segment = 2;
+constexpr std::size_t segments_with_database = 3;
+
+bool is_letter(char c) { return (c >= 'A' && c <= 'Z') || c == '_'; }
+
+bool entry_is_safe(const std::string& entry, std::string& refusal) {
+  URI uri;
+  uri.path(entry, true);
+  std::vector<std::string> segments;
+  uri.path_segments(segments);
+  if (segments.size() < segments_with_database) return true;
+  if (segments.size() == segments_with_database && is_plain_database_name(segments[database_segment])) return true;
+  refusal = "the source entry \"" + platform::cut_for_log(entry, shown_bytes) +
+            "\" names no database that can be backed up: a name consists of capital letters, digits and underscores, "
+            "does not begin with a digit and has at most 127 characters";
+  return false;
+}
+
+}  // namespace
+
+bool is_plain_database_name(const std::string& name) {
+  return !name.empty() && name.size() <= name_limit_bytes && is_letter(name.front()) &&
+         std::all_of(name.begin(), name.end(), [](char c) { return is_letter(c) || (c >= '0' && c <= '9'); });
+}
+
+bool names_are_safe(const json_spirit::Object& definition, std::string& refusal) {
+  json_spirit::Object source;
+  json_spirit::Array entries;
+  if (!json_spirit::object_get(definition, "source", source) || !json_spirit::object_get(source, "entries", entries))
+    return true;  // whether they must be there is the definition reader's affair
+  return std::all_of(entries.begin(), entries.end(), [&](const json_spirit::Value& entry) {
+    return !entry.is_string() || entry_is_safe(entry.get_str(), refusal);
+  });
+}
+
+}  // namespace agentd
