@@ -1,6 +1,7 @@
 #include "dorsal3/server/resources.h"
 
 #include <algorithm>
+#include <functional>
 
 namespace dorsal3 {
 
@@ -38,6 +39,42 @@ std::vector<Host> hosts_of(const Resource& resource) {
 /// An agent's name may differ from what the instance calls its host: both are good.
 bool names_host(const Host& host, const std::string& agent_name, const std::string& wanted) {
   return wanted == host.uuid || wanted == host.name || (!agent_name.empty() && wanted == agent_name);
+}
+
+/// Leaves those of the systems that have a host so called; all of them when none has.
+bool keep_those_on(Server_Client& server, const std::string& wanted, std::vector<Resource>& resources,
+                   Failure& failure) {
+  std::map<std::string, std::string> agents;
+  if (!host_names(server, agents, failure)) return false;
+  const auto has = [&](const Resource& resource) {
+    const std::vector<Host> hosts = hosts_of(resource);
+    return std::any_of(hosts.begin(), hosts.end(),
+                       [&](const Host& host) { return names_host(host, agents[host.uuid], wanted); });
+  };
+  if (std::any_of(resources.begin(), resources.end(), has))
+    resources.erase(std::remove_if(resources.begin(), resources.end(), std::not_fn(has)), resources.end());
+  return true;
+}
+
+Failure no_such_resource(const std::string& name, const std::vector<Resource>& resources) {
+  std::string known;
+  for (const Resource& r : resources) known += (known.empty() ? "" : ", ") + r.name;
+  return {exit_not_found, "not_found",
+          "there is no instance \"" + name + "\"; " +
+              (known.empty() ? "none is registered yet, run: dorsal3 discover" : "registered are: " + known)};
+}
+
+/// A system and its copy have one name; taking the first could overwrite the wrong one.
+Failure several_resources(const std::string& name, const std::vector<Resource>& meant) {
+  std::string known;
+  for (const Resource& resource : meant) {
+    std::string hosts;
+    for (const Host& host : hosts_of(resource))
+      hosts += (hosts.empty() ? "" : ", ") + (host.name.empty() ? host.uuid : host.name + " (" + host.uuid + ")");
+    known += (known.empty() ? "" : "; ") + resource.uuid + " on " + (hosts.empty() ? "no host" : hosts);
+  }
+  return {exit_usage, "usage",
+          "several systems are called \"" + name + "\"; give the uuid of the one that is meant in its place: " + known};
 }
 
 }  // namespace
@@ -115,19 +152,22 @@ bool list_resources(Server_Client& server, std::vector<Resource>& resources, Fai
 }
 
 bool find_resource(Server_Client& server, const std::string& name, Resource& resource, Failure& failure) {
+  return find_resource(server, name, {}, resource, failure);
+}
+
+bool find_resource(Server_Client& server, const std::string& name, const std::string& host, Resource& resource,
+                   Failure& failure) {
   std::vector<Resource> resources;
   if (!list_resources(server, resources, failure)) return false;
-  const auto found =
-      std::find_if(resources.begin(), resources.end(), [&](const Resource& r) { return r.name == name; });
-  if (found != resources.end()) {
-    resource = *found;
+  std::vector<Resource> meant;
+  std::copy_if(resources.begin(), resources.end(), std::back_inserter(meant),
+               [&](const Resource& r) { return r.name == name || r.uuid == name; });
+  if (meant.size() > 1 && !host.empty() && !keep_those_on(server, host, meant, failure)) return false;
+  if (meant.size() == 1) {
+    resource = meant.front();
     return true;
   }
-  std::string known;
-  for (const Resource& r : resources) known += (known.empty() ? "" : ", ") + r.name;
-  failure = {exit_not_found, "not_found",
-             "there is no instance \"" + name + "\"; " +
-                 (known.empty() ? "none is registered yet, run: dorsal3 discover" : "registered are: " + known)};
+  failure = meant.empty() ? no_such_resource(name, resources) : several_resources(name, meant);
   return false;
 }
 

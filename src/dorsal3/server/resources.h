@@ -22,7 +22,7 @@ struct Resource {
   [[nodiscard]] std::string system_id() const;
 };
 
-/// What the operator typed: INSTANCE or INSTANCE/DATABASE.
+/// What the operator typed: INSTANCE or INSTANCE/DATABASE. INSTANCE is the name of a resource, or its uuid.
 struct Backup_Subject {
   std::string instance;
   std::string database;  ///< empty: all databases
@@ -32,8 +32,12 @@ struct Backup_Subject {
 [[nodiscard]] bool parse_subject(const std::string& text, Backup_Subject& subject, Failure& failure);
 
 [[nodiscard]] bool list_resources(Server_Client& server, std::vector<Resource>& resources, Failure& failure);
-/// The resource of that name; a failure names the ones there are.
+/// The resource of that name or uuid; a failure names the ones there are. A name that several systems have is refused
+/// (usage) with the uuid and the hosts of each.
 [[nodiscard]] bool find_resource(Server_Client& server, const std::string& name, Resource& resource, Failure& failure);
+/// The same; of several systems of one name the one with a host that is called `host` (name or uuid; empty: not told).
+[[nodiscard]] bool find_resource(Server_Client& server, const std::string& name, const std::string& host,
+                                 Resource& resource, Failure& failure);
 
 /// Sets resource.host_uuid to the host that is asked first for a backup: `wanted` (name or uuid of one of its hosts),
 /// else the host that says that it is the active master of a scale-out system, else the first one.

@@ -84,7 +84,7 @@ class Backup_Verb : public Verb {
   bool prepare(Context& context, Failure& failure) {
     Backup_Subject subject;
     return parse_subject(subject_text_, subject, failure) &&
-           find_resource(context.server, subject.instance, request_.resource, failure) &&
+           find_resource(context.server, subject.instance, host_, request_.resource, failure) &&
            choose_host(context.server, host_, request_.resource, failure) &&
            choose_databases(context, subject, failure) && choose_pool(context.server, pool_, request_.pool, failure);
   }

@@ -14,7 +14,7 @@ class Databases_Verb : public Verb {
   CLI::App* declare(CLI::App& app) override {
     CLI::App* sub =
         app.add_subcommand("databases", "List the databases of an instance and how their logs are backed up");
-    sub->add_option("INSTANCE", instance_, "The instance, as discover lists it")->required();
+    sub->add_option("INSTANCE", instance_, "The instance, as discover lists it, or its uuid")->required();
     sub->add_option("--host", host_, "Ask this host first (its name or uuid), where the system has several");
     return sub;
   }
@@ -23,7 +23,7 @@ class Databases_Verb : public Verb {
     Failure failure;
     Resource resource;
     std::vector<json_spirit::Object> databases;
-    if (!find_resource(context.server, instance_, resource, failure) ||
+    if (!find_resource(context.server, instance_, host_, resource, failure) ||
         !choose_host(context.server, host_, resource, failure) ||
         !list_databases(context.server, resource, databases, failure))
       return Outcome::failed(std::move(failure));

@@ -23,7 +23,8 @@ class Info_Verb : public Verb {
  public:
   CLI::App* declare(CLI::App& app) override {
     CLI::App* sub = app.add_subcommand("info", "Show instances, their databases and the chains of their backup sets");
-    sub->add_option("INSTANCE[/DATABASE]", subject_text_, "Show this instance, or this database, only");
+    sub->add_option("INSTANCE[/DATABASE]", subject_text_,
+                    "Show this instance (its name or uuid), or this database, only");
     sub->add_option("--limit", limit_, "How many sets of each kind to show, the newest ones")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();

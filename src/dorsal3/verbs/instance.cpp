@@ -31,7 +31,7 @@ class Instance_Verb : public Verb {
     sub->add_option("ACTION", action_, "start, stop, restart or state")
         ->required()
         ->check(CLI::IsMember({"start", "stop", "restart", action_state}));
-    sub->add_option("INSTANCE", instance_, "The instance, as discover lists it")->required();
+    sub->add_option("INSTANCE", instance_, "The instance, as discover lists it, or its uuid")->required();
     sub->add_option("--host", host_, "The host whose instance is meant (its name or uuid), where there are several");
     return sub;
   }
@@ -41,7 +41,7 @@ class Instance_Verb : public Verb {
     Resource resource;
     std::string host;
     json_spirit::Object answer;
-    if (!find_resource(context.server, instance_, resource, failure) ||
+    if (!find_resource(context.server, instance_, host_, resource, failure) ||
         !choose_host(context.server, host_, resource, failure) || !name_host(context, resource, host, failure) ||
         !control(context, resource, host, answer, failure))
       return Outcome::failed(std::move(failure));

@@ -58,7 +58,7 @@ class Log_Backup_Verb : public Verb {
   Outcome run(Context& context) override {
     Failure failure;
     if (!parse_subject(subject_text_, subject_, failure) ||
-        !find_resource(context.server, subject_.instance, request_.resource, failure))
+        !find_resource(context.server, subject_.instance, host_, request_.resource, failure))
       return Outcome::failed(std::move(failure));
     std::string host;
     if (!host_.empty()) {
@@ -97,7 +97,8 @@ class Log_Backup_Verb : public Verb {
  private:
   CLI::App* declare_action(CLI::App& verb, const char* name, const char* help) {
     CLI::App* action = verb.add_subcommand(name, help);
-    action->add_option("INSTANCE[/DATABASE]", subject_text_, "The instance, or one database of it")->required();
+    action->add_option("INSTANCE[/DATABASE]", subject_text_, "The instance (its name or uuid), or one database of it")
+        ->required();
     action->add_option("--host", host_, "One host of the system only, by name or uuid; otherwise all of them");
     return action;
   }

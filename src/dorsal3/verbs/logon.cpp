@@ -15,7 +15,7 @@ class Logon_Verb : public Verb {
  public:
   CLI::App* declare(CLI::App& app) override {
     CLI::App* sub = app.add_subcommand("logon", "Store the database account an instance is backed up with");
-    sub->add_option("INSTANCE", instance_, "Name of the instance, as discover shows it")->required();
+    sub->add_option("INSTANCE", instance_, "The instance, as discover lists it, or its uuid")->required();
     sub->add_option("-u,--user", user_, "Database user")->required();
     sub->add_option("--host", host_, "Host of the instance whose agent keeps it, by name or uuid");
     sub->footer(
@@ -27,7 +27,7 @@ class Logon_Verb : public Verb {
   Outcome run(Context& context) override {
     Resource resource;
     Failure failure;
-    if (!find_resource(context.server, instance_, resource, failure) ||
+    if (!find_resource(context.server, instance_, host_, resource, failure) ||
         !choose_host(context.server, host_, resource, failure))
       return Outcome::failed(std::move(failure));
     secure_string password;

@@ -43,7 +43,7 @@ class Restore_Verb : public Verb {
  public:
   CLI::App* declare(CLI::App& app) override {
     CLI::App* sub = app.add_subcommand("restore", "Restore a database: to a time, or from a backup set");
-    sub->add_option("INSTANCE/DATABASE", subject_text_, "What was backed up")->required();
+    sub->add_option("INSTANCE/DATABASE", subject_text_, "What was backed up; INSTANCE is a name or a uuid")->required();
     auto* to = sub->add_option("--to", to_, "Time to recover to: UTC, or with its zone, as 2026-11-22T10:00:00+05:30");
     auto* set = sub->add_option("--set", set_,
                                 "Full, incremental or differential set to restore; its uuid's beginning will do");
