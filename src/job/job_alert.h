@@ -33,7 +33,7 @@ class Alert_Sink {
 /// Sets the process-wide sink; gives back the one before. None: an alert is a warning in the log.
 std::shared_ptr<Alert_Sink> set_alert_sink(std::shared_ptr<Alert_Sink> sink);
 
-/// Raises an alert attached to `job`, which may be null: class, code, flags, parameters, level. "No parameters" is an
-/// empty object. Never throws; returns when the sink has it.
+/// Raises an alert attached to `job`, which may be null: class, code, flags, parameters, level. "No parameters" is
+/// null or an empty object, which say the same. Never throws; returns when the sink has it.
 void write_job_alert(const Job* job, unsigned long alert_class, unsigned long code, unsigned long flags,
                      const json_spirit::Value& parameters, long level);

@@ -42,12 +42,13 @@ Outcome read_alert(const json_spirit::Object& body, Alert& alert) {
     return Outcome::refuse(Outcome::invalid, "the \"time\" of the alert does not read YYYY-MM-DD HH:MM:SS");
   if (alert.uuid.empty()) alert.uuid = make_uuid();
   const json_spirit::Value* parameters = body.find("parameters");
+  const bool none = parameters == nullptr || parameters->is_null();
   alert.document = {{"uuid", alert.uuid},
                     {"time", time},
                     {"class", alert_class},
                     {"code", code},
                     {"flags", flags},
-                    {"parameters", parameters == nullptr ? json_spirit::Value(json_spirit::Object()) : *parameters},
+                    {"parameters", none ? json_spirit::Value(json_spirit::Object()) : *parameters},
                     {"level", level},
                     {"job_id", alert.job_id},
                     {"job_act_id", alert.job_act_id},

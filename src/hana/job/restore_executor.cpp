@@ -220,7 +220,7 @@ void Restore_Executor::report(const Restore_Source_Collector& collector, int per
   Job_Activity::add(act_.size, collector.get_total_source_size());
 }
 
-void Restore_Executor::raise_alert(Alert_Code code, const json_spirit::Object& parameters) {
+void Restore_Executor::raise_alert(Alert_Code code, const json_spirit::Value& parameters) {
   write_job_alert(&job_, ALERT_CLASS_HANA, code, ALERT_FLAGS_NONE, parameters, ALERT_LEVEL_JOB);
 }
 

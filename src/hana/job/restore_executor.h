@@ -84,7 +84,8 @@ class Restore_Executor : public Job_Executor_T<Restore_Job_Source, Restore_Job_O
  private:
   using Backup_Set_Info = Restore_Source_Collector::Backup_Set_Info;
 
-  void raise_alert(Alert_Code code, const json_spirit::Object& parameters = {});
+  /// Null where the alert has no parameters.
+  void raise_alert(Alert_Code code, const json_spirit::Value& parameters = {});
 
   // execute_restore, in this order
   [[nodiscard]] bool is_supported() const;

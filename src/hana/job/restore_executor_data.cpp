@@ -44,7 +44,7 @@ bool Restore_Executor::restore_tenantdb(const Backup_Set_Info& info) {
   if (!lock.acquire()) return false;
   if (!stop_tenant(controller, database) || !recover_tenant(info)) return false;
   if (controller.start(database)) return true;
-  raise_alert(ALERT_START_TENANT, {{"database", database}});
+  raise_alert(ALERT_START_TENANT, json_spirit::Object{{"database", database}});
   D3_ERROR("failed to start tenant database\n");
   return false;
 }
@@ -61,7 +61,7 @@ bool Restore_Executor::stop_tenant(Tenant_Database_Controller& controller, const
     (void)Database_Lister(hdbsql_).list(listed, database);
   }
   if (listed.active) {
-    raise_alert(ALERT_STOP_DATABASE, {{"database", database}});
+    raise_alert(ALERT_STOP_DATABASE, json_spirit::Object{{"database", database}});
     D3_ERROR("Failed to stop tenant database '%s'\n", database.c_str());
     return false;
   }
@@ -90,7 +90,7 @@ bool Restore_Executor::restore_systemdb(const Backup_Set_Info& info) {
     return false;
   }
   if (!controller.stop(instance_name_)) {
-    raise_alert(ALERT_STOP_DATABASE, {{"database", instance_name_}});
+    raise_alert(ALERT_STOP_DATABASE, json_spirit::Object{{"database", instance_name_}});
     D3_ERROR("Failed to stop '%s' instance to restore the SYSTEMDB\n", instance_name_.c_str());
     return false;
   }
@@ -112,7 +112,7 @@ bool Restore_Executor::write_statement(const std::string& instance_directory, co
   std::snprintf(path, sizeof path, statement_file, instance_directory.c_str());
   if (platform::is_regular_file(path)) {
     // Another recovery is pending: the instance stays down until somebody has looked.
-    raise_alert(ALERT_STATEMENT_FILE, {{"file", path}});
+    raise_alert(ALERT_STATEMENT_FILE, json_spirit::Object{{"file", path}});
     D3_ERROR("Restore sql file %s is exist\n", path);
     return false;
   }
@@ -146,7 +146,7 @@ void Restore_Executor::restart_other_hosts() {
     try {
       (void)json_rpc_forward(instance.host_uuid, request, control_method);
     } catch (const std::exception&) {
-      raise_alert(ALERT_RESTART_CLUSTER, {{"host", instance.host_uuid}});
+      raise_alert(ALERT_RESTART_CLUSTER, json_spirit::Object{{"host", instance.host_uuid}});
       D3_ERROR("Failed to start cluster instance\n");
     }
   }

@@ -128,7 +128,7 @@ TEST_F(Restore_Tenant, Stays_Stopped_After_A_Recovery_That_Fails) {
   EXPECT_FALSE(recover());
   expect_error("Failed to restore tenant database\n");
   expect_error_with("recovery could not be completed");
-  EXPECT_EQ(alerts(), Strings{"7/15 0 1 {}"});
+  EXPECT_EQ(alerts(), Strings{"7/15 0 1 null"});
   EXPECT_FALSE(root_.exists(lock_path));
 }
 
@@ -241,7 +241,7 @@ TEST_F(Restore_System, Is_Reported_When_The_Instance_Does_Not_Start) {
   EXPECT_FALSE(recover());
   expect_error("Failed to start 'HDB00' instance to restore the SYSTEMDB\n");
   expect_error_with("Failed to start HANA instance HDB_HDB00");
-  EXPECT_EQ(alerts(), Strings{"7/15 0 1 {}"});
+  EXPECT_EQ(alerts(), Strings{"7/15 0 1 null"});
   EXPECT_EQ(root_.read(statement_path), full_text);
 }
 

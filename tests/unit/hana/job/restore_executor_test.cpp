@@ -123,7 +123,7 @@ TEST_F(Restore_Run, Fails_Without_The_Target_Resource) {
   expect_error("Failed to get resource info.\n");
   expect_error("Lack of instance info\n");
   expect_error(failed);
-  EXPECT_EQ(alerts(), Strings{"7/6 0 1 {}"});
+  EXPECT_EQ(alerts(), Strings{"7/6 0 1 null"});
 }
 
 TEST_F(Restore_Run, Fails_On_A_Cluster_That_Lists_This_Host_Alone) {
@@ -131,7 +131,7 @@ TEST_F(Restore_Run, Fails_On_A_Cluster_That_Lists_This_Host_Alone) {
   EXPECT_FALSE(restore());
   expect_error("Failed to get resource info.\n");
   expect_error(failed);
-  EXPECT_EQ(alerts(), Strings{"7/6 0 1 {}"});
+  EXPECT_EQ(alerts(), Strings{"7/6 0 1 null"});
 }
 
 TEST_F(Restore_Run, Knows_The_Other_Hosts_Of_A_Cluster) {
@@ -185,7 +185,7 @@ TEST_F(Restore_Run, Fails_Without_The_Program_That_Moves_The_Data) {
   EXPECT_FALSE(restore());
   expect_error("Failed to prepare backint.\n");
   expect_error(failed);
-  EXPECT_EQ(alerts(), Strings{"7/1 0 1 {}"});
+  EXPECT_EQ(alerts(), Strings{"7/1 0 1 null"});
   expect_error_with("hdbbackint does not exist");
 }
 
@@ -196,7 +196,7 @@ TEST_F(Restore_Run, Fails_Without_A_Stored_Logon) {
   expect_error("Failed to initialize hdbsql for HDB HDB00\n");
   expect_error(failed);
   expect_error_with("No account is stored for the instance 'HDB_HDB00'");
-  EXPECT_EQ(alerts(), Strings{"7/2 0 1 {}"});
+  EXPECT_EQ(alerts(), Strings{"7/2 0 1 null"});
 }
 
 TEST_F(Restore_Run, Fails_Without_A_Registry_Of_Instances) {
@@ -225,7 +225,7 @@ TEST_F(Restore_Run, Fails_When_Its_Sets_Cannot_Be_Found) {
   expect_error("Failed to get full backup catalog\n");
   expect_error("Failed to collect restore source.\n");
   expect_error(failed);
-  EXPECT_EQ(alerts(), Strings{"7/5 0 1 {}"});
+  EXPECT_EQ(alerts(), Strings{"7/5 0 1 null"});
 }
 
 TEST_F(Restore_Run, Fails_When_The_Catalog_Cannot_Be_Staged) {
@@ -235,7 +235,7 @@ TEST_F(Restore_Run, Fails_When_The_Catalog_Cannot_Be_Staged) {
   expect_error("Failed to create directory /var/opt/tarvex/dorsal3/agent/hana/catalog\n");
   expect_error("Failed to restore HANA catalog\n");
   expect_error(failed);
-  EXPECT_EQ(alerts(), Strings{"7/16 0 1 {}"});
+  EXPECT_EQ(alerts(), Strings{"7/16 0 1 null"});
 }
 
 TEST_F(Restore_Run, Takes_The_System_Database_First_And_Exchanges_It) {

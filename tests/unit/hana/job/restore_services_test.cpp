@@ -125,7 +125,7 @@ TEST_F(Restore_Services, Are_Asked_In_Order_And_Not_After_The_First_That_Fails) 
   ASSERT_EQ(::remove(root_.real("/opt/tarvex/dorsal3/bin/hdbbackint").c_str()), 0);
   ASSERT_TRUE(registry_.remove_account("hana", "HDB_HDB00", ""));
   EXPECT_FALSE(restore());
-  EXPECT_EQ(alerts(), Strings{"7/1 0 1 {}"});
+  EXPECT_EQ(alerts(), Strings{"7/1 0 1 null"});
   expect_error_with("hdbbackint does not exist");
   expect_error("Failed to prepare backint.\n");
   expect_error(failed);
