@@ -189,6 +189,7 @@ void read_schedule(const Object& object, Job_Definition& definition) {
 template <typename T>
 ACE_Refcounted_Auto_Ptr<T, ACE_Thread_Mutex> parse_part(const Value& part, std::string_view key,
                                                         Object_Creator_T<YAJL_Handler>* creator) {
+  if (!part.is_object()) refuse("key '" + std::string(key) + "' is not an object");
   if (creator == nullptr) refuse("key '" + std::string(key) + "' does not belong to this kind of definition");
   const auto destroy = [creator](YAJL_Handler* handler) { creator->destroy(handler); };
   const std::unique_ptr<YAJL_Handler, decltype(destroy)> handler(creator->create(), destroy);

@@ -147,6 +147,9 @@ TEST_F(Job_Definition_Reader_Test, Refuses_What_Is_Not_Sound) {
       {head + R"(,"target":{"resource_uuid":5}})", "key 'resource_uuid' is integer, expected a string"},
       {head + R"(,"schedule":{}})", "lack of key 'type'"},
       {head + R"(,"state":26})", "state 26 is unknown"},
+      {R"({"id":"d","type":"backup","subtype":"full","source":[]})", "key 'source' is not an object"},
+      {R"({"id":"d","type":"backup","subtype":"full","source":true})", "key 'source' is not an object"},
+      {head + R"(,"options":7})", "key 'options' is not an object"},
       {R"({"id":"d","type":"restore","subtype":"point-in-time","source":{}})",
        "key 'source' does not belong to this kind of definition"},
   };
