@@ -7,8 +7,8 @@
 
 /// Runs a user's script, given as a command line of words: no shell sees it. The first word is the absolute path of the
 /// program. Standard error and, unless `drop_output`, standard output go line by line at information priority to the
-/// log, and to `log` when it is not empty. True when the exit code is 0, and for a command without any word; else false
-/// with one error line that says what happened.
+/// log, and to `log` when it is not empty; an empty one leaves them to what the calling thread is bound to. True when
+/// the exit code is 0, and for a command without any word; else false with one error line that says what happened.
 ///
 /// A script has no time limit of its own. When the run of the calling thread is cancelled or aborted meanwhile, the
 /// script gets SIGTERM, and SIGKILL 10 seconds later; the result is then false, with a warning. What the script

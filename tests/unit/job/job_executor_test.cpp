@@ -158,6 +158,14 @@ TEST_F(Job_Executor_Test, Goes_Idle_When_The_Precondition_Fails) {
   claim_script_failure("/condition");
 }
 
+TEST_F(Job_Executor_Test, Is_Canceled_When_A_Stop_Ends_Its_Precondition) {
+  definition_->precondition("/condition");
+  script("/condition", 128 + SIGTERM, [this] { cancel(); });
+  EXPECT_FALSE(execute());
+  EXPECT_EQ(steps_, (Steps{"is_active", "/condition", "canceled"}));
+  claim_script_failure("/condition");
+}
+
 TEST_F(Job_Executor_Test, Goes_Idle_When_The_Condition_Is_Not_Met) {
   behaviour().condition = false;
   EXPECT_TRUE(execute());
@@ -308,8 +316,15 @@ TEST_F(Job_Executor_Test, Scripts_Log_Where_They_Belong) {
     runner_.on_program(path, child);
   }
   EXPECT_TRUE(execute());
-  set_job_log_sink(nullptr);
   EXPECT_EQ(sink->lines, (Steps{"/before speaks", "/after speaks"}));
+  sink->lines.clear();
+  job_.activity().store_state(JOB_STATE_STARTING);
+  // The job's own thread is bound to the job's log, so that its precondition is heard there, too.
+  job_.set_job_thread();
+  EXPECT_TRUE(execute());
+  job_.complete();
+  set_job_log_sink(nullptr);
+  EXPECT_EQ(sink->lines, (Steps{"/condition speaks", "/before speaks", "/after speaks"}));
 }
 
 }  // namespace
