@@ -14,7 +14,6 @@ namespace {
 constexpr std::string_view instance_prefix = "HDB";
 constexpr std::size_t sid_length = 3;
 constexpr std::size_t instance_name_length = 5;
-constexpr unsigned instance_numbers = 100;
 constexpr int decimal = 10;
 
 bool is_capital(char c) { return c >= 'A' && c <= 'Z'; }
@@ -35,8 +34,9 @@ bool is_instance_name(std::string_view text) {
 }
 
 std::string instance_name_of(ACE_UINT16 number) {
-  char text[sizeof "HDB00"];
-  std::snprintf(text, sizeof text, "HDB%02u", number % instance_numbers);
+  // Of a number that no instance has, too: its name is then refused, and never that of another instance.
+  char text[sizeof "HDB65535"];
+  std::snprintf(text, sizeof text, "HDB%02u", static_cast<unsigned>(number));
   return text;
 }
 

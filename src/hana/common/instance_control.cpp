@@ -57,14 +57,20 @@ Tool_Result run_hdb(const std::string& sid, const std::string& instance_name, co
   return run_tool(std::move(spec), limit);
 }
 
-bool wait_for_state(Instance_Controller& controller, const std::string& instance_name, const Action& action) {
+/// `name` is the instance's, for people.
+bool wait_for_state(Instance_Controller& controller, const std::string& instance_name, const std::string& name,
+                    const Action& action) {
   platform::Clock& clock = platform::Clock::current();
   const auto until = clock.steady_now() + action.wait_limit;
   for (;;) {
     Instance_Controller::Instance_State state = Instance_Controller::INSTANCE_STATE_UNKNOWN;
     if (!controller.get_state(instance_name, state)) return false;
     if (state == action.wanted) return true;
-    if (clock.steady_now() >= until) return false;
+    if (clock.steady_now() >= until) {
+      D3_ERROR("HANA instance %C did not %C within %q seconds\n", name.c_str(), action.verb,
+               static_cast<ACE_INT64>(action.wait_limit.count()));
+      return false;
+    }
     clock.sleep_for(state_poll_interval);
   }
 }
@@ -120,10 +126,7 @@ bool Instance_Controller::hdb_action(const std::string& instance_name, HDB_ACTIO
              describe(result).c_str());
     return false;
   }
-  if (wait_for_state(*this, instance_name, wanted)) return true;
-  D3_ERROR("HANA instance %C did not %C within %q seconds\n", name.c_str(), wanted.verb,
-           static_cast<ACE_INT64>(wanted.wait_limit.count()));
-  return false;
+  return wait_for_state(*this, instance_name, name, wanted);
 }
 
 bool Instance_Controller::get_instance_dir(const std::string& instance_name, std::string& dir, bool check) {

@@ -154,6 +154,14 @@ TEST_F(Instance_Controller_Test, Gives_Up_When_The_State_Is_Not_Reached_In_Time)
   expect_error("HANA instance HDB_HDB00 did not start within 2700 seconds\n");
 }
 
+TEST_F(Instance_Controller_Test, Says_Only_That_The_State_Is_Not_Known_When_It_Cannot_Be_Had) {
+  script("HDB", {child(""), child("", 1)});
+  script("sapcontrol", {child("", 1)});
+  EXPECT_FALSE(controller_.start("HDB00"));
+  EXPECT_EQ(log_.claim_containing("Failed to get the state of HANA instance HDB_HDB00: "), 1U) << log_.dump();
+  EXPECT_EQ(log_.claim_containing("did not start within"), 0U);
+}
+
 TEST_F(Instance_Controller_Test, Ends_A_Command_That_Does_Not_Return) {
   support::Scripted_Child hanging;
   hanging.standard_output = "StartService\n";
