@@ -185,10 +185,18 @@ void Daemon::add_methods() {
   router_.add("pool.list", list_pool, Method_Router::Pace::slow);
   router_.add("instance.recovery", tell_last_recovery);
   router_.add("instance.probe", [this](const Params&) { return instance_service_.probe(); });
-  router_.add("instance.state", [this](const Params& params) { return instance_service_.state(params); });
-  router_.add("instance.logon", [this](const Params& params) { return instance_service_.logon(params); });
-  router_.add("instance.log_backup", [this](const Params& params) { return log_backups_.status(params); });
-  router_.add("instance.check", [this](const Params& params) { return instance_service_.check(params); });
+  router_.add(
+      "instance.state", [this](const Params& params) { return instance_service_.state(params); },
+      Method_Router::Pace::asking);
+  router_.add(
+      "instance.logon", [this](const Params& params) { return instance_service_.logon(params); },
+      Method_Router::Pace::asking);
+  router_.add(
+      "instance.log_backup", [this](const Params& params) { return log_backups_.status(params); },
+      Method_Router::Pace::asking);
+  router_.add(
+      "instance.check", [this](const Params& params) { return instance_service_.check(params); },
+      Method_Router::Pace::asking);
   router_.add(
       "backint.verify", [](const Params& params) { return verify(params); }, Method_Router::Pace::slow);
 }

@@ -48,8 +48,8 @@ class Server_Link : public Agent_Channel {
   static constexpr std::chrono::seconds connect_timeout{20};
   static constexpr unsigned first_pause_seconds = 1;
   static constexpr unsigned longest_pause_seconds = 60;
-  /// More than the slow requests that a Method_Router lets run.
-  static constexpr unsigned workers = 6;
+  /// More than the slow requests and the questions to database systems that a Method_Router lets run.
+  static constexpr unsigned workers = 10;
 
  private:
   struct Connection {

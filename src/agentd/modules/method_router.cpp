@@ -76,7 +76,15 @@ JSON_RPC_Answer Method_Router::run_method(const Known_Method& method, const JSON
     return method.run(message.params.is_null() ? json_spirit::Object() : message.params.get_obj(),
                       Requester::from_json(message.requester));
   };
-  return method.pace == Pace::slow ? run_slowly(slow_, run) : run();
+  switch (method.pace) {
+    case Pace::slow:
+      return run_slowly(slow_, run);
+    case Pace::asking:
+      return run_slowly(asking_, run);
+    case Pace::quick:
+      break;
+  }
+  return run();
 }
 
 JSON_RPC_Answer Method_Router::ask_module(JSON_RPC_Handler& handler, const JSON_RPC_Message& message) const {

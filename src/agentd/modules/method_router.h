@@ -18,7 +18,9 @@ namespace agentd {
 /// ask is refused.
 class Method_Router {
  public:
-  enum class Pace { quick, slow };
+  /// `asking`: a person's question to a database system, which may be slow to answer or not answer at all.
+  enum class Pace { quick, slow, asking };
+  /// Of each pace but quick.
   static constexpr unsigned slow_at_once = 4;
   /// Workers for requests to modules: more than the actions that may run at once, so that lists and states come
   /// through.
@@ -69,6 +71,7 @@ class Method_Router {
   std::map<std::string, Known_Method> methods_;
   std::map<std::string, Watch> watches_;
   mutable std::atomic<unsigned> slow_{0};     ///< slow requests to the agent itself that run
+  mutable std::atomic<unsigned> asking_{0};   ///< questions to database systems that run
   mutable std::atomic<unsigned> actions_{0};  ///< control actions that run
 };
 

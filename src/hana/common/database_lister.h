@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <list>
 #include <string>
 
@@ -17,6 +18,8 @@ class Database_Lister {
   /// Through an executor of its own.
   Database_Lister(const std::string& sid, const std::string& instance_name, const std::string& username,
                   const secure_string& password);
+  /// Of an executor of its own, see HDBSQL_Executor.
+  void time_limit(std::chrono::seconds limit) { own_.time_limit(limit); }
   Database_Lister(const Database_Lister&) = delete;
   Database_Lister& operator=(const Database_Lister&) = delete;
 

@@ -128,7 +128,11 @@ HDBSQL_Outcome HDBSQL_Executor::run_tool(std::string_view sql, Text_Process_Hand
     return {HDBSQL_Failure::bad_statement, 0, "the statement is empty or holds a null byte"};
   if (handler != nullptr && handler->segment_seconds() > 0)
     spec.idle_interval = std::chrono::seconds(handler->segment_seconds());
+  const bool limited = time_limit_ > std::chrono::seconds(0);
+  if (limited && (spec.idle_interval == std::chrono::seconds(0) || time_limit_ < spec.idle_interval))
+    spec.idle_interval = time_limit_;
   HDBSQL_Output output(handler, secrets);
+  if (limited) output.time_limit(time_limit_);
   const platform::Exit_Status status = platform::Process_Runner::current().run(spec, output);
   return output.outcome(status);
 }

@@ -2,6 +2,7 @@
 
 #include <ace/Basic_Types.h>
 
+#include <chrono>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -53,6 +54,9 @@ class HDBSQL_Executor {
   /// The same for a database that was listed before; nothing is looked up.
   [[nodiscard]] bool init(const Database_Info& info, const std::string& username, const secure_string& password);
   [[nodiscard]] bool is_initialized() const { return initialize_; }
+  /// For statements that somebody waits for: hdbsql is ended when it takes longer, and what HANA does with the
+  /// statement is HANA's. 0, the default: no limit, as a backup takes as long as it takes.
+  void time_limit(std::chrono::seconds limit) { time_limit_ = limit; }
 
   /// Runs one statement and blocks until hdbsql ends. `handler` (or null) is given every line; `log` (or null) receives
   /// this call's messages. True when the statement succeeded: hdbsql ended with 0 and reported no error.
@@ -92,6 +96,11 @@ class HDBSQL_Executor {
   secure_string password_;
   std::string tool_;
   std::string dir_executable_;
+  std::chrono::seconds time_limit_{0};
 };
+
+/// How long a person's question to HANA may take, such as a logon that is checked or a list of databases: less than who
+/// asks the agent waits for its answer.
+constexpr std::chrono::seconds question_limit{60};
 
 }  // namespace sap_hana

@@ -1,5 +1,7 @@
 #include "hana/common/hdbsql_output.h"
 
+#include <signal.h>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -7,6 +9,7 @@
 #include <utility>
 
 #include "hana/common/text_lines.h"
+#include "platform/clock.h"
 #include "platform/log.h"
 
 namespace sap_hana {
@@ -68,7 +71,18 @@ HDBSQL_Output::HDBSQL_Output(Text_Process_Handler* handler, const std::vector<se
       error_lines_([this](std::string_view line) { take_error_line(line); },
                    [this](std::string_view text) { take_error_line(text); }) {}
 
-void HDBSQL_Output::on_start(pid_t) {}
+void HDBSQL_Output::time_limit(std::chrono::seconds limit) {
+  limit_ = limit;
+  deadline_ = platform::Clock::current().steady_now() + limit;
+}
+
+void HDBSQL_Output::check_limit() {
+  if (limit_ == std::chrono::seconds(0) || timed_out_ || platform::Clock::current().steady_now() < deadline_) return;
+  timed_out_ = true;
+  if (pid_ > 0) ::kill(pid_, SIGKILL);
+}
+
+void HDBSQL_Output::on_start(pid_t pid) { pid_ = pid; }
 
 Line_Assembler& HDBSQL_Output::lines_of(platform::Output_Stream stream) {
   return stream == platform::Output_Stream::standard_output ? output_lines_ : error_lines_;
@@ -78,9 +92,13 @@ void HDBSQL_Output::on_output(platform::Output_Stream stream, const char* data, 
   lines_of(stream).add(std::string_view(data, size));
   if (handler_ != nullptr && handler_->segment_seconds() > 0)
     output_lines_.flush_older_than(std::chrono::seconds(handler_->segment_seconds()));
+  check_limit();
 }
 
-void HDBSQL_Output::on_idle() { output_lines_.flush(); }
+void HDBSQL_Output::on_idle() {
+  output_lines_.flush();
+  check_limit();
+}
 
 void HDBSQL_Output::on_close(platform::Output_Stream stream) {
   lines_of(stream).close();
@@ -136,6 +154,11 @@ void HDBSQL_Output::note_error(int code, std::string_view line) {
 
 HDBSQL_Outcome HDBSQL_Output::outcome(const platform::Exit_Status& status) {
   HDBSQL_Outcome outcome;
+  if (timed_out_) {
+    outcome.failure = HDBSQL_Failure::connection;
+    outcome.message = "HANA did not answer within " + std::to_string(limit_.count()) + " seconds, hdbsql was ended";
+    return outcome;
+  }
   if (has_error_) {
     outcome.failure = classify_hdbsql_error(code_);
     outcome.code = code_;

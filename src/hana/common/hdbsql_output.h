@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,6 +27,9 @@ class HDBSQL_Output final : public platform::Output_Sink {
   /// is logged or told, in their order.
   HDBSQL_Output(Text_Process_Handler* handler, const std::vector<secure_string>& secrets);
 
+  /// Ends the process when it takes longer from now on.
+  void time_limit(std::chrono::seconds limit);
+
   void on_start(pid_t pid) override;
   void on_output(platform::Output_Stream stream, const char* data, std::size_t size) override;
   void on_idle() override;
@@ -38,6 +42,7 @@ class HDBSQL_Output final : public platform::Output_Sink {
   void take_output_line(std::string_view line);
   void take_error_line(std::string_view line);
   void take_segment(std::string_view text);
+  void check_limit();
   void note_error(int code, std::string_view line);
   [[nodiscard]] std::string without_secrets(std::string_view text) const;
   Line_Assembler& lines_of(platform::Output_Stream stream);
@@ -52,6 +57,10 @@ class HDBSQL_Output final : public platform::Output_Sink {
   int code_ = 0;
   std::string error_;
   std::string last_error_line_;
+  std::chrono::seconds limit_{0};  ///< 0: none
+  std::chrono::steady_clock::time_point deadline_;
+  bool timed_out_ = false;
+  pid_t pid_ = 0;
 };
 
 }  // namespace sap_hana

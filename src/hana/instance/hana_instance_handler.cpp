@@ -110,6 +110,7 @@ int HANA_Instance_Handler::logon(const char* instance_name, const char* username
     D3_ERROR("Failed to login HANA database instance '%s', failed to init hdbsql\n", instance_name);
     return LOGON_FAILED;
   }
+  executor.time_limit(question_limit);
   if (executor.execute(status_command, nullptr)) return LOGON_OK;
   errno = LOGON_REFUSED;  // the log entry's error number
   D3_ERROR("Failed to login HANA database instance '%s'\n", instance_name);

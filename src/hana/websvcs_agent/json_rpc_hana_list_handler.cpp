@@ -1,5 +1,6 @@
 #include "hana/websvcs_agent/json_rpc_hana_list_handler.h"
 
+#include <chrono>
 #include <exception>
 #include <list>
 
@@ -11,6 +12,7 @@
 #include "hana/common/system_instance_lister.h"
 #include "hana/websvcs_agent/rpc_answers.h"
 #include "net/json_rpc.h"
+#include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/log.h"
 
@@ -64,6 +66,15 @@ bool ask_for_definition(const std::string& id, json_spirit::Value& result) {
   if (response == nullptr) return false;
   result = response->result;
   return true;
+}
+
+/// The same. A question that nobody answered leaves `silent` true.
+bool ask_in_time(const std::string& id, json_spirit::Value& result, bool& silent) {
+  constexpr std::chrono::seconds long_wait{5};
+  const auto begun = platform::Clock::current().steady_now();
+  const bool answered = ask_for_definition(id, result);
+  silent = !answered && platform::Clock::current().steady_now() - begun >= long_wait;
+  return answered;
 }
 
 }  // namespace
@@ -133,7 +144,9 @@ int JSON_RPC_HANA_List_Handler::answer_databases(JSON_RPC_Channel& channel, cons
       !json_spirit::object_get(instance->options, "instance_name", instance_name))
     return fail(no_names);
   std::list<Database_Info> databases;
-  if (!Database_Lister(sid, instance_name, username, password).list(databases, "")) return fail(databases_not_listed);
+  Database_Lister lister(sid, instance_name, username, password);
+  lister.time_limit(question_limit);
+  if (!lister.list(databases, "")) return fail(databases_not_listed);
 
   Known_Definitions known;
   json_spirit::Array rows;
@@ -160,13 +173,13 @@ bool JSON_RPC_HANA_List_Handler::check_log_backup_valid(const std::string& path,
     D3_ERROR("Failed to load %s\n", path.c_str());
     return false;
   }
-  if (known.count(id) != 0) return true;
+  if (known.confirmed.count(id) != 0) return true;
   json_spirit::Value result;
-  if (!ask_for_definition(id, result)) {
+  if (known.backupd_is_silent || !ask_in_time(id, result, known.backupd_is_silent)) {
     D3_ERROR("Failed to get job definition detail\n");
     return false;
   }
   if (result.type() != json_spirit::array_type || result.get_array().empty()) return false;
-  known.insert(id);
+  known.confirmed.insert(id);
   return true;
 }

@@ -10,8 +10,11 @@
 /// nothing between requests.
 class JSON_RPC_HANA_List_Handler : public JSON_RPC_Thread_Handler {
  public:
-  /// Definition ids that backupd has confirmed during one request.
-  using Known_Definitions = std::set<std::string>;
+  /// What backupd has said of definitions during one request.
+  struct Known_Definitions {
+    std::set<std::string> confirmed;  ///< ids
+    bool backupd_is_silent = false;   ///< it did not answer in time and is not waited for again
+  };
 
   ~JSON_RPC_HANA_List_Handler() override;
 

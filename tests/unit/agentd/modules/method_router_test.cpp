@@ -102,33 +102,38 @@ TEST_F(Method_Router_Test, A_Method_May_Go_By_Who_Asks) {
   EXPECT_EQ(asked_by, "h-2");
 }
 
-TEST_F(Method_Router_Test, Slow_Requests_Leave_Room_For_Quick_Ones) {
-  std::latch all_run(Method_Router::slow_at_once);
-  std::promise<void> release;
-  const std::shared_future<void> released = release.get_future().share();
-  const auto good = [](const json_spirit::Object&) { return JSON_RPC_Answer{true, 1, 0, {}}; };
-  router.add("quick", good);
-  router.add(
-      "slow",
-      [&](const json_spirit::Object& params) {
-        all_run.count_down();
-        released.wait();
-        return good(params);
-      },
-      Method_Router::Pace::slow);
-  std::vector<std::future<bool>> running;
-  for (unsigned i = 0; i < Method_Router::slow_at_once; ++i)
-    running.push_back(std::async(std::launch::async, [&] { return router.call("slow", nullptr).ok; }));
-  all_run.wait();
-  const JSON_RPC_Answer refused = router.call("slow", nullptr);
-  EXPECT_EQ(refused.code, JSON_RPC_E_SERVER);
-  EXPECT_NE(refused.message.find("busy with 4 long requests"), std::string::npos) << refused.message;
-  EXPECT_TRUE(router.call("quick", nullptr).ok);
-  release.set_value();
-  for (std::future<bool>& one : running) EXPECT_TRUE(one.get());
-  router.add("slow", good, Method_Router::Pace::slow);
-  EXPECT_TRUE(router.call("slow", nullptr).ok) << "the places are free again";
-  static_assert(Method_Router::slow_at_once < Server_Link::workers);
+TEST_F(Method_Router_Test, Slow_Requests_And_Questions_Leave_Room_For_Quick_Ones) {
+  using Pace = Method_Router::Pace;
+  for (const auto& [held, other] : {std::pair{Pace::slow, Pace::asking}, std::pair{Pace::asking, Pace::slow}}) {
+    std::latch all_run(Method_Router::slow_at_once);
+    std::promise<void> release;
+    const std::shared_future<void> released = release.get_future().share();
+    const auto good = [](const json_spirit::Object&) { return JSON_RPC_Answer{true, 1, 0, {}}; };
+    router.add("quick", good);
+    router.add("other", good, other);
+    router.add(
+        "held",
+        [&](const json_spirit::Object& params) {
+          all_run.count_down();
+          released.wait();
+          return good(params);
+        },
+        held);
+    std::vector<std::future<bool>> running;
+    for (unsigned i = 0; i < Method_Router::slow_at_once; ++i)
+      running.push_back(std::async(std::launch::async, [&] { return router.call("held", nullptr).ok; }));
+    all_run.wait();
+    const JSON_RPC_Answer refused = router.call("held", nullptr);
+    EXPECT_EQ(refused.code, JSON_RPC_E_SERVER);
+    EXPECT_NE(refused.message.find("busy with 4 long requests"), std::string::npos) << refused.message;
+    EXPECT_TRUE(router.call("quick", nullptr).ok);
+    EXPECT_TRUE(router.call("other", nullptr).ok) << "they have places of their own";
+    release.set_value();
+    for (std::future<bool>& one : running) EXPECT_TRUE(one.get());
+    router.add("held", good, held);
+    EXPECT_TRUE(router.call("held", nullptr).ok) << "the places are free again";
+  }
+  static_assert(2 * Method_Router::slow_at_once < Server_Link::workers);
 }
 
 TEST_F(Method_Router_Test, An_Exception_Becomes_An_Internal_Error) {

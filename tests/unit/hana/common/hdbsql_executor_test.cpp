@@ -248,6 +248,20 @@ TEST_F(HDBSQL_Executor_Test, Tells_The_Kind_Of_Failure_Without_Logging_It) {
   EXPECT_EQ(executor.run(" ", nullptr, nullptr).failure, HDBSQL_Failure::bad_statement);
 }
 
+TEST_F(HDBSQL_Executor_Test, Ends_A_Tool_That_Takes_Longer_Than_It_May) {
+  support::Scripted_Child hanging = child("");
+  hanging.idle = true;
+  hanging.before = [this] { clock_.advance(question_limit); };
+  script("hdbsql", {hanging, hanging});
+  HDBSQL_Executor executor = bound();
+  executor.time_limit(question_limit);
+  HDBSQL_General_Text_Handler rows;
+  const HDBSQL_Outcome outcome = executor.run("select 1 from DUMMY", &rows, nullptr);
+  EXPECT_EQ(outcome.failure, HDBSQL_Failure::connection);
+  EXPECT_EQ(outcome.message, "HANA did not answer within 60 seconds, hdbsql was ended");
+  EXPECT_TRUE(bound().execute("BACKUP DATA USING BACKINT ('x')", nullptr)) << "others take as long as they take";
+}
+
 TEST_F(HDBSQL_Executor_Test, Hands_Every_Line_To_The_Handler) {
   script("hdbsql", {child(hana_test::test_data("hdbsql/catalog_entry.txt")),
                     child("", 191, "* 447: backup could not be completed: Backup was canceled by user\n")});

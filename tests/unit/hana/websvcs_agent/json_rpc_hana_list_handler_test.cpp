@@ -236,6 +236,17 @@ TEST_F(JSON_RPC_HANA_List_Handler_Test, Asks_Once_For_A_Known_Definition_And_Aga
   EXPECT_EQ(backupd_.asked.size(), 4U) << "for each of the instance's uses, and for the database's own";
 }
 
+TEST_F(JSON_RPC_HANA_List_Handler_Test, Waits_Once_For_A_Backupd_That_Does_Not_Answer) {
+  script("hdbsql", {child(test_data("hdbsql/databases.txt"))});
+  configure_log_backup("", "all");
+  configure_log_backup("TN1", "one");
+  for (const char* id : {"all", "one"}) backupd_.answers[id] = {false, {}, JSON_RPC_E_TIMEOUT, "no"};
+  backupd_.meanwhile = [this] { clock_.advance(std::chrono::seconds(10)); };
+  EXPECT_EQ(modes(), "SYSTEMDB=none TN1=none TN2=none");
+  EXPECT_EQ(backupd_.asked.size(), 1U);
+  EXPECT_EQ(log_.claim_containing("Failed to get job definition detail\n"), 4U) << "each that is not told";
+}
+
 TEST_F(JSON_RPC_HANA_List_Handler_Test, A_File_Counts_Only_When_Backupd_Confirms_It) {
   configure_log_backup("TN1", "id");
   const struct {
@@ -253,10 +264,10 @@ TEST_F(JSON_RPC_HANA_List_Handler_Test, A_File_Counts_Only_When_Backupd_Confirms
     backupd_.answers["id"] = row.answer;
     JSON_RPC_HANA_List_Handler::Known_Definitions known;
     EXPECT_EQ(handler_.check_log_backup_valid(conf_path("TN1"), known), row.wanted) << row.name;
-    EXPECT_EQ(known.count("id"), row.wanted ? 1U : 0U) << row.name;
+    EXPECT_EQ(known.confirmed.count("id"), row.wanted ? 1U : 0U) << row.name;
     EXPECT_EQ(log_.claim("Failed to get job definition detail\n"), row.logged) << row.name;
   }
-  JSON_RPC_HANA_List_Handler::Known_Definitions known{"id"};
+  JSON_RPC_HANA_List_Handler::Known_Definitions known{{"id"}};
   backupd_.asked.clear();
   EXPECT_TRUE(handler_.check_log_backup_valid(conf_path("TN1"), known));
   EXPECT_TRUE(backupd_.asked.empty()) << "it is known already";

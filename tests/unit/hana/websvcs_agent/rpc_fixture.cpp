@@ -37,6 +37,7 @@ std::shared_ptr<JSON_RPC_Object> object_of(const std::string& text) {
 JSON_RPC_Answer Definitions_Channel::call(const std::string& method, const json_spirit::Value& params,
                                           std::chrono::nanoseconds /*timeout*/) {
   const std::lock_guard lock(mutex_);
+  meanwhile();
   asked.push_back(method + " " + json_spirit::dump_json(params));
   std::string id;
   EXPECT_TRUE(json_spirit::object_get(params.get_obj(), "uuid", id));

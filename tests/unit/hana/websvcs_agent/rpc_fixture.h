@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -37,6 +38,7 @@ class Definitions_Channel : public Agent_Channel {
 
   std::map<std::string, JSON_RPC_Answer> answers;  ///< by definition id; an empty array for others
   std::vector<std::string> asked;                  ///< method and params, in order
+  std::function<void()> meanwhile = [] {};         ///< what happens before each answer
   void know(const std::string& id);
 
  private:
