@@ -8,8 +8,8 @@ namespace sap_hana {
 class System_Controller {
  public:
   explicit System_Controller(const std::string& sid) : sid_(sid) {}
-  /// True when the system runs with tenant databases. False, with a message, also when its configuration cannot be
-  /// read.
+  /// True when the system runs with tenant databases. With a message also when its configuration is there and cannot be
+  /// read; false, with a message, when it is not there.
   [[nodiscard]] bool is_multi_container() const;
   /// True when `name` is the system database; on a system without tenants every name is.
   [[nodiscard]] bool is_system_database(const std::string& name) const;

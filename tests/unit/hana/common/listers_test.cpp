@@ -44,6 +44,9 @@ TEST_F(HANA_Listers_Test, Tells_Systems_With_Tenants_By_Their_Configuration) {
   }
   EXPECT_FALSE(System_Controller("QQQ").is_multi_container());
   expect_error("Failed to read the configuration of HANA system QQQ");
+  root_.make_directory("/usr/sap/QQQ/SYS/global/hdb/custom/config/global.ini");
+  EXPECT_TRUE(System_Controller("QQQ").is_multi_container()) << "nobody knows, and no tenant is taken for the system";
+  expect_error("Failed to read the configuration of HANA system QQQ");
 }
 
 TEST_F(HANA_Listers_Test, Lists_Every_Installed_Instance) {
