@@ -90,6 +90,11 @@ inline constexpr char set_missing[] = "set_missing";
 inline constexpr char object_missing[] = "object_missing";
 inline constexpr char object_size[] = "object_size";
 inline constexpr char pool_unknown[] = "pool_not_looked_at";
+inline constexpr char agent_away[] = "agent_away";
+inline constexpr char target_unfit[] = "target_unfit";
+inline constexpr char master_away[] = "target_master_away";
+inline constexpr char unknown_master[] = "target_master_unknown";
+inline constexpr char not_master[] = "target_not_master";
 }  // namespace refusal
 
 /// The codes of notes.

@@ -15,9 +15,6 @@ namespace backupd {
 
 namespace {
 
-constexpr char agent_away[] = "agent_away";
-constexpr char target_unfit[] = "target_unfit";
-
 Outcome refuse(std::string message) { return Outcome::refuse(Outcome::invalid, std::move(message)); }
 
 std::string statement_of(const Restore_Plan& plan, const Restore_Wish& wish, const Restore_System& source,
@@ -45,12 +42,16 @@ struct Restore_Planning::Wish {
   Restore_System source;
   Restore_System target;
   std::string target_database;
+  std::optional<Plan_Remark> no_host;  ///< why no host of the target can restore
 
   [[nodiscard]] bool is_in_place() const {
     return source.resource_uuid == target.resource_uuid && restore.database == target_database;
   }
   [[nodiscard]] json_spirit::Object target_json() const {
     const bool system = target.is_system_database(target_database);
+    json_spirit::Array others;
+    for (const Restore_System::Host* host : target.others_to_restart(target_database))
+      others.emplace_back(json_spirit::Object{{"host_uuid", host->uuid}, {"host", host->name}});
     return {{"resource_uuid", target.resource_uuid},
             {"name", target.name},
             {"instance_name", target.instance_name},
@@ -58,6 +59,8 @@ struct Restore_Planning::Wish {
             {"database", target_database},
             {"version", target.version},
             {"host_uuid", target.host_uuid},
+            {"host", target.host_name},
+            {"other_hosts", std::move(others)},
             {"connected", target.connected},
             {"multi_container", target.multi_container},
             {"system_database", system},
@@ -74,6 +77,7 @@ struct Restore_Planning::Looks {
 Outcome Restore_Planning::read(const json_spirit::Object& body, Wish& wish) {
   json_spirit::Object target;
   std::string target_resource;
+  std::string target_host;
   Restore_Wish& restore = wish.restore;
   Body_Reader reader(body, "the wish to restore");
   reader.uuid("resource_uuid", restore.resource_uuid, Need::required);
@@ -87,6 +91,7 @@ Outcome Restore_Planning::read(const json_spirit::Object& body, Wish& wish) {
   Body_Reader target_reader(target, "the \"target\"");
   target_reader.uuid("resource_uuid", target_resource);
   target_reader.text("database", wish.target_database);
+  target_reader.uuid("host_uuid", target_host);
   if (Outcome outcome = target_reader.finish(); !outcome.ok()) return outcome;
   if (restore.time.empty() == restore.set.empty())
     return Outcome::refuse(Outcome::bad_request, "name either a \"time\" or a \"set\" to restore to");
@@ -98,6 +103,9 @@ Outcome Restore_Planning::read(const json_spirit::Object& body, Wish& wish) {
   if (target_resource.empty()) target_resource = restore.resource_uuid;
   if (Outcome outcome = wish.source.load(resources_, agents_, restore.resource_uuid); !outcome.ok()) return outcome;
   if (Outcome outcome = wish.target.load(resources_, agents_, target_resource); !outcome.ok()) return outcome;
+  if (!target_host.empty() && !wish.target.has_host(target_host))
+    return refuse("the host " + target_host + " is none of " + wish.target.name + "; name one of its hosts");
+  wish.no_host = wish.target.choose_host(agents_, target_host, wish.target_database);
   restore.ancient = wish.target.is_ancient();
   restore.now = posix_time_to_utc_text(platform::Clock::current().wall_seconds());
   return {};
@@ -107,13 +115,14 @@ void Restore_Planning::check_target(const Wish& wish, Restore_Plan& plan) const 
   const bool from_system = wish.source.is_system_database(wish.restore.database);
   const bool into_system = wish.target.is_system_database(wish.target_database);
   if (wish.source.multi_container && wish.target.multi_container && from_system != into_system)
-    plan.refusals.push_back({target_unfit,
+    plan.refusals.push_back({refusal::target_unfit,
                              "a system database goes into a system database only, and a tenant into a tenant: " +
                                  wish.restore.database + " cannot become " + wish.target_database,
                              {}});
+  if (wish.no_host) return plan.refusals.push_back(*wish.no_host);
   if (!wish.target.connected)
     plan.refusals.push_back(
-        {agent_away,
+        {refusal::agent_away,
          "the agent of the host of " + wish.target.name + " is not connected (" + wish.target.host_uuid + "); start it",
          {{"host_uuid", wish.target.host_uuid}}});
 }

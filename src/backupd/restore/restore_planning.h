@@ -23,9 +23,9 @@ class Restore_Planning {
                    Pool_Inspector& inspector)
       : database_(database), resources_(resources), pools_(pools), agents_(agents), inspector_(inspector) {}
 
-  /// `body`: {"resource_uuid", "database", "target"? {"resource_uuid"?, "database"?}, "time" or "set", "lifeline"?,
-  /// "ignore_delta"?}. `result` becomes the plan: docs/formats/restore-plan.md. A plan that is refused is an answer
-  /// too; a wish that makes no sense is not.
+  /// `body`: {"resource_uuid", "database", "target"? {"resource_uuid"?, "database"?, "host_uuid"?}, "time" or "set",
+  /// "lifeline"?, "ignore_delta"?}. `result` becomes the plan: docs/formats/restore-plan.md. A plan that is refused is
+  /// an answer too; a wish that makes no sense is not.
   [[nodiscard]] Outcome plan(const json_spirit::Object& body, json_spirit::Object& result);
 
  private:

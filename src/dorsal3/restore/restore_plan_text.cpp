@@ -80,13 +80,32 @@ void print_nearest(const json_spirit::Object& plan, const char* key, std::ostrea
       << (set.empty() ? "" : ", --set " + one_line(set)) << "\n";
 }
 
+std::string host_label(const json_spirit::Object& host) {
+  const std::string name = one_line(text_member(host, "host"));
+  const std::string uuid = one_line(text_member(host, "host_uuid"));
+  return name.empty() ? uuid : name + " (" + uuid + ")";
+}
+
+/// Empty when the server does not tell.
+std::string where_it_runs(const json_spirit::Object& target) {
+  const std::string host = host_label(target);
+  return host.empty() ? host : "It runs on the host " + host + ".";
+}
+
+std::string what_others_do(const json_spirit::Object& target) {
+  std::string others;
+  for (const auto& host : object_rows(target, "other_hosts")) others += (others.empty() ? "" : ", ") + host_label(host);
+  return others.empty() ? others : " When it is back, the other hosts of the system are restarted: " + others + ".";
+}
+
 }  // namespace
 
 std::string what_stops(const json_spirit::Object& plan) {
   const json_spirit::Object target = member(plan, "target");
   if (text_member(target, "stops") == "instance")
     return "The whole instance " + one_line(text_member(target, "name")) +
-           " is stopped meanwhile, with every database of it; tenants stay down until each is started.";
+           " is stopped meanwhile, with every database of it; tenants stay down until each is started." +
+           what_others_do(target);
   return "The database " + target_label(target) + " is stopped meanwhile.";
 }
 
@@ -109,6 +128,7 @@ void print_restore_plan(const json_spirit::Object& plan, std::ostream& out) {
       << (full ? " from a full backup" : " to " + one_line(time_for_people(text_member(plan, "time")))) << "\n";
   print_sets(plan, out);
   print_missing(plan, out);
+  if (const std::string host = where_it_runs(target); !host.empty()) out << host << "\n";
   if (!flag_member(target, "create")) out << what_stops(plan) << "\n";
   out << what_is_overwritten(plan) << "\n";
   if (const std::string statement = text_member(plan, "statement"); !statement.empty())

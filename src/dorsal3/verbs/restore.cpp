@@ -54,6 +54,7 @@ class Restore_Verb : public Verb {
     sub->add_option("--password-file", password_file_,
                     "With --create: file with the password of its user SYSTEM, which is asked for else")
         ->needs(create);
+    sub->add_option("--host", host_, "Host to restore on, by name or uuid, where nobody can tell which one it is");
     sub->add_option("--lifeline", lifeline_, "Branch of the history, by its uuid, when a time lies on several");
     sub->add_flag("--ignore-delta", ignore_delta_, "Take logs from the full backup on instead of deltas");
     auto* plan = sub->add_flag("--plan", plan_only_,
@@ -120,15 +121,18 @@ class Restore_Verb : public Verb {
       failure = {exit_usage, "usage", "name the database to restore into once: behind --into INSTANCE/ or with --as"};
       return false;
     }
-    if (!find_resource(context.server, subject.instance, source, failure)) return false;
+    if (!find_resource(context.server, subject.instance, into_.empty() ? host_ : "", source, failure)) return false;
     target_ = source;
-    if (!into_.empty() && !find_resource(context.server, into.instance, target_, failure)) return false;
+    if (!into_.empty() && !find_resource(context.server, into.instance, host_, target_, failure)) return false;
+    if (!host_.empty() && !choose_host(context.server, host_, target_, failure)) return false;
     if (!set_.empty() && !find_set(context.server, set_, set_, failure)) return false;
     std::string database = into.database.empty() ? subject.database : into.database;
     if (!as_.empty()) database = as_;
+    json_spirit::Object target{{"resource_uuid", target_.uuid}, {"database", database}};
+    if (!host_.empty()) target["host_uuid"] = target_.host_uuid;
     wish_ = {{"resource_uuid", source.uuid},
              {"database", subject.database},
-             {"target", json_spirit::Object{{"resource_uuid", target_.uuid}, {"database", database}}},
+             {"target", std::move(target)},
              {"ignore_delta", ignore_delta_}};
     if (!time.empty()) wish_["time"] = time;
     if (!set_.empty()) wish_["set"] = set_;
@@ -237,6 +241,7 @@ class Restore_Verb : public Verb {
   std::string into_;
   std::string as_;
   std::string password_file_;
+  std::string host_;
   std::string lifeline_;
   std::string confirmed_;
   bool ignore_delta_ = false;

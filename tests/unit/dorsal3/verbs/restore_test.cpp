@@ -121,6 +121,21 @@ TEST_F(Restore_Test, Sends_The_Set_And_The_Target_That_Were_Named) {
                 resource_uuid + R"(","database":"TN2"},"ignore_delta":true,"set":")" + full_uuid + "\"}");
 }
 
+TEST_F(Restore_Test, Tells_On_Which_Host_It_Runs_And_What_The_Others_Go_Through) {
+  std::string target = target_json("SYSTEMDB", "instance");
+  target.replace(target.find("\"connected\""), 0,
+                 R"("host":"hana01","other_hosts":[{"host_uuid":"h2","host":"hana02"},{"host_uuid":"h3","host":""}],)");
+  plan_is(plan_json("", target));
+  server.answer("GET /hosts", R"({"total":1,"rows":[{"uuid":"h1","name":"hana01.site"}]})");
+  ASSERT_EQ(run({"restore", "PRD_HDB00/SYSTEMDB", "--set", full_uuid, "--host", "hana01.site"}), exit_ok)
+      << error.str();
+  for (const char* wanted : {"It runs on the host hana01 (h1).\nThe whole instance PRD_HDB00 is stopped",
+                             "When it is back, the other hosts of the system are restarted: hana02 (h2), h3.\n"})
+    EXPECT_NE(out.str().find(wanted), std::string::npos) << wanted << " in\n" << out.str();
+  EXPECT_NE(json_spirit::dump_json(posted("POST /restore/plan")).find(R"("database":"SYSTEMDB","host_uuid":"h1"})"),
+            std::string::npos);
+}
+
 TEST_F(Restore_Test, Ends_By_The_Reason_Of_A_Refusal) {
   struct Row {
     const char* codes;
