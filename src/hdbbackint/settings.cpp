@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 #include "hdbbackint/protocol/tool_option.h"
 #include "scrt/uuid.h"
@@ -36,8 +37,13 @@ bool is_uuid(const std::string& text) {
 }  // namespace
 
 bool read_job_settings(const sap_hana::Backint_Backup_Job_Info& job, Job_Settings& settings, std::string& error) {
-  if (job.location.empty() || job.host_uuid.empty()) {
-    error = "the Backint job record " + job.uuid + " names no " + (job.location.empty() ? "storage pool" : "host");
+  const std::pair<const std::string&, const char*> needed[] = {{job.location, "storage pool"},
+                                                               {job.host_uuid, "host"},
+                                                               {job.landscape_id, "landscape"},
+                                                               {job.database, "database"}};
+  for (const auto& [value, what] : needed) {
+    if (!value.empty()) continue;
+    error = "the Backint job record " + job.uuid + " names no " + what;
     return false;
   }
   settings.job = job;

@@ -6,6 +6,7 @@
 #include "backupd/log_backup/ondemand_records.h"
 #include "backupd/pools/beneath.h"
 #include "platform/log.h"
+#include "records/dataset_directory.h"
 
 namespace backupd {
 
@@ -33,10 +34,23 @@ std::vector<std::string> directories_in(Pool_Storage& storage, const Pool& pool,
   return names;
 }
 
+/// The directories that may hold the backup of a record, `row` from `column` on: that of its names, and the one that it
+/// lies in when it was stored while these were written otherwise.
+void add_datasets(const Sql_Row& row, std::size_t column, std::vector<Dataset>& datasets) {
+  Dataset dataset{row.text(column), row.text(column + 1), {}, {}, row.text(column + 4)};
+  for (const auto segment : {&dataset_segment, &former_dataset_segment}) {
+    const std::string former = dataset.path();
+    dataset.landscape_id = segment(row.text(column + 2));
+    dataset.database = segment(row.text(column + 3));
+    if (dataset.path() != former) datasets.push_back(dataset);
+  }
+}
+
 }  // namespace
 
 bool Dataset::sound() const {
-  return is_uuid(host_uuid) && is_entry_name(landscape_id) && is_entry_name(database) && is_backup_id(backup_id);
+  return is_uuid(host_uuid) && is_entry_name(landscape_id) && is_entry_name(database) && is_backup_id(backup_id) &&
+         !is_cut_dataset_segment(landscape_id) && !is_cut_dataset_segment(database);
 }
 
 Outcome Sweeper::sweep_run(const std::string& job_act_id, Sweep_Result& result) {
@@ -80,7 +94,7 @@ bool Sweeper::remove_records(const std::string& job_act_id, Sweep_Result& result
         continue;
       removed.files += session.execute("DELETE FROM backint_files WHERE job_uuid = :a", {uuid});
       removed.jobs += session.execute("DELETE FROM backint_jobs WHERE uuid = :a", {uuid});
-      if (row.number(5) != 0) datasets.push_back({row.text(1), row.text(2), row.text(3), row.text(4), row.text(5)});
+      if (row.number(5) != 0) add_datasets(row, 1, datasets);
     }
     return true;
   });
@@ -92,12 +106,12 @@ bool Sweeper::remove_records(const std::string& job_act_id, Sweep_Result& result
   return true;
 }
 
-bool Sweeper::remove_empty(Sql_Session& session, const std::string& job_uuid, Dataset& dataset) {
+bool Sweeper::remove_empty(Sql_Session& session, const std::string& job_uuid, std::vector<Dataset>& datasets) {
   const auto row = session.first(
       "SELECT pool_uuid, host_uuid, landscape_id, database_name, database_backup_id FROM backint_jobs WHERE uuid = :a",
       {job_uuid}, 5);
   if (!row) return false;
-  dataset = {row->text(0), row->text(1), row->text(2), row->text(3), row->text(4)};
+  add_datasets(*row, 0, datasets);
   session.execute("DELETE FROM backint_jobs WHERE uuid = :a", {job_uuid});
   return true;
 }
@@ -105,23 +119,24 @@ bool Sweeper::remove_empty(Sql_Session& session, const std::string& job_uuid, Da
 Outcome Sweeper::sweep_abandoned(Sweep_Result& result, std::int64_t& queued) {
   Abandoned abandoned;
   std::vector<Dataset> datasets;
+  std::int64_t removed = 0;
   const bool done = database_.write([&](Sql_Session& session) {
     abandoned = find_abandoned(session);
     for (const std::string& uuid : abandoned.empty)
-      if (Dataset dataset; remove_empty(session, uuid, dataset)) datasets.push_back(dataset);
+      if (remove_empty(session, uuid, datasets)) ++removed;
     return true;
   });
   if (!done) return store_failed();
   queued = abandoned.queued;
-  result.jobs += static_cast<std::int64_t>(datasets.size());
+  result.jobs += removed;
   if (queued != 0)
     D3_INFO(
         "%q backups that HANA began by itself broke off after some of their objects were saved: these are recorded "
         "now\n",
         queued);
-  if (!datasets.empty())
+  if (removed != 0)
     D3_INFO("Removed %q Backint job records of backups that HANA began by itself and of which nothing was saved\n",
-            static_cast<std::int64_t>(datasets.size()));
+            removed);
   return sweep_datasets(datasets, result);
 }
 
@@ -171,21 +186,23 @@ void Sweeper::sweep_dataset(const Pool& pool, const Dataset& dataset, Sweep_Resu
 }
 
 bool Sweeper::is_owned(const Dataset& dataset, bool& owned) {
+  const std::string database = dataset_name(dataset.database);
+  const std::string landscape_id = dataset_name(dataset.landscape_id);
   return database_.read([&](Sql_Session& session) {
     const auto file = session.first("SELECT id FROM backint_files WHERE pool_uuid = :a AND dataset = :b LIMIT 1",
                                     {dataset.pool_uuid, dataset.path()}, 1);
     const auto job = session.first(
         "SELECT id FROM backint_jobs WHERE host_uuid = :a AND database_name = :b "
         "AND database_backup_id = :c AND landscape_id = :d AND pool_uuid = :e LIMIT 1",
-        {dataset.host_uuid, dataset.database, std::int64_t{std::strtoll(dataset.backup_id.c_str(), nullptr, 10)},
-         dataset.landscape_id, dataset.pool_uuid},
+        {dataset.host_uuid, database, std::int64_t{std::strtoll(dataset.backup_id.c_str(), nullptr, 10)}, landscape_id,
+         dataset.pool_uuid},
         1);
     // HANA's id of a backup comes into its record when its first object does, or a little later.
     const auto without_id = session.first(
         "SELECT j.id FROM backint_jobs j JOIN activities a ON a.id = j.job_act_id WHERE j.host_uuid = :a "
         "AND j.database_name = :b AND j.database_backup_id = 0 AND j.landscape_id = :c AND j.pool_uuid = :d "
         "AND j.taken = 0 AND a.ended = 0 LIMIT 1",
-        {dataset.host_uuid, dataset.database, dataset.landscape_id, dataset.pool_uuid}, 1);
+        {dataset.host_uuid, database, landscape_id, dataset.pool_uuid}, 1);
     owned = session.failed() || file || job || without_id;
   });
 }

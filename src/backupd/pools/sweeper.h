@@ -12,7 +12,8 @@
 
 namespace backupd {
 
-/// A directory on a pool that holds the objects of one backup: "<host uuid>/<landscape id>/<database>/<backup id>".
+/// A directory on a pool that holds the objects of one backup: "<host uuid>/<landscape id>/<database>/<backup id>",
+/// each of them as the directory is called (records/dataset_directory.h).
 struct Dataset {
   std::string pool_uuid;
   std::string host_uuid;
@@ -39,8 +40,9 @@ struct Sweep_Result {
 
 /// Removes what runs left behind that ended without their set: Backint job records with their files, and dataset
 /// directories that no record owns, on pools that this server serves or that lie on its own host. A directory counts
-/// only when it is four levels deep, begins with a host that this server knows, and ends with a number. One that an
-/// object is still on its way into is left, and looked at again with the next run that ends. Any thread.
+/// only when it is four levels deep, begins with a host that this server knows, and ends with a number, and when its
+/// database's name was not cut, for then nobody can tell whose it is. One that an object is still on its way into is
+/// left, and looked at again with the next run that ends. Any thread.
 class Sweeper {
  public:
   Sweeper(Database& database, Pool_Store& pools, Pool_Storage& storage, std::string own_host_uuid)
@@ -55,7 +57,7 @@ class Sweeper {
   [[nodiscard]] Outcome sweep_all(Activity_Store& activities, Sweep_Result& result);
 
  private:
-  [[nodiscard]] bool remove_empty(Sql_Session& session, const std::string& job_uuid, Dataset& dataset);
+  [[nodiscard]] bool remove_empty(Sql_Session& session, const std::string& job_uuid, std::vector<Dataset>& datasets);
   bool remove_records(const std::string& job_act_id, Sweep_Result& result, std::vector<Dataset>& datasets);
   [[nodiscard]] Outcome sweep_datasets(const std::vector<Dataset>& datasets, Sweep_Result& result);
   void sweep_dataset(const Pool& pool, const Dataset& dataset, Sweep_Result& result);

@@ -7,8 +7,9 @@
 
 namespace hdbbackint {
 
-/// Directory of one backup on its pool: "<host uuid>/<landscape id>/<database>/<backup id>", each encoded so that it is
-/// one safe segment. The backup id is HANA's, or the job's uuid while HANA has not said.
+/// Directory of one backup on its pool: "<host uuid>/<landscape id>/<database>/<backup id>", each one safe segment
+/// (records/dataset_directory.h). The backup id is HANA's, or the job's uuid while HANA has not said. The record names
+/// all of them, as read_job_settings has made sure.
 [[nodiscard]] std::string dataset_directory(const sap_hana::Backint_Backup_Job_Info& job);
 
 /// Path of one object there: "<directory>/<name>.<ebid><suffix of the method>".

@@ -62,9 +62,15 @@ TEST(Job_Settings, Malformed_Records_Are_Refused) {
   no_pool.location.clear();
   auto no_host = sound_job();
   no_host.host_uuid.clear();
+  auto no_landscape = sound_job();
+  no_landscape.landscape_id.clear();
+  auto no_database = sound_job();
+  no_database.database.clear();
   const sap_hana::Backint_Backup_Job_Info bad[] = {
       no_pool,
       no_host,
+      no_landscape,
+      no_database,
       job_with(R"({"max_seconds_retry":"soon"})"),
       job_with(R"({"max_seconds_retry":-1})"),
       job_with(R"({"resumption_buffer_size":[]})"),
@@ -115,10 +121,12 @@ TEST(Dataset_Path, Has_Four_Safe_Segments_And_A_Unique_Name) {
   job.database_backup_id = 1707397841205;
   EXPECT_EQ(object_path(job, "x_databackup_0_1", "e-1", COMPR_ZSTD),
             "host-1/land-1/TN1/1707397841205/x%5Fdatabackup%5F0%5F1.e-1.zst");
+  job.database = "T_1";
+  EXPECT_EQ(dataset_directory(job), "host-1/land-1/T_1/1707397841205") << "as a stop of the backup looks for it";
   job.database_backup_id = 0;
-  job.landscape_id.clear();
   job.database = "../A/B";
-  EXPECT_EQ(object_path(job, "..", "e-1", COMPR_NONE), std::string("host-1/_/%2E%2E%2FA%2FB/") + uuid + "/%2E%2E.e-1");
+  EXPECT_EQ(object_path(job, "..", "e-1", COMPR_NONE),
+            std::string("host-1/land-1/%2E%2E%2FA%2FB/") + uuid + "/%2E%2E.e-1");
   const std::string path = object_path(job, std::string(255, '%'), std::string(36, 'e'), COMPR_LZOP);
   EXPECT_LE(path.size() - path.rfind('/'), 255U);
 }

@@ -186,4 +186,56 @@ TEST(Sweeper, Sweeps_File_Pools_Of_Its_Own_Host_Only) {
   EXPECT_TRUE(server.root.exists("/far" + below));
 }
 
+/// Where the backups of T_1 lie, and where they lay while '_' was encoded in the names of directories.
+const std::vector<std::string> places_of_t_1 = {std::string("/pool/") + host_a + "/land-1/T_1/",
+                                                std::string("/pool/") + host_a + "/land-1/T%5F1/"};
+
+TEST(Sweeper, Removes_What_A_Run_Left_Of_A_Database_Whose_Name_Holds_An_Underscore) {
+  for (const std::string& place : places_of_t_1) {
+    Memory_Server server;
+    server.add_pool();
+    Fake_Agent agent(server, server.agent_key, obedient);
+    ASSERT_TRUE(agent.hello(host_a).ok);
+    ASSERT_TRUE(agent.call("job.report", report(3)).ok);
+    server.add_object(uuid_of(1), "ebid-1", run, "T_1");
+    server.root.write(place + "100/pipe_0", "data");
+    ASSERT_TRUE(agent.call("job.report", report(10)).ok);
+    EXPECT_FALSE(server.root.exists(place + "100")) << place;
+  }
+}
+
+TEST(Sweeper, Knows_Whose_Directory_It_Is_When_The_Name_Of_The_Database_Holds_An_Underscore) {
+  Memory_Server server;
+  server.add_pool();
+  Fake_Agent agent(server, server.agent_key, obedient);
+  ASSERT_TRUE(agent.hello(host_a).ok);
+  ASSERT_TRUE(agent.call("job.report", report(3)).ok);
+  // One that goes on without an id, one whose first object is still on its way; T_2 nobody backs up.
+  ASSERT_EQ(server.agent("POST", "/backint/jobs", job_json(uuid_of(1), run, "T_1", 0)).status, 201U);
+  ASSERT_EQ(server.agent("POST", "/backint/jobs", job_json(uuid_of(2), "", "T_3", 150)).status, 201U);
+  std::vector<std::string> kept;
+  std::vector<std::string> swept;
+  for (const std::string name : {"T_", "T%5F"}) {
+    const std::string beneath = std::string("/pool/") + host_a + "/land-1/" + name;
+    kept.insert(kept.end(), {beneath + "1/200/pipe_0", beneath + "3/150/pipe_0"});
+    swept.insert(swept.end(), {beneath + "2/200/pipe_0", beneath + "3/200/pipe_0"});
+  }
+  for (const auto* list : {&kept, &swept})
+    for (const std::string& path : *list) server.root.write(path, "data");
+  EXPECT_EQ(server.request("POST", "/retention/sweep").number_of("datasets"), 4);
+  for (const std::string& path : kept) EXPECT_TRUE(server.root.exists(path)) << path;
+  for (const std::string& path : swept) EXPECT_FALSE(server.root.exists(path)) << path;
+}
+
+TEST(Sweeper, Leaves_A_Directory_Whose_Name_Was_Cut) {
+  Memory_Server server;
+  server.add_pool();
+  Fake_Agent agent(server, server.agent_key, obedient);
+  ASSERT_TRUE(agent.hello(host_a).ok);
+  const std::string path = std::string("/pool/") + host_a + "/land-1/" + std::string(160, 'T') + "/200/pipe_0";
+  server.root.write(path, "data");
+  EXPECT_EQ(server.request("POST", "/retention/sweep").number_of("datasets"), 0);
+  EXPECT_TRUE(server.root.exists(path));
+}
+
 }  // namespace

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/clock.h"
+#include "records/dataset_directory.h"
 #include "unit/hana/job/executor_fixture.h"
 
 namespace {
@@ -147,6 +148,18 @@ TEST_F(Stop, Passes_Over_Entries_Without_A_Database) {
   expect_states("1700", {canceled()});
   EXPECT_TRUE(new_executor().stop());
   expect_stopped("TN1", "1700");
+}
+
+TEST_F(Stop, Removes_What_Is_Stored_Of_A_Database_Whose_Name_Holds_An_Underscore) {
+  set_entries({"hana/HDB00/T_1"});
+  expect_cancel("T_1", "1700");
+  expect_states("1700", {canceled()});
+  const std::string stored_as = std::string("/pool/") + backup_test::host_uuid + "/" + dataset_segment(landscape_id) +
+                                "/" + dataset_segment("T_1") + "/1700";
+  root_.write(stored_as + "/databackup_0_1", "data");
+  EXPECT_TRUE(new_executor().stop());
+  EXPECT_FALSE(root_.exists(stored_as));
+  expect_stopped("T_1", "1700");
 }
 
 TEST_F(Stop, That_Finds_No_Running_Backup_Fails_And_Cancels_Nothing) {
