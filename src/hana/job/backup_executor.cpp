@@ -12,6 +12,7 @@
 #include "job/job_definition.h"
 #include "job/job_mutex.h"
 #include "job/job_thread_helper.h"
+#include "platform/file_lock.h"
 #include "platform/log.h"
 #include "scrt/loose_version.h"
 
@@ -116,7 +117,11 @@ bool Backup_Executor::store_backint_record(const std::string& uuid, const std::s
 
 bool Backup_Executor::start_tenant(const std::string& database) {
   if (!mdc_ || database == system_database_name) return true;
-  if (Tenant_Database_Controller(hdbsql_).start(database)) return true;
+  // A restore of the database must neither find it started nor have it started under its hands: its end is waited for.
+  platform::File_Lock lock(database_restore_lock(sid_, database));
+  const bool locked = lock.acquire();
+  if (!locked) D3_ERROR("Failed to lock database '%C' against restores of it: %m\n", database.c_str());
+  if (locked && Tenant_Database_Controller(hdbsql_).start(database)) return true;
   raise_alert(ALERT_START_TENANT, ALERT_FLAGS_NONE, {{"database", database}});
   D3_ERROR("Failed to start tenant database '%s' in '%s'\n", database.c_str(), instance_name_.c_str());
   return false;

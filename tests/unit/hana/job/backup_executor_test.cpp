@@ -1,6 +1,7 @@
 // A whole data backup, from the job's lock to the last committed set.
 
 #include <atomic>
+#include <chrono>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -9,6 +10,7 @@
 
 #include "job/job_mutex.h"
 #include "platform/clock.h"
+#include "platform/file_lock.h"
 #include "unit/hana/job/executor_fixture.h"
 #include "unit/job/faults.h"
 
@@ -28,6 +30,10 @@ class Data_Backup : public backup_test::Executor_Test {
 
   static constexpr const char* tail = " USING BACKINT('<uuid>') TOOLOPTION 'job_uuid=<uuid>;'";
   static constexpr ACE_UINT64 backup_id = 1700;
+  /// Only a broken lock waits that long.
+  static constexpr std::chrono::seconds real_limit{20};
+  static constexpr const char* restore_lock = "/var/opt/tarvex/dorsal3/agent/lock/restore_HDB_TN1";
+  static constexpr const char* status_sql = "select ACTIVE_STATUS from SYS.M_DATABASES where DATABASE_NAME='TN1'";
 
   static std::string progress_sql(const std::string& database) {
     return "select TO_VARCHAR(UTC_START_TIME, 'YYYY-MM-DD HH24:MI:SS') as START_TIME, BACKUP_SIZE,TRANSFERRED_SIZE "
@@ -421,6 +427,56 @@ TEST_F(Data_Backup, Raises_Alert_3_With_The_Name_When_A_Tenant_Cannot_Be_Started
   hdbsql_.expect("select ACTIVE_STATUS from SYS.M_DATABASES where DATABASE_NAME='TN1'", table("ACTIVE_STATUS", {}));
   expect_failure({R"(7/3 0 1 {"database":"TN1"})"}, "Failed to start tenant database 'TN1' in 'HDB00'\n");
   expect_error_with("has no database 'TN1'");
+}
+
+TEST_F(Data_Backup, Starts_A_Tenant_Only_When_A_Restore_Has_Let_Go_Of_It) {
+  set_subtype(JOB_DEFINITION_SUBTYPE_INCREMENTAL);
+  set_entries({"hana/HDB00/TN1"});
+  platform::Wait_Event begun;
+  Sql_Answer no_full = table("BACKUP_ID", {});
+  no_full.before = [&] { begun.set(); };
+  hdbsql_.expect(full_sql("TN1"), no_full);
+  platform::File_Lock restore(restore_lock);
+  ASSERT_TRUE(restore.acquire());
+  std::atomic<bool> restored{false};
+  bool too_early = false;
+  Sql_Answer status = table("ACTIVE_STATUS", {"\"NO\""});
+  status.before = [&] { too_early = !restored; };
+  hdbsql_.expect(status_sql, status);
+  bool locked = false;
+  Sql_Answer start = refused();
+  start.before = [&] { locked = root_.exists(restore_lock); };
+  hdbsql_.expect("ALTER SYSTEM START DATABASE TN1", start);
+  std::thread backup(
+      [&] { expect_failure({R"(7/3 0 1 {"database":"TN1"})"}, "Failed to start tenant database 'TN1' in 'HDB00'\n"); });
+  EXPECT_TRUE(begun.wait_real(real_limit));
+  restored = true;
+  restore.release();
+  backup.join();
+  EXPECT_FALSE(too_early);
+  EXPECT_TRUE(locked);
+  EXPECT_FALSE(root_.exists(restore_lock)) << "let go before the backup begins";
+  log_.claim_all();
+}
+
+TEST_F(Data_Backup, Raises_Alert_3_When_The_Lock_Of_A_Tenant_Cannot_Be_Had) {
+  set_entries({"hana/HDB00/TN1"});
+  root_.write("/var/opt/tarvex/dorsal3/agent/lock", "a file where the directory should be");
+  expect_failure({R"(7/3 0 1 {"database":"TN1"})"}, "Failed to start tenant database 'TN1' in 'HDB00'\n");
+  expect_error_with("Failed to lock database 'TN1' against restores of it: ");
+}
+
+TEST_F(Data_Backup, Holds_No_Lock_Of_A_Tenant_While_It_Is_Backed_Up) {
+  set_entries({"hana/HDB00/TN1"});
+  let_backint_store(backup_id);
+  expect_tenant_start("TN1");
+  bool locked = true;
+  Sql_Answer answer = refused();
+  answer.before = [&] { locked = root_.exists(restore_lock); };
+  expect_cmd("TN1", std::string("BACKUP DATA  FOR TN1") + tail, answer);
+  expect_failure({"7/8 0 1 {}"}, "Failed to execute backup\n");
+  EXPECT_FALSE(locked);
+  log_.claim_all();
 }
 
 TEST_F(Data_Backup, Fails_For_A_Definition_Of_No_Kind) {
