@@ -34,8 +34,9 @@ void add_set(const std::string& indent, const json_spirit::Object& set, Text_Tab
   const std::uint64_t stored = number_member(set, "stored_size");
   table.add({indent + one_line(text_member(set, "type")) + " " + one_line(text_member(set, "short_id")),
              text_member(set, "database_backup_id"), one_line(text_member(set, "start_time")),
-             one_line(text_member(set, "last_time")), format_bytes(source), format_bytes(stored),
-             format_ratio(source, stored), one_line(state_text(set)), one_line(note_text(set))});
+             one_line(end_of_backup(text_member(set, "start_time"), text_member(set, "last_time"))),
+             format_bytes(source), format_bytes(stored), format_ratio(source, stored), one_line(state_text(set)),
+             one_line(note_text(set))});
 }
 
 void add_chain(const json_spirit::Object& chain, Text_Table& table) {

@@ -115,7 +115,8 @@ void print_log_chain(const json_spirit::Object& database, std::ostream& out) {
   const json_spirit::Object full = object_member(database, "full");
   if (!full.empty())
     out << indent << "newest full backup: " << one_line(text_member(full, "short_id")) << ", "
-        << one_line(text_member(full, "start_time")) << " to " << one_line(text_member(full, "last_time")) << "\n";
+        << one_line(text_member(full, "start_time")) << " to "
+        << one_line(end_of_backup(text_member(full, "start_time"), text_member(full, "last_time"))) << "\n";
   const std::string time = one_line(text_member(database, "newest_recoverable_time"));
   out << indent << "newest recoverable time (UTC): " << (time.empty() ? "none" : time) << "\n";
   const json_spirit::Object catalog = object_member(database, "catalog");

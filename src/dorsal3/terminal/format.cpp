@@ -63,6 +63,11 @@ std::string format_ratio(std::uint64_t source_bytes, std::uint64_t stored_bytes)
   return text.data();
 }
 
+std::string end_of_backup(const std::string& begin, const std::string& end) {
+  // Times of one form and zone: as texts they come in their order.
+  return end.empty() || begin.size() != end.size() ? end : std::max(begin, end);
+}
+
 std::string one_line(const std::string& text) {
   std::string clean = text;
   while (!clean.empty() && (clean.back() == '\n' || clean.back() == '\r')) clean.pop_back();

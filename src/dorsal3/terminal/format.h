@@ -15,6 +15,9 @@ namespace dorsal3 {
 [[nodiscard]] std::string format_span(std::chrono::seconds span);
 /// "2.5x"; "-" when nothing was stored.
 [[nodiscard]] std::string format_ratio(std::uint64_t source_bytes, std::uint64_t stored_bytes);
+/// When a backup ended, for people. Its begin is recorded as the second behind that in which HANA began, so that the
+/// recorded end of a backup shorter than that lies before it: such a one ends when it begins.
+[[nodiscard]] std::string end_of_backup(const std::string& begin, const std::string& end);
 /// Text from another program on one line: control characters become '?', so that no terminal is steered by it.
 [[nodiscard]] std::string one_line(const std::string& text);
 

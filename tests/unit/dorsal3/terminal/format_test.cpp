@@ -38,6 +38,13 @@ TEST(Format, Ratio_Of_Nothing_Stored_Is_A_Dash) {
   EXPECT_EQ(format_ratio(250, 100), "2.5x");
 }
 
+TEST(Format, No_Backup_Ends_Before_It_Begins) {
+  EXPECT_EQ(end_of_backup("2026-11-21 08:00:01", "2026-11-21 08:00:05"), "2026-11-21 08:00:05");
+  EXPECT_EQ(end_of_backup("2026-11-21 08:00:01", "2026-11-21 08:00:00"), "2026-11-21 08:00:01");
+  EXPECT_EQ(end_of_backup("2026-11-21 08:00:01", ""), "") << "it is not known";
+  EXPECT_EQ(end_of_backup("", "2026-11-21 08:00:00"), "2026-11-21 08:00:00");
+}
+
 TEST(Format, Foreign_Text_Cannot_Steer_The_Terminal) {
   EXPECT_EQ(one_line("a\033[2Jb\nc\n"), "a?[2Jb?c");
   EXPECT_EQ(one_line("Zürich"), "Zürich");
