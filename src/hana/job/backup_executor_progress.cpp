@@ -52,7 +52,13 @@ struct Columns {
   }
 };
 
-/// Adds up the rows that began at `since` or later. False for a table that lacks a number.
+/// 0 for what is no number, as NULL: a service that has told no size yet does not hide the others'.
+ACE_UINT64 number_in(const std::string& text) {
+  ACE_UINT64 number = 0;
+  return parse_uint64(text, number) ? number : 0;
+}
+
+/// Adds up the rows that began at `since` or later. False for a table without these columns.
 bool sum_sizes(const Table& table, std::time_t since, ACE_UINT64& backup_size, ACE_UINT64& transferred_size) {
   Columns columns;
   if (!columns.find(table.get_key())) return false;
@@ -60,12 +66,8 @@ bool sum_sizes(const Table& table, std::time_t since, ACE_UINT64& backup_size, A
     if (!columns.fit(row)) return false;
     std::time_t start = 0;
     if (!iso8601_to_posix_time(row[columns.start_time].c_str(), start) || start < since) continue;
-    ACE_UINT64 size = 0;
-    ACE_UINT64 transferred = 0;
-    if (!parse_uint64(row[columns.backup_size], size)) return false;
-    if (!parse_uint64(row[columns.transferred_size], transferred)) return false;
-    backup_size += size;
-    transferred_size += transferred;
+    backup_size += number_in(row[columns.backup_size]);
+    transferred_size += number_in(row[columns.transferred_size]);
   }
   return true;
 }

@@ -160,6 +160,17 @@ TEST_F(Backup_Progress, Tells_No_Sizes_When_One_Is_Missing) {
   EXPECT_TRUE(clock_.sleeps().empty());
 }
 
+TEST_F(Backup_Progress, Adds_Up_What_Services_Tell_Beside_One_That_Tells_Nothing_Yet) {
+  const std::string now(now_text);
+  hdbsql_.expect(tenant_sql, table(header, {now + ",1000,10", now + ",?,?", now + ",500,5"}));
+  Executor& executor = ready_executor();
+  ACE_UINT64 size = 0;
+  ACE_UINT64 transferred = 0;
+  EXPECT_TRUE(executor.get_backup_size("TN1", size, transferred, since));
+  EXPECT_EQ(size, 1500U);
+  EXPECT_EQ(transferred, 15U);
+}
+
 TEST_F(Backup_Progress, Does_Not_Try_A_Refused_Look_Again) {
   hdbsql_.expect(tenant_sql, backup_test::refused());
   ACE_UINT64 size = 0;
