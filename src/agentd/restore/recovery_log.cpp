@@ -13,6 +13,7 @@ namespace agentd {
 namespace {
 
 constexpr std::size_t time_length = 25;
+constexpr int words_to_id = 3;
 constexpr std::size_t largest_log_bytes = std::size_t{64} << 20;
 constexpr std::string_view component = " RECOVERY ";
 constexpr std::string_view begin_text = "RECOVER DATA started";
@@ -28,6 +29,17 @@ std::string utc_of(std::string_view zoned) {
                                                                                           : std::string();
 }
 
+/// Before the component stand the time, the process, the id and the level.
+std::string id_of(std::string_view head) {
+  std::string_view word;
+  for (int i = 0; i < words_to_id; ++i) {
+    head.remove_prefix(std::min(head.find_first_not_of(' '), head.size()));
+    word = head.substr(0, head.find(' '));
+    head.remove_prefix(word.size());
+  }
+  return std::string(word);
+}
+
 void take_line(std::string_view line, std::optional<Logged_Recovery>& recovery) {
   const std::size_t at = line.find(component);
   if (at == std::string_view::npos || at < time_length) return;
@@ -35,6 +47,7 @@ void take_line(std::string_view line, std::optional<Logged_Recovery>& recovery) 
   if (text.starts_with(begin_text)) {
     recovery.emplace();
     recovery->started = utc_of(line);
+    recovery->id = id_of(line.substr(0, at));
   } else if (recovery && text.starts_with(command_text)) {
     recovery->command = text.substr(command_text.size());
   } else if (recovery && text.starts_with(end_text)) {
@@ -94,6 +107,7 @@ JSON_RPC_Answer tell_last_recovery(const json_spirit::Object& params) {
   answer.ok = true;
   json_spirit::Object result{{"found", recovery.has_value()}};
   if (recovery) {
+    result["id"] = recovery->id;
     result["started"] = recovery->started;
     result["command"] = recovery->command;
     result["ended"] = recovery->ended;

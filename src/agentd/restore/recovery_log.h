@@ -11,6 +11,7 @@ namespace agentd {
 
 /// What HANA's backup.log says of one recovery. Times are UTC.
 struct Logged_Recovery {
+  std::string id;  ///< HANA's own of it: no two recoveries of a database share one
   std::string started;
   std::string command;  ///< the statement
   std::string ended;    ///< empty while it goes on
@@ -23,7 +24,7 @@ struct Logged_Recovery {
 [[nodiscard]] std::optional<Logged_Recovery> last_recovery(std::string_view text);
 
 /// The request "instance.recovery" {"name", "database"}: the last recovery of a database of an instance of this host,
-/// by HANA's backup.log; an empty database, and "SYSTEMDB", are the system's. The result is {"found", "started",
+/// by HANA's backup.log; an empty database, and "SYSTEMDB", are the system's. The result is {"found", "id", "started",
 /// "command", "ended", "successful", "reached_time", "message"}.
 [[nodiscard]] JSON_RPC_Answer tell_last_recovery(const json_spirit::Object& params);
 

@@ -19,6 +19,9 @@ json_spirit::Object target_of(const json_spirit::Object& plan) {
   return target;
 }
 
+/// HANA may write a statement down without its end.
+std::string statement_of(const std::string& text) { return text.substr(0, text.find_last_not_of("; ") + 1); }
+
 std::string going_on(const std::string& job) { return "; the restore goes on, follow it with: dorsal3 jobs " + job; }
 
 std::string state_text(const json_spirit::Object& record) {
@@ -43,11 +46,13 @@ Outcome Restore_Run::run() {
   Failure failure;
   std::string job;
   json_spirit::Object record;
+  before_known_ = ask_log(before_, failure);
   if (!start(job, failure) || !follow(job, record, failure)) return Outcome::failed(std::move(failure));
   Outcome outcome;
   outcome.model["job"] = job;
+  begun_ = text_member(record, "start_time");
   judge(record, outcome);
-  if (outcome.exit_code == exit_ok) compare_times(outcome);
+  if (outcome.exit_code == exit_ok) compare_with_log(outcome);
   return outcome;
 }
 
@@ -99,37 +104,61 @@ void Restore_Run::judge(const json_spirit::Object& record, Outcome& outcome) {
   outcome.exit_code = done ? exit_ok : exit_failed;
 }
 
-json_spirit::Object Restore_Run::logged_recovery(std::string& why_not) {
+bool Restore_Run::ask_log(json_spirit::Object& said, Failure& failure) {
   const json_spirit::Object target = target_of(plan_);
   const bool tenant = !flag_member(target, "system_database");
   Resource resource;
   resource.host_uuid = text_member(target, "host_uuid");
-  json_spirit::Object said;
-  Failure failure;
-  if (!call_agent(context_.server, resource, recovery_method,
-                  {{"name", text_member(target, "name")}, {"database", tenant ? text_member(target, "database") : ""}},
-                  said, failure)) {
-    why_not = failure.message;
-    return {};
-  }
-  if (text_member(said, "command") == text_member(plan_, "statement")) return said;
-  why_not = "the last recovery in it is another one: " + text_member(said, "command");
-  return {};
+  return call_agent(
+      context_.server, resource, recovery_method,
+      {{"name", text_member(target, "name")}, {"database", tenant ? text_member(target, "database") : ""}}, said,
+      failure);
 }
 
-void Restore_Run::compare_times(Outcome& outcome) {
-  const std::string wanted = time_to_reach(plan_);
-  if (wanted.empty()) return;
+/// What the log said before tells best, for no two clocks are compared then, and two recoveries may begin within a
+/// second. Else HANA writes down the time of the host, and the run's begin is the agent's there.
+bool Restore_Run::is_new(const json_spirit::Object& said) const {
+  const std::string started = text_member(said, "started");
+  if (!before_known_) return started >= begun_;
+  if (!flag_member(before_, "found")) return true;
+  const std::string id = text_member(said, "id");
+  const std::string old_id = text_member(before_, "id");
+  return id.empty() || old_id.empty() ? started > text_member(before_, "started") : id != old_id;
+}
+
+json_spirit::Object Restore_Run::logged_recovery(std::string& why_not) {
+  json_spirit::Object said;
+  Failure failure;
+  if (!ask_log(said, failure)) {
+    why_not = "HANA's log could not be read: " + failure.message;
+    return {};
+  }
+  const std::string command = text_member(said, "command");
+  if (!flag_member(said, "found") || !is_new(said))
+    why_not = "HANA's log shows no such recovery";
+  else if (statement_of(command) != statement_of(text_member(plan_, "statement")))
+    why_not = "HANA's log shows no such recovery, the last one in it is another one: " + command;
+  else if (!flag_member(said, "successful"))
+    why_not = text_member(said, "ended").empty() ? "HANA's log does not show the end of the recovery"
+                                                 : "HANA's log says: " + text_member(said, "message");
+  return why_not.empty() ? said : json_spirit::Object();
+}
+
+void Restore_Run::compare_with_log(Outcome& outcome) {
   std::string why_not;
-  const std::string reached = text_member(logged_recovery(why_not), "reached_time");
-  outcome.model["wanted_time"] = wanted;
-  if (reached.empty()) {
+  const json_spirit::Object said = logged_recovery(why_not);
+  const std::string wanted = time_to_reach(plan_);
+  const std::string reached = text_member(said, "reached_time");
+  if (!wanted.empty()) outcome.model["wanted_time"] = wanted;
+  if (why_not.empty() && !wanted.empty() && reached.empty()) why_not = "HANA's log does not tell how far it has come";
+  if (!why_not.empty()) {
     outcome.exit_code = exit_failed;
-    outcome.model["result"] = "The restore ended, but how far HANA has come could not be read" +
-                              (why_not.empty() ? "" : " (" + why_not + ")") +
-                              "; look for \"reached timestamp\" in HANA's backup.log.";
+    outcome.model["result"] =
+        "The restore ended, but " + why_not +
+        ". Whether the database is as wanted is not known; look for RECOVERY in HANA's backup.log.";
     return;
   }
+  if (wanted.empty()) return;
   outcome.model["reached_time"] = reached;
   if (reached >= wanted) {
     outcome.model["result"] = "The restore is complete; HANA has reached " + time_for_people(reached) + ".";

@@ -28,6 +28,7 @@ TEST(Recovery_Log, Tells_The_Last_Recovery_In_UTC_Whatever_The_Zone) {
     const auto recovery = last_recovery(two_recoveries);
     ASSERT_TRUE(recovery);
     EXPECT_EQ(recovery->started, "2026-11-20 09:00:00");
+    EXPECT_EQ(recovery->id, "16a65edcba5");
     EXPECT_EQ(recovery->ended, "2026-11-20 09:00:09");
     EXPECT_EQ(recovery->reached_time, "2026-11-20 08:14:58");
     EXPECT_EQ(recovery->command, "RECOVER DATABASE FOR TN1 UNTIL TIMESTAMP '2026-11-20 08:15:00' CLEAR LOG");

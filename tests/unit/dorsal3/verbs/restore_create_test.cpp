@@ -46,11 +46,14 @@ class Restore_Create_Test : public Command_Fixture {
     server.forget("POST /restore/plan");
     server.answer("POST /restore/plan", plan_json(target, refusals));
   }
-  /// What the agent says, in turn: the list of databases, then to the creation.
+  /// What the agent says, in turn: the list of databases, to the creation, of the last recovery before and behind it.
   void agent_says(const std::string& creation, unsigned status = 200) {
     server.forget("POST /agents/h1/call");
     server.answer("POST /agents/h1/call", databases_answer);
     server.answer("POST /agents/h1/call", creation, status);
+    server.answer("POST /agents/h1/call", R"({"found":false})");
+    server.answer("POST /agents/h1/call",
+                  std::string(R"({"found":true,"successful":true,"command":")") + statement + "\"}");
   }
   /// A restore runs as a1 and ends so.
   void let_restore(const std::string& record) {

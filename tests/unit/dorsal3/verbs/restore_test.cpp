@@ -61,9 +61,12 @@ constexpr const char* failed =
     R"({"id":"a1","state":10,"state_name":"error","progress":0,"host_uuid":"h1","log":[{"priority":128,"text":"Failed to restore tenant database\n"}]})";
 
 std::string recovery(const char* reached, const std::string& command = statement) {
-  return R"({"found":true,"started":"2026-11-22 02:00:00","command":")" + command +
+  return R"({"found":true,"id":"2","started":"2026-11-22 02:00:00","command":")" + command +
          R"(","ended":"2026-11-22 02:00:09","successful":true,"reached_time":")" + reached + "\"}";
 }
+
+constexpr const char* full_statement = "RECOVER DATA FOR TN1 USING BACKUP_ID 1 USING CATALOG BACKINT CLEAR LOG;";
+constexpr const char* no_recovery = R"({"found":false})";
 
 class Restore_Test : public Command_Fixture {
  protected:
@@ -84,14 +87,18 @@ class Restore_Test : public Command_Fixture {
     return value.get_obj();
   }
   /// Restores may start as run a1; a first try tells the definition's id.
-  void let_run(const std::vector<std::string>& arguments, const std::string& record,
-               const std::string& recovery_answer) {
+  void let_run(const std::vector<std::string>& arguments, const std::string& record, const std::string& recovery_answer,
+               const std::string& former_recovery = no_recovery) {
     server.answer("POST /job-definitions", "{}");
     server.answer("GET /jobs/a1", record);
     EXPECT_EQ(run(arguments), exit_not_found);
     server.answer("POST /job-definitions/" + definition_id() + "/start", R"({"job_act_id":"a1"})");
     server.forget("POST /agents/h1/call");
     server.answer("POST /agents/h1/call", databases_answer);
+    if (former_recovery.empty())
+      server.answer("POST /agents/h1/call", R"({"error":{"code":"invalid","message":"a hung mount"}})", 422);
+    else
+      server.answer("POST /agents/h1/call", former_recovery);
     server.answer("POST /agents/h1/call", recovery_answer);
   }
   const std::vector<std::string> confirmed_{"restore", "PRD_HDB00/TN1", "--to", "2026-11-20 08:15:00",
@@ -238,7 +245,63 @@ TEST_F(Restore_Test, Does_Not_Take_Another_Recovery_For_Its_Own) {
   plan_is(plan_json());
   let_run(confirmed_, completed, recovery("2026-11-20 08:15:00", "RECOVER DATA FOR TN1 CLEAR LOG;"));
   EXPECT_EQ(run(confirmed_), exit_failed);
-  EXPECT_NE(out.str().find("how far HANA has come could not be read"), std::string::npos) << out.str();
+  EXPECT_NE(out.str().find("HANA's log shows no such recovery, the last one in it is another one: RECOVER DATA"),
+            std::string::npos)
+      << out.str();
+}
+
+/// The plan of a full backup alone, by its time.
+std::string full_plan() {
+  std::string plan = plan_json("", target_json(), "present", "full");
+  plan.replace(plan.find(statement), std::string(statement).size(), full_statement);
+  return plan;
+}
+
+TEST_F(Restore_Test, A_Full_Restore_Is_Complete_When_HANA_Has_Recovered_In_This_Run) {
+  struct Row {
+    const char* name;
+    std::string before;  ///< empty: HANA's log could not be read then
+    std::string after;
+    const char* start_time;
+    const char* wanted;
+  };
+  const std::string good = recovery("", full_statement);
+  // HANA may log a statement without its end.
+  const std::string open_end = recovery("", "RECOVER DATA FOR TN1 USING BACKUP_ID 1 USING CATALOG BACKINT CLEAR LOG");
+  const std::string of_old_agent = R"({"found":true,"started":"2026-11-22 02:00:00","command":")" +
+                                   std::string(full_statement) +
+                                   R"(","ended":"2026-11-22 02:00:05","successful":true,"reached_time":""})";
+  std::string same_second = good;
+  same_second.replace(same_second.find(R"("id":"2")"), 8, R"("id":"1")");
+  std::string bad = good;
+  bad.replace(bad.find(R"("successful":true)"), 17,
+              R"("successful":false,"message":"RECOVER DATA finished with error")");
+  std::string going_on = bad;
+  going_on.replace(going_on.find("2026-11-22 02:00:09"), 19, "");
+  const char* const complete = "The restore is complete.";
+  const char* const none = "HANA's log shows no such recovery. ";
+  for (const Row& row :
+       {Row{"the first one", no_recovery, good, "", complete},
+        Row{"without its end", no_recovery, open_end, "", complete},
+        Row{"a second one within a second", same_second, good, "", complete},
+        Row{"none", no_recovery, no_recovery, "", none}, Row{"the one before", good, good, "", none},
+        Row{"the one before, of an older agent", of_old_agent, of_old_agent, "", none},
+        Row{"one that failed", no_recovery, bad, "", "HANA's log says: RECOVER DATA finished with error"},
+        Row{"one that goes on", no_recovery, going_on, "", "does not show the end"},
+        Row{"nothing known, begun before", "", good, "2026-11-22 02:00:00", complete},
+        Row{"nothing known, begun later", "", good, "2026-11-22 02:00:01", none}}) {
+    plan_is(full_plan());
+    server.forget("GET /jobs/a1");
+    std::string record = completed;
+    record.insert(record.size() - 1, std::string(R"(,"start_time":")") + row.start_time + "\"");
+    server.forget("POST /job-definitions");
+    server.forget("POST /agents/h1/call");
+    server.answer("POST /agents/h1/call", databases_answer);
+    let_run(confirmed_, record, row.after, row.before);
+    EXPECT_EQ(run(confirmed_), row.wanted == complete ? exit_ok : exit_failed) << row.name;
+    EXPECT_NE(out.str().find(row.wanted), std::string::npos) << row.name << ": " << out.str();
+    server.forget("POST /job-definitions/" + definition_id() + "/start");
+  }
 }
 
 TEST_F(Restore_Test, Tells_Why_A_Restore_Failed) {
