@@ -13,13 +13,15 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr const char* hdbbackint_log = "/var/opt/tarvex/dorsal3/agent/hdbbackint.log";
 constexpr const char* link_path = "/usr/sap/HDB/SYS/global/hdb/opt/hdbbackint";
 
 class Bad_Days : public System_Fixture {
  protected:
   /// A backup that fails with these alerts and this text in the agent's log.
-  void expect_failure(const std::vector<std::string>& wanted_alerts, const std::string& log_text) {
-    const Tool_Result result = backup(std::string(instance) + "/TN1");
+  void expect_failure(const std::vector<std::string>& wanted_alerts, const std::string& log_text,
+                      const std::string& database = "TN1") {
+    const Tool_Result result = backup(std::string(instance) + "/" + database);
     EXPECT_EQ(result.code, 1) << result.out << result.err;
     EXPECT_EQ(text_of(result.json(), "state"), "error") << result.out;
     EXPECT_TRUE(eventually([&] { return alerts() == wanted_alerts; })) << ::testing::PrintToString(alerts());
@@ -121,6 +123,24 @@ TEST_F(Bad_Days, An_Unknown_Database_Fails_With_Its_Name) {
   EXPECT_EQ(result.code, 1) << result.out;
   EXPECT_TRUE(eventually([&] { return alerts() == std::vector<std::string>{"7/3"}; }))
       << ::testing::PrintToString(alerts());
+}
+
+TEST_F(Bad_Days, A_System_That_Does_Not_Tell_Of_Its_Tenants_Has_None_Taken_For_Another) {
+  start_all({.tenants = {"TN1", "TN2"}});
+  const std::string path = real("/usr/sap/HDB/SYS/global/hdb/custom/config/global.ini");
+  const std::string whole = slurp(path);
+  std::string without = whole;
+  const std::size_t mode = without.find("mode = multidb");
+  ASSERT_NE(mode, std::string::npos) << whole;
+  without.erase(mode, without.find('\n', mode) - mode);
+  std::ofstream(path) << without;
+  // HANA is asked as a system without tenants is, and backs up the one that answers there: the first tenant.
+  expect_failure({"7/8"}, "Failed to execute backup", "TN2");
+  EXPECT_NE(slurp(real(hdbbackint_log)).find("is for database TN2, but HANA backs up TN1"), std::string::npos);
+  const Rest_Answer records = rest("GET", "/backint/jobs");
+  EXPECT_NE(records.body.find("\"total\":0"), std::string::npos) << records.body;
+  std::ofstream(path) << whole;
+  EXPECT_EQ(backup(std::string(instance) + "/TN2").code, 0);
 }
 
 TEST_F(Bad_Days, Database_Names_That_Are_No_Plain_Identifiers_Are_Refused) {

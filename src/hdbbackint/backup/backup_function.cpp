@@ -1,6 +1,7 @@
 #include "hdbbackint/backup/backup_function.h"
 
 #include "hdbbackint/backup/object_saver.h"
+#include "hdbbackint/backup/ondemand_configuration.h"
 #include "hdbbackint/backup/ondemand_job.h"
 #include "hdbbackint/console.h"
 #include "hdbbackint/parallel_objects.h"
@@ -36,6 +37,34 @@ bool is_ondemand(const Call& call, std::string& error) {
   return true;
 }
 
+/// The database that HANA is backing up, by the user of the call or else by the place of its pipes. Empty where neither
+/// tells: in a system without tenants, and where an old HANA makes its pipes elsewhere.
+std::string database_of(const Call& call) {
+  if (!call.user.database.empty()) return call.user.database;
+  for (const Request_Entry& entry : call.request.entries) {
+    Object_Owner owner;
+    if (find_object_owner(entry.name, owner) && owner.database != owner.sid) return owner.database;
+  }
+  return {};
+}
+
+/// The record says for whom the objects are stored. One that another database's data went to would pass for a backup of
+/// its own and could be restored as such.
+bool is_of_record(const Call& call, const sap_hana::Backint_Backup_Job_Info& job, std::string& error) {
+  const std::string record = "the Backint job record " + job.uuid;
+  if (!call.user.sid.empty() && !job.sid.empty() && call.user.sid != job.sid) {
+    error = record + " belongs to system " + job.sid + ", not to " + call.command.user;
+    return false;
+  }
+  const std::string database = database_of(call);
+  if (database.empty() || job.database.empty() || database == job.database) return true;
+  error = record + " is for database " + job.database + ", but HANA backs up " + database +
+          ": nothing is stored; look whether \"mode\" in the section [multidb] of the system's global.ini can be read "
+          "and is "
+          "right, and run the backup again";
+  return false;
+}
+
 bool read_settings(const Call& call, const std::string& uuid, Job_Settings& settings, std::string& error) {
   const Cause_Capture cause;
   sap_hana::Backint_Backup_Job_Info job;
@@ -43,11 +72,7 @@ bool read_settings(const Call& call, const std::string& uuid, Job_Settings& sett
     error = "cannot read the Backint job record " + uuid + ": " + cause.text();
     return false;
   }
-  if (!call.user.sid.empty() && !job.sid.empty() && call.user.sid != job.sid) {
-    error = "the Backint job record " + uuid + " belongs to system " + job.sid + ", not to " + call.command.user;
-    return false;
-  }
-  return read_job_settings(job, settings, error);
+  return is_of_record(call, job, error) && read_job_settings(job, settings, error);
 }
 
 /// Tells backupd which backup of HANA the job became, before its first object is stored.

@@ -140,6 +140,42 @@ TEST_F(Backup, Log_Backup_Is_Refused_With_One_Clear_Line) {
   EXPECT_EQ(log_.claim_containing("on-demand log backup is not set up for database TN1@HDB"), 1U);
 }
 
+TEST_F(Backup, Of_Another_Database_Than_That_Of_The_Record_Is_Refused_Before_Anything_Is_Stored) {
+  const std::string pipe = make_pipe(object_name("1_1"));
+  const std::string option = "#TOOLOPTION \"job_uuid=" + std::string(job_uuid) + ";\"\n";
+  const std::string of_system = "/usr/sap/HDB/SYS/global/hdb/backint/SYSTEMDB/" + object_name("1_1");
+  const struct {
+    const char* user;
+    std::string object;
+    const char* other;
+  } rows[] = {{"SYSTEMDB@HDB", pipe, "SYSTEMDB"}, {"TN2@HDB", pipe, "TN2"}, {"HDB", of_system, "SYSTEMDB"}};
+  for (const auto& row : rows) {
+    const Outcome outcome = call("backup", option + "#PIPE " + row.object, {"-s", "100"}, row.user);
+    EXPECT_EQ(outcome.exit_code, 1) << row.user;
+    EXPECT_EQ(outcome.answers, std::vector<std::string>{"#ERROR \"" + row.object + "\""});
+    EXPECT_EQ(log_.claim_containing("is for database TN1, but HANA backs up " + std::string(row.other)), 1U);
+  }
+  EXPECT_TRUE(stored().empty());
+  save(object_name("2_1"), "the record still knows no backup id", {"-s", "200"});
+}
+
+TEST_F(Backup, By_A_User_Without_A_Database_Goes_By_The_Place_Of_The_Pipes) {
+  const std::string pipe = make_pipe(object_name("1_1"));
+  const std::string option = "#TOOLOPTION \"job_uuid=" + std::string(job_uuid) + ";\"\n";
+  std::thread hana([&] { EXPECT_TRUE(write_pipe(pipe, "x")); });
+  EXPECT_EQ(call("backup", option + "#PIPE " + pipe, {"-s", "100"}, "HDB").exit_code, 0);
+  hana.join();
+}
+
+TEST_F(Backup, In_A_System_Without_Tenants_Has_The_Database_That_The_Record_Names) {
+  const std::string path = "/usr/sap/HDB/SYS/global/hdb/backint/" + object_name("1_1");
+  ASSERT_EQ(::mkfifo(root_.real(path).c_str(), 0600), 0);
+  const std::string option = "#TOOLOPTION \"job_uuid=" + std::string(job_uuid) + ";\"\n";
+  std::thread hana([&] { EXPECT_TRUE(write_pipe(path, "x")); });
+  EXPECT_EQ(call("backup", option + "#PIPE " + path, {"-s", "100"}, "HDB").exit_code, 0);
+  hana.join();
+}
+
 TEST_F(Backup, Unknown_Job_Another_System_And_Another_Backup_Id_Are_Refused) {
   const std::string pipe = make_pipe(object_name("1_1"));
   const std::string unknown = "#TOOLOPTION \"job_uuid=12345678-0b0a-4908-8706-050403020100;\"\n#PIPE " + pipe;
