@@ -39,6 +39,7 @@ Outcome Restore_History::load(Database& database, const Restore_Wish& wish) {
   question.database = wish.database;
   question.ignore_delta = wish.ignore_delta;
   question.ancient = wish.ancient;
+  question.copy = wish.copy;
   question.now = wish.now;
   Outcome outcome;
   const bool read = database.read([&](Sql_Session& session) {

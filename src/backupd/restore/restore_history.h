@@ -18,6 +18,7 @@ struct Restore_Wish {
   std::string lifeline;  ///< of a time: which branch of the history; empty: that of the time
   bool ignore_delta = false;
   bool ancient = false;
+  bool copy = false;  ///< into another database than the one that was backed up
   std::string now;  ///< UTC
 };
 

@@ -94,7 +94,9 @@ class Planner {
   }
 
   void plan_full() {
-    if (question_.wanted != nullptr || question_.ancient) return;
+    if (question_.wanted != nullptr) return;
+    if (question_.ancient && question_.copy) return refuse_foreign_catalog();
+    if (question_.ancient) return;
     const Plan_Set* const catalog = question_.newest_catalog;
     if (catalog != nullptr && catalog->lifeline == plan_.lifeline && catalog->knows(*plan_.full)) {
       plan_.catalog = catalog;
@@ -112,7 +114,21 @@ class Planner {
                                          ", which need not list it" + way_out);
   }
 
+  /// An old HANA asks nobody for a catalog. A set's name alone leads it to a full backup that its own does not list.
+  void refuse_foreign_catalog() {
+    std::string message =
+        "this version of HANA looks backups up in its own catalog alone, and that of another database "
+        "lists none of " +
+        question_.database;
+    if (can_be_had(whole(*plan_.full))) {
+      plan_.before = whole(*plan_.full);
+      message += "; restore " + set_label(*plan_.full) + " by its set instead: " + plan_.full->uuid;
+    }
+    refuse(refusal::no_catalog, std::move(message));
+  }
+
   void plan_recovery() {
+    if (question_.ancient && question_.copy) return refuse_foreign_catalog();
     plan_.catalog = question_.catalog;
     plan_.staged = true;
     if (plan_.catalog == nullptr)

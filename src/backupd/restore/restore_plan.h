@@ -25,6 +25,7 @@ struct Restore_Question {
   const Plan_Set* wanted = nullptr;  ///< the set that was asked for; null: the time was
   bool ignore_delta = false;
   bool ancient = false;                      ///< a HANA that takes its own catalog, and no delta
+  bool copy = false;                         ///< into another database, whose own catalog lists none of these sets
   std::string now;                           ///< UTC
   const Plan_Set* full = nullptr;            ///< as select_full chooses; null: none
   const Plan_Set* catalog = nullptr;         ///< as select_catalog chooses; null: none

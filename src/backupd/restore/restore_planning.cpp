@@ -107,6 +107,7 @@ Outcome Restore_Planning::read(const json_spirit::Object& body, Wish& wish) {
     return refuse("the host " + target_host + " is none of " + wish.target.name + "; name one of its hosts");
   wish.no_host = wish.target.choose_host(agents_, target_host, wish.target_database);
   restore.ancient = wish.target.is_ancient();
+  restore.copy = !wish.is_in_place();
   restore.now = posix_time_to_utc_text(platform::Clock::current().wall_seconds());
   return {};
 }

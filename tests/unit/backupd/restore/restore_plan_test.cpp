@@ -460,6 +460,22 @@ TEST_F(Restore_Plan_Test, Replays_Logs_From_The_Full_In_An_Old_Version) {
   EXPECT_EQ(codes(plan_.notes), "no_deltas_in_this_version");
 }
 
+TEST_F(Restore_Plan_Test, Refuses_A_Copy_That_An_Old_Version_Would_Not_Find_In_Its_Own_Catalog) {
+  insert(busy_day());
+  wish_.copy = true;
+  EXPECT_TRUE(at("08:36:00").ok());
+  wish_.ancient = true;
+  at("08:36:00");
+  EXPECT_EQ(text(), "no_catalog");
+  EXPECT_EQ(near(plan_.before), "08:00:01 F1");
+  at("11:00:01");
+  EXPECT_EQ(text(), "no_catalog");
+  EXPECT_EQ(near(plan_.before), "11:00:01 F2");
+  EXPECT_TRUE(of_set("F1").ok()) << text();
+  wish_.copy = false;
+  EXPECT_TRUE(at("11:00:01").ok()) << text();
+}
+
 TEST_F(Restore_Plan_Test, Tells_That_The_Start_Of_The_Logs_Is_Not_Proven) {
   std::vector<Set_Line> lines{full("F1", "08:00:00", "08:01:00")};
   add_log(lines, "G1", "08:10", 100, 110);
