@@ -19,7 +19,7 @@ struct Restore_Wish {
   bool ignore_delta = false;
   bool ancient = false;
   bool copy = false;  ///< into another database than the one that was backed up
-  std::string now;  ///< UTC
+  std::string now;    ///< UTC
 };
 
 /// The question, and the sets that it points to. Neither copied nor moved.
