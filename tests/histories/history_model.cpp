@@ -98,17 +98,20 @@ bool History_Model::logs_hold(std::time_t at, int lifeline) const {
   });
 }
 
-/// HANA reads the logs behind the newest delta that it began by then, up to the first one that it began later.
+/// HANA reads the logs behind the newest delta that it began by then, up to the first one that it began later: of each
+/// volume, and it begins those of all volumes at once.
 bool History_Model::lacks_log(std::time_t at, const Data_Set& full, bool ignore_delta) const {
   int base = full.order;
   for (const Data_Set& set : data_)
     if (!ignore_delta && set.kind != Kind::full && set.lifeline == full.lifeline && set.based_on_set &&
         set.first - 1 <= at)
       base = std::max(base, set.order);
+  std::time_t last = 0;
   for (const Other_Set& set : others_) {
     if (!set.holds_logs || set.lifeline != full.lifeline || set.order < base) continue;
+    if (last != 0 && set.first != last) return false;
     if (set.lost) return true;
-    if (set.first - 1 > at) return false;
+    if (set.first - 1 > at) last = set.first;
   }
   return false;
 }

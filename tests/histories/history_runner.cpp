@@ -51,7 +51,7 @@ std::string codes_of(const Object& plan) {
 
 History_Runner::~History_Runner() {
   for (const Life& life : lives_) try {
-      system_.retire(life.tenant);
+      system_.retire(life.database);
     } catch (const std::exception&) {
       // A restore that failed has left it stopped.
     }
@@ -59,8 +59,8 @@ History_Runner::~History_Runner() {
 
 void History_Runner::begin_life() {
   Life life;
-  life.tenant = system_.add_tenant();
-  tenants_.push_back(life.tenant);
+  life.database = lives_.empty() ? system_.add_database() : system_.add_database_beside(lives_.front().database);
+  databases_.push_back(life.database);
   lives_.push_back(std::move(life));
 }
 
@@ -69,7 +69,7 @@ void History_Runner::live(const History& history) {
   for (const Step& step : history.steps) happen(step);
   for (current_ = 0; current_ < lives_.size(); ++current_) {
     for (const Wish& wish : history.questions)
-      if (Target target; choose(wish, target)) (void)ask(target, life().tenant);
+      if (Target target; choose(wish, target)) (void)ask(target, life().database);
     let_time_pass();
     restore(history.end);
   }
@@ -124,7 +124,7 @@ void History_Runner::commit(unsigned choice) {
   if (!deletes) value = std::to_string(values_);
   (void)system_.sql(
       deletes ? "DELETE FROM KV WHERE K='" + key + "'" : "UPSERT KV VALUES ('" + key + "','" + value + "')",
-      life().tenant);
+      life().database);
   life().model.committed(system_.now(), key, value);
 }
 
@@ -138,7 +138,7 @@ void History_Runner::commit_at_begin(unsigned choice) {
 void History_Runner::back_up(History_Model::Kind kind) {
   const History_Model::Kind becomes = life().model.kind_of_next(kind, life().pool);
   const std::time_t from = system_.now();
-  const std::string state = system_.back_up(life().tenant, name_of(kind), life().pool);
+  const std::string state = system_.back_up(life().database, name_of(kind), life().pool);
   expect(state == "completed", std::string("the backup ends ") + state);
   bool found = false;
   for (const Object& set : new_sets(life(), 2)) {
@@ -154,16 +154,16 @@ void History_Runner::back_up(History_Model::Kind kind) {
   expect(found, "the backup has no set");
 }
 
-/// Those of all tenants.
+/// Those of all databases.
 void History_Runner::save_logs() {
-  const std::time_t from = system_.now() + History_System::log_timeout;
+  const std::time_t from = system_.now() + Hana_System::log_timeout;
   system_.move_to(from);
   for (Life& life : lives_)
     if (life.model.keeps_logs()) save_logs_of(life, from);
 }
 
 void History_Runner::save_logs_of(Life& life, std::time_t from) {
-  for (const Object& set : new_sets(life, 2)) {
+  for (const Object& set : new_sets(life, 2 * system_.volumes_of(life.database))) {
     check_begin(set, from);
     if (text_of(set, "type") != "log") continue;
     life.model.logs_saved(utc_time(text_of(set, "first_time")));
@@ -174,8 +174,7 @@ void History_Runner::save_logs_of(Life& life, std::time_t from) {
 /// Before the first backup through Backint the product cannot record the catalog backups that HANA makes from here on.
 void History_Runner::back_up_to_files() {
   if (!life().model.keeps_logs()) return;
-  (void)system_.sql("BACKUP DATA FOR " + life().tenant + " USING FILE ('files_" + std::to_string(system_.now()) + "')",
-                    "SYSTEMDB");
+  system_.back_up_to_files(life().database);
   life().model.backed_up_to_files(utc_time(text_of(new_sets(life(), 1).front(), "first_time")));
 }
 
@@ -187,30 +186,30 @@ bool History_Runner::choose(const Wish& wish, Target& target) const {
   return true;
 }
 
-bool History_Runner::ask(const Target& target, const std::string& into) {
+bool History_Runner::ask(const Target& target, const Database& into) {
   const std::string time = target.set.empty() ? utc_text(target.time) : "";
-  const Object plan = system_.plan(life().tenant, into, time, target.set, target.ignore_delta);
+  const Object plan = system_.plan(life().database, into, time, target.set, target.ignore_delta);
   const std::string codes = plan.empty() ? "unknown" : codes_of(plan);
   const Expectation expected = life().model.expect(target);
-  expect(codes == expected.refusal, life().tenant + " to " + label_of(target) + ": refused '" + codes +
+  expect(codes == expected.refusal, label_of(life().database) + " to " + label_of(target) + ": refused '" + codes +
                                         "' instead of '" + expected.refusal + "': " + json_spirit::dump_json(plan));
   if (!codes.empty()) ask_nearest(target, into, plan);
   return codes.empty();
 }
 
 /// What a refused plan names instead must be had when it is asked for, with the same wish otherwise.
-void History_Runner::ask_nearest(const Target& target, const std::string& into, const Object& plan) {
+void History_Runner::ask_nearest(const Target& target, const Database& into, const Object& plan) {
   for (const char* which : {"before", "after"}) {
     Object nearest;
     if (!json_spirit::object_get(plan, which, nearest)) continue;
     const std::string time = text_of(nearest, "time");
     Target instead{utc_time(time), text_of(nearest, "set"), target.ignore_delta};
     const Object other =
-        system_.plan(life().tenant, into, instead.set.empty() ? time : "", instead.set, instead.ignore_delta);
+        system_.plan(life().database, into, instead.set.empty() ? time : "", instead.set, instead.ignore_delta);
     const std::string refused = codes_of(other);
     expect(refused.empty() && life().model.expect(instead).refusal.empty(),
-           life().tenant + " to " + label_of(target) + ": the nearest one " + which + ", " + label_of(instead) +
-               ", is refused '" + refused + "', expected '" + life().model.expect(instead).refusal +
+           label_of(life().database) + " to " + label_of(target) + ": the nearest one " + which + ", " +
+               label_of(instead) + ", is refused '" + refused + "', expected '" + life().model.expect(instead).refusal +
                "': " + json_spirit::dump_json(plan) + " and " + json_spirit::dump_json(other));
   }
 }
@@ -221,14 +220,14 @@ void History_Runner::lose_log(unsigned choice) {
   const std::size_t number = choice % in.log_ids.size();
   // It may be gone already.
   if (!in.lost.insert(number).second) return;
-  system_.lose(in.tenant, in.log_ids[number]);
+  system_.lose(in.database, in.log_ids[number]);
   in.model.log_lost(number);
 }
 
 void History_Runner::restore(const Wish& wish) {
   Target target;
-  if (!choose(wish, target) || !ask(target, life().tenant)) return;
-  (void)carry_out(target, life().tenant);
+  if (!choose(wish, target) || !ask(target, life().database)) return;
+  (void)carry_out(target, life().database);
   life().model.restored(system_.now(), target);
 }
 
@@ -236,20 +235,20 @@ void History_Runner::copy(const Wish& wish) {
   Target target;
   if (!choose(wish, target) || !life().model.expect(target).refusal.empty()) return;
   Life copied;
-  copied.tenant = system_.add_tenant();
+  copied.database = system_.add_target_for(life().database);
   copied.pool = life().pool;
-  tenants_.push_back(copied.tenant);
-  if (!ask(target, copied.tenant)) return;
-  const Content content = carry_out(target, copied.tenant);
-  system_.retire(life().tenant);
+  databases_.push_back(copied.database);
+  if (!ask(target, copied.database)) return system_.retire(copied.database);
+  const Content content = carry_out(target, copied.database);
+  system_.retire(life().database);
   copied.model.begun_as_copy(system_.now(), content);
   life() = std::move(copied);
 }
 
-Content History_Runner::carry_out(const Target& target, const std::string& into) {
+Content History_Runner::carry_out(const Target& target, const Database& into) {
   const std::string time = target.set.empty() ? utc_text(target.time) : "";
-  const std::string state = system_.restore(life().tenant, into, time, target.set, target.ignore_delta);
-  const std::string what = life().tenant + " to " + label_of(target) + " into " + into + ": ";
+  const std::string state = system_.restore(life().database, into, time, target.set, target.ignore_delta);
+  const std::string what = label_of(life().database) + " to " + label_of(target) + " into " + label_of(into) + ": ";
   expect(state == "completed", what + "the restore ends " + state);
   Content there = rows(into);
   const Content expected = life().model.expect(target).content;
@@ -262,13 +261,13 @@ std::vector<Object> History_Runner::new_sets(Life& life, std::size_t count) {
   const bool there = eventually(
       system_.watch(),
       [&] {
-        sets = system_.sets(life.tenant, life.known_sets);
+        sets = system_.sets(life.database, life.known_sets);
         return sets.size() >= count;
       },
       record_limit);
-  system_.wait_until_recorded(life.tenant);
-  expect(there && sets.size() == count,
-         std::to_string(sets.size()) + " new sets instead of " + std::to_string(count) + " of " + life.tenant);
+  system_.wait_until_recorded(life.database);
+  expect(there && sets.size() == count, std::to_string(sets.size()) + " new sets instead of " + std::to_string(count) +
+                                            " of " + label_of(life.database));
   life.known_sets += count;
   return sets;
 }
@@ -278,8 +277,8 @@ void History_Runner::check_begin(const Object& set, std::time_t from) const {
   expect(first == from + 1, text_of(set, "type") + " set begins at " + utc_text(first) + ", HANA at " + utc_text(from));
 }
 
-Content History_Runner::rows(const std::string& tenant) const {
-  std::istringstream lines(system_.sql("select K, V from KV", tenant));
+Content History_Runner::rows(const Database& database) const {
+  std::istringstream lines(system_.sql("select K, V from KV", database));
   Content rows;
   for (std::string line; std::getline(lines, line);)
     if (const std::size_t comma = line.find(','); comma != std::string::npos)

@@ -10,7 +10,7 @@
 
 namespace histories {
 
-/// Lets a history happen to tenants of its own, and compares what backupd plans and HANA brings back with the model.
+/// Lets a history happen to databases of its own, and compares what backupd plans and HANA brings back with the model.
 class History_Runner {
  public:
   explicit History_Runner(History_System& system) : system_(system) { begin_life(); }
@@ -22,12 +22,12 @@ class History_Runner {
   void live(const History& history);
 
   /// That it has had.
-  [[nodiscard]] const std::vector<std::string>& tenants() const { return tenants_; }
+  [[nodiscard]] const std::vector<Database>& databases() const { return databases_; }
 
  private:
-  /// Of one tenant: what the other one does must not change it.
+  /// Of one database: what the other one does must not change it.
   struct Life {
-    std::string tenant;
+    Database database;
     std::vector<std::string> log_ids;  ///< HANA's, in the model's order
     std::set<std::size_t> lost;        ///< of them
     History_Model model;
@@ -47,16 +47,16 @@ class History_Runner {
   void restore(const Wish& wish);
   void copy(const Wish& wish);
   /// Restores and compares; the content.
-  Content carry_out(const Target& target, const std::string& into);
+  Content carry_out(const Target& target, const Database& into);
   /// Compares the plan; true when it can be carried out.
-  bool ask(const Target& target, const std::string& into);
-  void ask_nearest(const Target& target, const std::string& into, const json_spirit::Object& plan);
+  bool ask(const Target& target, const Database& into);
+  void ask_nearest(const Target& target, const Database& into, const json_spirit::Object& plan);
   [[nodiscard]] bool choose(const Wish& wish, Target& target) const;
   void let_time_pass();
   /// Waits for this many more sets.
   std::vector<json_spirit::Object> new_sets(Life& life, std::size_t count);
   void check_begin(const json_spirit::Object& set, std::time_t from) const;
-  [[nodiscard]] Content rows(const std::string& tenant) const;
+  [[nodiscard]] Content rows(const Database& database) const;
 
   [[nodiscard]] Life& life() { return lives_[current_]; }
   [[nodiscard]] const Life& life() const { return lives_[current_]; }
@@ -64,7 +64,7 @@ class History_Runner {
   History_System& system_;
   std::vector<Life> lives_;
   std::size_t current_ = 0;
-  std::vector<std::string> tenants_;
+  std::vector<Database> databases_;
   int values_ = 0;
   std::time_t begin_of_full_ = 0;  ///< of its record, when nothing has happened since
 };

@@ -1,4 +1,4 @@
-// Random histories of a database, restored and compared with a model.
+// Random histories of databases, restored and compared with a model.
 
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
@@ -24,13 +24,13 @@ constexpr const char* parameters_variable = "RC_PARAMS";
 constexpr unsigned choices = 1000;
 /// Steps of a history at most.
 constexpr int longest = 16;
-/// Tenants that one HANA has had when a new system takes its place.
+/// Histories that one host has had when a new one takes its place.
 constexpr int histories_of_a_system = 50;
+/// Each takes many times as long under a sanitizer.
 #ifdef HISTORIES_UNDER_SANITIZER
-/// Each takes many times as long there.
-constexpr int histories_of_a_shard = 5;
+constexpr int one_in = 10;
 #else
-constexpr int histories_of_a_shard = 50;
+constexpr int one_in = 1;
 #endif
 
 /// Where and when histories happen.
@@ -39,6 +39,8 @@ struct Setting {
   const char* zone;
   std::time_t begin;
   unsigned shards;
+  int histories = 50;  ///< of each shard
+  Landscape landscape = Landscape::tenants;
 };
 
 constexpr const char* berlin = "Europe/Berlin";
@@ -47,9 +49,11 @@ constexpr std::time_t before_clocks_change = 7'200;
 constexpr std::time_t clocks_go_back = 1'761'440'400;
 constexpr std::time_t clocks_go_forward = 1'774'746'000;
 
-constexpr Setting settings[] = {{"In_Kolkata", "Asia/Kolkata", 1'769'000'000, 12},
-                                {"When_Clocks_Go_Back", berlin, clocks_go_back - before_clocks_change, 14},
-                                {"When_Clocks_Go_Forward", berlin, clocks_go_forward - before_clocks_change, 14}};
+constexpr Setting settings[] = {
+    {"In_Kolkata", "Asia/Kolkata", 1'769'000'000, 12},
+    {"When_Clocks_Go_Back", berlin, clocks_go_back - before_clocks_change, 14},
+    {"When_Clocks_Go_Forward", berlin, clocks_go_forward - before_clocks_change, 14},
+    {"Without_Tenants", berlin, clocks_go_back - before_clocks_change, 2, 35, Landscape::single_containers}};
 
 /// A share of the histories, in a test by itself: several processes share the work. Without a wish each runs the same
 /// ones every time, so that a change that breaks them is the one under test.
@@ -99,6 +103,13 @@ rc::Gen<History> a_history() {
                                      rc::gen::container<std::vector<Wish>>(a_wish()), a_wish());
 }
 
+/// Of all histories, as many as the shard has of those that run without a wish, rounded up.
+int share_of(int own, int wanted) {
+  int all = 0;
+  for (const Shard& shard : all_shards()) all += shard.setting->histories;
+  return (wanted * own + all - 1) / all;
+}
+
 /// What the environment asks of RapidCheck goes before what is usual here.
 rc::detail::TestParams parameters_of(const Shard& shard) {
   const char* const given = std::getenv(parameters_variable);
@@ -106,12 +117,12 @@ rc::detail::TestParams parameters_of(const Shard& shard) {
   const auto asks = [&](const char* key) {
     return given != nullptr && std::string(given).find(key) != std::string::npos;
   };
-  const int shards = static_cast<int>(all_shards().size());
+  const int own = shard.setting->histories;
   // Random seeds come from here, too.
   rc::detail::TestParams parameters = rc::detail::configuration().testParams;
   if (!asks("seed") && count == nullptr) parameters.seed = shard.seed;
   if (!asks("max_success"))
-    parameters.maxSuccess = count == nullptr ? histories_of_a_shard : (std::atoi(count) + shards - 1) / shards;
+    parameters.maxSuccess = count == nullptr ? (own + one_in - 1) / one_in : share_of(own, std::atoi(count));
   if (!asks("max_size")) parameters.maxSize = longest;
   return parameters;
 }
@@ -129,7 +140,8 @@ class Histories : public testing::TestWithParam<Shard> {
   void live(const History& history) {
     if (lived_++ % histories_of_a_system == 0) {
       system_.reset();
-      system_ = std::make_unique<History_System>(GetParam().setting->zone, GetParam().setting->begin);
+      system_ = std::make_unique<History_System>(GetParam().setting->landscape, GetParam().setting->zone,
+                                                 GetParam().setting->begin);
     }
     History_Runner runner(*system_);
     try {
@@ -139,9 +151,14 @@ class Histories : public testing::TestWithParam<Shard> {
       log_.claim_all();
       RC_FAIL(std::string(difference.what()));
     }
+    for (const Database& database : runner.databases()) claim_expected_lines(database);
+  }
+
+  void claim_expected_lines(const Database& database) {
     // Before the first set backupd knows none.
-    for (const std::string& tenant : runner.tenants())
-      (void)log_.claim_containing("Failed to get " + tenant + " backup sets");
+    (void)log_.claim_containing("Failed to get " + database.name + " backup sets");
+    // Behind a system database comes the tenant that a system may have been made with.
+    (void)log_.claim_containing("HANA system " + database.sid + " has no database '" + database.sid + "'");
   }
 
   support::Log_Capture log_;
