@@ -21,7 +21,8 @@ struct Definition_Summary {
 };
 
 /// Checks a job definition by the rules of docs/formats/job-definition.md, so that what an agent is handed is sound.
-/// Whether the pool, or the system that is restored into, is registered is the caller's to ask.
+/// Whether the pool, or the system that is restored into, is registered, and the host one of that system's, is the
+/// caller's to ask.
 [[nodiscard]] Outcome check_definition(const json_spirit::Object& body, Definition_Summary& summary);
 
 /// "SYSTEMDB", or a name by HANA's rules for identifiers without quotes: [A-Z_][A-Z0-9_]*, up to 127 bytes.

@@ -1,6 +1,8 @@
 #include "backupd/jobs/definition_store.h"
 
+#include <algorithm>
 #include <optional>
+#include <vector>
 
 #include "backupd/jobs/definition_check.h"
 #include "backupd/log_backup/ondemand_rows.h"
@@ -84,6 +86,20 @@ Outcome check_replacement(Sql_Session& session, const json_spirit::Object& known
   return !is_set_up(document) && runs(session, id) ? is_running(id) : Outcome();
 }
 
+std::vector<std::string> hosts_of(Sql_Session& session, const std::string& resource) {
+  std::vector<std::string> hosts;
+  for (const Sql_Row& row :
+       session.query("SELECT host_uuid FROM instances WHERE resource_uuid = :a ORDER BY seq", {resource}, 1))
+    hosts.push_back(row.text(0));
+  return hosts;
+}
+
+std::string joined(const std::vector<std::string>& texts) {
+  std::string text;
+  for (const std::string& one : texts) text += (text.empty() ? "" : ", ") + one;
+  return text;
+}
+
 Outcome not_set_up(const std::string& id) {
   return Outcome::refuse(Outcome::invalid,
                          "the job definition " + id + " is no log backup, there is nothing to set up");
@@ -92,22 +108,22 @@ Outcome not_set_up(const std::string& id) {
 }  // namespace
 
 Outcome Definition_Store::check_registered(const Definition_Summary& summary) {
-  if (summary.target_resource_uuid.empty()) {
+  const std::string& system = summary.target_resource_uuid;
+  if (system.empty()) {
     std::optional<Pool> pool;
     if (!pools_.find(summary.pool_uuid, pool)) return store_failed();
     return pool ? Outcome()
                 : Outcome::refuse(Outcome::invalid,
                                   "the pool " + summary.pool_uuid + " is not registered; register it first");
   }
-  bool known = false;
-  if (!database_.read([&](Sql_Session& session) {
-        known =
-            session.first("SELECT uuid FROM resources WHERE uuid = :a", {summary.target_resource_uuid}, 1).has_value();
-      }))
-    return store_failed();
-  if (known) return {};
-  return Outcome::refuse(Outcome::invalid, "the system " + summary.target_resource_uuid +
-                                               " to restore into is not registered; let it be discovered first");
+  std::vector<std::string> hosts;
+  if (!database_.read([&](Sql_Session& session) { hosts = hosts_of(session, system); })) return store_failed();
+  if (hosts.empty())
+    return Outcome::refuse(Outcome::invalid,
+                           "the system " + system + " to restore into is not registered; let it be discovered first");
+  if (std::find(hosts.begin(), hosts.end(), summary.host_uuid) != hosts.end()) return {};
+  return Outcome::refuse(Outcome::invalid, "the host " + summary.host_uuid + " of the restore is none of the system " +
+                                               system + "; name one of its hosts: " + joined(hosts));
 }
 
 Outcome Definition_Store::put(const json_spirit::Object& body, json_spirit::Object& stored) {

@@ -47,6 +47,17 @@ TEST(Restore_Definition, Refuses_A_System_That_Nobody_Registered) {
   EXPECT_NE(answer.error_message().find("is not registered"), std::string::npos) << answer.text;
 }
 
+TEST(Restore_Definition, Refuses_A_Host_That_Is_None_Of_The_System) {
+  Memory_Server server;
+  const std::string target = server.add_instance(host_b);
+  const Answer refused = server.request("POST", "/job-definitions", restore_json(target));
+  EXPECT_EQ(refused.status, 422U);
+  EXPECT_NE(refused.error_message().find(std::string("name one of its hosts: ") + host_b), std::string::npos)
+      << refused.text;
+  ASSERT_EQ(server.add_instance(host_a), target);
+  EXPECT_EQ(server.request("POST", "/job-definitions", restore_json(target)).status, 201U);
+}
+
 TEST(Restore_Definition, Refuses_What_Could_Bend_A_Statement_Or_Names_Nothing) {
   Memory_Server server;
   const std::string target = server.add_instance(host_a);
