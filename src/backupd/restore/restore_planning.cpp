@@ -115,10 +115,15 @@ Outcome Restore_Planning::read(const json_spirit::Object& body, Wish& wish) {
 void Restore_Planning::check_target(const Wish& wish, Restore_Plan& plan) const {
   const bool from_system = wish.source.is_system_database(wish.restore.database);
   const bool into_system = wish.target.is_system_database(wish.target_database);
-  if (wish.source.multi_container && wish.target.multi_container && from_system != into_system)
+  // A single container may become a tenant, and nothing else changes its kind.
+  const bool fits = wish.source.multi_container ? wish.target.multi_container && from_system == into_system
+                                                : !wish.target.multi_container || !into_system;
+  if (!fits)
     plan.refusals.push_back({refusal::target_unfit,
-                             "a system database goes into a system database only, and a tenant into a tenant: " +
-                                 wish.restore.database + " cannot become " + wish.target_database,
+                             "a system database goes into a system database only, a tenant into a tenant, and a "
+                             "system without tenants into such a system or a tenant: " +
+                                 wish.source.name + "/" + wish.restore.database + " cannot become " + wish.target.name +
+                                 "/" + wish.target_database,
                              {}});
   if (wish.no_host) return plan.refusals.push_back(*wish.no_host);
   if (!wish.target.connected)

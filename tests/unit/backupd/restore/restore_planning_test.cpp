@@ -223,6 +223,46 @@ TEST_F(Restore_Planning_Test, Stops_The_Instance_For_A_Single_Container) {
   EXPECT_EQ(json_spirit::dump_json(*object(answer.body, "target").find("stops")), R"("instance")");
 }
 
+TEST_F(Restore_Planning_Test, Refuses_A_Kind_Of_Database_That_HANA_Would_Refuse_Behind_The_Stop) {
+  const std::string several = resource_;
+  const auto alone = [this](const std::string& sid) {
+    return add_system(sid + "_HDB02", R"({"sid":")" + sid +
+                                          R"(","instance_name":"HDB02","multi_container":false,)"
+                                          R"("version":"2.00.059.00","landscape_id":"o"})");
+  };
+  const std::string single = alone("ONE");
+  const std::string other_single = alone("TWO");
+  Fake_Agent agent(server_, server_.agent_key, obedient);
+  ASSERT_TRUE(agent.hello(host_a).ok);
+  std::vector<Set_Line> lines;
+  for (const char* database : {"ONE", "SYSTEMDB", "TN1"}) {
+    lines.push_back({std::string("F_") + database, "full", "08:00:00", "08:01:00", {"F_databackup_0_1"}});
+    lines.back().database = database;
+    put(lines.back(), "F_databackup_0_1", stored_bytes);
+  }
+  insert_sets(server_.database, {lines[0]}, single);
+  insert_sets(server_.database, {lines[1], lines[2]}, several);
+  struct Row {
+    const std::string& from;
+    const char* database;
+    const std::string& into;
+    const char* as;
+    const char* refused;
+  };
+  for (const Row& row :
+       {Row{single, "ONE", other_single, "TWO", ""}, Row{single, "ONE", several, "TN9", ""},
+        Row{single, "ONE", several, "SYSTEMDB", "target_unfit"}, Row{several, "TN1", single, "ONE", "target_unfit"},
+        Row{several, "SYSTEMDB", single, "ONE", "target_unfit"},
+        Row{several, "SYSTEMDB", several, "TN1", "target_unfit"}, Row{several, "TN1", several, "TN9", ""}}) {
+    resource_ = row.from;
+    const Answer answer =
+        plan(R"(,"set":")" + uuid_named(std::string("F_") + row.database) + R"(","target":{"resource_uuid":")" +
+                 row.into + R"(","database":")" + row.as + R"("})",
+             row.database);
+    EXPECT_EQ(codes(answer), row.refused) << row.database << " as " << row.as << ": " << answer.text;
+  }
+}
+
 TEST_F(Restore_Planning_Test, Refuses_A_Wish_Without_Sense) {
   make_history();
   struct Row {
