@@ -1,9 +1,12 @@
 #include "agentd/restore/recovery_log.h"
 
 #include <algorithm>
+#include <fstream>
+#include <istream>
 #include <vector>
 
 #include "agentd/jobs/job_table.h"
+#include "platform/file_root.h"
 #include "platform/files.h"
 #include "platform/log.h"
 #include "scrt/time_text.h"
@@ -14,7 +17,6 @@ namespace {
 
 constexpr std::size_t time_length = 25;
 constexpr int words_to_id = 3;
-constexpr std::size_t largest_log_bytes = std::size_t{64} << 20;
 constexpr std::string_view component = " RECOVERY ";
 constexpr std::string_view begin_text = "RECOVER DATA started";
 constexpr std::string_view end_text = "RECOVER DATA finished";
@@ -65,32 +67,35 @@ bool is_plain(const std::string& text) {
                      [](char c) { return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_'; });
 }
 
-/// Each host of the instance has a folder of its own; the one with the newest recovery counts.
-std::optional<Logged_Recovery> newest_of(const std::string& instance_directory, const std::string& database) {
+/// Each host of the instance has a folder of its own; the one with the newest recovery counts. False, with a message,
+/// when a log is there and cannot be read to its end: `unreadable` is its path.
+bool find_newest(const std::string& instance_directory, const std::string& database,
+                 std::optional<Logged_Recovery>& newest, std::string& unreadable) {
   std::vector<std::string> hosts;
-  std::optional<Logged_Recovery> newest;
-  if (!platform::list_directory(instance_directory, hosts)) return newest;
+  if (!platform::list_directory(instance_directory, hosts)) return true;
   const bool tenant = !database.empty() && database != system_database;
   for (const std::string& host : hosts) {
     const std::string path =
         instance_directory + "/" + host + "/trace/" + (tenant ? "DB_" + database + "/" : "") + "backup.log";
-    std::string text;
-    if (!platform::is_regular_file(path.c_str()) || !platform::read_file(path, text, largest_log_bytes)) continue;
-    auto found = last_recovery(text);
+    if (!platform::is_regular_file(path.c_str())) continue;
+    // It grows for years, so that it is not taken into memory.
+    std::ifstream log(platform::File_Root::current().real(path));
+    auto found = last_recovery(log);
+    if (!log.eof()) {
+      D3_ERROR("Failed to read HANA's log '%C': %m\n", path.c_str());
+      unreadable = path;
+      return false;
+    }
     if (found && (!newest || newest->started < found->started)) newest = std::move(found);
   }
-  return newest;
+  return true;
 }
 
 }  // namespace
 
-std::optional<Logged_Recovery> last_recovery(std::string_view text) {
+std::optional<Logged_Recovery> last_recovery(std::istream& log) {
   std::optional<Logged_Recovery> recovery;
-  while (!text.empty()) {
-    const std::size_t end = std::min(text.find('\n'), text.size());
-    take_line(text.substr(0, end), recovery);
-    text.remove_prefix(std::min(end + 1, text.size()));
-  }
+  for (std::string line; std::getline(log, line);) take_line(line, recovery);
   return recovery;
 }
 
@@ -102,7 +107,11 @@ JSON_RPC_Answer tell_last_recovery(const json_spirit::Object& params) {
   const std::size_t separator = name.find('_');
   if (!given || separator == std::string::npos || !is_plain(name) || !is_plain(database))
     return refusal_answer(JSON_RPC_E_INVALID_PARAMS, "\"name\" of an instance and a plain \"database\" are needed");
-  const auto recovery = newest_of("/usr/sap/" + name.substr(0, separator) + "/" + name.substr(separator + 1), database);
+  std::optional<Logged_Recovery> recovery;
+  std::string unreadable;
+  if (!find_newest("/usr/sap/" + name.substr(0, separator) + "/" + name.substr(separator + 1), database, recovery,
+                   unreadable))
+    return refusal_answer(JSON_RPC_E_INTERNAL, "HANA's log '" + unreadable + "' cannot be read; see the agent's log");
   JSON_RPC_Answer answer;
   answer.ok = true;
   json_spirit::Object result{{"found", recovery.has_value()}};

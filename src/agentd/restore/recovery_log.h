@@ -1,8 +1,8 @@
 #pragma once
 
+#include <iosfwd>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "json/value.h"
 #include "net/json_rpc_peer.h"
@@ -20,12 +20,12 @@ struct Logged_Recovery {
   std::string message;       ///< of the end
 };
 
-/// The last recovery in the text of a backup.log; none when there is none.
-[[nodiscard]] std::optional<Logged_Recovery> last_recovery(std::string_view text);
+/// The last recovery in a backup.log, which is read to its end; none when there is none.
+[[nodiscard]] std::optional<Logged_Recovery> last_recovery(std::istream& log);
 
 /// The request "instance.recovery" {"name", "database"}: the last recovery of a database of an instance of this host,
 /// by HANA's backup.log; an empty database, and "SYSTEMDB", are the system's. The result is {"found", "id", "started",
-/// "command", "ended", "successful", "reached_time", "message"}.
+/// "command", "ended", "successful", "reached_time", "message"}; an error when a log is there and cannot be read.
 [[nodiscard]] JSON_RPC_Answer tell_last_recovery(const json_spirit::Object& params);
 
 }  // namespace agentd
