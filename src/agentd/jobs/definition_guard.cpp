@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "agentd/instances/system_id.h"
 #include "net/uri.h"
 #include "platform/log.h"
 
@@ -30,6 +31,37 @@ bool entry_is_safe(const std::string& entry, std::string& refusal) {
   return false;
 }
 
+bool is_time_text(const std::string& text) {
+  return std::all_of(text.begin(), text.end(), [](char c) {
+    return (c >= '0' && c <= '9') || c == ' ' || c == ':' || c == '-' || c == '+' || c == '.' || c == 'T' || c == 'Z';
+  });
+}
+
+/// A text member that is there must pass; whether it must be there, and another type, is the parser's affair.
+bool member_is_safe(const json_spirit::Object& part, const char* key, bool (*passes)(const std::string&),
+                    const char* rule, std::string& refusal) {
+  std::string value;
+  if (!json_spirit::object_get(part, key, value) || value.empty() || passes(value)) return true;
+  refusal = "the \"" + std::string(key) + "\" \"" + platform::cut_for_log(value, shown_bytes) +
+            "\" of a restore becomes a part of statements and paths; " + rule;
+  return false;
+}
+
+bool restored_entry_is_safe(const json_spirit::Object& entry, std::string& refusal) {
+  constexpr const char* name_rule = "a database's name consists of capital letters, digits and underscores";
+  constexpr const char* sid_rule = "a system id is a capital letter and two capital letters or digits";
+  constexpr const char* time_rule = "a time reads YYYY-MM-DD HH:MM:SS";
+  for (const char* key : {"original", "restore_as"}) {
+    json_spirit::Object part;
+    if (!json_spirit::object_get(entry, key, part)) continue;
+    if (!member_is_safe(part, "sid", is_sid, sid_rule, refusal) ||
+        !member_is_safe(part, "database", is_plain_database_name, name_rule, refusal) ||
+        !member_is_safe(part, "timepoint", is_time_text, time_rule, refusal))
+      return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 bool is_plain_database_name(const std::string& name) {
@@ -43,6 +75,7 @@ bool names_are_safe(const json_spirit::Object& definition, std::string& refusal)
   if (!json_spirit::object_get(definition, "source", source) || !json_spirit::object_get(source, "entries", entries))
     return true;  // whether they must be there is the definition reader's affair
   return std::all_of(entries.begin(), entries.end(), [&](const json_spirit::Value& entry) {
+    if (entry.is_object()) return restored_entry_is_safe(entry.get_obj(), refusal);
     return !entry.is_string() || entry_is_safe(entry.get_str(), refusal);
   });
 }
