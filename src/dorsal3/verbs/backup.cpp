@@ -1,6 +1,8 @@
 #include <CLI/CLI.hpp>
+#include <chrono>
 
 #include "dorsal3/backup/backup_definition.h"
+#include "dorsal3/chains/chains.h"
 #include "dorsal3/jobs/interruption_question.h"
 #include "dorsal3/jobs/job_view.h"
 #include "dorsal3/jobs/run_follower.h"
@@ -9,6 +11,7 @@
 #include "dorsal3/server/resources.h"
 #include "dorsal3/terminal/format.h"
 #include "dorsal3/verb.h"
+#include "platform/clock.h"
 
 namespace dorsal3 {
 
@@ -45,6 +48,7 @@ class Backup_Verb : public Verb {
   Outcome run(Context& context) override {
     Failure failure;
     std::string job;
+    const auto begun = platform::Clock::current().steady_now();
     if (!prepare(context, failure) || !start(context, job, failure)) return Outcome::failed(std::move(failure));
     Outcome outcome;
     outcome.model = {{"instance", request_.resource.name}, {"job", job}, {"databases", database_names()}};
@@ -55,6 +59,8 @@ class Backup_Verb : public Verb {
     Run_Follower follower(context, job, request_.resource.name);
     if (!follow(context, follower, failure)) return Outcome::failed(std::move(failure));
     add_result(context, follower, outcome);
+    const auto took = platform::Clock::current().steady_now() - begun;
+    outcome.model["milliseconds"] = std::chrono::duration_cast<std::chrono::milliseconds>(took).count();
     return outcome;
   }
 
@@ -65,13 +71,18 @@ class Backup_Verb : public Verb {
     }
     const auto sets = object_rows(model, "sets");
     if (!sets.empty()) {
-      Text_Table table({"SET", "DATABASE", "TYPE", "SIZE", "LIFELINE", "NOTE"});
-      for (const auto& set : sets)
+      Text_Table table({"SET", "DATABASE", "TYPE", "SIZE", "STORED", "RATIO", "LIFELINE", "NOTE"});
+      std::uint64_t bytes = 0;
+      for (const auto& set : sets) {
+        const std::uint64_t source = number_member(set, "source_size");
+        bytes += source;
         table.add({one_line(text_member(set, "uuid")), one_line(text_member(set, "database")),
-                   one_line(text_member(set, "type")), format_bytes(number_member(set, "source_size")),
-                   one_line(text_member(set, "lifeline")),
+                   one_line(text_member(set, "type")), format_bytes(source), format_bytes(stored_size(set)),
+                   format_ratio(source, stored_size(set)), one_line(text_member(set, "lifeline")),
                    one_line(lift_text(text_member(set, "requested_type"), text_member(set, "lift_reason")))});
+      }
       out << table.text();
+      print_speed(bytes, std::chrono::milliseconds(number_member(model, "milliseconds")), out);
     }
     out << one_line(text_member(model, "result")) << "\n";
     if (text_member(model, "state") == state_skipped) print_declined(object_rows(model, "declined"), out);
@@ -174,6 +185,14 @@ class Backup_Verb : public Verb {
             {"uuid", uuid}, {"database", text_member(database, "name")}, {"type", text_member(database, "kind")}});
     }
     return sets;
+  }
+
+  /// From the request to the end, as the operator has waited for it.
+  static void print_speed(std::uint64_t bytes, std::chrono::milliseconds took, std::ostream& out) {
+    constexpr std::uint64_t milliseconds_a_second = 1000;
+    if (bytes == 0 || took.count() <= 0) return;
+    out << format_bytes(bytes) << " in " << format_span(std::chrono::ceil<std::chrono::seconds>(took)) << ", "
+        << format_speed(bytes * milliseconds_a_second / static_cast<std::uint64_t>(took.count())) << "\n";
   }
 
   static void print_declined(const std::vector<json_spirit::Object>& hosts, std::ostream& out) {

@@ -78,6 +78,22 @@ TEST_F(Backup_Test, Ctrl_C_Asks_And_Continue_Goes_On_Watching) {
   EXPECT_EQ(stops(), 0U);
 }
 
+TEST_F(Backup_Test, Shows_Sizes_Ratio_And_Speed_Of_What_Was_Stored) {
+  let_start(one_tenant);
+  run_is({running, running, running, running,
+          R"({"id":"a1","state":7,"state_name":"completed","progress":100,"host_uuid":"h1",)"
+          R"("databases":[{"name":"TN1","kind":"full","set":"s1"}]})"});
+  server.answer("GET /sets?uuid=s1", R"({"total":1,"rows":[{"uuid":"s1","type":"full","database":"TN1",)"
+                                     R"("source_size":4194304,"lifeline":"l1","files":[{"storage_size":2097152}]}]})");
+  EXPECT_EQ(run(one_tenant), exit_ok) << out.str() << error.str();
+  EXPECT_NE(out.str().find("SET  DATABASE  TYPE  SIZE     STORED   RATIO  LIFELINE  NOTE\n"
+                           "s1   TN1       full  4.0 MiB  2.0 MiB  2.0x   l1\n"
+                           "4.0 MiB in 0:02, 2.0 MiB/s\n"
+                           "The backup is complete.\n"),
+            std::string::npos)
+      << out.str();
+}
+
 TEST_F(Backup_Test, Ctrl_C_Can_Leave_The_Backup_Running) {
   struct Row {
     const char* what;
