@@ -143,12 +143,15 @@ void Restore_Executor::wait_for_logon() {
 void Restore_Executor::restart_other_hosts() {
   const json_spirit::Object request{{"action", "restart"}, {"sid", sid_}, {"instance_name", instance_name_}};
   for (const Resource_Info_Getter::Instance_Info& instance : cluster_instances_) {
+    bool restarted = false;
     try {
-      (void)json_rpc_forward(instance.host_uuid, request, control_method);
+      restarted = json_rpc_forward(instance.host_uuid, request, control_method);
     } catch (const std::exception&) {
-      raise_alert(ALERT_RESTART_CLUSTER, json_spirit::Object{{"host", instance.host_uuid}});
-      D3_ERROR("Failed to start cluster instance\n");
+      restarted = false;
     }
+    if (restarted) continue;
+    raise_alert(ALERT_RESTART_CLUSTER, json_spirit::Object{{"host", instance.host_uuid}});
+    D3_ERROR("Failed to start cluster instance\n");
   }
 }
 
