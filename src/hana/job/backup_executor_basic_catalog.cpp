@@ -68,13 +68,14 @@ bool is_held_by_a_storage(const json_spirit::Object& set) {
   return false;
 }
 
-/// The time text of the last recovery that a backup.log tells of. False when it cannot be opened.
+/// The time text of the last recovery that a backup.log tells of. False when it cannot be opened, or not be
+/// read to its end: what was not read might tell of a later one.
 bool find_last_recovery(const std::string& path, std::optional<std::string>& time_text) {
   std::ifstream log(platform::File_Root::current().real(path));
   if (!log) return false;
   for (std::string line; std::getline(log, line);)
     if (line.find(recovery_mark) != std::string::npos) time_text = line.substr(0, log_time_bytes);
-  return true;
+  return !log.bad();
 }
 
 }  // namespace
