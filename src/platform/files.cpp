@@ -257,6 +257,20 @@ bool list_directory(const std::string& path, std::vector<std::string>& names) {
   return true;
 }
 
+bool rename_without_replacing(const std::string& path, const std::string& new_path) {
+  const std::string from = real(path);
+  const std::string to = real(new_path);
+  if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+  if (errno != EINVAL && errno != ENOSYS) return false;
+  // A file system without that operation: a link is refused just so where the name is taken.
+  if (::link(from.c_str(), to.c_str()) != 0) return false;
+  if (::unlink(from.c_str()) == 0) return true;
+  const int saved = errno;
+  ::unlink(to.c_str());
+  errno = saved;
+  return false;
+}
+
 bool remove_file(const std::string& path) { return ::unlink(real(path).c_str()) == 0 || errno == ENOENT; }
 
 bool sync_directory(const std::string& path) {

@@ -54,6 +54,10 @@ using Made_Directory = std::function<void(const char* path)>;
 /// Names in the directory, sorted, without "." and "..".
 [[nodiscard]] bool list_directory(const std::string& path, std::vector<std::string>& names);
 
+/// Gives a file of the same directory another name, unless something has it: then false with EEXIST, and nothing is
+/// changed. False and errno on any failure.
+[[nodiscard]] bool rename_without_replacing(const std::string& path, const std::string& new_path);
+
 /// True when the file is gone, also when it was not there.
 [[nodiscard]] bool remove_file(const std::string& path);
 

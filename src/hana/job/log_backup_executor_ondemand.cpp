@@ -20,7 +20,6 @@
 #include "job/job_activity_record.h"
 #include "job/job_definition.h"
 #include "platform/clock.h"
-#include "platform/file_root.h"
 #include "platform/files.h"
 #include "platform/log.h"
 #include "scrt/path_t.h"
@@ -32,13 +31,13 @@ constexpr const char* log_type = "log";
 constexpr int default_json_flags = 0;
 constexpr int reading_flags = 1;
 
-/// Puts a file out of the way under a name that no live configuration has.
+/// Puts a file out of the way under a name that no live configuration has. A copy of the same second is kept: it is a
+/// failure then, and a second later there is another name.
 bool set_aside(const std::string& path) {
   char aside[platform::path_buffer_bytes];
   std::snprintf(aside, sizeof aside, "%s.%ld", path.c_str(),
                 static_cast<long>(platform::Clock::current().wall_seconds()));
-  const platform::File_Root& root = platform::File_Root::current();
-  if (std::rename(root.real(path).c_str(), root.real(aside).c_str()) == 0) return true;
+  if (platform::rename_without_replacing(path, aside)) return true;
   D3_ERROR("Failed to rename %s to %s\n", path.c_str(), aside);
   return false;
 }

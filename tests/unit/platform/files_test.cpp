@@ -175,6 +175,21 @@ TEST(Files, A_Durable_Write_Steps_Over_What_A_Process_Of_Its_Id_Left) {
   EXPECT_EQ(root.read("/d/f"), "new");
 }
 
+TEST(Files, A_Name_That_Is_Taken_Is_Not_Given_To_Another_File) {
+  const support::Temp_Root root;
+  root.write("/d/new", "new");
+  root.write("/d/old", "old");
+  EXPECT_FALSE(rename_without_replacing("/d/new", "/d/old"));
+  EXPECT_EQ(errno, EEXIST);
+  EXPECT_EQ(root.read("/d/new"), "new");
+  EXPECT_EQ(root.read("/d/old"), "old");
+  EXPECT_TRUE(rename_without_replacing("/d/new", "/d/free"));
+  EXPECT_EQ(root.read("/d/free"), "new");
+  EXPECT_FALSE(root.exists("/d/new"));
+  EXPECT_FALSE(rename_without_replacing("/d/nothing", "/d/new"));
+  EXPECT_EQ(errno, ENOENT);
+}
+
 TEST(Files, A_File_Above_The_Limit_Is_Not_Read) {
   const support::Temp_Root root;
   root.write("/big", std::string(100, 'x'));

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -152,6 +153,22 @@ TEST_F(Log_Configuration, Second_Definition_Of_A_Database_Takes_The_Place_Of_The
   expect_disabled();
   EXPECT_TRUE(remove());
   EXPECT_EQ(files(), Strings{"log_backup_HDB_HDB00_TN1.1700000000"});
+}
+
+TEST_F(Log_Configuration, Keeps_The_Copy_That_Was_Set_Aside_In_The_Same_Second) {
+  const std::string copy = std::string(tenant_file) + ".1700000000";
+  root_.write(copy, "the first");
+  root_.write(tenant_file, "the second");
+  expect_no_configuration();
+  expect_error("Failed to rename " + std::string(tenant_file) + " to " + copy + "\n");
+  EXPECT_EQ(root_.read(copy), "the first");
+  EXPECT_EQ(root_.read(tenant_file), "the second");
+
+  clock_.sleep_for(std::chrono::seconds(1));
+  expect_enabled();
+  EXPECT_TRUE(set_up());
+  EXPECT_EQ(root_.read(copy), "the first");
+  EXPECT_EQ(root_.read(std::string(tenant_file) + ".1700000001"), "the second");
 }
 
 TEST_F(Log_Configuration, Directory_In_The_Place_Of_The_File_Is_A_Failure_And_Is_Left) {
