@@ -9,6 +9,7 @@
 #include "net/uri.h"
 #include "platform/log.h"
 #include "records/rate_limits.h"
+#include "records/tenant_name.h"
 
 namespace backupd {
 
@@ -112,12 +113,23 @@ Outcome check_rate_limits(const json_spirit::Object& limits) {
 
 constexpr char subtype_log[] = "log";
 
+/// Of an entry that was checked; empty for an instance.
+std::string database_of(const std::string& entry) {
+  URI uri;
+  std::vector<std::string> segments;
+  uri.path(entry, true);
+  uri.path_segments(segments);
+  return segments.size() == database_segments ? segments.back() : std::string();
+}
+
 Outcome check_log_backup(const json_spirit::Object& source, const json_spirit::Object& schedule) {
   json_spirit::Array entries;
   long type = 0;
   json_spirit::object_get(source, "entries", entries);
   if (entries.size() != 1)
     return refuse("a log backup has one source entry, an instance or one database of it; make a definition for each");
+  if (const std::string why = describe_long_name(database_of(entries.front().get_str())); !why.empty())
+    return refuse(why + "; use a shorter name");
   if (schedule.empty() || (json_spirit::object_get(schedule, "type", type) && type == schedule_on_demand)) return {};
   return refuse("the \"schedule\" of a log backup is {\"type\": 7}: HANA begins it by itself");
 }

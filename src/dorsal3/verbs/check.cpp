@@ -4,6 +4,7 @@
 #include "dorsal3/server/resources.h"
 #include "dorsal3/terminal/format.h"
 #include "dorsal3/verb.h"
+#include "records/tenant_name.h"
 
 namespace dorsal3 {
 
@@ -89,9 +90,21 @@ class Check_Verb : public Verb {
       return {check_row("agent", false, failure.message)};
     auto checks = object_rows(result, "checks");
     if (checks.empty()) return {check_row("agent", false, "the agent's answer has no checks")};
+    if (all_good(checks)) add_long_names(context, resource, checks);
     add_log_backups_elsewhere(context, resource, checks);
     add_log_queues(context, resource, checks);
     return checks;
+  }
+
+  /// Databases that can be backed up, but not in every way. Asked where everything else is good, so that it can be
+  /// told.
+  static void add_long_names(Context& context, const Resource& resource, std::vector<json_spirit::Object>& checks) {
+    std::vector<json_spirit::Object> databases;
+    Failure failure;
+    if (!list_databases(context.server, resource, databases, failure)) return;
+    for (const json_spirit::Object& database : databases)
+      if (const std::string why = describe_long_name(text_member(database, "name")); !why.empty())
+        checks.push_back(check_row("database name", false, why));
   }
 
   /// What HANA saved by itself and no set holds: nobody sees an alert while it merely waits.

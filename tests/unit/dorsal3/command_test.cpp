@@ -100,6 +100,21 @@ TEST_F(Command_Test, Check_Fails_When_Log_Backups_Were_Given_Up) {
       << out.str();
 }
 
+TEST_F(Command_Test, Check_Names_Databases_Whose_Names_Are_Too_Long_For_HANAs_Catalog) {
+  const std::string fits(41, 'A');
+  const std::string too_long(42, 'B');
+  server.answer("GET /server", R"({"product":"dorsal3-backupd","version":"1.0.0"})");
+  server.answer("GET /hosts", R"({"total":1,"rows":[{"uuid":"h1","name":"hana01","connected":true}]})");
+  server.answer("POST /agents/h1/call", R"({"checks":[{"name":"state","ok":true,"message":"runs"}]})");
+  server.answer("POST /agents/h1/call", R"({"databases":[{"name":")" + fits + R"("},{"name":")" + too_long + R"("}]})");
+  server.answer("GET /backint/ondemand-runs?limit=10000&host_uuid=h1&sid=PRD", R"({"total":0,"rows":[]})");
+  EXPECT_EQ(run({"check"}), exit_failed);
+  EXPECT_NE(out.str().find("FAILED  database name: the name " + too_long + " is longer than 41 bytes"),
+            std::string::npos)
+      << out.str();
+  EXPECT_EQ(out.str().find(fits), std::string::npos) << out.str();
+}
+
 TEST_F(Command_Test, Check_Without_Any_Agent_Is_Not_Good) {
   server.answer("GET /server", R"({"product":"dorsal3-backupd","version":"1.0.0"})");
   server.answer("GET /hosts", R"({"total":0,"rows":[]})");

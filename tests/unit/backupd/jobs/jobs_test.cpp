@@ -80,6 +80,24 @@ TEST(Definition_Store, Checks_Database_Names) {
   }
 }
 
+TEST(Definition_Store, Refuses_A_Log_Backup_Of_A_Database_Whose_Logs_Could_Not_Be_Recorded) {
+  Memory_Server server;
+  server.add_pool();
+  const auto log_backup_of = [](const std::string& entry) {
+    std::string text = definition_json("", entry);
+    const std::size_t subtype = text.find("\"full\"");
+    return text.replace(subtype, 6, "\"log\"");
+  };
+  const std::string fits = "hana/HDB00/" + std::string(41, 'A');
+  EXPECT_EQ(server.request("POST", "/job-definitions", log_backup_of(fits)).status, 201U);
+  const Answer refused = server.request("POST", "/job-definitions", log_backup_of(fits + "A"));
+  EXPECT_EQ(refused.status, 422U) << refused.text;
+  EXPECT_NE(refused.text.find("is longer than 41 bytes"), std::string::npos) << refused.text;
+  EXPECT_NE(refused.text.find("use a shorter name"), std::string::npos) << refused.text;
+  EXPECT_EQ(server.request("POST", "/job-definitions", definition_json("", fits + "A")).status, 201U)
+      << "full backups work";
+}
+
 TEST(Job_Dispatch, Starts_A_Job_Once) {
   Memory_Server server;
   const std::string id = make_definition(server);

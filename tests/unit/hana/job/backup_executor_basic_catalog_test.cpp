@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "records/tenant_name.h"
 #include "support/scoped_zone.h"
 #include "unit/hana/job/executor_fixture.h"
 
@@ -82,6 +83,15 @@ TEST_F(Catalog_Queries, Ask_For_The_Newest_Backup_Of_Each_Kind_In_The_Schema_Of_
 }
 
 TEST_F(Catalog_Queries, Cut_The_Database_Clause_At_63_Bytes) {
+  // The longest name that fits, as operators are told of it.
+  const std::string fits(longest_name_in_catalog_clause, 'A');
+  hdbsql_.expect(
+      "select c.BACKUP_ID as BACKUP_ID from SYS_DATABASES.M_BACKUP_CATALOG as c join "
+      "SYS_DATABASES.M_BACKUP_CATALOG_FILES as f on c.BACKUP_ID = f.BACKUP_ID where "
+      "lower(ENTRY_TYPE_NAME)='complete data backup' and lower(DESTINATION_TYPE_NAME)='backint'   and "
+      "c.DATABASE_NAME='" +
+          fits + "' order by c.BACKUP_ID desc limit 1",
+      table("BACKUP_ID", {"4"}));
   hdbsql_.expect(
       "select c.BACKUP_ID as BACKUP_ID from SYS_DATABASES.M_BACKUP_CATALOG as c join "
       "SYS_DATABASES.M_BACKUP_CATALOG_FILES as f on c.BACKUP_ID = f.BACKUP_ID where "
@@ -90,7 +100,9 @@ TEST_F(Catalog_Queries, Cut_The_Database_Clause_At_63_Bytes) {
           std::string(42, 'A') + " order by c.BACKUP_ID desc limit 1",
       table("BACKUP_ID", {"5"}));
   ACE_UINT64 id = 0;
-  EXPECT_TRUE(ready_executor().get_last_full_backup_id(std::string(43, 'A'), id));
+  Executor& executor = ready_executor();
+  EXPECT_TRUE(executor.get_last_full_backup_id(fits, id));
+  EXPECT_TRUE(executor.get_last_full_backup_id(std::string(43, 'A'), id));
 }
 
 TEST_F(Catalog_Queries, Refuse_A_Kind_That_Is_No_Data_Backup) {
@@ -466,6 +478,16 @@ TEST_F(Restore_Log, Reports_A_Log_That_Cannot_Be_Opened) {
   if (before == 0) {
     ASSERT_EQ(::seteuid(before), 0);
   }
+  expect_error("Failed to open HANA backup file '" + path + "'\n");
+}
+
+TEST_F(Restore_Log, Reports_A_Log_That_Cannot_Be_Read) {
+  const std::string path = std::string(backup_test::trace_directory) + "/backup.log";
+  root_.make_directory(backup_test::trace_directory);
+  // A regular file that can be opened and of which no byte can be read: the first page of memory.
+  ASSERT_EQ(::symlink("/proc/self/mem", root_.real(path).c_str()), 0);
+  std::time_t time = 0;
+  EXPECT_FALSE(ready_executor().get_last_restore("SYSTEMDB", time));
   expect_error("Failed to open HANA backup file '" + path + "'\n");
 }
 
