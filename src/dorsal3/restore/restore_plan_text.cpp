@@ -18,7 +18,7 @@ std::string target_label(const json_spirit::Object& target) {
   return one_line(text_member(target, "name") + "/" + text_member(target, "database"));
 }
 
-/// Objects that are there out of all: "3 of 3", "2 of 3 MISSING 1".
+/// Objects that are there out of all: "all 3", "1 of 3 MISSING", "1 of 3 MISSING, 2 not looked for".
 std::string presence(const std::vector<json_spirit::Object>& objects) {
   std::size_t present = 0;
   std::size_t unknown = 0;
@@ -30,7 +30,11 @@ std::string presence(const std::vector<json_spirit::Object>& objects) {
   const std::string count = std::to_string(objects.size());
   if (present == objects.size()) return "all " + count;
   if (unknown == objects.size()) return count + " not looked for";
-  return std::to_string(objects.size() - present) + " of " + count + " MISSING";
+  const std::size_t bad = objects.size() - present - unknown;
+  const std::string of_all = " of " + count;
+  const std::string not_looked = std::to_string(unknown) + (bad == 0 ? of_all : "") + " not looked for";
+  if (bad == 0) return not_looked;
+  return std::to_string(bad) + of_all + " MISSING" + (unknown == 0 ? "" : ", " + not_looked);
 }
 
 std::string what_of(const json_spirit::Object& set) {

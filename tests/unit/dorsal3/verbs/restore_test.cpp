@@ -175,6 +175,29 @@ TEST_F(Restore_Test, Names_The_Objects_That_Are_Missing) {
   EXPECT_NE(out.str().find("missing: h/l/TN1/1/F1_databackup_0_1"), std::string::npos);
 }
 
+TEST_F(Restore_Test, Does_Not_Call_Missing_What_Nobody_Looked_For) {
+  struct Row {
+    std::vector<const char*> states;
+    const char* wanted;
+  };
+  for (const Row& row : {Row{{"present", "present"}, "  all 2  "}, Row{{"unknown", "unknown"}, "  2 not looked for  "},
+                         Row{{"present", "unknown"}, "  1 of 2 not looked for  "},
+                         Row{{"missing", "unknown", "present"}, "  1 of 3 MISSING, 1 not looked for  "},
+                         Row{{"missing", "wrong size", "present"}, "  2 of 3 MISSING  "}}) {
+    std::string objects;
+    for (const char* state : row.states) objects += (objects.empty() ? "" : ",") + object_json("F1_databackup", state);
+    std::string plan = plan_json();
+    const std::string one = object_json("F1_databackup_0_1", "present");
+    plan.replace(plan.find(one), one.size(), objects);
+    plan_is(plan);
+    EXPECT_EQ(run({"restore", "PRD_HDB00/TN1", "--to", "2026-11-20 08:15:00"}), exit_ok);
+    const std::size_t at = out.str().find(full_uuid);
+    ASSERT_NE(at, std::string::npos);
+    const std::string line = out.str().substr(at, out.str().find('\n', at) - at);
+    EXPECT_NE(line.find(row.wanted), std::string::npos) << row.wanted << " in " << line;
+  }
+}
+
 TEST_F(Restore_Test, Refuses_A_Tenant_That_Does_Not_Exist) {
   plan_is(plan_json("", target_json("TN9")));
   EXPECT_EQ(
