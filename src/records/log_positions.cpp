@@ -63,6 +63,11 @@ std::optional<std::uint64_t> delta_base(std::string_view filename) {
   return std::nullopt;
 }
 
+Log_Start log_start(std::optional<std::uint64_t> end_before, std::uint64_t first) {
+  if (!end_before) return Log_Start::unproven;
+  return *end_before < first ? Log_Start::gap : Log_Start::joined;
+}
+
 void Log_Positions::add(const Piece& piece) {
   if (piece.first >= piece.last) return;
   const auto meets = [&](const Piece& known) { return piece.first < known.last && known.first < piece.last; };

@@ -29,6 +29,18 @@ struct Log_Name {
 /// name.
 [[nodiscard]] std::optional<std::uint64_t> delta_base(std::string_view filename);
 
+/// How the logs of a service begin behind a data backup. Its own position stands in no name, but it is not before the
+/// end of a log that was saved before it.
+enum class Log_Start {
+  joined,    ///< the logs from before it end where those behind it begin, or later
+  unproven,  ///< none from before it are known
+  gap        ///< positions in between are in no log that is known
+};
+
+/// `end_before`: where the last log ends that was saved before the data backup; `first`: where the first one behind it
+/// begins.
+[[nodiscard]] Log_Start log_start(std::optional<std::uint64_t> end_before, std::uint64_t first);
+
 /// The log positions of one service that are backed up, put together from backups in HANA's order. Logs may come late
 /// and fill a gap. After a recovery HANA writes positions again that it had written before: such a log begins a branch,
 /// and what the former one holds from there on does not belong to it. Positions are half open: [first, last).

@@ -11,6 +11,8 @@ namespace {
 
 constexpr const char* data_types[] = {type_full, type_incremental, type_differential};
 constexpr const char* log_types[] = {"log", "catalog"};
+/// Sets of each type that are looked at for the last log of every service before a full backup.
+constexpr std::int64_t most_before = 64;
 
 std::string text_of(const json_spirit::Object& object, const char* key) {
   std::string text;
@@ -46,7 +48,9 @@ Outcome Restore_History::load(Database& database, const Restore_Wish& wish) {
     if (outcome = find_wanted(session, wish); !outcome.ok()) return;
     choose(session, wish);
     read_data(session, wish);
-    if (full_ && catalog_) read_logs(session, wish);
+    if (!full_ || !catalog_) return;
+    read_logs_before(session, wish);
+    read_logs(session, wish);
   });
   return read ? outcome : store_failed();
 }
@@ -114,6 +118,18 @@ void Restore_History::read_logs(Sql_Session& session, const Restore_Wish& wish) 
                                             "AND start_time >= :e AND database_backup_id <= :f ORDER BY start_time, id",
                                             {wish.resource_uuid, full_->lifeline, wish.database, std::string(type),
                                              full_->first_time, catalog_->backup_id},
+                                            1))
+      question.logs.push_back(Plan_Set::read(stored_object(row.text(0))));
+}
+
+/// They tell whether the logs behind the full backup join it.
+void Restore_History::read_logs_before(Sql_Session& session, const Restore_Wish& wish) {
+  for (const char* type : log_types)
+    for (const Sql_Row& row : session.query("SELECT document FROM sets WHERE resource_uuid = :a AND lifeline = :b AND "
+                                            "database_name = :c AND type = :d AND start_time < :e AND "
+                                            "database_backup_id < :f ORDER BY start_time DESC, id DESC LIMIT :g",
+                                            {wish.resource_uuid, full_->lifeline, wish.database, std::string(type),
+                                             full_->first_time, full_->backup_id, most_before},
                                             1))
       question.logs.push_back(Plan_Set::read(stored_object(row.text(0))));
 }

@@ -38,6 +38,7 @@ struct Restore_History {
   void choose(Sql_Session& session, const Restore_Wish& wish);
   void read_data(Sql_Session& session, const Restore_Wish& wish);
   void read_logs(Sql_Session& session, const Restore_Wish& wish);
+  void read_logs_before(Sql_Session& session, const Restore_Wish& wish);
 
   std::optional<Plan_Set> wanted_;
   std::optional<Plan_Set> full_;

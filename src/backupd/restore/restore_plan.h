@@ -31,8 +31,8 @@ struct Restore_Question {
   const Plan_Set* catalog = nullptr;         ///< as select_catalog chooses; null: none
   const Plan_Set* newest_catalog = nullptr;  ///< of the database, whatever its lifeline
   std::vector<Plan_Set> data;                ///< full, incremental and differential sets of the database, by begin
-  std::vector<Plan_Set> logs;                ///< log and catalog sets of the lifeline since its full backup
-  std::size_t waiting_logs = 0;              ///< backups of logs that are saved and in no set yet
+  std::vector<Plan_Set> logs;    ///< log and catalog sets of the lifeline since its full backup, some before it
+  std::size_t waiting_logs = 0;  ///< backups of logs that are saved and in no set yet
   /// Whether a plan for that, with the same wish otherwise, would be carried out: what lies on the pools counts there,
   /// too. Asked for nothing but the nearest times. Empty: all can be had.
   std::function<bool(const Recoverable&)> can_be_had;
@@ -93,6 +93,7 @@ inline constexpr char object_size[] = "object_size";
 inline constexpr char pool_unknown[] = "pool_not_looked_at";
 inline constexpr char agent_away[] = "agent_away";
 inline constexpr char target_unfit[] = "target_unfit";
+inline constexpr char version_unknown[] = "version_unknown";
 inline constexpr char master_away[] = "target_master_away";
 inline constexpr char unknown_master[] = "target_master_unknown";
 inline constexpr char not_master[] = "target_not_master";

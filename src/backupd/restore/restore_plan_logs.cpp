@@ -1,6 +1,7 @@
 #include "backupd/restore/restore_plan_logs.h"
 
 #include <algorithm>
+#include <optional>
 #include <set>
 
 namespace backupd {
@@ -16,24 +17,37 @@ std::set<std::uint64_t> volumes_of(const Plan_Set& full) {
   return volumes;
 }
 
-using Logs_By_Service = std::map<Service_Id, std::vector<Plan_Log>>;
+struct Known_Logs {
+  std::vector<Plan_Log> since;     ///< the full backup
+  std::optional<Plan_Log> before;  ///< the last one before it
+};
+
+using Logs_By_Service = std::map<Service_Id, Known_Logs>;
+
+void add(const Plan_Log& log, const Plan_Set& full, Known_Logs& logs) {
+  if (log.set->backup_id >= full.backup_id)
+    logs.since.push_back(log);
+  else if (!logs.before || logs.before->set->backup_id < log.set->backup_id)
+    logs.before = log;
+}
 
 /// Each volume of the full backup is recovered by logs, no other one.
 Logs_By_Service by_service(const std::vector<Plan_Set>& logs, const Plan_Set& full, const Plan_Set& catalog) {
   const std::set<std::uint64_t> volumes = volumes_of(full);
   Logs_By_Service services;
   for (const Plan_Set& set : logs) {
-    if (set.backup_id < full.backup_id || !catalog.knows(set)) continue;
+    if (!catalog.knows(set)) continue;
     for (const Plan_Object& object : set.objects)
       if (const auto name = Log_Name::parse(object.name);
           name && name->first < name->last && (volumes.empty() || volumes.contains(name->volume)))
-        services[{name->volume, name->partition}].push_back(
-            {name->volume, name->partition, name->first, name->last, &set, &object});
+        add({name->volume, name->partition, name->first, name->last, &set, &object}, full,
+            services[{name->volume, name->partition}]);
   }
+  std::erase_if(services, [](const auto& service) { return service.second.since.empty(); });
   for (const std::uint64_t volume : volumes)
     if (services.lower_bound({volume, 0}) == services.lower_bound({volume + 1, 0})) services[{volume, 0}];
-  for (auto& [id, list] : services)
-    std::stable_sort(list.begin(), list.end(),
+  for (auto& [id, logs_of] : services)
+    std::stable_sort(logs_of.since.begin(), logs_of.since.end(),
                      [](const Plan_Log& a, const Plan_Log& b) { return a.set->backup_id < b.set->backup_id; });
   return services;
 }
@@ -53,21 +67,21 @@ std::vector<Plan_Log> until(std::vector<Plan_Log> logs, const std::string& time)
   return logs;
 }
 
-Service_Logs service_of(const Service_Id& id, const std::vector<Plan_Log>& all, const Plan_Set& base,
-                        const std::string& time) {
+Service_Logs service_of(const Service_Id& id, const Known_Logs& all, const Plan_Set& base, const std::string& time) {
   Service_Logs service;
   service.volume = id.first;
   service.partition = id.second;
   std::vector<Plan_Log> behind;
-  const Plan_Log* before = nullptr;
-  for (const Plan_Log& log : all)
+  const Plan_Log* before = all.before ? &*all.before : nullptr;
+  for (const Plan_Log& log : all.since)
     if (log.set->backup_id > base.backup_id)
       behind.push_back(log);
     else
       before = &log;
   service.steps = until(std::move(behind), time);
   if (service.steps.empty()) return service;
-  service.unproven = before != nullptr && before->last < service.steps.front().first;
+  // Where none is known from before, nothing speaks against it.
+  service.unproven = before != nullptr && log_start(before->last, service.steps.front().first) == Log_Start::gap;
   Log_Positions positions;
   for (std::size_t i = 0; i < service.steps.size(); ++i) {
     service.sources.push_back(service.steps[i].set);

@@ -172,8 +172,16 @@ class Log_Chain_Model {
   [[nodiscard]] static std::string start_of(const Service& service, bool has_full) {
     if (service.positions.empty()) return "none";
     if (!has_full) return "no_full";
-    if (service.before == nullptr) return "unproven";
-    return service.before->piece.last < service.positions.first() ? "gap" : "joined";
+    std::optional<std::uint64_t> end_before;
+    if (service.before != nullptr) end_before = service.before->piece.last;
+    switch (log_start(end_before, service.positions.first())) {
+      case Log_Start::unproven:
+        return "unproven";
+      case Log_Start::gap:
+        return "gap";
+      default:
+        return "joined";
+    }
   }
 
   [[nodiscard]] json_spirit::Object service_model(const std::vector<Share>& shares, bool has_full) const {

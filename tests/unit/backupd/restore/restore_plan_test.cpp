@@ -487,6 +487,39 @@ TEST_F(Restore_Plan_Test, Tells_That_The_Start_Of_The_Logs_Is_Not_Proven) {
   EXPECT_EQ(codes(plan_.notes), "log_start_unproven log_start_unproven");
 }
 
+TEST_F(Restore_Plan_Test, Tells_A_Gap_Right_Behind_The_Full_Backup) {
+  struct Row {
+    int end_before;  ///< of volume 2's last log before the full backup; 0: there is none
+    const char* notes;
+  };
+  int hour = 8;
+  for (const Row& row : {Row{100, ""}, Row{90, "log_start_unproven"}, Row{0, ""}}) {
+    const std::string at_hour = (hour < 10 ? "0" : "") + std::to_string(hour);
+    const std::string database = "TN" + std::to_string(hour++);
+    std::vector<Set_Line> lines;
+    if (row.end_before != 0) {
+      lines.push_back({"G0" + database, "log", at_hour + ":00:00", at_hour + ":00:01", {log_name(2, 70, 80)}});
+      lines.push_back({"C0" + database,
+                       "catalog",
+                       at_hour + ":01:00",
+                       at_hour + ":01:01",
+                       {catalog_name, log_name(2, 80, row.end_before), log_name(3, 80, 100), log_name(4, 1, 2)}});
+    }
+    lines.push_back(full("F" + database, at_hour + ":05:00", at_hour + ":06:00"));
+    add_log(lines, "G1" + database, at_hour + ":10", 100, 110);
+    for (Set_Line& line : lines) line.database = database;
+    insert(lines);
+    wish_.database = database;
+    at(at_hour + ":07:00");
+    EXPECT_EQ(text(), "F" + database + " | 2:G1" + database + " 3:G1" + database + " | CG1" + database);
+    EXPECT_EQ(codes(plan_.notes), row.notes) << row.end_before;
+    if (!plan_.notes.empty()) {
+      EXPECT_EQ(plan_.notes[0].message.find("volume 2: no log on a pool joins the full backup of"), 0U)
+          << plan_.notes[0].message;
+    }
+  }
+}
+
 TEST_F(Restore_Plan_Test, Refuses_What_Nobody_Knows) {
   insert(busy_day());
   backupd::Restore_History history;
