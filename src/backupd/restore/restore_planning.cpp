@@ -125,6 +125,12 @@ void Restore_Planning::check_target(const Wish& wish, Restore_Plan& plan) const 
                                  wish.source.name + "/" + wish.restore.database + " cannot become " + wish.target.name +
                                  "/" + wish.target_database,
                              {}});
+  // The statement follows from it, and the module takes an unknown version for an old one.
+  if (wish.target.version.empty())
+    plan.refusals.push_back({refusal::version_unknown,
+                             "which version of HANA " + wish.target.name +
+                                 " runs is not known, and the statement depends on it; run: dorsal3 discover",
+                             {{"host_uuid", wish.target.host_uuid}}});
   if (wish.no_host) return plan.refusals.push_back(*wish.no_host);
   if (!wish.target.connected)
     plan.refusals.push_back(

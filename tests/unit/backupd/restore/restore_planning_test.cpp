@@ -263,6 +263,20 @@ TEST_F(Restore_Planning_Test, Refuses_A_Kind_Of_Database_That_HANA_Would_Refuse_
   }
 }
 
+TEST_F(Restore_Planning_Test, Refuses_A_HANA_Of_A_Version_That_Nobody_Knows) {
+  const std::string attributes = R"({"sid":"QAS","instance_name":"HDB01","multi_container":true,"landscape_id":"q")";
+  const std::string unknown = add_system("QAS_HDB01", attributes + R"(,"version":""})");
+  make_history();
+  Fake_Agent agent(server_, server_.agent_key, obedient);
+  ASSERT_TRUE(agent.hello(host_a).ok);
+  const std::string into = at("08:15:00") + R"(,"target":{"resource_uuid":")" + unknown + "\"}";
+  const Answer refused = plan(into);
+  EXPECT_EQ(codes(refused), "version_unknown");
+  EXPECT_NE(refused.text.find("dorsal3 discover"), std::string::npos) << refused.text;
+  ASSERT_EQ(add_system("QAS_HDB01", attributes + R"(,"version":"2.00.059.00"})"), unknown);
+  EXPECT_EQ(codes(plan(into)), "");
+}
+
 TEST_F(Restore_Planning_Test, Refuses_A_Wish_Without_Sense) {
   make_history();
   struct Row {
