@@ -59,7 +59,7 @@ Daemon::Daemon(Agent_Configuration configuration)
       log_backups_(modules_, instances_),
       maker_(modules_, configuration_.host_uuid),
       jobs_(maker_, [this](const json_spirit::Value& definition) { return prepare(definition); }),
-      ondemand_(maker_),
+      ondemand_(maker_, log_backups_),
       staged_([this](const std::vector<Staged_Name>& names) { staged_elsewhere_.restore_over(names); }),
       router_(modules_),
       link_(

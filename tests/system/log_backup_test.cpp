@@ -1,6 +1,7 @@
 // Log backups over all processes: HANA begins them, hdbbackint stores them, the agent records them.
 
 #include <filesystem>
+#include <fstream>
 
 #include "log_backup_system.h"
 
@@ -148,6 +149,23 @@ TEST_F(Log_Backups, A_Setup_That_Fails_Tells_Why) {
   EXPECT_TRUE(eventually([&] { return alerts() == Names{"7/1"}; }));
   std::filesystem::remove(link);
   EXPECT_EQ(dorsal3({"log-backup", "enable", instance}).code, 0) << "the same once more tries again";
+}
+
+TEST_F(Log_Backups, A_Setup_That_Broke_Off_Does_Not_Pass_For_Done_When_It_Is_Tried_Again) {
+  start_all();
+  const std::string groups = slurp(real("/etc/group"));
+  std::ofstream(real("/etc/group")) << "root:x:0:\n";
+  for (const char* attempt : {"first", "second"}) {
+    SCOPED_TRACE(attempt);
+    const json_spirit::Object setup = enable_log_backup();
+    EXPECT_EQ(text_of(setup, "state"), "failed");
+    EXPECT_NE(text_of(setup, "message").find("there is no such group"), std::string::npos) << text_of(setup, "message");
+    EXPECT_EQ(configuration_files(), Names{"log_backup_HDB_HDB00"}) << "written, but HANA cannot read it";
+  }
+  std::ofstream(real("/etc/group")) << groups;
+  EXPECT_EQ(text_of(enable_log_backup(), "state"), "installed");
+  expect_switches("on");
+  EXPECT_EQ(configuration_files(), Names{"log_backup_HDB_HDB00"}) << "no copy is left beside it";
 }
 
 TEST_F(Log_Backups, A_Definition_Is_Set_Up_And_Removed_When_Its_Agent_Is_Back) {

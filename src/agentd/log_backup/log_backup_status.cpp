@@ -180,16 +180,22 @@ JSON_RPC_Answer Log_Backup_Service::status(const json_spirit::Object& params) co
   if (instance == nullptr)
     return refusal_answer(JSON_RPC_E_SERVER,
                           "instance \"" + platform::cut_for_log(name) + "\" is not known on this host; run discover");
-  std::string state;
   std::string error;
   json_spirit::Object status;
-  (void)handler->get_state(name.c_str(), state);
-  if (!log_backup_status(*instance, state == state_open, status, error))
+  if (!log_backup_status(*instance, is_open(type, name), status, error))
     return refusal_answer(JSON_RPC_E_SERVER, error);
   JSON_RPC_Answer answer;
   answer.ok = true;
   answer.result = std::move(status);
   return answer;
+}
+
+bool Log_Backup_Service::is_open(const std::string& type, const std::string& name) const {
+  const Module* const module = modules_.find(type);
+  Instance_Handler* const handler = module == nullptr ? nullptr : module->instance_handler();
+  std::string state;
+  if (handler != nullptr) (void)handler->get_state(name.c_str(), state);
+  return state == state_open;
 }
 
 }  // namespace agentd

@@ -26,6 +26,8 @@ class Log_Backup_Service {
  public:
   Log_Backup_Service(const Modules& modules, Instance_Manager& manager) : modules_(modules), manager_(manager) {}
   [[nodiscard]] JSON_RPC_Answer status(const json_spirit::Object& params) const;
+  /// The instance runs here and is no secondary. False also for one that no module knows.
+  [[nodiscard]] bool is_open(const std::string& type, const std::string& name) const;
 
  private:
   const Modules& modules_;

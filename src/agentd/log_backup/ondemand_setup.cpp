@@ -2,23 +2,27 @@
 
 #include <ace/Log_Msg_Callback.h>
 #include <ace/Log_Record.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 
 #include "agentd/backupd_link/alert_tap.h"
 #include "agentd/instances/system_id.h"
 #include "agentd/jobs/job_table.h"
-#include "agentd/log_backup/log_backup_files.h"
 #include "agentd/log_backup/log_backup_settings.h"
 #include "job/default_backup_job_source.h"
 #include "job/job_activity_record.h"
 #include "job/job_log.h"
+#include "platform/file_root.h"
 #include "platform/files.h"
 #include "platform/log.h"
+#include "platform/users.h"
 
 namespace agentd {
 
 namespace {
+
+constexpr const char* sap_group = "sapsys";
 
 enum Setup_Code { setup_done = 0, setup_failed = -1 };
 
@@ -77,6 +81,28 @@ int run(const Request& request, Result& result) {
 
 bool owns(const Log_Backup_File& file, const Job_Definition& definition) {
   return file.definition_id == definition.id();
+}
+
+/// The definition's own configuration. False when there is none, or it cannot be told.
+bool find_live_file(const Job_Definition& definition, Log_Backup_File& found) {
+  std::vector<Log_Backup_File> files;
+  std::string error;
+  if (!list_log_backup_files(files, error)) return false;
+  for (Log_Backup_File& file : files) {
+    if (!file.live || !owns(file, definition)) continue;
+    found = std::move(file);
+    return true;
+  }
+  return false;
+}
+
+/// The user of the database system reads the file by its group.
+bool is_readable_for_sap(const std::string& path) {
+  gid_t group = 0;
+  struct stat status {};
+  return platform::find_group(sap_group, group) &&
+         ::stat(platform::File_Root::current().real(path).c_str(), &status) == 0 && status.st_gid == group &&
+         (status.st_mode & S_IRGRP) != 0;
 }
 
 /// The module takes a copy that was set aside for an installed definition; nothing is stored by a copy.
@@ -164,6 +190,40 @@ Job_Ptr Ondemand_Setup::make(const json_spirit::Object& params, JSON_RPC_Answer&
   return {};
 }
 
+std::string Ondemand_Setup::find_fault(const std::string& type, const Job_Definition& definition,
+                                       const Log_Backup_File& file) const {
+  if (!is_readable_for_sap(file.path))
+    return "its configuration file " + file.path + " cannot be read by the group " + sap_group;
+  const auto* const source = dynamic_cast<const Default_Backup_Job_Source*>(definition.source.get());
+  Log_Backup_Settings settings;
+  std::string error;
+  // Elsewhere the settings are another host's affair.
+  if (source == nullptr || !log_backups_.is_open(type, source->name())) return {};
+  if (!read_log_backup_settings(sid_of(definition), file.database, settings, error)) return error;
+  return settings.lacks();
+}
+
+std::string Ondemand_Setup::remove_half_done(const json_spirit::Object& params,
+                                             const Job_Definition& definition) const {
+  Log_Backup_File file;
+  if (!find_live_file(definition, file)) return {};
+  std::string type;
+  json_spirit::Object document;
+  if (json_spirit::object_get(params, "definition", document)) json_spirit::object_get(document, "module", type);
+  const std::string fault = find_fault(type, definition, file);
+  if (fault.empty()) return {};
+  D3_WARNING("'%C' was not set up to its end, %C: it is removed and set up again\n",
+             platform::cut_for_log(definition.name()).c_str(), platform::cut_for_log(fault).c_str());
+  Result removal;
+  JSON_RPC_Answer refusal;
+  const Job_Ptr job = make(params, refusal);
+  const bool removed = job.get() != nullptr && run([&] { return job->remove(false, nullptr); }, removal) == 0;
+  if (removed && !find_live_file(definition, file)) return {};
+  removal.add("it was not set up to its end, " + fault + ", and " + file.path +
+              " cannot be removed; remove it by hand, then it is set up again");
+  return removal.message;
+}
+
 JSON_RPC_Answer Ondemand_Setup::setup(const json_spirit::Object& params) {
   JSON_RPC_Answer refusal;
   const Job_Ptr job = make(params, refusal);
@@ -174,7 +234,9 @@ JSON_RPC_Answer Ondemand_Setup::setup(const json_spirit::Object& params) {
   const Alert_Tap::Copies raised;
   Result result;
   mark(*definition);
-  if (run([&] { return job->setup_ondemand(); }, result) != 0)
+  if (const std::string left = remove_half_done(params, *definition); !left.empty())
+    result.fail(left);
+  else if (run([&] { return job->setup_ondemand(); }, result) != 0)
     result.code = setup_failed;
   else
     confirm_setup(*definition, result);

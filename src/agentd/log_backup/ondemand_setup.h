@@ -4,6 +4,8 @@
 #include <string>
 
 #include "agentd/jobs/job_maker.h"
+#include "agentd/log_backup/log_backup_files.h"
+#include "agentd/log_backup/log_backup_status.h"
 #include "net/json_rpc_peer.h"
 
 namespace agentd {
@@ -16,9 +18,11 @@ namespace agentd {
 /// the message says why. A definition that cannot be used is refused as invalid params.
 class Ondemand_Setup {
  public:
-  explicit Ondemand_Setup(const Job_Maker& maker) : maker_(maker) {}
+  Ondemand_Setup(const Job_Maker& maker, const Log_Backup_Service& log_backups)
+      : maker_(maker), log_backups_(log_backups) {}
 
-  /// Once more is fine: what is set up stays as it is.
+  /// Once more is fine: what is set up stays as it is. What a former set-up left half done is removed and set up anew,
+  /// because the module takes it for set up.
   [[nodiscard]] JSON_RPC_Answer setup(const json_spirit::Object& params);
   /// What is not there counts as removed. While the database system still hands its logs over although no definition of
   /// this host takes them, it is not removed.
@@ -26,8 +30,14 @@ class Ondemand_Setup {
 
  private:
   [[nodiscard]] Job_Ptr make(const json_spirit::Object& params, JSON_RPC_Answer& refusal) const;
+  /// What keeps a configuration that is there from being used; empty when nothing does.
+  [[nodiscard]] std::string find_fault(const std::string& type, const Job_Definition& definition,
+                                       const Log_Backup_File& file) const;
+  /// Removes what is there of the definition and cannot be used. Empty when nothing of that kind is left, else why.
+  [[nodiscard]] std::string remove_half_done(const json_spirit::Object& params, const Job_Definition& definition) const;
 
   const Job_Maker& maker_;
+  const Log_Backup_Service& log_backups_;
   std::mutex one_at_a_time_;
 };
 

@@ -1,5 +1,8 @@
 #include "agentd/log_backup/ondemand_setup.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "agentd/backupd_link/alert_tap.h"
 #include "agentd/log_backup/log_backup_files.h"
 #include "agentd/log_backup/log_backup_settings.h"
@@ -13,12 +16,17 @@ constexpr const char* live_file = "/var/opt/tarvex/dorsal3/agent/hana/log_backup
 constexpr const char* marker = "/var/opt/tarvex/dorsal3/agent/act/bbbbbbbb-0000-4000-8000-000000000001";
 constexpr const char* global_ini = "/usr/sap/PRD/SYS/global/hdb/custom/config/global.ini";
 
+constexpr const char* hana_hands_over =
+    "[persistence]\nlog_mode = normal\nenable_auto_log_backup = yes\n[backup]\nlog_backup_using_backint = true\n"
+    "catalog_backup_using_backint = true\n";
+
 class Ondemand_Setup_Test : public Module_Fixture {
  protected:
   Ondemand_Setup_Test() {
     EXPECT_TRUE(modules.load({"testing"}));
     set_alert_sink(std::make_shared<Alert_Tap>(nullptr));
     root.make_directory("/var/opt/tarvex/dorsal3/agent/hana");
+    root.write("/etc/group", "sapsys:x:" + std::to_string(::getgid()) + ":\n");
   }
   ~Ondemand_Setup_Test() override {
     set_alert_sink(nullptr);
@@ -37,8 +45,18 @@ class Ondemand_Setup_Test : public Module_Fixture {
   }
 
   Modules modules;
+  /// As a set-up leaves it that broke off before its end.
+  void write_configuration(mode_t mode = 0640) {
+    root.write(live_file,
+               R"({"job_definition_uuid":"bbbbbbbb-0000-4000-8000-000000000001","sid":"PRD","instance_name":"HDB00"})",
+               mode);
+  }
+  void switch_hana_on() { root.write(global_ini, hana_hands_over); }
+
   Job_Maker maker{modules, host_uuid};
-  Ondemand_Setup setups{maker};
+  Instance_Manager instances;
+  Log_Backup_Service log_backups{modules, instances};
+  Ondemand_Setup setups{maker, log_backups};
 };
 
 constexpr const char* good = R"({"code":0,"message":"","alerts":[]})";
@@ -68,6 +86,66 @@ TEST_F(Ondemand_Setup_Test, A_Removal_That_Leaves_The_File_Has_Failed) {
                                             std::string(live_file) + R"( stands","alerts":[]})");
   EXPECT_TRUE(log.claim("The test removal fails\n"));
   EXPECT_TRUE(root.exists(marker));
+}
+
+TEST_F(Ondemand_Setup_Test, Leaves_What_Is_Set_Up_To_Its_End) {
+  write_configuration();
+  switch_hana_on();
+  // The job of this name writes nothing, as a module does that finds the definition installed.
+  EXPECT_EQ(text(setups.setup(params("is taken for installed"))), good);
+  EXPECT_TRUE(root.exists(live_file));
+}
+
+TEST_F(Ondemand_Setup_Test, Sets_Up_Again_What_HANA_Cannot_Read) {
+  switch_hana_on();
+  const auto left_by_former = [&](mode_t mode, const std::string& groups) {
+    write_configuration(mode);
+    root.write("/etc/group", groups);
+  };
+  const std::string own_group = "sapsys:x:" + std::to_string(::getgid()) + ":\n";
+  left_by_former(0600, own_group);
+  EXPECT_NE(text(setups.setup(params("is taken for installed"))).find("no configuration file was written"),
+            std::string::npos)
+      << "a mode that is closed to the group";
+  left_by_former(0640, "sapsys:x:" + std::to_string(::getgid() + 1) + ":\n");
+  EXPECT_NE(text(setups.setup(params("is taken for installed"))).find("no configuration file was written"),
+            std::string::npos)
+      << "another group";
+  left_by_former(0640, "root:x:0:\n");
+  EXPECT_NE(text(setups.setup(params("is taken for installed"))).find("no configuration file was written"),
+            std::string::npos)
+      << "no group";
+  left_by_former(0600, own_group);
+  EXPECT_EQ(text(setups.setup(params("logs"))), good);
+  struct stat status {};
+  ASSERT_EQ(::stat(root.real(live_file).c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0640U);
+}
+
+TEST_F(Ondemand_Setup_Test, Sets_Up_Again_What_Has_Not_Switched_HANA_On) {
+  write_configuration();
+  root.write(global_ini, "[backup]\nlog_backup_using_backint = false\n");
+  EXPECT_NE(text(setups.setup(params("is taken for installed"))).find("no configuration file was written"),
+            std::string::npos);
+  write_configuration();
+  json_spirit::Object elsewhere = params("is taken for installed");
+  json_spirit::Object document = elsewhere["definition"].get_obj();
+  json_spirit::Object source = document["source"].get_obj();
+  source["name"] = "QAS_HDB00";
+  document["source"] = source;
+  EXPECT_EQ(text(setups.setup({{"definition", document}})), good) << "where the instance is not open, others switch it";
+}
+
+TEST_F(Ondemand_Setup_Test, Tells_What_Stands_In_The_Way_Of_A_New_Set_Up) {
+  switch_hana_on();
+  write_configuration(0600);
+  const std::string answer = text(setups.setup(params("fail")));
+  EXPECT_NE(answer.find(R"("code":-1,"message":"The test removal fails; it was not set up to its end, )"),
+            std::string::npos)
+      << answer;
+  EXPECT_NE(answer.find("cannot be read by the group sapsys"), std::string::npos) << answer;
+  EXPECT_NE(answer.find("remove it by hand, then it is set up again"), std::string::npos) << answer;
+  EXPECT_TRUE(log.claim("The test removal fails\n"));
 }
 
 TEST_F(Ondemand_Setup_Test, A_Copy_That_Was_Set_Aside_Is_No_Setup) {
