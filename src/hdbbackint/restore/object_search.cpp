@@ -1,5 +1,6 @@
 #include "hdbbackint/restore/object_search.h"
 
+#include <algorithm>
 #include <set>
 
 #include "hdbbackint/backup/ondemand_configuration.h"
@@ -8,6 +9,21 @@
 #include "hdbbackint/restore/staged_catalog.h"
 
 namespace hdbbackint {
+
+namespace {
+
+/// Of the system that stored it, as its place on the pool tells: docs/formats/stored-object.md.
+std::string landscape_of(const sap_hana::Backup_File_Info& file) {
+  const std::size_t host_end = file.storage_path.find('/');
+  if (host_end == std::string::npos) return {};
+  return file.storage_path.substr(host_end + 1, file.storage_path.find('/', host_end + 1) - host_end - 1);
+}
+
+void sort_newest_first(std::list<sap_hana::Backup_File_Info>& files) {
+  files.sort([](const auto& left, const auto& right) { return left.id > right.id; });
+}
+
+}  // namespace
 
 bool Object_Search::find() {
   const bool catalog = entry_.ebid.empty() && is_hana_catalog(entry_.name);
@@ -76,12 +92,10 @@ bool Object_Search::find_recorded() {
   query.database = user.database;
   query.origin_path = entry_.name;
   query.extern_backup_id = entry_.ebid;
-  // A name alone may exist on several hosts: this one's objects come first, another one's are those of a system that
-  // moved or is copied. An id exists once.
-  if (entry_.ebid.empty()) query.host_uuid = call_.configuration.host_uuid;
-  if (!ask(query)) return false;
-  if (!files_.empty() || query.host_uuid.empty() || entry_.name.empty()) return true;
-  query.host_uuid.clear();
+  // An id exists once.
+  if (!entry_.ebid.empty()) return ask(query);
+  if (!entry_.name.empty()) return ask_by_name(std::move(query));
+  query.host_uuid = call_.configuration.host_uuid;
   return ask(query);
 }
 
@@ -107,16 +121,36 @@ bool Object_Search::find_of(const User_Id& origin, const User_Id& target) {
     if (search == Staged_Catalog::Search::found) return take(catalog);
   }
   Query query;
-  query.host_uuid = call_.configuration.host_uuid;
   query.sid = origin.sid;
   query.database = origin.database;
   query.origin_path = object_path(origin, entry_.name.substr(entry_.name.rfind('/') + 1));
   query.extern_backup_id = entry_.ebid;
   if (query.origin_path.empty()) return true;
+  return entry_.ebid.empty() ? ask_by_name(std::move(query)) : ask(query);
+}
+
+bool Object_Search::ask_by_name(Query query) {
+  query.host_uuid = call_.configuration.host_uuid;
   if (!ask(query)) return false;
-  if (!files_.empty()) return true;
+  const bool own = !files_.empty();
   query.host_uuid.clear();
-  return ask(query);
+  return own ? add_other_hosts(std::move(query)) : ask(query);
+}
+
+bool Object_Search::add_other_hosts(Query query) {
+  const std::string landscape = landscape_of(files_.front());
+  if (landscape.empty()) return true;
+  std::list<sap_hana::Backup_File_Info> own;
+  own.swap(files_);
+  if (!ask(query)) return false;
+  const auto is_known = [&](const sap_hana::Backup_File_Info& file) {
+    return landscape_of(file) != landscape ||
+           std::any_of(own.begin(), own.end(), [&](const auto& known) { return known.id == file.id; });
+  };
+  files_.remove_if(is_known);
+  files_.splice(files_.end(), own);
+  sort_newest_first(files_);
+  return true;
 }
 
 bool Object_Search::ask(const Query& query) {

@@ -34,6 +34,11 @@ class Object_Search {
   /// Looks among what a restore that goes on brings back under another name or for another user.
   [[nodiscard]] bool find_restored();
   [[nodiscard]] bool find_of(const User_Id& origin, const User_Id& target);
+  /// By name alone: the versions of this host and of its system, which a master may have left and come back to; only
+  /// where there are none those of other systems, one of which has moved or is copied.
+  [[nodiscard]] bool ask_by_name(Query query);
+  /// Adds what other hosts of the system have stored.
+  [[nodiscard]] bool add_other_hosts(Query query);
   [[nodiscard]] bool ask(const Query& query);
   [[nodiscard]] User_Id owner() const;
 

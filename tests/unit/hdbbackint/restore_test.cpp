@@ -41,6 +41,31 @@ TEST_F(Restore, Newest_And_Exact_Versions_To_Name_And_Destination) {
   EXPECT_EQ(content, "first");
 }
 
+TEST_F(Restore, A_Name_Means_The_Newest_Version_Of_The_System_Whichever_Host_Stored_It) {
+  const std::string path = path_of(object_name("1_1"));
+  const auto line = [&](const std::string& ebid) { return "#BACKUP \"" + ebid + "\" \"" + path + "\""; };
+  const auto save_as = [&](const char* content, const std::string& landscape) {
+    std::string ebid = save(object_name("1_1"), content);
+    if (landscape.empty()) return ebid;
+    server_.change_file(ebid, "host_uuid", "88888888-0b0a-4908-8706-050403020100");
+    const std::string stored = "88888888-0b0a-4908-8706-050403020100/" + landscape + "/TN1/1/object";
+    server_.change_file(ebid, "storage_path", stored);
+    return ebid;
+  };
+  const std::string own_system = "77777777-0b0a-4908-8706-050403020100";
+  const std::string of_copy = save_as("a copy's", "66666666-0b0a-4908-8706-050403020100");
+  const std::string of_master = save_as("the other host's, as the master", own_system);
+  EXPECT_EQ(call("inquire", "#NULL " + path).answers, (Answers{line(of_master), line(of_copy)}))
+      << "a host without any";
+  const std::string first = save_as("this host's", "");
+  const std::string later = save_as("the other host's, as the master again", own_system);
+  const std::string newest_of_copy = save_as("a copy's newest", "66666666-0b0a-4908-8706-050403020100");
+  EXPECT_EQ(call("inquire", "#NULL " + path).answers, (Answers{line(later), line(first), line(of_master)}));
+  const std::string back = save_as("this host's, as the master again", "");
+  EXPECT_EQ(call("inquire", "#NULL " + path).answers, (Answers{line(back), line(later), line(first), line(of_master)}));
+  EXPECT_EQ(call("inquire", "#EBID " + newest_of_copy + " " + path).answers, Answers{line(newest_of_copy)});
+}
+
 /// TN1 is being restored into TN2. How HANA asks for another one's objects is not documented.
 class Restore_Of_Another : public Restore {
  protected:
