@@ -98,18 +98,29 @@ void Memory_Backupd::begin_restore(const std::string& origin, const std::string&
   restores_[target] = {origin, run};
 }
 
+void Memory_Backupd::begin_restore_from_namesake(const std::string& database,
+                                                 const std::vector<std::string>& origin_hosts) {
+  begin_restore(database, database);
+  const std::lock_guard<std::mutex> guard(mutex_);
+  origin_hosts_[database] = origin_hosts;
+}
+
 void Memory_Backupd::list_restores(net::Server_Exchange& exchange, const std::map<std::string, std::string>& query) {
   json_spirit::Array rows;
   {
     const std::lock_guard<std::mutex> guard(mutex_);
     const std::string& database = query.at("database");
     for (const auto& [target, restore] : restores_)
-      if (target == database || restore.first == database)
-        rows.emplace_back(Object{{"job_act_id", restore.second},
-                                 {"origin_sid", query.at("sid")},
-                                 {"origin_database", restore.first},
-                                 {"target_sid", query.at("sid")},
-                                 {"target_database", target}});
+      if (target == database || restore.first == database) {
+        Object row{{"job_act_id", restore.second},
+                   {"origin_sid", query.at("sid")},
+                   {"origin_database", restore.first},
+                   {"target_sid", query.at("sid")},
+                   {"target_database", target}};
+        if (const auto hosts = origin_hosts_.find(target); hosts != origin_hosts_.end())
+          row["origin_hosts"] = json_spirit::Array(hosts->second.begin(), hosts->second.end());
+        rows.emplace_back(std::move(row));
+      }
   }
   answer(exchange, 200, Object{{"total", rows.size()}, {"rows", rows}});
 }

@@ -32,6 +32,8 @@ class Memory_Backupd : public net::Http_Handler {
   [[nodiscard]] std::vector<std::string> completed_jobs() const;
   /// A restore from a database into another of the same system goes on.
   void begin_restore(const std::string& origin, const std::string& target, const std::string& run = "act-2");
+  /// A restore of a database from a system of the same names, which has these hosts.
+  void begin_restore_from_namesake(const std::string& database, const std::vector<std::string>& origin_hosts);
   /// Reports of what was restored, as they came.
   [[nodiscard]] std::vector<json_spirit::Object> restored() const;
   /// Waits for the first of them.
@@ -70,6 +72,7 @@ class Memory_Backupd : public net::Http_Handler {
   std::vector<json_spirit::Object> files_;
   std::vector<std::string> completed_jobs_;
   std::map<std::string, std::pair<std::string, std::string>> restores_;  // origins and runs by targets
+  std::map<std::string, std::vector<std::string>> origin_hosts_;         // by targets
   std::vector<json_spirit::Object> restored_;
   std::condition_variable restored_changed_;
   std::map<std::string, std::string> objects_;

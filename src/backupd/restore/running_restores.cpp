@@ -45,6 +45,28 @@ std::string sid_on(Sql_Session& session, const std::string& resource, const std:
   return row ? text_of(stored_object(row->text(0)), "sid") : std::string();
 }
 
+json_spirit::Object row_of(const Running_Restore& restore) {
+  json_spirit::Object row{{"job_act_id", restore.job_act_id},
+                          {"origin_sid", restore.origin_sid},
+                          {"origin_database", restore.origin_database},
+                          {"target_sid", restore.target_sid},
+                          {"target_database", restore.target_database}};
+  if (!restore.origin_hosts.empty())
+    row["origin_hosts"] = json_spirit::Array(restore.origin_hosts.begin(), restore.origin_hosts.end());
+  return row;
+}
+
+/// Its name does not tell one system from its copy.
+std::vector<std::string> hosts_of_other_system(Sql_Session& session, const json_spirit::Object& definition) {
+  const std::string origin = text_of(member_of(definition, "source"), "id");
+  std::vector<std::string> hosts;
+  if (origin == text_of(member_of(definition, "target"), "resource_uuid")) return hosts;
+  for (const Sql_Row& row :
+       session.query("SELECT host_uuid FROM instances WHERE resource_uuid = :a ORDER BY seq", {origin}, 1))
+    hosts.push_back(row.text(0));
+  return hosts;
+}
+
 }  // namespace
 
 std::vector<Running_Restore> restores_about(Sql_Session& session, const Restore_Place& place) {
@@ -58,6 +80,7 @@ std::vector<Running_Restore> restores_about(Sql_Session& session, const Restore_
     restore.job_act_id = row.text(0);
     restore.run_host_uuid = row.text(1);
     restore.target_sid = sid_on(session, text_of(member_of(definition, "target"), "resource_uuid"), place.host_uuid);
+    restore.origin_hosts = hosts_of_other_system(session, definition);
     if (!restore.target_sid.empty()) add_entries(definition, place, std::move(restore), found);
   }
   return found;
@@ -66,12 +89,7 @@ std::vector<Running_Restore> restores_about(Sql_Session& session, const Restore_
 bool Running_Restores::list(const Restore_Place& place, List_Page& page) const {
   return database_.read([&](Sql_Session& session) {
     for (const Running_Restore& restore : restores_about(session, place))
-      if (agents_.is_connected(restore.run_host_uuid))
-        page.rows.emplace_back(json_spirit::Object{{"job_act_id", restore.job_act_id},
-                                                   {"origin_sid", restore.origin_sid},
-                                                   {"origin_database", restore.origin_database},
-                                                   {"target_sid", restore.target_sid},
-                                                   {"target_database", restore.target_database}});
+      if (agents_.is_connected(restore.run_host_uuid)) page.rows.emplace_back(row_of(restore));
     page.total = static_cast<std::int64_t>(page.rows.size());
   });
 }

@@ -25,6 +25,7 @@ struct Running_Restore {
   std::string origin_database;
   std::string target_sid;
   std::string target_database;
+  std::vector<std::string> origin_hosts;  ///< of the system that was backed up, when it is another one than the target
 };
 
 /// The restores that go on into a database, or of it into others of the same host, the last begun first; inside the
@@ -36,8 +37,8 @@ class Running_Restores {
  public:
   Running_Restores(Database& database, const Agent_Registry& agents) : database_(database), agents_(agents) {}
 
-  /// Rows {job_act_id, origin_sid, origin_database, target_sid, target_database} of those whose agents are connected:
-  /// of the others nobody knows whether they go on. False when they cannot be read.
+  /// Rows {job_act_id, origin_sid, origin_database, target_sid, target_database, origin_hosts?} of those whose agents
+  /// are connected: of the others nobody knows whether they go on. False when they cannot be read.
   [[nodiscard]] bool list(const Restore_Place& place, List_Page& page) const;
 
  private:

@@ -105,11 +105,29 @@ bool Object_Search::find_restored() {
   const User_Id named{owner.sid, owner.database};
   std::vector<Running_Restore> restores;
   if (!find_running_restores(call_, named, restores, error_)) return false;
+  if (const auto hosts = hosts_of_namesake(restores, named, call_.user); !hosts.empty()) return find_on(hosts);
   const User_Id origin = restored_origin(restores, named, call_.user);
   if (origin.sid.empty()) return true;
   if (!find_of(origin, named)) return false;
   // HANA knows the object by the name it has asked for.
   for (sap_hana::Backup_File_Info& file : files_) file.origin_path = entry_.name;
+  return true;
+}
+
+bool Object_Search::find_on(const std::vector<std::string>& hosts) {
+  std::list<sap_hana::Backup_File_Info> found;
+  for (const std::string& host : hosts) {
+    Query query;
+    query.host_uuid = host;
+    query.sid = call_.user.sid;
+    query.database = call_.user.database;
+    query.origin_path = entry_.name;
+    query.extern_backup_id = entry_.ebid;
+    if (!ask(query)) return false;
+    found.splice(found.end(), files_);
+  }
+  files_.swap(found);
+  sort_newest_first(files_);
   return true;
 }
 

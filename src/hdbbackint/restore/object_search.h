@@ -34,6 +34,8 @@ class Object_Search {
   /// Looks among what a restore that goes on brings back under another name or for another user.
   [[nodiscard]] bool find_restored();
   [[nodiscard]] bool find_of(const User_Id& origin, const User_Id& target);
+  /// Looks among what certain hosts have stored of the user's database.
+  [[nodiscard]] bool find_on(const std::vector<std::string>& hosts);
   /// By name alone: the versions of this host and of its system, which a master may have left and come back to; only
   /// where there are none those of other systems, one of which has moved or is copied.
   [[nodiscard]] bool ask_by_name(Query query);

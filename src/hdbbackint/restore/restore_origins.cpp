@@ -20,6 +20,14 @@ bool same_database(const User_Id& left, const User_Id& right) {
   return left.sid == right.sid && database_of(left) == database_of(right);
 }
 
+Running_Restore with_hosts(Running_Restore restore, const json_spirit::Object& row) {
+  json_spirit::Array hosts;
+  (void)json_spirit::object_get(row, "origin_hosts", hosts);
+  for (const json_spirit::Value& host : hosts)
+    if (host.is_string()) restore.origin_hosts.push_back(host.get_str());
+  return restore;
+}
+
 }  // namespace
 
 bool find_running_restores(const Call& call, const User_Id& database, std::vector<Running_Restore>& restores,
@@ -47,7 +55,7 @@ bool find_running_restores(const Call& call, const User_Id& database, std::vecto
     if (take("job_act_id", restore.run) && take("origin_sid", restore.origin.sid) &&
         take("origin_database", restore.origin.database) && take("target_sid", restore.target.sid) &&
         take("target_database", restore.target.database))
-      restores.push_back(std::move(restore));
+      restores.push_back(with_hosts(std::move(restore), row.get_obj()));
   }
   return true;
 }
@@ -66,6 +74,14 @@ User_Id restored_origin(const std::vector<Running_Restore>& restores, const User
     found = restore.origin;
   }
   return is_read || several ? User_Id() : found;
+}
+
+std::vector<std::string> hosts_of_namesake(const std::vector<Running_Restore>& restores, const User_Id& named,
+                                           const User_Id& user) {
+  if (!same_database(named, user)) return {};
+  for (const Running_Restore& restore : restores)
+    if (same_database(restore.origin, named) && same_database(restore.target, named)) return restore.origin_hosts;
+  return {};
 }
 
 std::string object_path(const User_Id& owner, const std::string& name) {

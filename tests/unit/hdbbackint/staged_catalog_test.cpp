@@ -98,6 +98,26 @@ TEST_F(Staged_Catalog_Test, Is_The_Version_That_A_Restore_Reads_And_Not_The_Newe
   EXPECT_EQ(call("inquire", "#EBID " + newest + " " + catalog_path()).answers, Answers{listed(newest)});
 }
 
+TEST_F(Staged_Catalog_Test, Without_One_A_Restore_From_A_System_Of_The_Same_Names_Reads_That_System_S_Catalog) {
+  const char* const other_host = "88888888-0b0a-4908-8706-050403020100";
+  const std::string older = save(catalog_name, "of the other system");
+  const std::string theirs = save(catalog_name, "newest of the other system");
+  const std::string of_third = save(catalog_name, "of a third system");
+  for (const std::string& ebid : {older, theirs}) server_.change_file(ebid, "host_uuid", other_host);
+  server_.change_file(of_third, "host_uuid", "55555555-0b0a-4908-8706-050403020100");
+  const std::string own = save(catalog_name, "of the system that is restored into");
+  std::string content;
+  server_.begin_restore_from_namesake("TN1", {"44444444-0b0a-4908-8706-050403020100", other_host});
+  EXPECT_EQ(restore("#NULL " + catalog_path(), catalog_path(), content).answers, Answers{restored(theirs)});
+  EXPECT_EQ(content, "newest of the other system");
+  EXPECT_EQ(call("inquire", "#NULL " + catalog_path()).answers, (Answers{listed(theirs), listed(older)}));
+  EXPECT_EQ(call("inquire", "#NULL " + catalog_path(), {}, "TN2@HDB").answers,
+            Answers{"#NOTFOUND \"" + catalog_path() + "\""});
+  // In place its own one is meant.
+  server_.begin_restore_from_namesake("TN1", {});
+  EXPECT_EQ(restore("#NULL " + catalog_path(), catalog_path(), content).answers, Answers{restored(own)});
+}
+
 TEST_F(Staged_Catalog_Test, Changes_No_Other_Answer) {
   const std::string name = object_name("1_1");
   const std::string staged = save(catalog_name, "catalog");

@@ -21,11 +21,11 @@ class Restored_Bytes_Test : public ::testing::Test {
     run_ = begin_restore(R"("restore_as":{"database":"TN2","timepoint":"2026-11-20 10:00:00"})");
   }
 
-  std::string begin_restore(const std::string& as) {
+  std::string begin_restore(const std::string& as, const std::string& source = resource_uuid) {
     const std::string definition =
         R"({"name":"restore )" + std::to_string(++restores_) +
         R"(","type":"restore","subtype":"point-in-time","module":"hana","host_uuid":")" + host_a +
-        R"(","source":{"id":")" + resource_uuid + R"(","name":"HDB_HDB00","entries":[{"catalog_uuid":")" + uuid_of(1) +
+        R"(","source":{"id":")" + source + R"(","name":"HDB_HDB00","entries":[{"catalog_uuid":")" + uuid_of(1) +
         R"(","original":{"sid":"HDB","database":"TN1"})" + (as.empty() ? "" : ",") + as +
         R"(}]},"options":{"ignore_delta":false},"target":{"resource_uuid":")" + resource_ + R"("}})";
     const Answer stored = server_.request("POST", "/job-definitions", definition);
@@ -136,6 +136,30 @@ TEST_F(Restored_Bytes_Test, Of_Which_Restores_They_May_Be_Is_Told) {
     ASSERT_TRUE(server_.core->activities.fail(run_, "it broke"));
     EXPECT_EQ(rows("TN2"), "[]");
   }
+}
+
+TEST_F(Restored_Bytes_Test, The_Hosts_Of_A_System_Of_The_Same_Names_Are_Told_While_It_Is_Restored_From) {
+  ASSERT_TRUE(server_.core->activities.fail(run_, "it broke"));
+  Fake_Agent agent(server_, server_.agent_key, obedient);
+  ASSERT_TRUE(agent.hello(host_a).ok);
+  const auto rows = [&] {
+    return json_spirit::dump_json(
+        server_
+            .request("GET", std::string("/backint/restores?host_uuid=") + host_a + "&sid=HDB&database=TN1", {},
+                     server_.agent_key)
+            .rows());
+  };
+  const std::string in_place = begin_restore("", resource_);
+  EXPECT_EQ(rows().find("origin_hosts"), std::string::npos) << rows();
+  ASSERT_TRUE(server_.core->activities.fail(in_place, "it broke"));
+  const std::string copied = server_.add_instance(uuid_of(7), "land-2");
+  ASSERT_EQ(server_.add_instance(uuid_of(8), "land-2"), copied);
+  ASSERT_NE(copied, resource_);
+  const std::string run = begin_restore("", copied);
+  EXPECT_EQ(rows(), R"([{"job_act_id":")" + run +
+                        R"(","origin_sid":"HDB","origin_database":"TN1","target_sid":"HDB","target_database":"TN1",)"
+                        R"("origin_hosts":[")" +
+                        uuid_of(7) + R"(",")" + uuid_of(8) + R"("]}])");
 }
 
 TEST_F(Restored_Bytes_Test, Are_Taken_From_The_Host_That_Tells_Them_Alone) {
