@@ -7,9 +7,11 @@
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
+#include <initializer_list>
 #include <iostream>
 #include <ostream>
 #include <string>
+#include <utility>
 
 #include "histories/history_runner.h"
 #include "histories/history_system.h"
@@ -22,8 +24,9 @@ namespace {
 constexpr const char* count_variable = "DORSAL3_HISTORIES";
 constexpr const char* parameters_variable = "RC_PARAMS";
 constexpr unsigned choices = 1000;
-/// Steps of a history at most.
+/// Steps of a history at most. Of the other kinds there are fewer, and each has more to tell.
 constexpr int longest = 16;
+constexpr int longest_of_few = 32;
 /// Histories that one host has had when a new one takes its place.
 constexpr int histories_of_a_system = 50;
 /// Each takes many times as long under a sanitizer.
@@ -53,7 +56,8 @@ constexpr Setting settings[] = {
     {"In_Kolkata", "Asia/Kolkata", 1'769'000'000, 12},
     {"When_Clocks_Go_Back", berlin, clocks_go_back - before_clocks_change, 14},
     {"When_Clocks_Go_Forward", berlin, clocks_go_forward - before_clocks_change, 14},
-    {"Without_Tenants", berlin, clocks_go_back - before_clocks_change, 2, 35, Landscape::single_containers}};
+    {"Without_Tenants", berlin, clocks_go_back - before_clocks_change, 2, 25, Landscape::single_containers},
+    {"Of_System_Databases", berlin, clocks_go_forward - before_clocks_change, 2, 25, Landscape::system_databases}};
 
 /// A share of the histories, in a test by itself: several processes share the work. Without a wish each runs the same
 /// ones every time, so that a change that breaks them is the one under test.
@@ -79,27 +83,32 @@ std::string name_of(const Shard& shard) {
 void PrintTo(const Shard& shard, std::ostream* out) { *out << shard.setting->zone << ", seed " << shard.seed; }
 std::string name_of_case(const testing::TestParamInfo<Shard>& info) { return name_of(info.param); }
 
-rc::Gen<Step> a_step() {
-  using What = Step::What;
-  const auto what = rc::gen::weightedElement<What>({{8, What::commit},
-                                                    {2, What::commit_at_begin},
-                                                    {3, What::full},
-                                                    {2, What::differential},
-                                                    {3, What::incremental},
-                                                    {5, What::logs},
-                                                    {1, What::to_files},
-                                                    {1, What::pool},
-                                                    {1, What::lose_log},
-                                                    {1, What::restore},
-                                                    {1, What::other},
-                                                    {1, What::copy}});
-  return rc::gen::construct<Step>(what, rc::gen::inRange(0U, choices));
+using Weights = std::initializer_list<std::pair<std::size_t, Step::What>>;
+constexpr Weights usual_weights{{8, Step::What::commit},      {2, Step::What::commit_at_begin},
+                                {3, Step::What::full},        {2, Step::What::differential},
+                                {3, Step::What::incremental}, {5, Step::What::logs},
+                                {1, Step::What::to_files},    {1, Step::What::pool},
+                                {1, Step::What::lose_log},    {1, Step::What::restore},
+                                {1, Step::What::other},       {1, Step::What::copy}};
+/// More of what the other kinds differ in.
+constexpr Weights weights_of_few{{6, Step::What::commit},      {1, Step::What::commit_at_begin},
+                                 {4, Step::What::full},        {1, Step::What::differential},
+                                 {2, Step::What::incremental}, {6, Step::What::logs},
+                                 {1, Step::What::to_files},    {1, Step::What::pool},
+                                 {2, Step::What::lose_log},    {2, Step::What::restore},
+                                 {1, Step::What::other},       {2, Step::What::copy}};
+
+rc::Gen<Step> a_step(Landscape landscape) {
+  return rc::gen::construct<Step>(
+      rc::gen::weightedElement<Step::What>(landscape == Landscape::tenants ? usual_weights : weights_of_few),
+      rc::gen::inRange(0U, choices));
 }
 
 rc::Gen<Wish> a_wish() { return rc::gen::construct<Wish>(rc::gen::inRange(0U, choices), rc::gen::arbitrary<bool>()); }
 
-rc::Gen<History> a_history() {
-  return rc::gen::construct<History>(rc::gen::inRange(0U, choices), rc::gen::container<std::vector<Step>>(a_step()),
+rc::Gen<History> a_history(Landscape landscape) {
+  return rc::gen::construct<History>(rc::gen::inRange(0U, choices),
+                                     rc::gen::container<std::vector<Step>>(a_step(landscape)),
                                      rc::gen::container<std::vector<Wish>>(a_wish()), a_wish());
 }
 
@@ -123,7 +132,7 @@ rc::detail::TestParams parameters_of(const Shard& shard) {
   if (!asks("seed") && count == nullptr) parameters.seed = shard.seed;
   if (!asks("max_success"))
     parameters.maxSuccess = count == nullptr ? (own + one_in - 1) / one_in : share_of(own, std::atoi(count));
-  if (!asks("max_size")) parameters.maxSize = longest;
+  if (!asks("max_size")) parameters.maxSize = shard.setting->landscape == Landscape::tenants ? longest : longest_of_few;
   return parameters;
 }
 
@@ -174,7 +183,8 @@ TEST_P(Histories, Can_Be_Gone_Back_To_Or_Are_Refused_For_A_Reason) {
   rc::detail::TestMetadata metadata;
   metadata.id = name_of(GetParam());
   metadata.description = "a restored database is as it was, or its plan refuses";
-  const rc::detail::TestResult result = rc::detail::checkTestable([this] { live(*a_history()); }, metadata, parameters);
+  const rc::detail::TestResult result =
+      rc::detail::checkTestable([this] { live(*a_history(GetParam().setting->landscape)); }, metadata, parameters);
   rc::detail::printResultMessage(result, std::cerr);
   std::cerr << std::endl;
   EXPECT_TRUE(result.is<rc::detail::SuccessResult>());
