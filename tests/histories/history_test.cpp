@@ -57,7 +57,8 @@ constexpr Setting settings[] = {
     {"When_Clocks_Go_Back", berlin, clocks_go_back - before_clocks_change, 14},
     {"When_Clocks_Go_Forward", berlin, clocks_go_forward - before_clocks_change, 14},
     {"Without_Tenants", berlin, clocks_go_back - before_clocks_change, 2, 25, Landscape::single_containers},
-    {"Of_System_Databases", berlin, clocks_go_forward - before_clocks_change, 2, 25, Landscape::system_databases}};
+    {"Of_System_Databases", berlin, clocks_go_forward - before_clocks_change, 2, 25, Landscape::system_databases},
+    {"Into_Another_System", "Asia/Kolkata", 1'769'000'000, 2, 25, Landscape::two_systems}};
 
 /// A share of the histories, in a test by itself: several processes share the work. Without a wish each runs the same
 /// ones every time, so that a change that breaks them is the one under test.
