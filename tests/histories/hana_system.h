@@ -2,6 +2,7 @@
 
 #include <ctime>
 #include <string>
+#include <string_view>
 
 namespace histories {
 
@@ -20,10 +21,13 @@ struct Database {
 class Hana_System {
  public:
   static constexpr const char* usual_version = "2.00.059.00.1632920961";
+  /// Before 1.00.100: it has no deltas, and no catalog but its own for a recovery.
+  static constexpr const char* old_version = "1.00.97.00.1434028111";
 
   struct Kind {
     const char* version = usual_version;
     bool single_container = false;
+    [[nodiscard]] bool is_old() const { return std::string_view(version) == old_version; }
   };
   /// When so much time passes, HANA saves its logs.
   static constexpr std::time_t log_timeout = 3600;

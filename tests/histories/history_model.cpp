@@ -126,9 +126,26 @@ std::string History_Model::refusal_of_logs(std::time_t at, const Data_Set& full,
 
 Expectation History_Model::expect(const Target& target) const {
   if (target.set.empty()) return expect_time(target.time, target.ignore_delta);
-  return expect_set(
-      *std::find_if(data_.begin(), data_.end(), [&](const Data_Set& set) { return set.uuid == target.set; }),
-      target.ignore_delta);
+  return expect_set(set_of(target), target.ignore_delta);
+}
+
+const History_Model::Data_Set& History_Model::set_of(const Target& target) const {
+  return *std::find_if(data_.begin(), data_.end(), [&](const Data_Set& set) { return set.uuid == target.set; });
+}
+
+/// The other one's own catalog does not list this one's backups. Those that a full backup's name alone leads to can be
+/// had.
+Expectation History_Model::expect_copy(const Target& target) const {
+  const Expectation here = expect(target);
+  const bool by_name = !target.set.empty() && set_of(target).kind == Kind::full;
+  if (!old_ || by_name || here.refusal == "unknown" || here.refusal == "no_full_backup") return here;
+  return {"no_catalog", {}};
+}
+
+bool History_Model::is_beyond_old_hana(const Target& target) const {
+  if (!old_ || !target.set.empty()) return false;
+  const Data_Set* const full = full_for(target.time);
+  return full != nullptr && full->first != target.time && full->lifeline != lifeline_;
 }
 
 Expectation History_Model::expect_set(const Data_Set& set, bool ignore_delta) const {
@@ -149,7 +166,7 @@ Expectation History_Model::expect_time(std::time_t at, bool ignore_delta) const 
   // The very begin of a full backup is that backup, found in HANA's newest catalog: which another branch may have
   // written.
   if (full->first == at) {
-    if (full->lifeline != lifeline_) return {"catalog_of_another_branch", {}};
+    if (full->lifeline != lifeline_ && !old_) return {"catalog_of_another_branch", {}};
     return {"", full->content};
   }
   const std::string refusal = refusal_of_logs(at, *full, ignore_delta, true);

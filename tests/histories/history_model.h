@@ -30,10 +30,15 @@ class History_Model {
  public:
   enum class Kind { full, differential, incremental };
 
+  /// `old`: of a HANA without deltas, which recovers by its own catalog alone.
+  explicit History_Model(bool old = false) : old_(old) {}
+
   /// Without a value: deleted.
   void committed(std::time_t at, const std::string& key, const std::string& value);
   /// What a data backup to this pool becomes when `wanted` is asked for.
   [[nodiscard]] Kind kind_of_next(Kind wanted, const std::string& pool) const;
+  /// HANA cannot make such a backup.
+  [[nodiscard]] bool refuses(Kind kind) const { return old_ && kind != Kind::full; }
   /// A data backup was recorded, as `first` and `last` say; `first` is one second later than HANA began it.
   void backed_up(Kind kind, const std::string& pool, const std::string& uuid, std::time_t first, std::time_t last);
   /// HANA keeps logs from the first full backup on.
@@ -51,6 +56,11 @@ class History_Model {
   /// Moments and sets worth asking for. Never a second in which something else happened than the model can tell.
   [[nodiscard]] std::vector<Target> targets() const;
   [[nodiscard]] Expectation expect(const Target& target) const;
+  /// In another database, which knows nothing of this one.
+  [[nodiscard]] Expectation expect_copy(const Target& target) const;
+  /// An old HANA has the logs of all branches in its one catalog, and takes none of a branch that was left when
+  /// positions are there twice: whatever the plan says, it is not tried.
+  [[nodiscard]] bool is_beyond_old_hana(const Target& target) const;
   [[nodiscard]] const Content& content() const { return moments_.back().content; }
   /// A moment in which nothing happens.
   void quiet(std::time_t at) { quiet_.push_back(at); }
@@ -87,10 +97,12 @@ class History_Model {
   [[nodiscard]] bool lacks_log(std::time_t at, const Data_Set& full, bool ignore_delta) const;
   [[nodiscard]] std::string refusal_of_logs(std::time_t at, const Data_Set& full, bool ignore_delta,
                                             bool needs_logs) const;
+  [[nodiscard]] const Data_Set& set_of(const Target& target) const;
   [[nodiscard]] Expectation expect_set(const Data_Set& set, bool ignore_delta) const;
   [[nodiscard]] Expectation expect_time(std::time_t at, bool ignore_delta) const;
   int lifeline_of_next();
 
+  bool old_ = false;
   std::vector<Moment> moments_{{}};
   std::vector<Data_Set> data_;
   std::vector<Other_Set> others_;

@@ -60,6 +60,7 @@ History_Runner::~History_Runner() {
 void History_Runner::begin_life() {
   Life life;
   life.database = lives_.empty() ? system_.add_database() : system_.add_database_beside(lives_.front().database);
+  life.model = History_Model(system_.is_old(life.database));
   databases_.push_back(life.database);
   lives_.push_back(std::move(life));
 }
@@ -139,6 +140,7 @@ void History_Runner::back_up(History_Model::Kind kind) {
   const History_Model::Kind becomes = life().model.kind_of_next(kind, life().pool);
   const std::time_t from = system_.now();
   const std::string state = system_.back_up(life().database, name_of(kind), life().pool);
+  if (life().model.refuses(becomes)) return expect(state == "error", "a delta ends " + state);
   expect(state == "completed", std::string("the backup ends ") + state);
   bool found = false;
   for (const Object& set : new_sets(life(), 2)) {
@@ -186,11 +188,15 @@ bool History_Runner::choose(const Wish& wish, Target& target) const {
   return true;
 }
 
+Expectation History_Runner::expected_of(const Target& target, const Database& into) const {
+  return into == life().database ? life().model.expect(target) : life().model.expect_copy(target);
+}
+
 bool History_Runner::ask(const Target& target, const Database& into) {
   const std::string time = target.set.empty() ? utc_text(target.time) : "";
   const Object plan = system_.plan(life().database, into, time, target.set, target.ignore_delta);
   const std::string codes = plan.empty() ? "unknown" : codes_of(plan);
-  const Expectation expected = life().model.expect(target);
+  const Expectation expected = expected_of(target, into);
   expect(codes == expected.refusal, label_of(life().database) + " to " + label_of(target) + ": refused '" + codes +
                                         "' instead of '" + expected.refusal + "': " + json_spirit::dump_json(plan));
   if (!codes.empty()) ask_nearest(target, into, plan);
@@ -207,9 +213,9 @@ void History_Runner::ask_nearest(const Target& target, const Database& into, con
     const Object other =
         system_.plan(life().database, into, instead.set.empty() ? time : "", instead.set, instead.ignore_delta);
     const std::string refused = codes_of(other);
-    expect(refused.empty() && life().model.expect(instead).refusal.empty(),
+    expect(refused.empty() && expected_of(instead, into).refusal.empty(),
            label_of(life().database) + " to " + label_of(target) + ": the nearest one " + which + ", " +
-               label_of(instead) + ", is refused '" + refused + "', expected '" + life().model.expect(instead).refusal +
+               label_of(instead) + ", is refused '" + refused + "', expected '" + expected_of(instead, into).refusal +
                "': " + json_spirit::dump_json(plan) + " and " + json_spirit::dump_json(other));
   }
 }
@@ -227,6 +233,7 @@ void History_Runner::lose_log(unsigned choice) {
 void History_Runner::restore(const Wish& wish) {
   Target target;
   if (!choose(wish, target) || !ask(target, life().database)) return;
+  if (life().model.is_beyond_old_hana(target)) return;
   (void)carry_out(target, life().database);
   life().model.restored(system_.now(), target);
 }
@@ -235,6 +242,7 @@ void History_Runner::copy(const Wish& wish) {
   Target target;
   if (!choose(wish, target) || !life().model.expect(target).refusal.empty()) return;
   Life copied;
+  copied.model = History_Model(system_.is_old(life().database));
   copied.database = system_.add_target_for(life().database);
   copied.pool = life().pool;
   databases_.push_back(copied.database);
@@ -251,7 +259,7 @@ Content History_Runner::carry_out(const Target& target, const Database& into) {
   const std::string what = label_of(life().database) + " to " + label_of(target) + " into " + label_of(into) + ": ";
   expect(state == "completed", what + "the restore ends " + state);
   Content there = rows(into);
-  const Content expected = life().model.expect(target).content;
+  const Content expected = expected_of(target, into).content;
   expect(there == expected, what + "rows " + label_of(there) + " instead of " + label_of(expected));
   return there;
 }

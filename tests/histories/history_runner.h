@@ -48,6 +48,7 @@ class History_Runner {
   void copy(const Wish& wish);
   /// Restores and compares; the content.
   Content carry_out(const Target& target, const Database& into);
+  [[nodiscard]] Expectation expected_of(const Target& target, const Database& into) const;
   /// Compares the plan; true when it can be carried out.
   bool ask(const Target& target, const Database& into);
   void ask_nearest(const Target& target, const Database& into, const json_spirit::Object& plan);

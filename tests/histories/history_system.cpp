@@ -217,6 +217,8 @@ Database History_System::add_database() {
   switch (landscape_) {
     case Landscape::single_containers:
       return add_alone({.single_container = true});
+    case Landscape::old_systems:
+      return add_alone({.version = Hana_System::old_version, .single_container = true});
     case Landscape::system_databases:
       return add_alone({});
     case Landscape::tenants:

@@ -22,6 +22,7 @@ namespace histories {
 enum class Landscape {
   tenants,            ///< of one system, and so are their copies
   single_containers,  ///< systems without tenants; a copy is another one
+  old_systems,        ///< the same, of a HANA without deltas, which recovers by its own catalog alone
   system_databases,   ///< beside a tenant of the same system; the copy of a system database is another system
   two_systems,        ///< tenants; a copy is one of the other system
 };
@@ -48,6 +49,8 @@ class History_System {
   void retire(const Database& database);
   /// HANA saves so many logs of it at once, each with a backup of its catalog behind it.
   [[nodiscard]] std::size_t volumes_of(const Database& database) const;
+  /// It knows no deltas, and recovers by its own catalog.
+  [[nodiscard]] bool is_old(const Database& database) const { return hana_of(database).kind().is_old(); }
 
   [[nodiscard]] std::time_t begin() const { return begin_; }
   [[nodiscard]] std::time_t now() const { return platform::Clock::current().wall_seconds(); }
