@@ -12,8 +12,8 @@ bool System_Controller::is_multi_container() const {
   constexpr const char* file_name = "global.ini";
   Ini_File ini;
   if (!read_system_configuration(sid_, file_name, ini)) {
-    // In doubt there are tenants: HANA refuses a tenant's statement where there are none, while the statement of a whole
-    // system would stop, overwrite or back up more, or something else, than was meant.
+    // In doubt there are tenants: HANA refuses a tenant's statement where there are none, while the statement of a
+    // whole system would stop, overwrite or back up more, or something else, than was meant.
     const std::string path = system_configuration(sid_, file_name);
     return platform::is_regular_file(path.c_str()) || platform::is_directory(path.c_str());
   }
