@@ -64,6 +64,27 @@ class Cluster_Restores : public Cluster_Fixture {
     EXPECT_TRUE(stored.status == 200 || stored.status == 201) << stored.body;
     return text_of(object_in(server().rest("POST", "/job-definitions/" + id + "/start", "{}").body), "job_act_id");
   }
+  /// Where the command would restore the system database from its full backup, and what happens to the other hosts; or
+  /// the codes of the refusals.
+  [[nodiscard]] std::string planned(const std::vector<std::string>& more = {}) const {
+    std::vector<std::string> words{"restore", std::string(instance) + "/SYSTEMDB", "--set",
+                                   text_of(full_of("SYSTEMDB"), "uuid")};
+    words.insert(words.end(), more.begin(), more.end());
+    json_spirit::Object plan;
+    json_spirit::Object target;
+    json_spirit::Array refusals;
+    json_spirit::Array others;
+    (void)json_spirit::object_get(object_in(server().dorsal3(words).out), "plan", plan);
+    (void)json_spirit::object_get(plan, "target", target);
+    (void)json_spirit::object_get(plan, "refusals", refusals);
+    (void)json_spirit::object_get(target, "other_hosts", others);
+    std::string text;
+    for (const json_spirit::Value& row : refusals) text += text_of(row.get_obj(), "code");
+    if (!text.empty()) return text;
+    text = text_of(target, "host");
+    for (const json_spirit::Value& row : others) text += ", " + text_of(row.get_obj(), "host") + " is restarted";
+    return text;
+  }
   [[nodiscard]] bool is_staged(const std::string& name, const char* file = staged_file) const {
     return std::filesystem::exists(host(name).real(file));
   }
@@ -166,4 +187,27 @@ TEST_F(Cluster_Restores, The_Other_Hosts_Are_Restarted_After_The_System_Database
   EXPECT_EQ(rows("SYSTEMDB"), "1\n");
   EXPECT_NE(server().rest("GET", "/audit").body.find("hana.instance.control"), std::string::npos);
   EXPECT_TRUE(server().alerts().empty()) << host("hana01").agent_log() << host("hana02").agent_log();
+}
+
+TEST_F(Cluster_Restores, Are_Planned_Where_The_Active_Master_Is_Or_Not_At_All) {
+  start_with_backups({"SYSTEMDB"});
+  EXPECT_EQ(planned(), "hana01, hana02 is restarted");
+  (void)host("hana01").stop_agent(SIGKILL);
+  EXPECT_TRUE(eventually([this] { return planned() == "target_master_away"; })) << planned();
+  host("hana01").start_agent(server());
+  EXPECT_EQ(planned(), "hana01, hana02 is restarted");
+}
+
+TEST_F(Cluster_Restores, Are_Planned_Where_The_Primary_Is) {
+  start_pair();
+  ASSERT_EQ(server().backup(std::string(instance) + "/SYSTEMDB", {"--host", "hana01"}).code, 0);
+  EXPECT_EQ(planned(), "hana01");
+  EXPECT_EQ(planned({"--host", "hana02"}), "target_not_master");
+  host("hana01").stop_hana();
+  EXPECT_EQ(planned(), "target_master_unknown");
+  EXPECT_EQ(planned({"--host", "hana01"}), "hana01");
+  const Tool_Result taken = host("hana02").hana_tool("hdbnsutil", {"-sr_takeover"});
+  ASSERT_EQ(taken.code, 0) << taken.out;
+  ASSERT_TRUE(serves(host("hana02")));
+  EXPECT_EQ(planned(), "hana02");
 }
