@@ -67,8 +67,9 @@ void Hana_System::set_time(const std::string& time) const {
   fs::rename(path + ".new", path);
 }
 
-std::string Hana_System::add_tenant() {
-  const std::string tenant = "T" + std::to_string(++tenants_);
+std::string Hana_System::add_tenant(const std::string& wanted) {
+  std::string tenant = wanted;
+  while (tenant.empty() || !tenants_.insert(tenant).second) tenant = "T" + std::to_string(++numbered_);
   (void)sql("CREATE DATABASE " + tenant + " SYSTEM USER PASSWORD " + tenant_password, system_database);
   return tenant;
 }

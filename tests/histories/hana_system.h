@@ -1,6 +1,7 @@
 #pragma once
 
 #include <ctime>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -55,8 +56,8 @@ class Hana_System {
 
   /// As the stand-in's clock file has it.
   void set_time(const std::string& time) const;
-  /// Makes an empty tenant and starts it; its name.
-  std::string add_tenant();
+  /// Makes an empty tenant and starts it; its name, which is the wanted one unless there is or was one of that name.
+  std::string add_tenant(const std::string& wanted = {});
   void start_tenant(const std::string& tenant) const;
   void stop_tenant(const std::string& tenant) const;
   /// SQL in a database, its answer as comma-separated values without quotes; throws when HANA refuses.
@@ -70,7 +71,8 @@ class Hana_System {
   const std::string sid_;
   const unsigned number_;
   const Kind kind_;
-  int tenants_ = 0;
+  std::set<std::string> tenants_;  ///< ever
+  int numbered_ = 0;               ///< of them
 };
 
 }  // namespace histories

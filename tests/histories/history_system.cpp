@@ -199,8 +199,8 @@ Object History_System::ask(const std::string& method, const std::string& resourc
 
 std::string History_System::pool_uuid(const std::string& name) const { return uuid_v5(id_namespace, "pool " + name); }
 
-Database History_System::add_tenant(Known_System& system) {
-  const std::string tenant = system.hana->add_tenant();
+Database History_System::add_tenant(Known_System& system, const std::string& wanted) {
+  const std::string tenant = system.hana->add_tenant(wanted);
   system.used.insert(tenant);
   return {system.hana->sid(), tenant};
 }
@@ -234,7 +234,7 @@ Database History_System::add_database_beside(const Database& other) {
 
 Database History_System::add_target_for(const Database& origin) {
   if (landscape_ == Landscape::two_systems)
-    return add_tenant(systems_.at(origin.sid == sid_of(0) ? sid_of(1) : sid_of(0)));
+    return add_tenant(systems_.at(origin.sid == sid_of(0) ? sid_of(1) : sid_of(0)), origin.name);
   return origin.name == hana_of(origin).main_database() ? add_database() : add_tenant(systems_.at(origin.sid));
 }
 

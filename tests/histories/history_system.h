@@ -91,7 +91,7 @@ class History_System {
   void add_pools();
   void start_agent();
   Known_System& add_system(const Hana_System::Kind& kind = {});
-  static Database add_tenant(Known_System& system);
+  static Database add_tenant(Known_System& system, const std::string& wanted = {});
   Database add_alone(const Hana_System::Kind& kind);
   [[nodiscard]] const Known_System& system_of(const Database& database) const { return systems_.at(database.sid); }
   [[nodiscard]] const Hana_System& hana_of(const Database& database) const { return *system_of(database).hana; }
