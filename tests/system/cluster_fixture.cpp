@@ -55,6 +55,15 @@ void Cluster_Fixture::start_scale_out(int count, const Hana& hana) {
   start_agents();
 }
 
+void Cluster_Fixture::start_namesakes() {
+  for (const char* name : {"hana01", "hana02"}) {
+    const Host& one = add_host(name);
+    one.install_hana(Hana());
+    one.start_hana();
+  }
+  start_agents();
+}
+
 void Cluster_Fixture::start_agents() {
   server_.start();
   for (const auto& host : hosts_) {

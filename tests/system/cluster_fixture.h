@@ -27,6 +27,10 @@ class Cluster_Fixture : public Root_Fixture {
   void start_scale_out(int count, const Hana& hana);
   void start_scale_out(int count) { start_scale_out(count, Hana()); }
 
+  /// hana01 and hana02 are systems of their own with the same SID and tenants, as a system and its copy; both run and
+  /// are registered.
+  void start_namesakes();
+
   /// "hana01" and so on.
   [[nodiscard]] Host& host(const std::string& name) const;
   [[nodiscard]] Server& server() { return server_; }

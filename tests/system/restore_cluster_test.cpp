@@ -4,6 +4,7 @@
 
 #include <ctime>
 #include <filesystem>
+#include <map>
 
 #include "cluster_fixture.h"
 #include "scrt/time_text.h"
@@ -104,8 +105,9 @@ class Cluster_Restores : public Cluster_Fixture {
     EXPECT_TRUE(host("hana01").meets(held)) << host("hana01").agent_log();
     return run;
   }
-  Tool_Result sql_of(const std::string& database, const std::string& statement) const {
-    return host("hana01").hana_tool(
+  Tool_Result sql_of(const std::string& database, const std::string& statement,
+                     const std::string& where = "hana01") const {
+    return host(where).hana_tool(
         "hdbsql", {"-xCja", "-i", "00", "-d", database, "-u", "SYSTEM", "-p", Host::password, statement});
   }
   void put(const std::string& database, const std::string& key, const std::string& value) const {
@@ -210,4 +212,42 @@ TEST_F(Cluster_Restores, Are_Planned_Where_The_Primary_Is) {
   ASSERT_EQ(taken.code, 0) << taken.out;
   ASSERT_TRUE(serves(host("hana02")));
   EXPECT_EQ(planned(), "hana02");
+}
+
+TEST_F(Cluster_Restores, A_Full_Backup_Goes_By_Its_Time_Into_A_System_Of_The_Same_Names) {
+  start_namesakes();
+  log_on(host("hana02"));
+  for (const char* name : {"hana01", "hana02"}) {
+    ASSERT_EQ(server().dorsal3({"log-backup", "enable", instance, "--host", name, "--yes"}).code, 0);
+    ASSERT_EQ(sql_of("TN1", std::string("UPSERT KV VALUES ('a','") + name + "')", name).code, 0);
+    ASSERT_EQ(server().backup(tenant, {"--host", name}).code, 0);
+  }
+  EXPECT_EQ(server().dorsal3({"info", instance}).code, 2) << "two systems are called so";
+  const auto rows = [this](const std::string& path) {
+    json_spirit::Array found;
+    (void)json_spirit::object_get(object_in(server().rest("GET", path).body), "rows", found);
+    return found;
+  };
+  std::map<std::string, std::string> systems;  // by host
+  for (const json_spirit::Value& resource : rows("/resources")) {
+    json_spirit::Array instances;
+    (void)json_spirit::object_get(resource.get_obj(), "instances", instances);
+    ASSERT_EQ(instances.size(), 1U);
+    systems[text_of(instances[0].get_obj(), "host_uuid")] = text_of(resource.get_obj(), "uuid");
+  }
+  const std::string from = systems[host("hana01").uuid()];
+  const std::string into = systems[host("hana02").uuid()];
+  const json_spirit::Array full = rows("/sets?type=full&database=TN1&resource_uuid=" + from);
+  ASSERT_EQ(full.size(), 1U);
+  const std::vector<std::string> plan{"restore", from + "/TN1", "--to", text_of(full[0].get_obj(), "first_time"),
+                                      "--into",  into + "/TN1"};
+  Tool_Result shown;
+  EXPECT_TRUE(eventually([&] { return (shown = server().dorsal3(plan)).code == 0; }))
+      << "HANA's catalog is backed up behind the full backup: " << shown.out << shown.err;
+  EXPECT_NE(shown.out.find("USING CATALOG BACKINT"), std::string::npos) << shown.out;
+  std::vector<std::string> run = plan;
+  run.insert(run.end(), {"--run", "--confirm", "TN1"});
+  const Tool_Result done = server().dorsal3(run);
+  EXPECT_EQ(done.code, 0) << done.out << done.err << host("hana02").agent_log();
+  EXPECT_EQ(sql_of("TN1", "select V from KV", "hana02").out, "hana01\n");
 }
