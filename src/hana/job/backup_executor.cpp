@@ -80,11 +80,16 @@ bool Backup_Executor::backup_databases(const Backup_Source_Collector::Databases&
 }
 
 bool Backup_Executor::backup_database(const Backup_Source_Collector::Database_Info& entry, Progress_Range range) {
+  // What a restore leaves decides the kind, and it must neither find the tenant started nor have it started under its
+  // hands: its end is waited for, and the next one waits until the tenant is started.
+  platform::File_Lock restores(database_restore_lock(sid_, entry.database));
+  if (!keep_away(restores, entry.database)) return false;
   if (!choose_job_type(entry)) return false;
   HANA_Backup_Set set;
   begin_set(set);
   if (!store_backint_record(set.uuid, entry.database)) return false;
   if (!start_tenant(entry.database)) return false;
+  restores.release();
   std::string cmd;
   if (!generate_cmd(entry, set.uuid, cmd)) return false;
   D3_INFO("Backup database %s in %s\n", entry.database.c_str(), instance_name_.c_str());
@@ -115,13 +120,20 @@ bool Backup_Executor::store_backint_record(const std::string& uuid, const std::s
   return false;
 }
 
+bool Backup_Executor::keep_away(platform::File_Lock& restores, const std::string& database) {
+  if (!is_tenant(database) || restores.acquire()) return true;
+  D3_ERROR("Failed to lock database '%C' against restores of it: %m\n", database.c_str());
+  return refuse_tenant(database);
+}
+
 bool Backup_Executor::start_tenant(const std::string& database) {
-  if (!mdc_ || database == system_database_name) return true;
-  // A restore of the database must neither find it started nor have it started under its hands: its end is waited for.
-  platform::File_Lock lock(database_restore_lock(sid_, database));
-  const bool locked = lock.acquire();
-  if (!locked) D3_ERROR("Failed to lock database '%C' against restores of it: %m\n", database.c_str());
-  if (locked && Tenant_Database_Controller(hdbsql_).start(database)) return true;
+  if (!is_tenant(database) || Tenant_Database_Controller(hdbsql_).start(database)) return true;
+  return refuse_tenant(database);
+}
+
+bool Backup_Executor::is_tenant(const std::string& database) const { return mdc_ && database != system_database_name; }
+
+bool Backup_Executor::refuse_tenant(const std::string& database) {
   raise_alert(ALERT_START_TENANT, ALERT_FLAGS_NONE, {{"database", database}});
   D3_ERROR("Failed to start tenant database '%s' in '%s'\n", database.c_str(), instance_name_.c_str());
   return false;

@@ -9,6 +9,7 @@
 #include "agent/backupd_client/client_io_ex.h"
 #include "hana/job/backup_executor_basic.h"
 #include "hana/job/backup_source_collector.h"
+#include "platform/file_lock.h"
 #include "scrt/thread_helper.h"
 
 namespace sap_hana {
@@ -75,7 +76,12 @@ class Backup_Executor : public Backup_Executor_Basic {
   [[nodiscard]] bool choose_job_type(const Backup_Source_Collector::Database_Info& entry);
   void begin_set(HANA_Backup_Set& set);
   [[nodiscard]] bool store_backint_record(const std::string& uuid, const std::string& database);
+  /// Waits until no restore of the tenant goes on. With alert and message when that cannot be had.
+  [[nodiscard]] bool keep_away(platform::File_Lock& restores, const std::string& database);
   [[nodiscard]] bool start_tenant(const std::string& database);
+  [[nodiscard]] bool is_tenant(const std::string& database) const;
+  /// Always false.
+  bool refuse_tenant(const std::string& database);
   [[nodiscard]] bool generate_cmd(const Backup_Source_Collector::Database_Info& entry, const std::string& uuid,
                                   std::string& cmd) const;
   [[nodiscard]] bool run_cmd(const std::string& cmd, const std::string& database, Progress_Range range);
