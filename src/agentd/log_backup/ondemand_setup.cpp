@@ -199,7 +199,8 @@ std::string Ondemand_Setup::find_fault(const std::string& type, const Job_Defini
   std::string error;
   // Elsewhere the settings are another host's affair.
   if (source == nullptr || !log_backups_.is_open(type, source->name())) return {};
-  if (!read_log_backup_settings(sid_of(definition), file.database, settings, error)) return error;
+  // What cannot be read now is no reason to take a log backup away.
+  if (!read_log_backup_settings(sid_of(definition), file.database, settings, error)) return {};
   return settings.lacks();
 }
 
