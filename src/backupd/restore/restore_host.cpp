@@ -54,8 +54,11 @@ json_spirit::Array uuids(const std::vector<const Restore_System::Host*>& hosts) 
 
 std::optional<Plan_Remark> Restore_System::choose_host(const Agent_Registry& agents, const std::string& wanted,
                                                        const std::string& database) {
-  if (hosts.size() == 1) return std::nullopt;
-  ask_again(agents);
+  if (hosts.size() > 1 || version.empty()) ask_again(agents);
+  if (hosts.size() == 1) {
+    take(hosts.front());
+    return std::nullopt;
+  }
   Candidates candidates = masters();
   const bool alone = candidates.size() == 1;
   const Candidates open = alone ? candidates : open_ones(agents, candidates);
@@ -66,7 +69,9 @@ std::optional<Plan_Remark> Restore_System::choose_host(const Agent_Registry& age
   const auto chosen = std::find_if(meant.begin(), meant.end(), is_wanted);
   if (chosen == meant.end()) {
     take(*std::find_if(hosts.begin(), hosts.end(), [&](const Host& host) { return host.uuid == wanted; }));
-    return not_master(wanted, meant);
+    // The master may be lost with its host, and HANA unable to name another one before it is restored.
+    const bool master_is_lost = alone && !candidates.front()->connected && connected;
+    return master_is_lost ? std::nullopt : std::optional(not_master(wanted, meant));
   }
   const auto there =
       std::find_if(meant.begin(), meant.end(), [&](const Host* host) { return is_wanted(host) && host->connected; });
@@ -112,11 +117,13 @@ Restore_System::Candidates Restore_System::open_ones(const Agent_Registry& agent
 }
 
 Plan_Remark Restore_System::master_away(const Host& master) const {
-  return {refusal::master_away,
-          "the active master of " + name + " is " + master.label() +
-              ", whose agent is not connected, and HANA is restored on no other host; start that agent, or, when "
-              "another host has become the master, that one's, and run: dorsal3 discover",
-          {{"host_uuid", master.uuid}}};
+  return {
+      refusal::master_away,
+      "the active master of " + name + " is " + master.label() +
+          ", whose agent is not connected, and HANA is restored on no other host; start that agent, or, when "
+          "another host has become the master, that one's, and run: dorsal3 discover; where that host is lost, name "
+          "the one that takes its place with --host",
+      {{"host_uuid", master.uuid}}};
 }
 
 Plan_Remark Restore_System::not_master(const std::string& wanted, const Candidates& masters) const {

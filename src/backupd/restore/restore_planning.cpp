@@ -113,17 +113,20 @@ Outcome Restore_Planning::read(const json_spirit::Object& body, Wish& wish) {
 }
 
 void Restore_Planning::check_target(const Wish& wish, Restore_Plan& plan) const {
-  const bool from_system = wish.source.is_system_database(wish.restore.database);
+  // What the agents have just said of the target is newer than the record of the same system as a source.
+  const Restore_System& source = wish.source.resource_uuid == wish.target.resource_uuid ? wish.target : wish.source;
+  const bool from_system = source.is_system_database(wish.restore.database);
   const bool into_system = wish.target.is_system_database(wish.target_database);
   // A single container may become a tenant, and nothing else changes its kind.
-  const bool fits = wish.source.multi_container ? wish.target.multi_container && from_system == into_system
-                                                : !wish.target.multi_container || !into_system;
+  const bool fits = source.multi_container ? wish.target.multi_container && from_system == into_system
+                                           : !wish.target.multi_container || !into_system;
   if (!fits)
     plan.refusals.push_back({refusal::target_unfit,
                              "a system database goes into a system database only, a tenant into a tenant, and a "
                              "system without tenants into such a system or a tenant: " +
                                  wish.source.name + "/" + wish.restore.database + " cannot become " + wish.target.name +
-                                 "/" + wish.target_database,
+                                 "/" + wish.target_database +
+                                 "; run dorsal3 discover where one of them was converted since it was discovered",
                              {}});
   // The statement follows from it, and the module takes an unknown version for an old one.
   if (wish.target.version.empty())

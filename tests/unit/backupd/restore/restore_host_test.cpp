@@ -35,13 +35,18 @@ class Restore_Host_Test : public ::testing::Test {
 
   /// What the server was told at the last discovery.
   void registered(const std::string& master_a, const std::string& master_b) {
-    for (const auto& [host, name, master] : {std::tuple{host_a, "hana01", master_a}, {host_b, "hana02", master_b}}) {
-      const Answer answer = server_.request("POST", "/resources",
-                                            R"({"name":"HDB_HDB00","type":"hana","host_uuid":")" + std::string(host) +
-                                                R"(","extended_attrs":)" + attributes(name, master) + "}");
-      ASSERT_EQ(answer.status, 201U) << answer.text;
-      resource_ = answer.text_of("uuid");
-    }
+    register_host(host_a, attributes("hana01", master_a));
+    register_host(host_b, attributes("hana02", master_b));
+    add_backups();
+  }
+  void register_host(const std::string& host, const std::string& attributes) {
+    const Answer answer = server_.request(
+        "POST", "/resources",
+        R"({"name":"HDB_HDB00","type":"hana","host_uuid":")" + host + R"(","extended_attrs":)" + attributes + "}");
+    ASSERT_EQ(answer.status, 201U) << answer.text;
+    resource_ = answer.text_of("uuid");
+  }
+  void add_backups() {
     std::vector<Set_Line> lines;
     for (const char* database : {"SYSTEMDB", "TN1"}) {
       const std::string name = std::string("F_") + database;
@@ -103,7 +108,8 @@ TEST_F(Restore_Host_Test, Nobody_Stands_In_For_A_Master_That_Is_Away) {
     EXPECT_EQ(restores(database), "target_master_away") << plan_.text;
     EXPECT_NE(plan_.text.find("hana01 (" + std::string(host_a) + ")"), std::string::npos) << plan_.text;
     EXPECT_NE(plan_.text.find("dorsal3 discover"), std::string::npos) << plan_.text;
-    EXPECT_EQ(restores(database, host_b), "target_not_master") << plan_.text;
+    EXPECT_NE(plan_.text.find("--host"), std::string::npos) << plan_.text;
+    EXPECT_EQ(restores(database, host_b), "hana02") << "the operator knows that the master is lost: " << plan_.text;
   }
   connect(host_a, {"true", "error"});
   EXPECT_EQ(restores("SYSTEMDB"), "hana01") << plan_.text;
@@ -129,6 +135,21 @@ TEST_F(Restore_Host_Test, A_Worker_Does_Not_Restore_Where_The_Record_Knows_No_Ma
   connect(host_b, {"false", "open"});
   EXPECT_EQ(restores("SYSTEMDB"), "target_master_unknown") << plan_.text;
   EXPECT_NE(plan_.text.find("dorsal3 discover"), std::string::npos) << plan_.text;
+}
+
+TEST_F(Restore_Host_Test, What_The_Agents_Tell_Now_Counts_More_Than_The_Record) {
+  // Discovered while its configuration was not there, or before it was converted.
+  const auto without = [](std::string text, const std::string& part, const std::string& instead) {
+    return text.replace(text.find(part), part.size(), instead);
+  };
+  const std::string known = attributes("hana01", "true");
+  register_host(host_a, without(without(known, R"("multi_container":true)", R"("multi_container":false)"),
+                                R"("version":"2.00.059.00")", R"("version":"")"));
+  add_backups();
+  EXPECT_EQ(restores("SYSTEMDB"), "version_unknown agent_away") << plan_.text;
+  connect(host_a, {"true", "open"});
+  EXPECT_EQ(restores("SYSTEMDB"), "hana01") << plan_.text;
+  EXPECT_EQ(restores("TN1"), "hana01") << plan_.text;
 }
 
 TEST_F(Restore_Host_Test, The_Primary_Of_A_Replication_Restores) {
