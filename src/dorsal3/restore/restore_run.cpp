@@ -6,6 +6,7 @@
 #include "dorsal3/server/resources.h"
 #include "dorsal3/terminal/format.h"
 #include "dorsal3/terminal/time_argument.h"
+#include "platform/clock.h"
 
 namespace dorsal3 {
 
@@ -129,7 +130,15 @@ bool Restore_Run::is_new(const json_spirit::Object& said) const {
 json_spirit::Object Restore_Run::logged_recovery(std::string& why_not) {
   json_spirit::Object said;
   Failure failure;
-  if (!ask_log(said, failure)) {
+  constexpr int tries = 6;
+  constexpr std::chrono::seconds pause{10};
+  bool asked = ask_log(said, failure);
+  // The restore is done; an agent that connects again just now is waited for.
+  for (int i = 1; i < tries && !asked; ++i) {
+    platform::Clock::current().sleep_for(pause);
+    asked = ask_log(said, failure);
+  }
+  if (!asked) {
     why_not = "HANA's log could not be read: " + failure.message;
     return {};
   }
