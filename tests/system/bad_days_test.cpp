@@ -18,6 +18,10 @@ constexpr const char* link_path = "/usr/sap/HDB/SYS/global/hdb/opt/hdbbackint";
 
 class Bad_Days : public System_Fixture {
  protected:
+  static void replace(const std::string& path, const std::string& text) {
+    std::ofstream(path + ".next") << text;
+    fs::rename(path + ".next", path);
+  }
   /// A backup that fails with these alerts and this text in the agent's log.
   void expect_failure(const std::vector<std::string>& wanted_alerts, const std::string& log_text,
                       const std::string& database = "TN1") {
@@ -133,13 +137,13 @@ TEST_F(Bad_Days, A_System_That_Does_Not_Tell_Of_Its_Tenants_Has_None_Taken_For_A
   const std::size_t mode = without.find("mode = multidb");
   ASSERT_NE(mode, std::string::npos) << whole;
   without.erase(mode, without.find('\n', mode) - mode);
-  std::ofstream(path) << without;
+  replace(path, without);
   // HANA is asked as a system without tenants is, and backs up the one that answers there: the first tenant.
   expect_failure({"7/8"}, "Failed to execute backup", "TN2");
   EXPECT_NE(slurp(real(hdbbackint_log)).find("is for database TN2, but HANA backs up TN1"), std::string::npos);
-  const Rest_Answer records = rest("GET", "/backint/jobs");
-  EXPECT_NE(records.body.find("\"total\":0"), std::string::npos) << records.body;
-  std::ofstream(path) << whole;
+  EXPECT_TRUE(
+      eventually([this] { return rest("GET", "/backint/jobs").body.find("\"total\":0") != std::string::npos; }));
+  replace(path, whole);
   EXPECT_EQ(backup(std::string(instance) + "/TN2").code, 0);
 }
 

@@ -65,6 +65,10 @@ class Cluster_Restores : public Cluster_Fixture {
     EXPECT_TRUE(stored.status == 200 || stored.status == 201) << stored.body;
     return text_of(object_in(server().rest("POST", "/job-definitions/" + id + "/start", "{}").body), "job_act_id");
   }
+  /// An agent that is slow to answer is not asked for long.
+  void expect_planned(const std::string& wanted, const std::vector<std::string>& more = {}) const {
+    EXPECT_TRUE(eventually([&] { return planned(more) == wanted; })) << planned(more);
+  }
   /// Where the command would restore the system database from its full backup, and what happens to the other hosts; or
   /// the codes of the refusals.
   [[nodiscard]] std::string planned(const std::vector<std::string>& more = {}) const {
@@ -193,25 +197,25 @@ TEST_F(Cluster_Restores, The_Other_Hosts_Are_Restarted_After_The_System_Database
 
 TEST_F(Cluster_Restores, Are_Planned_Where_The_Active_Master_Is_Or_Not_At_All) {
   start_with_backups({"SYSTEMDB"});
-  EXPECT_EQ(planned(), "hana01, hana02 is restarted");
+  expect_planned("hana01, hana02 is restarted");
   (void)host("hana01").stop_agent(SIGKILL);
   EXPECT_TRUE(eventually([this] { return planned() == "target_master_away"; })) << planned();
   host("hana01").start_agent(server());
-  EXPECT_EQ(planned(), "hana01, hana02 is restarted");
+  expect_planned("hana01, hana02 is restarted");
 }
 
 TEST_F(Cluster_Restores, Are_Planned_Where_The_Primary_Is) {
   start_pair();
   ASSERT_EQ(server().backup(std::string(instance) + "/SYSTEMDB", {"--host", "hana01"}).code, 0);
-  EXPECT_EQ(planned(), "hana01");
+  expect_planned("hana01");
   EXPECT_EQ(planned({"--host", "hana02"}), "target_not_master");
   host("hana01").stop_hana();
   EXPECT_EQ(planned(), "target_master_unknown");
-  EXPECT_EQ(planned({"--host", "hana01"}), "hana01");
+  expect_planned("hana01", {"--host", "hana01"});
   const Tool_Result taken = host("hana02").hana_tool("hdbnsutil", {"-sr_takeover"});
   ASSERT_EQ(taken.code, 0) << taken.out;
   ASSERT_TRUE(serves(host("hana02")));
-  EXPECT_EQ(planned(), "hana02");
+  expect_planned("hana02");
 }
 
 TEST_F(Cluster_Restores, A_Full_Backup_Goes_By_Its_Time_Into_A_System_Of_The_Same_Names) {

@@ -66,6 +66,14 @@ TEST_F(HANA_Variants, Catalog_Backups_May_Share_The_Id_Of_The_Backup_Before_Them
   start_all();
   fault("catalog_same_id = yes");
   fault("log_catalog_same_id = yes");
+  // No log backup comes by itself.
+  const std::string timeout = std::to_string(log_timeout_s);
+  ASSERT_EQ(host_
+                .sql("ALTER SYSTEM ALTER CONFIGURATION ('global.ini','SYSTEM') SET "
+                     "('persistence','log_backup_timeout_s') = '" +
+                     timeout + "' WITH RECONFIGURE")
+                .code,
+            0);
   ASSERT_EQ(text_of(enable_log_backup(), "state"), "installed") << agent_log();
   put("TN1", "a", "1");
   back_up("TN1");
