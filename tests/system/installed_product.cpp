@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 namespace system_tests {
 
@@ -21,8 +22,10 @@ void place(const std::string& from, const std::string& to) {
 }  // namespace
 
 std::string slurp(const std::string& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
+  const std::ifstream file(path);
+  std::ostringstream text;
+  text << file.rdbuf();  // unlike an iterator over it, it ends quietly when a process's file goes meanwhile
+  return text.str();
 }
 
 void Installed_Product::install() const {

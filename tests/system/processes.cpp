@@ -11,6 +11,7 @@
 #include <array>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <thread>
 #include <utility>
 
@@ -140,9 +141,10 @@ namespace fs = std::filesystem;
 std::vector<std::pair<fs::path, fs::path>> entries_below(const std::string& folder) {
   std::vector<std::pair<fs::path, fs::path>> found;
   std::error_code error;
-  for (const auto& entry : fs::directory_iterator("/proc", error)) {
-    const fs::path program = fs::read_symlink(entry.path() / "exe", error);
-    if (!error && program.string().starts_with(folder + "/")) found.emplace_back(entry.path(), program);
+  for (fs::directory_iterator entry("/proc", error), end; !error && entry != end; entry.increment(error)) {
+    std::error_code gone;
+    const fs::path program = fs::read_symlink(entry->path() / "exe", gone);
+    if (!gone && program.string().starts_with(folder + "/")) found.emplace_back(entry->path(), program);
   }
   return found;
 }
@@ -159,8 +161,10 @@ std::vector<pid_t> pids_below(const std::string& folder, const std::string& prog
 std::vector<std::string> processes_below(const std::string& folder) {
   std::vector<std::string> found;
   for (const auto& [entry, program] : entries_below(folder)) {
-    std::ifstream file(entry / "cmdline");
-    std::string line((std::istreambuf_iterator<char>(file)), {});
+    const std::ifstream file(entry / "cmdline");
+    std::ostringstream text;
+    text << file.rdbuf();  // it may be gone meanwhile
+    std::string line = text.str();
     for (char& c : line)
       if (c == '\0') c = ' ';
     found.push_back(entry.filename().string() + ": " + line);
