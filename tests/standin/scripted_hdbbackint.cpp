@@ -88,7 +88,7 @@ class Agent {
     }
     if (const std::string pause = told("wait"); !pause.empty())
       std::this_thread::sleep_for(std::chrono::milliseconds(std::stoi(pause)));
-    if (!told("hold").empty()) hold();
+    if (!told("hold").empty() && !hold()) return 3;
     if (!fs::exists(in_)) return 2;
     fs::create_directories(root_ + "/pool");
     answers_.open(out_);
@@ -107,15 +107,17 @@ class Agent {
   }
 
  private:
-  /// Waits until the script says something else.
-  void hold() const {
+  /// Waits until the script says something else. False when HANA is gone by then: the pipes of that name may be those
+  /// of the next start.
+  bool hold() const {
     const auto script = [this] {
       std::vector<std::string> lines;
       std::ifstream file(root_ + "/backint.script");
       for (std::string line; std::getline(file, line);) lines.push_back(line);
       return lines;
     };
-    while (script() == script_) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    while (script() == script_ && ::getppid() == hana_) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    return ::getppid() == hana_;
   }
   /// What stands behind the word in the script; the word itself when nothing does.
   std::string told(const std::string& word) const {
@@ -192,6 +194,7 @@ class Agent {
       answers_ << "#RESTORED " << quoted(id) << " " << quoted(name) << "\n";
   }
 
+  const pid_t hana_ = ::getppid();
   std::string root_, in_, out_, function_, user_;
   std::vector<std::string> script_;
   std::vector<std::vector<std::string>> lines_;
