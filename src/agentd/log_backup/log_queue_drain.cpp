@@ -64,8 +64,11 @@ class Drain {
     if (!ask() || waiting_.empty()) return;
     D3_INFO("%q log backups of %C are recorded before it is restored\n", static_cast<std::int64_t>(waiting_.size()),
             name_.c_str());
-    while (!waiting_.empty() && clock.steady_now() < end)
-      if (clock.wait_for(stop_, drain_poll) || !ask()) return;
+    std::chrono::nanoseconds pause = drain_first_poll;
+    while (!waiting_.empty() && clock.steady_now() < end) {
+      if (clock.wait_for(stop_, std::min<std::chrono::nanoseconds>(pause, end - clock.steady_now())) || !ask()) return;
+      pause = std::min<std::chrono::nanoseconds>(2 * pause, drain_poll);
+    }
     tell_left();
   }
 

@@ -26,6 +26,8 @@ struct Restored_Databases {
 void drain_log_backups(const Restored_Databases& restored, const std::string& host_uuid, platform::Wait_Event& stop);
 
 inline constexpr std::chrono::minutes drain_limit{10};
+/// Most databases have one or two that a run records within a second or two; the pauses double from here on.
+inline constexpr std::chrono::milliseconds drain_first_poll{250};
 inline constexpr std::chrono::seconds drain_poll{5};
 
 }  // namespace agentd

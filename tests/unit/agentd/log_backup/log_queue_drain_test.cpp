@@ -87,12 +87,23 @@ TEST_F(Log_Queue_Drain_Test, Waits_Until_All_Are_Recorded) {
   expect("TN1", none);
   const auto begin = clock.steady_now();
   drain({"TN1"});
-  EXPECT_EQ(clock.steady_now() - begin, 2 * drain_poll);
+  EXPECT_EQ(clock.steady_now() - begin, drain_first_poll + 2 * drain_first_poll);
+}
+
+TEST_F(Log_Queue_Drain_Test, Asks_Less_Often_The_Longer_It_Takes) {
+  expect_system();
+  constexpr int asked = 8;
+  for (int i = 0; i < asked; ++i) expect("TN1", two);
+  expect("TN1", none);
+  drain({"TN1"});
+  EXPECT_EQ(clock.sleeps(), (std::vector<double>{0.25, 0.5, 1, 2, 4, 5, 5, 5}));
 }
 
 TEST_F(Log_Queue_Drain_Test, Names_What_Is_Left_At_The_Limit_And_Goes_On) {
   expect_system();
-  for (int i = 0; i <= drain_limit / drain_poll; ++i) expect("TN1", two);
+  // At once, after 0.25, 0.75, 1.75, 3.75 and 7.75 seconds, then every 5 seconds and at the limit.
+  constexpr int asked = 6 + 118 + 1;
+  for (int i = 0; i < asked; ++i) expect("TN1", two);
   expect("TN2", none);
   const auto begin = clock.steady_now();
   drain({"TN1", "TN2"});
@@ -106,7 +117,7 @@ TEST_F(Log_Queue_Drain_Test, Names_What_Is_Left_At_The_Limit_And_Goes_On) {
 TEST_F(Log_Queue_Drain_Test, A_Stop_Ends_The_Wait) {
   expect_system();
   expect("TN1", two);
-  clock.at(std::chrono::seconds(1), [this] { stop.set(); });
+  clock.at(std::chrono::milliseconds(100), [this] { stop.set(); });
   drain({"TN1", "TN2"});
   EXPECT_LE(clock.sleeps().size(), 1U);
 }
