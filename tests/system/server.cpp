@@ -89,7 +89,10 @@ std::string Server::wait_for_end(const std::string& id) const {
   std::string state;
   EXPECT_TRUE(eventually(
       [&] {
-        state = text_of(job(id), "state_name");
+        // Not by the command: a process for each look is what most of a run's time would go to.
+        json_spirit::Value run;
+        if (!json_spirit::load_json(rest("GET", "/jobs/" + id).body, run) || !run.is_object()) return false;
+        state = text_of(run.get_obj(), "state_name");
         return state == "completed" || state == "error" || state == "canceled" || state == "skipped";
       },
       run_limit))
