@@ -65,7 +65,7 @@ class Reporter : public Activity_Listener, public Job_Log_Sink, public Alert_Sin
   static constexpr std::size_t jobs_in_message = 50;
   static constexpr std::size_t log_limit_lines = 10000;  ///< lines in memory; from then on the oldest go
   /// Lines that come in a row are sent together.
-  static constexpr std::chrono::milliseconds gathering{300};
+  static constexpr std::chrono::milliseconds gathering{100};
 
  private:
   struct Pending {
