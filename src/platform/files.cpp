@@ -86,14 +86,15 @@ bool take_number(std::string_view& name, long& number) {
   return number >= 0;
 }
 
-/// The process that writes the file of this name beside another one; 0 for any other file.
-pid_t writer_of(std::string_view name) {
+/// The file beside which the file of this name is written, and the process that does; "" for any other file.
+std::string_view written_beside(std::string_view name, pid_t& writer) {
   long number = 0;
-  long writer = 0;
-  if (!name.starts_with('.') || !name.ends_with(beside_end)) return 0;
+  long process = 0;
+  if (!name.starts_with('.') || !name.ends_with(beside_end)) return {};
   name.remove_suffix(std::strlen(beside_end));
-  if (!take_number(name, number) || !take_number(name, writer) || name.size() < 2) return 0;
-  return static_cast<pid_t>(writer);
+  if (!take_number(name, number) || !take_number(name, process) || name.size() < 2) return {};
+  writer = static_cast<pid_t>(process);
+  return name.substr(1);
 }
 
 /// Whether another process of this id runs; one of another user, too.
@@ -112,6 +113,26 @@ std::string parent_of(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   if (slash == std::string::npos) return ".";
   return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+/// Of the file `only`, of all files of the directory when it is empty.
+bool remove_left_beside(const std::string& directory, const std::string& only, std::vector<std::string>& removed) {
+  std::vector<std::string> names;
+  removed.clear();
+  if (!list_directory(directory, names)) return false;
+  int failure = 0;
+  for (const std::string& name : names) {
+    pid_t writer = 0;
+    const std::string_view file = written_beside(name, writer);
+    if (writer <= 0 || runs_elsewhere(writer) || (!only.empty() && file != only)) continue;
+    const std::string path = directory + '/' + name;
+    if (remove_file(path))
+      removed.push_back(path);
+    else if (failure == 0)
+      failure = errno;
+  }
+  errno = failure;
+  return failure == 0;
 }
 
 }  // namespace
@@ -205,21 +226,11 @@ bool write_file_durably(const std::string& path, std::string_view content, mode_
 }
 
 bool remove_unfinished_writes(const std::string& directory, std::vector<std::string>& removed) {
-  std::vector<std::string> names;
-  removed.clear();
-  if (!list_directory(directory, names)) return false;
-  int failure = 0;
-  for (const std::string& name : names) {
-    const pid_t writer = writer_of(name);
-    if (writer <= 0 || runs_elsewhere(writer)) continue;
-    const std::string path = directory + '/' + name;
-    if (remove_file(path))
-      removed.push_back(path);
-    else if (failure == 0)
-      failure = errno;
-  }
-  errno = failure;
-  return failure == 0;
+  return remove_left_beside(directory, "", removed);
+}
+
+bool remove_unfinished_writes_of(const std::string& path, std::vector<std::string>& removed) {
+  return remove_left_beside(parent_of(path), path.substr(path.rfind('/') + 1), removed);
 }
 
 bool read_file(const std::string& path, std::string& content, std::size_t limit_bytes) {

@@ -47,6 +47,8 @@ using Made_Directory = std::function<void(const char* path)>;
 /// before it writes there itself. What a running process is writing stays. `removed` gets the paths, sorted. False and
 /// errno when the directory cannot be listed, or for the first of the files that cannot be removed; the others are.
 [[nodiscard]] bool remove_unfinished_writes(const std::string& directory, std::vector<std::string>& removed);
+/// The same of this one file, for a directory where others write too.
+[[nodiscard]] bool remove_unfinished_writes_of(const std::string& path, std::vector<std::string>& removed);
 
 /// The whole file. False and errno on failure; EFBIG when it is larger than `limit_bytes`.
 [[nodiscard]] bool read_file(const std::string& path, std::string& content, std::size_t limit_bytes = 16U << 20);

@@ -1,8 +1,11 @@
 // The recovery itself: of a tenant by a statement, of the system database by the start of its instance.
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <exception>
+#include <string>
+#include <vector>
 
 #include "agent/backupd_client/json_rpc_forward.h"
 #include "hana/common/database_lister.h"
@@ -27,6 +30,16 @@ constexpr const char* statement_file = "%s/work/recoverInstance.sql";
 constexpr const char* status_command = "\\s";
 constexpr std::chrono::seconds logon_interval{10};
 constexpr std::chrono::seconds logon_limit{600};
+
+/// What a restore that was cut off has left of its statement beside it: it is in the way of nothing, but nobody else
+/// knows whose it is.
+void remove_unfinished_statements(const char* path) {
+  std::vector<std::string> removed;
+  // Without its directory the statement cannot be written either, and that is told.
+  if (!platform::remove_unfinished_writes_of(path, removed) && errno != ENOENT)
+    D3_WARNING("Failed to remove what was not written to its end beside %C, %m\n", path);
+  for (const std::string& file : removed) D3_INFO("Removed '%C', it was not written to its end\n", file.c_str());
+}
 
 }  // namespace
 
@@ -110,6 +123,7 @@ bool Restore_Executor::restore_systemdb(const Backup_Set_Info& info) {
 bool Restore_Executor::write_statement(const std::string& instance_directory, const std::string& statement) {
   char path[platform::path_buffer_bytes];
   std::snprintf(path, sizeof path, statement_file, instance_directory.c_str());
+  remove_unfinished_statements(path);
   if (platform::is_regular_file(path)) {
     // Another recovery is pending: the instance stays down until somebody has looked.
     raise_alert(ALERT_STATEMENT_FILE, json_spirit::Object{{"file", path}});

@@ -159,6 +159,20 @@ TEST(Files, What_A_Cut_Off_Writer_Left_Is_Removed) {
   EXPECT_EQ(left, sorted);
 }
 
+TEST(Files, What_A_Cut_Off_Writer_Left_Is_Removed_Of_One_File) {
+  const support::Temp_Root root;
+  const std::string end = std::string(".") + no_process + ".3.tmp";
+  root.write("/d/.secret.json" + end, "{");
+  for (const char* other : {"/d/.secret.jso", "/d/.secret.json.old", "/d/.", "/d/..secret.json"})
+    root.write(other + end, "x");
+  std::vector<std::string> removed;
+  ASSERT_TRUE(remove_unfinished_writes_of("/d/secret.json", removed));
+  EXPECT_EQ(removed, std::vector<std::string>{"/d/.secret.json" + end});
+  std::vector<std::string> left;
+  ASSERT_TRUE(list_directory("/d", left));
+  EXPECT_EQ(left.size(), 4U);
+}
+
 TEST(Files, A_Directory_That_Is_Not_There_Cannot_Be_Searched_For_Unfinished_Writes) {
   const support::Temp_Root root;
   std::vector<std::string> removed;

@@ -254,6 +254,18 @@ TEST_F(Restore_System, Fails_Without_The_Directory_Of_The_Instance) {
   EXPECT_TRUE(instance_actions().empty());
 }
 
+TEST_F(Restore_System, Removes_What_A_Restore_That_Was_Cut_Off_Left_Of_Its_Statement) {
+  expect_logon_and_own_tenant();
+  // No process has this id: it is beyond what the kernel gives.
+  const std::string end = ".1073741823.0.tmp";
+  const std::string work = "/usr/sap/HDB/HDB00/work/.";
+  root_.write(work + "recoverInstance.sql" + end, "RECOVER DATA");
+  root_.write(work + "of_HANA" + end, "x");
+  ASSERT_TRUE(recover());
+  EXPECT_FALSE(root_.exists(work + "recoverInstance.sql" + end));
+  EXPECT_TRUE(root_.exists(work + "of_HANA" + end)) << "the directory is HANA's";
+}
+
 TEST_F(Restore_System, Fails_When_The_Statement_Cannot_Be_Written) {
   ASSERT_EQ(::rmdir(root_.real("/usr/sap/HDB/HDB00/work").c_str()), 0);
   EXPECT_FALSE(recover());
