@@ -16,15 +16,19 @@ std::string trimmed(const std::string& text) {
 }  // namespace
 
 std::map<std::string, std::string> read_ini_section(const std::string& text, const std::string& section) {
-  const std::string heading = "[" + section + "]";
   std::map<std::string, std::string> values;
   bool inside = false;
   std::stringstream lines(text);
   for (std::string raw; std::getline(lines, raw);) {
     const std::string line = trimmed(raw);
-    if (line.starts_with('[')) inside = line == heading;
+    if (line.empty() || line.front() == '#' || line.front() == ';') continue;
+    if (line.front() == '[') {
+      const std::size_t close = line.find(']');
+      inside = close != std::string::npos && trimmed(line.substr(1, close - 1)) == section;
+      continue;
+    }
     const std::size_t equals = line.find('=');
-    if (inside && !line.starts_with('#') && equals != std::string::npos)
+    if (inside && equals != std::string::npos)
       values[trimmed(line.substr(0, equals))] = trimmed(line.substr(equals + 1));
   }
   return values;
