@@ -19,6 +19,8 @@ namespace {
 /// Objects of ours need far less; a damaged one must not ask for more.
 constexpr int largest_window_log = 23;
 constexpr std::size_t input_bytes = 128U << 10;
+/// Of zstd: the mark, a byte of flags, window, dictionary and content size.
+constexpr std::size_t longest_frame_header = 18;
 
 /// What every decoder shares: reading exactly as much as the format asks for.
 class Decoder : public Byte_Input {
@@ -72,9 +74,13 @@ class Zstd_Decoder : public Decoder {
       if (in_.pos == in_.size && !refill()) return -1;
       // The end is sound only between frames.
       if (in_.size == 0) return in_frame_ ? damaged("it ends within a zstd frame") : 0;
+      if (!in_frame_ && !begin_frame()) return -1;
       const std::size_t result = ZSTD_decompressStream(context_.get(), &out, &in_);
       if (ZSTD_isError(result)) return damaged(ZSTD_getErrorName(result));
+      given_ += out.pos;
       in_frame_ = result != 0;
+      if (!in_frame_ && promised_ < ZSTD_CONTENTSIZE_ERROR && given_ != promised_)
+        return damaged("a zstd frame holds less than it says");
     }
     return static_cast<ssize_t>(out.pos);
   }
@@ -82,9 +88,30 @@ class Zstd_Decoder : public Decoder {
  private:
   bool refill() {
     // Output may still be held back although the input is used up.
-    const ssize_t got = read_stored(buffer_.reserve(input_bytes), input_bytes);
+    in_ = {buffer_.reserve(input_bytes), 0, 0};
+    return read_more();
+  }
+
+  /// Behind what is there; nothing at the end, which is asked for once.
+  bool read_more() {
+    if (at_end_) return true;
+    const ssize_t got = read_stored(buffer_.data() + in_.size, input_bytes - in_.size);
     if (got < 0) return false;
-    in_ = {buffer_.data(), static_cast<std::size_t>(got), 0};
+    at_end_ = got == 0;
+    in_.size += static_cast<std::size_t>(got);
+    return true;
+  }
+
+  /// Learns how many bytes the frame has: the library does not look when its last block is empty.
+  bool begin_frame() {
+    while (in_.size - in_.pos < longest_frame_header && !at_end_) {
+      std::memmove(buffer_.data(), buffer_.data() + in_.pos, in_.size - in_.pos);
+      in_ = {buffer_.data(), in_.size - in_.pos, 0};
+      if (!read_more()) return false;
+    }
+    // What is no frame is an error of the next step.
+    promised_ = ZSTD_getFrameContentSize(buffer_.data() + in_.pos, in_.size - in_.pos);
+    given_ = 0;
     return true;
   }
 
@@ -95,6 +122,9 @@ class Zstd_Decoder : public Decoder {
   Buffer buffer_;
   ZSTD_inBuffer in_{nullptr, 0, 0};
   bool in_frame_ = false;
+  bool at_end_ = false;
+  unsigned long long promised_ = 0;  ///< bytes of the frame; ZSTD_CONTENTSIZE_ERROR or above when it does not say
+  unsigned long long given_ = 0;
 };
 
 class Lzop_Decoder : public Decoder {

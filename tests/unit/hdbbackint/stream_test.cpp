@@ -55,13 +55,14 @@ std::string stored_form(Compression_Method method, int level, const std::string&
 /// Gives a text in pieces, and fails at its end when told so.
 class Text_Input : public Byte_Input {
  public:
-  explicit Text_Input(std::string text, bool fails = false) : text_(std::move(text)), fails_(fails) {}
+  explicit Text_Input(std::string text, bool fails = false, std::size_t piece = 65537)
+      : text_(std::move(text)), fails_(fails), piece_(piece) {}
   ssize_t read(char* data, std::size_t size) override {
     if (at_ == text_.size() && fails_) {
       error_ = "the pool is gone";
       return -1;
     }
-    const std::size_t count = std::min({size, text_.size() - at_, std::size_t{65537}});
+    const std::size_t count = std::min({size, text_.size() - at_, piece_});
     std::memcpy(data, text_.data() + at_, count);
     at_ += count;
     return static_cast<ssize_t>(count);
@@ -71,6 +72,7 @@ class Text_Input : public Byte_Input {
  private:
   std::string text_;
   bool fails_;
+  std::size_t piece_;
   std::size_t at_ = 0;
   std::string error_;
 };
@@ -222,6 +224,24 @@ TEST(Stored_Object, Damage_Is_Never_A_Shorter_Stream) {
     std::string back;
     std::string error;
     EXPECT_FALSE(decode(method, sound + "more", back, error)) << method;
+  }
+}
+
+/// The library itself says nothing of such a frame when it is given in pieces.
+TEST(Stored_Object, A_Zstd_Frame_That_Holds_Less_Than_It_Says_Is_Damaged) {
+  // 197 bytes with a checksum are announced; one empty block and the checksum of nothing follow.
+  const std::string frame("\x28\xb5\x2f\xfd\x24\xc5\x01\x00\x00\x99\xe9\xd8\x51", 13);
+  const std::string before = stored_form(COMPR_ZSTD, 1, random_text(1000, 9));
+  for (const std::string& stored : {frame, before + frame, frame + before}) {
+    for (const std::size_t piece : {std::size_t{1}, stored.size() - 1, stored.size()}) {
+      Text_Input input(stored, false, piece);
+      const auto decoder = make_stored_decoder(COMPR_ZSTD, input);
+      std::string buffer(64, '\0');
+      ssize_t got = 1;
+      while (got > 0) got = decoder->read(buffer.data(), buffer.size());
+      EXPECT_EQ(got, -1) << stored.size() << " bytes, " << piece << " at a time";
+      EXPECT_TRUE(decoder->error().starts_with("the stored object is damaged: ")) << decoder->error();
+    }
   }
 }
 
