@@ -21,6 +21,7 @@ namespace {
 
 constexpr const char* catalog_object = "log_backup_0_0_0_0";
 constexpr const char* file_ending = ".json";
+constexpr const char* io_ctl_key = "io_ctl";
 
 constexpr State_File_Kind restore_file{"the restore's file", "remove it and begin the restore again"};
 
@@ -51,6 +52,19 @@ bool list_files(const Object_Owner& origin, std::vector<std::string>& paths, std
   return true;
 }
 
+/// How the restore into that database does its input and output, from the file of its own.
+json_spirit::Object io_ctl_of(const User_Id& target) {
+  std::string path;
+  json_spirit::Object attributes;
+  json_spirit::Object io_ctl;
+  std::string error;
+  if (!sap_hana::restore_ext_conf_file(target.sid, target.database, path) || !platform::is_regular_file(path.c_str()))
+    return io_ctl;
+  if (!restore_file.read(path, attributes, error)) throw json_spirit::Error(error);
+  json_spirit::object_get(attributes, io_ctl_key, io_ctl);
+  return io_ctl;
+}
+
 /// Throws when a member is missing.
 Staged_Catalog take_members(const json_spirit::Object& document, const std::string& path) {
   const auto text = [&](const char* key) { return json_spirit::object_require<std::string>(document, key); };
@@ -63,8 +77,6 @@ Staged_Catalog take_members(const json_spirit::Object& document, const std::stri
   catalog.pool_uuid = text("pool_uuid");
   catalog.origin = {text("origin_sid"), text("origin_database")};
   catalog.target = {text("target_sid"), text("target_database")};
-  const auto attributes = json_spirit::object_require<json_spirit::Object>(document, "extended_attrs");
-  catalog.io_ctl = json_spirit::object_require<json_spirit::Object>(attributes, "io_ctl");
   std::string named;
   if (!sap_hana::catalog_conf_file_name(catalog.origin.sid, catalog.origin.database, catalog.target.sid,
                                         catalog.target.database, named) ||
@@ -72,6 +84,11 @@ Staged_Catalog take_members(const json_spirit::Object& document, const std::stri
     throw json_spirit::Error("it is of other databases than its name says");
   for (const std::string* member : {&catalog.location, &catalog.storage_path, &catalog.extern_backup_id})
     if (member->empty()) throw json_spirit::Error("it does not say where the catalog lies");
+  const json_spirit::Value* const attributes = document.find("extended_attrs");
+  if (attributes == nullptr || attributes->is_null())
+    catalog.io_ctl = io_ctl_of(catalog.target);  // a catalog may be staged without them
+  else
+    catalog.io_ctl = json_spirit::object_require<json_spirit::Object>(attributes->get_obj(), io_ctl_key);
   return catalog;
 }
 

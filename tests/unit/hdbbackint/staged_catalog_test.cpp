@@ -314,7 +314,7 @@ TEST_F(Staged_Catalog_Test, That_Cannot_Be_Used_Is_Named_With_The_Way_Out) {
   root_.write(staging + name, "[]");
   expect_broken(name + " is not one whole JSON object: it is no object; remove it and begin the restore again");
   for (const char* key : {"location", "filename", "source_type", "extern_backup_id", "origin_sid", "origin_database",
-                          "target_sid", "target_database", "pool_uuid", "extended_attrs"}) {
+                          "target_sid", "target_database", "pool_uuid"}) {
     json_spirit::Object lacking = document(ebid);
     lacking.erase(key);
     stage(name, lacking);
@@ -328,6 +328,37 @@ TEST_F(Staged_Catalog_Test, That_Cannot_Be_Used_Is_Named_With_The_Way_Out) {
   }
   stage(name, document(ebid, "TN9"));
   expect_broken("it is of other databases than its name says");
+}
+
+TEST_F(Staged_Catalog_Test, Without_Attributes_Has_Those_Of_The_Restores_Own_File) {
+  const std::string ebid = save(catalog_name, "the version that is read");
+  save(catalog_name, "newest");
+  for (const bool null : {false, true}) {
+    json_spirit::Object bare = document(ebid);
+    bare.erase("extended_attrs");
+    if (null) bare["extended_attrs"] = json_spirit::Value();
+    stage("catalog_HDB_TN1_HDB_TN1.json", bare);
+    std::string content;
+    EXPECT_EQ(restore("#NULL " + catalog_path(), catalog_path(), content).answers, Answers{restored(ebid)});
+    EXPECT_EQ(content, "the version that is read");
+  }
+  stage("restore_HDB_TN1.json", {{"io_ctl", json_spirit::Object{{"max_seconds_retry", 77}}}});
+  hdbbackint::Staged_Catalog catalog;
+  std::string error;
+  using Search = hdbbackint::Staged_Catalog::Search;
+  ASSERT_EQ(hdbbackint::Staged_Catalog::load(catalog_path(), {"HDB", "TN1"}, catalog, error), Search::found) << error;
+  EXPECT_EQ(catalog.max_seconds_retry(), 77U);
+  root_.write(staging + std::string("restore_HDB_TN1.json"), "{");
+  expect_broken("restore_HDB_TN1.json is not one whole JSON object");
+}
+
+TEST_F(Staged_Catalog_Test, With_Attributes_That_Are_No_Object_Is_Refused) {
+  json_spirit::Object odd = document(save(catalog_name, "newest"));
+  for (const json_spirit::Value& attributes : {json_spirit::Value(7), json_spirit::Value(json_spirit::Object())}) {
+    odd["extended_attrs"] = attributes;
+    stage("catalog_HDB_TN1_HDB_TN1.json", odd);
+    expect_broken("is not one of ours");
+  }
 }
 
 TEST_F(Staged_Catalog_Test, Is_Looked_For_Only_Where_HANA_Makes_Its_Pipes) {
