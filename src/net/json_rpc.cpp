@@ -51,11 +51,8 @@ JSON_RPC_Message read_reply(const Object& object, bool has_id, JSON_RPC_Message 
 JSON_RPC_Message read_request(const Object& object, bool has_id, const Value& method, JSON_RPC_Message message) {
   if (!method.is_string()) return refuse(std::move(message), JSON_RPC_E_INVALID_REQUEST, "\"method\" is not a string");
   message.method = method.get_str();
-  if (const Value* params = object.find("params")) {
-    if (!params->is_object() && !params->is_array())
-      return refuse(std::move(message), JSON_RPC_E_INVALID_REQUEST, "\"params\" is neither an object nor an array");
-    message.params = *params;
-  }
+  // Of any type: what a method can do with it, the method's handler says.
+  if (const Value* params = object.find("params")) message.params = *params;
   if (const Value* requester = object.find("requester")) {
     if (!requester->is_object())
       return refuse(std::move(message), JSON_RPC_E_INVALID_REQUEST, "\"requester\" is not an object");

@@ -71,7 +71,6 @@ TEST(Json_Rpc_Message, Refuses_With_The_Fitting_Code) {
         Row{R"({"jsonrpc":"2.0","id":{},"method":"m"})", JSON_RPC_E_INVALID_REQUEST},
         Row{R"({"jsonrpc":"2.0","id":true,"method":"m"})", JSON_RPC_E_INVALID_REQUEST},
         Row{R"({"jsonrpc":"2.0","id":1,"method":7})", JSON_RPC_E_INVALID_REQUEST},
-        Row{R"({"jsonrpc":"2.0","id":1,"method":"m","params":"p"})", JSON_RPC_E_INVALID_REQUEST},
         Row{R"({"jsonrpc":"2.0","result":1})", JSON_RPC_E_INVALID_REQUEST},
         Row{R"({"jsonrpc":"2.0","id":1,"result":1,"error":{}})", JSON_RPC_E_INVALID_REQUEST},
         Row{R"({"jsonrpc":"2.0","id":1,"error":"no"})", JSON_RPC_E_INVALID_REQUEST},
@@ -80,6 +79,15 @@ TEST(Json_Rpc_Message, Refuses_With_The_Fitting_Code) {
     EXPECT_EQ(message.kind, JSON_RPC_Message::invalid) << row.text.substr(0, 80);
     EXPECT_EQ(message.error_code, row.code) << row.text.substr(0, 80);
     EXPECT_FALSE(message.error_message.empty()) << row.text.substr(0, 80);
+  }
+}
+
+TEST(Json_Rpc_Message, Takes_Params_Of_Any_Type_For_The_Method_To_Judge) {
+  for (const char* params : {"null", "\"p\"", "1", "true", "[1]", "{}"}) {
+    const JSON_RPC_Message message =
+        JSON_RPC_Message::parse(std::string(R"({"jsonrpc":"2.0","id":1,"method":"m","params":)") + params + "}");
+    EXPECT_EQ(message.kind, JSON_RPC_Message::request) << params;
+    EXPECT_EQ(json_spirit::dump_json(message.params), params);
   }
 }
 
@@ -93,7 +101,7 @@ TEST(Json_Rpc_Message, Carries_Who_Asks) {
 }
 
 TEST(Json_Rpc_Message, Keeps_The_Id_Of_A_Refused_Request) {
-  EXPECT_EQ(JSON_RPC_Message::parse(R"({"jsonrpc":"2.0","id":7,"method":"m","params":1})").id, Value(7));
+  EXPECT_EQ(JSON_RPC_Message::parse(R"({"jsonrpc":"2.0","id":7,"method":1})").id, Value(7));
 }
 
 TEST(Json_Rpc_Text, Is_Written_To_The_Byte) {
