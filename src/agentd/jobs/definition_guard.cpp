@@ -1,6 +1,7 @@
 #include "agentd/jobs/definition_guard.h"
 
 #include <algorithm>
+#include <string_view>
 #include <vector>
 
 #include "agentd/instances/system_id.h"
@@ -47,14 +48,33 @@ bool member_is_safe(const json_spirit::Object& part, const char* key, bool (*pas
   return false;
 }
 
+using Keys = std::vector<std::string_view>;
+
+/// The module's parser takes the text behind a key that it does not know for that of the key before: a name would be
+/// there that was looked at nowhere.
+bool keys_are_known(const json_spirit::Object& part, const Keys& known, std::string& refusal) {
+  for (const auto& [key, value] : part) {
+    if (std::find(known.begin(), known.end(), key) != known.end()) continue;
+    refusal = "the key \"" + platform::cut_for_log(key, shown_bytes) +
+              "\" of a source is not known; what it holds could be taken for something else";
+    return false;
+  }
+  return true;
+}
+
 bool restored_entry_is_safe(const json_spirit::Object& entry, std::string& refusal) {
   constexpr const char* name_rule = "a database's name consists of capital letters, digits and underscores";
   constexpr const char* sid_rule = "a system id is a capital letter and two capital letters or digits";
   constexpr const char* time_rule = "a time reads YYYY-MM-DD HH:MM:SS";
-  for (const char* key : {"original", "restore_as"}) {
+  const struct {
+    const char* key;
+    Keys members;
+  } parts[] = {{"original", {"sid", "database"}}, {"restore_as", {"database", "timepoint", "lifeline"}}};
+  if (!keys_are_known(entry, {"catalog_uuid", "original", "restore_as"}, refusal)) return false;
+  for (const auto& [key, members] : parts) {
     json_spirit::Object part;
     if (!json_spirit::object_get(entry, key, part)) continue;
-    if (!member_is_safe(part, "sid", is_sid, sid_rule, refusal) ||
+    if (!keys_are_known(part, members, refusal) || !member_is_safe(part, "sid", is_sid, sid_rule, refusal) ||
         !member_is_safe(part, "database", is_plain_database_name, name_rule, refusal) ||
         !member_is_safe(part, "timepoint", is_time_text, time_rule, refusal))
       return false;
@@ -72,8 +92,9 @@ bool is_plain_database_name(const std::string& name) {
 bool names_are_safe(const json_spirit::Object& definition, std::string& refusal) {
   json_spirit::Object source;
   json_spirit::Array entries;
-  if (!json_spirit::object_get(definition, "source", source) || !json_spirit::object_get(source, "entries", entries))
-    return true;  // whether they must be there is the definition reader's affair
+  if (!json_spirit::object_get(definition, "source", source)) return true;  // the definition reader's affair
+  if (!keys_are_known(source, {"id", "name", "entries"}, refusal)) return false;
+  if (!json_spirit::object_get(source, "entries", entries)) return true;
   return std::all_of(entries.begin(), entries.end(), [&](const json_spirit::Value& entry) {
     if (entry.is_object()) return restored_entry_is_safe(entry.get_obj(), refusal);
     return !entry.is_string() || entry_is_safe(entry.get_str(), refusal);

@@ -36,4 +36,22 @@ TEST(Definition_Guard, Refuses_What_Would_Become_More_Than_A_Name) {
   }
 }
 
+TEST(Definition_Guard, Refuses_Keys_Whose_Text_The_Module_Would_Take_For_A_Name) {
+  const struct {
+    const char* source;
+    const char* named;
+  } rows[] = {{R"({"entries":[{"original":{"sid":"HDB","database":"TN1","x":"TN1' ; DROP"}}]})", "\"x\""},
+              {R"({"entries":[{"original":{"sid":"HDB","database":"TN1"},"restore_as":{"database":"TN2","y":"a b"}}]})",
+               "\"y\""},
+              {R"({"entries":[{"original":{"sid":"HDB","database":"TN1"},"catalog_uuid":"c","z":"../c"}]})", "\"z\""},
+              {R"({"entries":[],"more":[{"original":{"sid":"../..","database":"TN1"}}]})", "\"more\""}};
+  for (const auto& row : rows) {
+    json_spirit::Value source;
+    ASSERT_TRUE(json_spirit::load_json(row.source, source)) << row.source;
+    std::string refusal;
+    EXPECT_FALSE(agentd::names_are_safe(json_spirit::Object{{"source", source}}, refusal)) << row.source;
+    EXPECT_NE(refusal.find(row.named), std::string::npos) << refusal;
+  }
+}
+
 }  // namespace
