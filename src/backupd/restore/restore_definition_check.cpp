@@ -72,6 +72,24 @@ Outcome check_entry(const json_spirit::Value& value) {
   return {};
 }
 
+/// The module reads the entries one after the other, and what one does not say of these it has from the one before.
+Outcome check_nothing_inherited(const json_spirit::Array& entries) {
+  for (const char* const key : {"timepoint", "lifeline"}) {
+    bool said = false;
+    for (const json_spirit::Value& entry : entries) {
+      json_spirit::Object as;
+      (void)json_spirit::object_get(entry.get_obj(), "restore_as", as);
+      const bool says = as.find(key) != nullptr;
+      if (said && !says)
+        return refuse("an entry of the restore has no " + quoted(key) +
+                      " behind one that has: it would be restored by that one's; give it one, put it first, or restore "
+                      "it by a definition of its own");
+      said = said || says;
+    }
+  }
+  return {};
+}
+
 }  // namespace
 
 bool is_system_id(const std::string& text) {
@@ -92,7 +110,7 @@ Outcome check_restore_source(const json_spirit::Object& source) {
   if (entries.empty()) return refuse("the \"entries\" of the source are empty; name what to restore");
   for (const json_spirit::Value& entry : entries)
     if (Outcome outcome = check_entry(entry); !outcome.ok()) return outcome;
-  return {};
+  return check_nothing_inherited(entries);
 }
 
 Outcome check_restore_options(const json_spirit::Object& options) {

@@ -40,6 +40,27 @@ TEST(Restore_Definition, Hands_The_System_To_The_Agent) {
   EXPECT_EQ(json_spirit::dump_json(handed), R"({"resource_uuid":")" + target + "\"}");
 }
 
+TEST(Restore_Definition, Refuses_An_Entry_That_Would_Take_The_Time_Or_Lifeline_Of_The_One_Before) {
+  Memory_Server server;
+  const std::string target = server.add_instance(host_a);
+  const std::string timed =
+      R"({"original":{"sid":"HDB","database":"TN1"},"restore_as":{"timepoint":"2026-11-20 10:00:00"}})";
+  const std::string life = R"("lifeline":"6f9619ff-8b86-4d01-b42d-00cf4fc964ff")";
+  const std::string in_life =
+      R"({"original":{"sid":"HDB","database":"TN2"},"restore_as":{"timepoint":"2026-11-20 11:00:00",)" + life + "}}";
+  const std::string by_set =
+      R"({"original":{"sid":"HDB","database":"TN3"},"catalog_uuid":"6f9619ff-8b86-4d01-b42d-00cf4fc964f0"})";
+  const auto status = [&](const std::string& entries) {
+    return server.request("POST", "/job-definitions", restore_json(target, entries)).status;
+  };
+  EXPECT_EQ(status(by_set + "," + timed + "," + in_life), 201U) << "nothing is left to inherit";
+  EXPECT_EQ(status(timed + "," + by_set), 422U);
+  EXPECT_EQ(status(in_life + "," + timed), 422U);
+  const Answer refused = server.request("POST", "/job-definitions", restore_json(target, timed + "," + by_set));
+  EXPECT_NE(refused.error_message().find("has no \"timepoint\" behind one that has"), std::string::npos)
+      << refused.text;
+}
+
 TEST(Restore_Definition, Refuses_A_System_That_Nobody_Registered) {
   Memory_Server server;
   const Answer answer = server.request("POST", "/job-definitions", restore_json(resource_uuid));
