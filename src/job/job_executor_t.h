@@ -73,8 +73,6 @@ bool Job_Executor_T<Source, Options, Event_Handler>::execute(const Action_Option
     return true;
   }
   if (!execute_precondition() || !check_condition()) {
-    // A precondition that a stop has ended has said nothing of the condition.
-    if (act_.load_state() == JOB_STATE_CANCELING) return report_outcome(false);
     leave_idle();
     return true;
   }

@@ -158,11 +158,12 @@ TEST_F(Job_Executor_Test, Goes_Idle_When_The_Precondition_Fails) {
   claim_script_failure("/condition");
 }
 
-TEST_F(Job_Executor_Test, Is_Canceled_When_A_Stop_Ends_Its_Precondition) {
+TEST_F(Job_Executor_Test, Goes_Idle_When_A_Stop_Ends_Its_Precondition) {
   definition_->precondition("/condition");
   script("/condition", 128 + SIGTERM, [this] { cancel(); });
-  EXPECT_FALSE(execute());
-  EXPECT_EQ(steps_, (Steps{"is_active", "/condition", "canceled"}));
+  EXPECT_TRUE(execute());
+  EXPECT_EQ(steps_, (Steps{"is_active", "/condition"}));
+  EXPECT_EQ(job_.activity().load_state(), JOB_STATE_IDLE);
   claim_script_failure("/condition");
 }
 
