@@ -78,7 +78,10 @@ bool Default_Job_T<Executor>::spawn_thread(ACE_THR_FUNC function, std::unique_pt
   ACE_thread_t id = 0;
   const int result = ACE_Thread_Manager::instance()->spawn(function, argument.get(), thread_flags, &id, nullptr,
                                                            ACE_DEFAULT_THREAD_PRIORITY, no_thread_group);
-  if (result == -1) return false;
+  if (result == -1) {
+    D3_ERROR("Failed to spawn a thread for job %C: %m\n", definition()->id().c_str());
+    return false;
+  }
   thr_id_.store(id);
   static_cast<void>(argument.release());  // the thread's now
   return true;

@@ -157,6 +157,7 @@ TEST_F(Default_Job_Test, Leaves_The_State_When_No_Thread_Can_Be_Made) {
   EXPECT_EQ(job->state(), JOB_STATE_STARTING);
   EXPECT_EQ(job->thr_id_.load(), 0U);
   EXPECT_TRUE(course().take().empty());
+  EXPECT_EQ(log_.claim_containing("Failed to spawn a thread for job "), 1U);
 }
 
 TEST_F(Default_Job_Test, Request_To_Start_Ends_In_Error_When_No_Thread_Can_Be_Made) {
@@ -166,6 +167,7 @@ TEST_F(Default_Job_Test, Request_To_Start_Ends_In_Error_When_No_Thread_Can_Be_Ma
     EXPECT_EQ(job->start(nullptr), -1);
   }
   EXPECT_EQ(job->state(), JOB_STATE_ERROR);
+  EXPECT_EQ(log_.claim_containing("Failed to spawn a thread for job "), 1U);
   EXPECT_EQ(log_.claim_containing("Failed to start job "), 1U);
   EXPECT_EQ(job->start(nullptr), 0);
   wait_for_threads();

@@ -167,6 +167,7 @@ TEST_F(Stop_Of_A_Data_Backup, Is_Refused_Without_A_Thread_And_The_Backup_Goes_On
     const faults::No_Threads no_threads;
     EXPECT_EQ(job->stop_i(nullptr), -1);
   }
+  EXPECT_EQ(log_.claim_containing("Failed to spawn a thread for job "), 1U) << "why the stop was refused";
   EXPECT_EQ(job->last_thread(), backup_thread);
   EXPECT_EQ(job->state(), JOB_STATE_RUNNING);
   EXPECT_TRUE(alerts_->codes().empty());
