@@ -128,7 +128,8 @@ HDBSQL_General_Text_Handler::Row split_row(std::string_view text) {
 HDBSQL_General_Text_Handler::HDBSQL_General_Text_Handler() : Text_Process_Handler(0, unfinished_line_seconds) {}
 
 int HDBSQL_General_Text_Handler::handle_stdout_line(const char* line, std::size_t length) {
-  if (line == nullptr || length == 0) return -1;
+  // An empty one can end what came in segments.
+  if (line == nullptr || (length == 0 && record_.empty())) return -1;
   return take(std::string_view(line, length), true);
 }
 

@@ -127,6 +127,7 @@ void HDBSQL_Output::take_segment(std::string_view text) {
 }
 
 void HDBSQL_Output::take_error_line(std::string_view line) {
+  if (is_blank(line)) return;  // the end of one that was given out in pieces
   int code = 0;
   if (parse_hdbsql_error(line, code)) {
     note_error(code, line);

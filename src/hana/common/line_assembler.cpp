@@ -38,7 +38,9 @@ void Line_Assembler::flush_older_than(std::chrono::nanoseconds age) {
 }
 
 void Line_Assembler::flush() {
-  if (!unfinished_.empty()) segment_(std::exchange(unfinished_, {}));
+  if (unfinished_.empty()) return;
+  segmented_ = true;
+  segment_(std::exchange(unfinished_, {}));
 }
 
 void Line_Assembler::close() {
@@ -47,7 +49,7 @@ void Line_Assembler::close() {
 
 void Line_Assembler::give_line(std::string_view line) {
   if (line.ends_with('\r')) line.remove_suffix(1);
-  if (!is_blank(line)) line_(line);
+  if (std::exchange(segmented_, false) || !is_blank(line)) line_(line);
 }
 
 }  // namespace sap_hana

@@ -7,7 +7,8 @@
 
 namespace sap_hana {
 
-/// Makes lines of one stream's pieces. Lines come without their end; blank ones are dropped.
+/// Makes lines of one stream's pieces. Lines come without their end; blank ones are dropped, but not the rest of a line
+/// whose segments were given out: it is what ends them.
 class Line_Assembler {
  public:
   using Take = std::function<void(std::string_view text)>;
@@ -29,6 +30,7 @@ class Line_Assembler {
   Take line_;
   Take segment_;
   std::string unfinished_;
+  bool segmented_ = false;  ///< a segment of the present line was given out
   std::chrono::steady_clock::time_point since_;
 };
 

@@ -282,6 +282,21 @@ TEST(Line_Assembler, Gives_An_Unfinished_Line_Out_When_It_Is_Old) {
   EXPECT_EQ(seen.lines, (std::vector<std::string>{"rest"}));
 }
 
+TEST(Line_Assembler, Ends_A_Line_Whose_Segments_Were_All_Of_It) {
+  const support::Virtual_Clock clock;
+  HDBSQL_General_Text_Handler table;
+  Line_Assembler assembler{
+      [&](std::string_view line) { EXPECT_EQ(table.handle_stdout_line(line.data(), line.size()), 0); },
+      [&](std::string_view text) { EXPECT_EQ(table.handle_stdout_segment(text.data(), text.size()), 0); }};
+  assembler.add("BACKUP_ID\n17");
+  assembler.flush();
+  assembler.add("\n18\n\n");
+  assembler.close();
+  std::vector<std::string> ids;
+  for (const auto& row : table.get_values()) ids.push_back(row.front());
+  EXPECT_EQ(ids, (std::vector<std::string>{"17", "18"}));
+}
+
 TEST(Line_Assembler, Does_Not_Let_A_Line_Fill_The_Memory) {
   const support::Virtual_Clock clock;
   Lines seen;
