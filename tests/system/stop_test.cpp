@@ -230,7 +230,7 @@ TEST_F(Stop_System, Of_A_Run_That_Waits_For_Another_Does_Not_Cancel_The_Other) {
   const std::string second = start_backup(tenant(), {"--compression", "zstd"});
   ASSERT_TRUE(eventually([&] { return job_state(second) == "running"; }));
   const Rest_Answer answer = rest("POST", "/jobs/" + second + "/stop");
-  EXPECT_NE(answer.body.find("is that of the job " + first), std::string::npos) << answer.body;
+  EXPECT_NE(answer.body.find("the job " + first + " holds this system now"), std::string::npos) << answer.body;
   EXPECT_EQ(states_in_hana(), "running\n");
   no_faults();
   EXPECT_EQ(wait_for_end(first), "completed");

@@ -99,8 +99,9 @@ JSON_RPC_Answer Job_Table::stop(const std::string& job_act_id) {
   if (const Job_State state = job->state(); is_finished(state))
     return refused(std::string("the job has ended already, it is ") + job_state_to_string(state));
   if (const std::string other = other_backup_of_resource(*job, job_act_id); !other.empty())
-    return refused("the backup of this system that runs now is that of the job " + other +
-                       ", which the stop would cancel; ask again when that job has ended",
+    return refused("the job " + other +
+                       " holds this system now and this backup waits for it; a stop would reach that job's backup; ask "
+                       "again when that job has ended",
                    request_later);
   D3_INFO("Stop job %C\n", job_act_id.c_str());
   const int code = job->stop(nullptr);

@@ -151,9 +151,9 @@ TEST_F(Job_Table_Test, A_Stop_That_Would_Cancel_The_Backup_Of_Another_Run_Is_Ref
   ASSERT_TRUE(start(definition("until stopped")).ok);
   ASSERT_EQ(resource->acquire(), 0);
   resource->holder(another);
-  EXPECT_EQ(text(jobs.stop(activity_id)), R"({"code":1,"message":"the backup of this system that runs now is that )"
-                                          R"(of the job aaaaaaaa-0000-4000-8000-000000000002, which the stop would )"
-                                          R"(cancel; ask again when that job has ended"})");
+  EXPECT_EQ(text(jobs.stop(activity_id)), R"({"code":1,"message":"the job aaaaaaaa-0000-4000-8000-000000000002 holds )"
+                                          R"(this system now and this backup waits for it; a stop would reach that )"
+                                          R"(job's backup; ask again when that job has ended"})");
   EXPECT_TRUE(is_active(only_activity().state));
   resource->holder(activity_id);
   EXPECT_EQ(text(jobs.stop(activity_id)), R"({"code":0,"message":""})") << "its own backup";
