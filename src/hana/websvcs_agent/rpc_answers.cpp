@@ -24,9 +24,14 @@ std::shared_ptr<const JSON_RPC_Request> as_request(const std::shared_ptr<JSON_RP
 }
 
 std::shared_ptr<JSON_RPC_Response> make_response(const JSON_RPC_Request& request) {
-  auto* const response = new (std::nothrow) JSON_RPC_Response(request);
-  if (response == nullptr) errno = ENOMEM;
-  return std::shared_ptr<JSON_RPC_Response>(response);
+  try {
+    if (auto* const response = new (std::nothrow) JSON_RPC_Response(request))
+      return std::shared_ptr<JSON_RPC_Response>(response);
+  } catch (const std::bad_alloc&) {
+    // The copy of the id, or the counter of the holders.
+  }
+  errno = ENOMEM;
+  return {};
 }
 
 int handle_with(Answer_Function answer, const std::weak_ptr<JSON_RPC_Channel>& channel,
