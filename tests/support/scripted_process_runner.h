@@ -17,7 +17,7 @@ struct Scripted_Child {
   int code = 0;
   int signal = 0;
   int start_error = 0;           ///< errno of a start that fails
-  bool idle = false;             ///< on_idle is called once, between output and close
+  bool hangs = false;            ///< after its output it is silent until it is signalled by its pid, and ends by that
   std::function<void()> before;  ///< runs before anything is printed
 };
 
@@ -28,10 +28,15 @@ struct Seen_Call {
   std::map<std::string, std::string> environment;
   std::string input;
   std::string user;
+  std::string name;
+  std::string working_directory;
 };
 
 /// The process's runner for its life: every call is answered by the first rule that fits. A call that no rule fits
-/// fails the test and looks like a program that does not exist. Safe for several threads.
+/// fails the test and looks like a program that does not exist; so does a child that hangs and is ended by nobody. The
+/// working directory must be there. Time does not pass by itself: a test moves it in Scripted_Child::before. A child
+/// that hangs has a real process in its place, since signals are given by the kernel; the pid of another one is that
+/// of a child that has just ended. Safe for several threads.
 class Scripted_Process_Runner : public platform::Process_Runner {
  public:
   Scripted_Process_Runner();

@@ -16,6 +16,7 @@ system_clock::time_point Shifted_Clock::now() { return system_clock::now() + sec
 steady_clock::time_point Shifted_Clock::steady_now() { return steady_clock::now() + slept(); }
 
 void Shifted_Clock::sleep_for(std::chrono::nanoseconds span) {
+  if (span.count() <= 0) return;
   const std::lock_guard<std::mutex> one_at_a_time(moves_);
   const std::int64_t moved = std::chrono::ceil<seconds>(span).count();
   follower_(seconds(shift_seconds_ + moved));

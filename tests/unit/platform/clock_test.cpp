@@ -10,29 +10,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// What every clock promises, real or virtual.
-void check_contract(platform::Clock& clock) {
-  const auto before = clock.steady_now();
-  clock.sleep_for(3ms);
-  EXPECT_GE(clock.steady_now() - before, 3ms);
-  EXPECT_GT(clock.wall_seconds(), 1'600'000'000);
-
-  platform::Wait_Event event;
-  EXPECT_FALSE(clock.wait_for(event, 2ms)) << "nobody set it";
-  event.set();
-  EXPECT_TRUE(clock.wait_for(event, 1h)) << "a set event does not wait";
-  EXPECT_TRUE(clock.wait_for(event, 1h)) << "and stays set";
-  event.reset();
-  EXPECT_FALSE(clock.wait_for(event, 2ms));
-}
-
-TEST(Clock, System_Clock_Keeps_The_Contract) { check_contract(platform::Clock::current()); }
-
-TEST(Clock, Virtual_Clock_Keeps_The_Contract) {
-  support::Virtual_Clock clock;
-  check_contract(platform::Clock::current());
-}
-
 TEST(Clock, A_Waiter_Wakes_When_Another_Thread_Sets_The_Event) {
   platform::Wait_Event event;
   std::thread setter([&event] { event.set(); });

@@ -15,8 +15,6 @@
 #include <thread>
 #include <vector>
 
-#include "support/scripted_process_runner.h"
-
 namespace {
 
 using namespace platform;
@@ -206,23 +204,6 @@ TEST(Process_Runner, A_Child_That_Does_Not_Read_Its_Input_Ends_Well) {
   Process_Spec spec = shell("exit 0");
   spec.input = secure_string(std::string(1'000'000, 'x'));
   EXPECT_TRUE(Process_Runner::current().run(spec, sink).success());
-}
-
-/// The scripted runner keeps the same contract as the real one.
-TEST(Scripted_Process_Runner, Answers_As_A_Child_Would) {
-  support::Scripted_Process_Runner runner;
-  runner.on_program("hdbsql", {.standard_output = "a\nb\n", .standard_error = "* 10: x\n", .code = 10});
-  Collecting_Sink sink;
-  Process_Spec spec;
-  spec.program = "/usr/sap/HDB/HDB00/exe/hdbsql";
-  spec.input = secure_string("\\c");
-  const Exit_Status status = Process_Runner::current().run(spec, sink);
-  EXPECT_EQ(status.code, 10);
-  EXPECT_EQ(sink.out, "a\nb\n");
-  EXPECT_EQ(sink.err, "* 10: x\n");
-  EXPECT_EQ(sink.closed, 2);
-  ASSERT_EQ(runner.calls().size(), 1U);
-  EXPECT_EQ(runner.calls()[0].input, "\\c");
 }
 
 }  // namespace

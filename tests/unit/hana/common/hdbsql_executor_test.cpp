@@ -250,9 +250,11 @@ TEST_F(HDBSQL_Executor_Test, Tells_The_Kind_Of_Failure_Without_Logging_It) {
 
 TEST_F(HDBSQL_Executor_Test, Ends_A_Tool_That_Takes_Longer_Than_It_May) {
   support::Scripted_Child hanging = child("");
-  hanging.idle = true;
+  hanging.hangs = true;
   hanging.before = [this] { clock_.advance(question_limit); };
-  script("hdbsql", {hanging, hanging});
+  support::Scripted_Child slow = child("");
+  slow.before = hanging.before;
+  script("hdbsql", {hanging, slow});
   HDBSQL_Executor executor = bound();
   executor.time_limit(question_limit);
   HDBSQL_General_Text_Handler rows;

@@ -165,7 +165,7 @@ TEST_F(Instance_Controller_Test, Says_Only_That_The_State_Is_Not_Known_When_It_C
 TEST_F(Instance_Controller_Test, Ends_A_Command_That_Does_Not_Return) {
   support::Scripted_Child hanging;
   hanging.standard_output = "StartService\n";
-  hanging.idle = true;
+  hanging.hangs = true;
   hanging.before = [this] { clock_.advance(std::chrono::hours(1)); };
   script("HDB", {hanging});
   EXPECT_FALSE(controller_.start("HDB00"));

@@ -126,7 +126,7 @@ TEST_F(Replication_State_Test, Fails_When_Nothing_Tells) {
 
 TEST_F(Replication_State_Test, Does_Not_Wait_For_A_Tool_That_Hangs) {
   support::Scripted_Child hanging;
-  hanging.idle = true;
+  hanging.hangs = true;
   hanging.before = [this] { clock_.advance(std::chrono::minutes(2)); };
   script("hdbnsutil", {hanging});
   State state;
