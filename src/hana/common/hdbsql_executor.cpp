@@ -1,6 +1,7 @@
 #include "hana/common/hdbsql_executor.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 
 #include "agent/instance/instance_manager.h"
@@ -19,7 +20,7 @@ namespace {
 
 constexpr const char* default_tool = "hdbsql";
 /// No remarks, no pages, no welcome: header and rows only.
-const std::vector<std::string> tool_arguments = {"-x", "-j", "-quiet"};
+constexpr std::array<const char*, 3> tool_arguments = {"-x", "-j", "-quiet"};
 constexpr std::size_t logged_statement_bytes = 1024;
 
 /// A name that can be written on hdbsql's input line.
@@ -122,7 +123,8 @@ HDBSQL_Outcome HDBSQL_Executor::run_secretly(const secure_string& sql, const sec
 HDBSQL_Outcome HDBSQL_Executor::run_tool(std::string_view sql, Text_Process_Handler* handler,
                                          const std::vector<secure_string>& secrets) const {
   if (!initialize_) return {HDBSQL_Failure::not_initialized, 0, "the executor is not bound to a database"};
-  platform::Process_Spec spec = instance_tool(sid_, instance_name_of(instance_number_), tool_path(), tool_arguments);
+  platform::Process_Spec spec = instance_tool(sid_, instance_name_of(instance_number_), tool_path(),
+                                              {tool_arguments.begin(), tool_arguments.end()});
   const HDBSQL_Logon logon{instance_number_, database_, username_, password_.view()};
   if (!make_hdbsql_input(logon, sql, spec.input))
     return {HDBSQL_Failure::bad_statement, 0, "the statement is empty or holds a null byte"};
@@ -135,6 +137,12 @@ HDBSQL_Outcome HDBSQL_Executor::run_tool(std::string_view sql, Text_Process_Hand
   if (limited) output.time_limit(time_limit_);
   const platform::Exit_Status status = platform::Process_Runner::current().run(spec, output);
   return output.outcome(status);
+}
+
+HDBSQL_Executor HDBSQL_Executor::with_time_limit(std::chrono::seconds limit) const {
+  HDBSQL_Executor limited = *this;
+  limited.time_limit(limit);
+  return limited;
 }
 
 bool HDBSQL_Executor::execute(const std::string& sql, Text_Process_Handler* handler,

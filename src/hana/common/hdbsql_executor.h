@@ -57,6 +57,8 @@ class HDBSQL_Executor {
   /// For statements that somebody waits for: hdbsql is ended when it takes longer, and what HANA does with the
   /// statement is HANA's. 0, the default: no limit, as a backup takes as long as it takes.
   void time_limit(std::chrono::seconds limit) { time_limit_ = limit; }
+  /// Another executor of the same database, for a question beside statements that have no limit.
+  [[nodiscard]] HDBSQL_Executor with_time_limit(std::chrono::seconds limit) const;
 
   /// Runs one statement and blocks until hdbsql ends. `handler` (or null) is given every line; `log` (or null) receives
   /// this call's messages. True when the statement succeeded: hdbsql ended with 0 and reported no error.

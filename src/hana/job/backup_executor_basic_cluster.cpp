@@ -36,7 +36,8 @@ bool get_remote_state(const std::string& host_uuid, const json_spirit::Object& r
     json_spirit::Value answer;
     return json_rpc_forward(host_uuid, request, control_method, &answer, json_spirit::obj_type) &&
            json_spirit::object_get(answer.get_obj(), "state", state);
-  } catch (const std::exception&) {
+  } catch (const std::exception& error) {
+    D3_WARNING("Whether the system runs on another host is not known: %C\n", error.what());
     return false;
   }
 }

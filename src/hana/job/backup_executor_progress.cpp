@@ -111,7 +111,9 @@ bool Backup_Executor::get_backup_size(const char* database, ACE_UINT64& backup_s
   backup_size = 0;
   transferred_size = 0;
   Table table;
-  if (!hdbsql_.execute(sql, &table, job_.log_msg_callback())) return false;
+  // Without an end of its own a question that HANA does not answer would hide the end of the backup.
+  const HDBSQL_Executor asking = hdbsql_.with_time_limit(question_limit);
+  if (!asking.execute(sql, &table, job_.log_msg_callback())) return false;
   if (table.get_key().empty() || table.get_values().empty()) return false;
   return sum_sizes(table, since, backup_size, transferred_size) && backup_size != 0 && transferred_size != 0;
 }

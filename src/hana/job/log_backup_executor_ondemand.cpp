@@ -196,6 +196,8 @@ bool Log_Backup_Executor::change_active_file_group() {
 
 bool Log_Backup_Executor::enable_log_backup() {
   if (!is_active(nullptr) || !init_hdbsql()) return true;
+  // The set-ups of other systems of this host wait for this one.
+  hdbsql_.time_limit(question_limit);
   System_Config_Manager manager(hdbsql_);
   // Each tells why when HANA refuses; the others are tried all the same.
   (void)manager.alter_log_mode(System_Config_Manager::LOG_MODE_NORMAL);
@@ -207,6 +209,7 @@ bool Log_Backup_Executor::enable_log_backup() {
 
 bool Log_Backup_Executor::disable_log_backup() {
   if (!is_active(nullptr) || !init_hdbsql()) return true;
+  hdbsql_.time_limit(question_limit);
   System_Config_Manager manager(hdbsql_);
   (void)manager.alter_auto_log_backup(false);
   (void)manager.alter_log_backup_using_backint(false);

@@ -142,8 +142,9 @@ bool Restore_Executor::write_statement(const std::string& instance_directory, co
 void Restore_Executor::wait_for_logon() {
   platform::Clock& clock = platform::Clock::current();
   const auto until = clock.steady_now() + logon_limit;
+  const HDBSQL_Executor asking = hdbsql_.with_time_limit(question_limit);
   for (;;) {
-    const HDBSQL_Outcome outcome = hdbsql_.run(status_command, nullptr, nullptr);
+    const HDBSQL_Outcome outcome = asking.run(status_command, nullptr, nullptr);
     if (outcome.failure != HDBSQL_Failure::connection) return;
     if (clock.steady_now() >= until) {
       D3_WARNING("HANA instance %C takes no logons after its recovery: %C\n", instance_mgr_name_.c_str(),
@@ -160,8 +161,8 @@ void Restore_Executor::restart_other_hosts() {
     bool restarted = false;
     try {
       restarted = json_rpc_forward(instance.host_uuid, request, control_method);
-    } catch (const std::exception&) {
-      restarted = false;
+    } catch (const std::exception& error) {
+      D3_WARNING("Another host of the system was not restarted: %C\n", error.what());
     }
     if (restarted) continue;
     raise_alert(ALERT_RESTART_CLUSTER, json_spirit::Object{{"host", instance.host_uuid}});
