@@ -7,6 +7,8 @@ namespace {
 
 constexpr int seconds_per_minute = 60;
 constexpr int seconds_per_hour = 3600;
+/// What std::tm counts years from.
+constexpr int first_tm_year = 1900;
 
 /// Walks over a time text; once something does not fit, ok stays false.
 class Time_Reader {
@@ -70,7 +72,7 @@ bool read_date_and_time(Time_Reader& reader, char separator, std::time_t& time) 
   if (!reader.ok() || month < 1 || month > 12 || parts.tm_mday < 1 || parts.tm_mday > days_of_month(year, month) ||
       parts.tm_hour > 23 || parts.tm_min > 59 || parts.tm_sec > 60)
     return false;
-  parts.tm_year = year - 1900;
+  parts.tm_year = year - first_tm_year;
   parts.tm_mon = month - 1;
   time = ::timegm(&parts);
   return true;
@@ -119,7 +121,9 @@ bool hana_time_to_posix_time(const char* text, std::time_t& time) {
 std::string posix_time_to_utc_text(std::time_t time) {
   std::tm parts{};
   ::gmtime_r(&time, &parts);
-  char text[32];
-  const std::size_t size = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
-  return std::string(text, size);
+  // strftime writes a year before 1000 with less than the four digits that every reader wants.
+  char text[96];
+  std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", parts.tm_year + first_tm_year, parts.tm_mon + 1,
+                parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
+  return text;
 }

@@ -64,4 +64,13 @@ TEST(Utc_Text, Is_Written_In_Utc_In_Any_Zone) {
   EXPECT_EQ(posix_time_to_utc_text(sample), "2019-04-28 21:50:44");
 }
 
+TEST(Utc_Text, Is_Read_Back_As_The_Same_Time_In_Every_Year) {
+  for (const char* text : {"0001-01-01 00:00:00", "0226-11-21 21:15:20", "0999-12-31 23:59:59", "1969-12-31 23:59:59",
+                           "1970-01-01 00:00:00", "2024-02-29 12:00:00", "9999-12-31 23:59:59"}) {
+    std::time_t time = 0;
+    ASSERT_TRUE(iso8601_to_posix_time(text, time)) << text;
+    EXPECT_EQ(posix_time_to_utc_text(time), text);
+  }
+}
+
 }  // namespace
