@@ -303,6 +303,28 @@ TEST_F(Log_Backup, Keeps_Statements_Waiting_While_The_Log_Area_Is_Full) {
   EXPECT_EQ(wait_for_logs(1), "indexserver,0,2,1,backint\n");
 }
 
+TEST_F(Log_Backup, Ends_What_Waits_For_The_Log_Area_With_Its_Database) {
+  install({"--tenant", "TN1"});
+  switch_on();
+  ASSERT_EQ(configure("('persistence','enable_auto_log_backup')='no'").code, 0);
+  full();
+  let_it_look();
+  fault("log_area_bytes = 150");
+  fault("log_area_full = hang");
+  put("a");
+  put("b");
+  Output hung;
+  std::thread writer([&] { hung = sql("UPSERT KV VALUES ('c','v')", "TN1"); });
+  const std::string met = root_ / "usr/sap/HDB/HDB00/standin/faults.conf.met";
+  for (int i = 0; i < most_looks && text_of(met).find("log_area_full") == std::string::npos; ++i) let_it_look();
+  EXPECT_EQ(sql("ALTER SYSTEM STOP DATABASE TN1").code, 0);
+  no_faults();
+  writer.join();
+  EXPECT_NE(hung.err.find("* -10807: Connection down"), std::string::npos) << hung.code << hung.err;
+  ASSERT_EQ(sql("ALTER SYSTEM START DATABASE TN1").code, 0);
+  EXPECT_EQ(sql("select count(*) as N from KV", "TN1").out, "N\n2\n");
+}
+
 TEST_F(Log_Backup, Shares_Its_Id_With_Its_Catalog_When_Told_So) {
   install({"--tenant", "TN1"});
   fault("log_catalog_same_id = yes");

@@ -91,10 +91,7 @@ class Session {
 
   Message statement(const std::string& sql, bool autocommit) {
     if (!statements_) return error({-10821, "Session not connected"});
-    if (state_.stops_of(database_) != stops_) {
-      statements_.reset();
-      return error({-10807, "Connection down: [89006] System call 'recv' failed, rc=104:Connection reset by peer"});
-    }
+    if (has_ended()) return down();
     Faults& faults = instance_.faults();
     if (faults.take("die_server", database_, sql)) ::kill(::getpid(), SIGKILL);
     const std::string directives = directives_of(sql);
@@ -102,6 +99,7 @@ class Session {
     if (const auto hang = faults.take("hang_statement", database_, sql))
       hang_for(parse_number(*hang).value_or(0) * 1000, for_ever_ms);
     faults.pause("slow_statement", 0, database_, sql, [this] { return instance_.phase() != Instance::running; });
+    if (has_ended()) return down();
     if (const auto fail = faults.take("fail_statement", database_, sql)) {
       const std::size_t colon = fail->find(':');
       return error({static_cast<int>(parse_number(trim(fail->substr(0, colon))).value_or(2)),
@@ -124,6 +122,13 @@ class Session {
     for (const auto& row : result.rows)
       for (const Cell& cell : row) answer.push_back(std::string(1, cell.type) + cell.text);
     return answer;
+  }
+
+  /// A stop of the database ends its sessions, whatever they wait for.
+  bool has_ended() { return state_.stops_of(database_) != stops_; }
+  Message down() {
+    statements_.reset();
+    return error(connection_down());
   }
 
   /// 0 hangs until the instance stops or nobody wants a hanging statement any more.

@@ -48,14 +48,22 @@ Statements::Answer Statements::run(const std::string& sql, bool autocommit, Resu
   return reader.error();
 }
 
+Sql_Error connection_down() {
+  return {-10807, "Connection down: [89006] System call 'recv' failed, rc=104:Connection reset by peer"};
+}
+
 Statements::Answer Statements::wait_for_log() {
   constexpr std::int64_t step_ms = 50;
+  const std::int64_t stops = state_.stops_of(database_);
   while (instance_.log_writer().full(state_, database_)) {
+    // Its session has ended: what it waited to change may be another content by now.
+    if (state_.stops_of(database_) != stops) return connection_down();
     const bool fails = instance_.faults().take("log_area_full", database_).value_or("hang") == "fail";
     if (fails || instance_.phase() != Instance::running)
       return Sql_Error{2, "general error: the log area is full, no log backup has taken the log"};
     sleep_ms(step_ms);
   }
+  if (state_.stops_of(database_) != stops) return connection_down();
   return std::nullopt;
 }
 

@@ -6,6 +6,9 @@
 
 namespace standin {
 
+/// What a session is told whose database was stopped.
+[[nodiscard]] Sql_Error connection_down();
+
 /// A logged-on user's session in one database.
 class Statements {
  public:
