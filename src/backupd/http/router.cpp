@@ -65,6 +65,15 @@ Outcome read_number(const Request& request, const char* key, std::int64_t limit,
   return {};
 }
 
+/// Who asks for the one with an empty id has lost it; all of them would be an answer to another question.
+Outcome check_ids(const Request& request) {
+  for (const auto& [key, value] : request.query)
+    if (value.empty() && (key == "uuid" || key.ends_with("_uuid")))
+      return Outcome::refuse(Outcome::bad_request,
+                             "the parameter \"" + key + "\" is empty; give an id, or leave it out for all");
+  return {};
+}
+
 }  // namespace
 
 const std::vector<std::string> list_keys = {"limit", "offset", "sort", "order"};
@@ -117,6 +126,7 @@ std::vector<std::string> with_list_keys(std::vector<std::string> keys) {
 
 Outcome read_list_query(const Request& request, const std::vector<std::pair<std::string, std::string>>& sorts,
                         List_Query& query) {
+  if (Outcome outcome = check_ids(request); !outcome.ok()) return outcome;
   query.order_column = sorts.front().second;
   if (const std::string sort = request.parameter("sort"); !sort.empty()) {
     const auto found = std::find_if(sorts.begin(), sorts.end(), [&](const auto& known) { return known.first == sort; });

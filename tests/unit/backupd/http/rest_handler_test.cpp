@@ -55,6 +55,8 @@ TEST(Rest_Handler, Refuses_What_It_Cannot_Understand) {
       {"an unknown parameter", "GET", "/pools?nmae=x", "", 400, "bad_request"},
       {"a parameter twice", "GET", "/pools?name=x&name=y", "", 400, "bad_request"},
       {"a broken percent sequence", "GET", "/pools?name=%zz", "", 400, "bad_request"},
+      {"an empty id", "GET", "/resources?uuid=", "", 400, "bad_request"},
+      {"an empty id of another thing", "GET", "/backint/jobs?host_uuid=", "", 400, "bad_request"},
       {"a limit that is no number", "GET", "/pools?limit=ten", "", 400, "bad_request"},
       {"a limit too large", "GET", "/pools?limit=100000", "", 400, "bad_request"},
       {"an order that is none", "GET", "/pools?order=up", "", 400, "bad_request"},
