@@ -30,6 +30,17 @@ bool is_secondary(const std::string& sid) {
   return std::find(secondary_modes.begin(), secondary_modes.end(), replication.mode) != secondary_modes.end();
 }
 
+const char* state_words(sap_hana::Instance_Controller::Instance_State state) {
+  switch (state) {
+    case sap_hana::Instance_Controller::INSTANCE_STATE_STOPPED:
+      return "stopped";
+    case sap_hana::Instance_Controller::INSTANCE_STATE_RUNNING:
+      return "running";
+    default:
+      return "neither running nor stopped, see its process list";
+  }
+}
+
 /// Asks the agent of a host for the state of its instance. False when there is no answer with a state.
 bool get_remote_state(const std::string& host_uuid, const json_spirit::Object& request, long& state) {
   try {
@@ -55,6 +66,7 @@ bool Backup_Executor_Basic::is_active(const Action_Options*) {
   Instance_Controller::Instance_State state = Instance_Controller::INSTANCE_STATE_UNKNOWN;
   if (!Instance_Controller(sid_).get_state(instance_number_, state)) return false;
   if (state == Instance_Controller::INSTANCE_STATE_RUNNING) return true;
+  D3_INFO("HANA instance %C is not running on this host: it is %C\n", instance_mgr_name_.c_str(), state_words(state));
   if (def_.subtype() != JOB_DEFINITION_SUBTYPE_ONDEMAND) return false;
   return may_run_log_backup();
 }
