@@ -30,7 +30,8 @@ namespace sap_hana {
 /// whether this node is the one to run. One object serves one request on a job, on the thread that made it; `hdbsql_`
 /// alone may run statements on a second thread.
 ///
-/// Every operation that returns false has logged why.
+/// An operation that returns false has logged why, but those whose answer is no failure: is_active, and the looks into
+/// HANA's catalog that find nothing.
 class Backup_Executor_Basic : public Job_Executor_T<Default_Backup_Job_Source, Backup_Job_Options, Job_Event_Handler> {
  public:
   explicit Backup_Executor_Basic(Job& job);
