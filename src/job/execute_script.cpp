@@ -49,7 +49,7 @@ class Script_Output : public platform::Output_Sink {
     return stream == platform::Output_Stream::standard_output ? output_line_ : error_line_;
   }
   void end_with_run() {
-    if (!asked_ && !is_run_of_thread_ending()) return;
+    if (!asked_ && !(after_work_ ? is_run_of_thread_aborting() : is_run_of_thread_ending())) return;
     const auto now = platform::Clock::current().steady_now();
     if (!asked_)
       end_by(SIGTERM);
@@ -66,6 +66,8 @@ class Script_Output : public platform::Output_Sink {
   }
 
   bool drop_output_;
+  /// What puts things back in order is let finish: a stop comes too late for the work, or has brought it to its end.
+  const bool after_work_ = is_run_of_thread_completing();
   pid_t pid_ = 0;
   std::optional<std::chrono::steady_clock::time_point> asked_;
   std::string output_line_;

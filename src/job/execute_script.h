@@ -11,8 +11,8 @@
 /// the exit code is 0, and for a command without any word; else false with one error line that says what happened.
 ///
 /// A script has no time limit of its own. When the run of the calling thread is cancelled or aborted meanwhile, the
-/// script gets SIGTERM, and SIGKILL 10 seconds later; the result is then false, with a warning. What the script
-/// started itself is left to it.
+/// script gets SIGTERM, and SIGKILL 10 seconds later; the result is then false, with a warning. One that begins while
+/// the run is completing, after its work, is ended by an abort only. What the script started itself is left to it.
 [[nodiscard]] bool execute_script(const std::string& command, bool drop_output, ACE_Log_Msg_Callback_var log);
 
 /// Splits a command line into words at blanks. '...' is taken as it stands; within "..." and outside of quotes a

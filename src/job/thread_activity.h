@@ -20,3 +20,7 @@ class Scoped_Thread_Activity {
 
 /// The run of the calling thread is being cancelled or aborted; false on a thread that works for no run.
 [[nodiscard]] bool is_run_of_thread_ending();
+/// It is being aborted.
+[[nodiscard]] bool is_run_of_thread_aborting();
+/// Its work is done and what comes after it runs; false on a thread that works for no run.
+[[nodiscard]] bool is_run_of_thread_completing();

@@ -135,6 +135,7 @@ class Hanging_Script : public platform::Process_Runner {
   int idle_calls = 1;
   std::chrono::seconds between{0};
   bool prints = false;
+  int ends_by = 0;  ///< a signal that the script gets from elsewhere after all looks
 
   platform::Exit_Status run(const platform::Process_Spec& spec, platform::Output_Sink& sink) override {
     EXPECT_GT(spec.idle_interval.count(), 0) << "a quiet script is looked after";
@@ -154,6 +155,9 @@ class Hanging_Script : public platform::Process_Runner {
       else
         sink.on_idle();
       platform::Clock::current().sleep_for(between);
+    }
+    if (ends_by != 0) {
+      EXPECT_EQ(::kill(child, ends_by), 0);
     }
     return status_of(child, ready);
   }
@@ -204,6 +208,20 @@ TEST_F(Hanging_Script_Test, Ends_When_Its_Job_Is_Cancelled_Or_Aborted) {
     EXPECT_FALSE(execute_script("/bin/before", false, job_->log_msg_callback()));
     EXPECT_TRUE(claim_end(SIGTERM)) << log_.dump();
   }
+}
+
+TEST_F(Hanging_Script_Test, After_The_Work_Ends_By_An_Abort_Only) {
+  job_->state(JOB_STATE_COMPLETING);
+  script_.state = JOB_STATE_ABORTING;
+  EXPECT_FALSE(execute_script("/bin/before", false, {}));
+  EXPECT_TRUE(claim_end(SIGTERM)) << log_.dump();
+  job_->state(JOB_STATE_COMPLETING);
+  script_.state = JOB_STATE_CANCELING;
+  script_.ends_by = SIGUSR1;
+  EXPECT_FALSE(execute_script("/bin/before", false, {}));
+  EXPECT_TRUE(
+      log_.claim("Failed to run script '/bin/before': it was killed by signal " + std::to_string(SIGUSR1) + "\n"))
+      << log_.dump();
 }
 
 TEST_F(Hanging_Script_Test, Ends_Also_When_It_Prints_Without_End) {
