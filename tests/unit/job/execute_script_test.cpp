@@ -219,8 +219,7 @@ TEST_F(Hanging_Script_Test, After_The_Work_Ends_By_An_Abort_Only) {
   script_.state = JOB_STATE_CANCELING;
   script_.ends_by = SIGUSR1;
   EXPECT_FALSE(execute_script("/bin/before", false, {}));
-  EXPECT_TRUE(
-      log_.claim("Failed to run script '/bin/before': it was killed by signal " + std::to_string(SIGUSR1) + "\n"))
+  EXPECT_TRUE(log_.claim("Failed to run script '/bin/before': was killed by signal " + std::to_string(SIGUSR1) + "\n"))
       << log_.dump();
 }
 
