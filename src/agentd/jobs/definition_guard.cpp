@@ -92,6 +92,11 @@ bool is_plain_database_name(const std::string& name) {
 bool names_are_safe(const json_spirit::Object& definition, std::string& refusal) {
   json_spirit::Object source;
   json_spirit::Array entries;
+  std::string id;
+  if (json_spirit::object_get(definition, "id", id) && id.find('/') != std::string::npos) {
+    refusal = "the \"id\" \"" + platform::cut_for_log(id, shown_bytes) + "\" of the definition would become a path";
+    return false;
+  }
   if (!json_spirit::object_get(definition, "source", source)) return true;  // the definition reader's affair
   if (!keys_are_known(source, {"id", "name", "entries"}, refusal)) return false;
   if (!json_spirit::object_get(source, "entries", entries)) return true;

@@ -36,6 +36,13 @@ TEST(Definition_Guard, Refuses_What_Would_Become_More_Than_A_Name) {
   }
 }
 
+TEST(Definition_Guard, Refuses_An_Id_That_Leads_Elsewhere) {
+  std::string refusal;
+  EXPECT_FALSE(agentd::names_are_safe(json_spirit::Object{{"id", "../../srv"}}, refusal));
+  EXPECT_NE(refusal.find("\"../../srv\""), std::string::npos) << refusal;
+  EXPECT_TRUE(agentd::names_are_safe(json_spirit::Object{{"id", "logs of HDB"}}, refusal)) << refusal;
+}
+
 TEST(Definition_Guard, Refuses_Keys_Whose_Text_The_Module_Would_Take_For_A_Name) {
   const struct {
     const char* source;
