@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -157,6 +158,14 @@ TEST_F(Catalog_Queries, Try_A_Refused_Statement_Ten_Times_With_Growing_Pauses) {
   EXPECT_FALSE(ready_executor().get_last_full_backup_id("TN1", id, true));
   EXPECT_EQ(id, 0U);
   EXPECT_EQ(sleeps(), all_delays);
+  claim_refusals();
+}
+
+TEST_F(Catalog_Queries, Tell_The_Job_What_HANA_Refused) {
+  hdbsql_.expect(full_sql, refused("* 258: insufficient privilege"), 10);
+  ACE_UINT64 id = 0;
+  EXPECT_FALSE(ready_executor().get_last_full_backup_id("TN1", id, true));
+  EXPECT_NE(job().message().find("insufficient privilege"), std::string::npos) << job().message();
   claim_refusals();
 }
 
@@ -381,6 +390,26 @@ TEST_F(Catalog_Queries, Report_A_Backupd_That_Refuses) {
   log_.claim_all();
 }
 
+TEST_F(Catalog_Queries, Ask_For_A_Set_Again_Within_10_Seconds_While_Backupd_Is_Not_Ready) {
+  Executor& executor = ready_executor();
+  backupd_.sets[{"TN1", 0}] = Object{{"uuid", "set-1"}};
+  unsigned refusals = 3;
+  backupd_.intercept = [&refusals](const std::string&, const std::string&) -> std::optional<net::Http_Response> {
+    if (refusals == 0) return std::nullopt;
+    --refusals;
+    return backup_test::error_answer(503);
+  };
+  Object set;
+  EXPECT_TRUE(executor.get_backup_sets("TN1", 0, set));
+  EXPECT_EQ(sleeps(), (std::vector<double>{1, 2, 4}));
+
+  refusals = 4;
+  EXPECT_FALSE(executor.get_backup_sets("TN1", 0, set));
+  EXPECT_EQ(sleeps(), (std::vector<double>{1, 2, 4, 1, 2, 4})) << "one more pause would end after 15 seconds";
+  expect_error("Failed to get TN1 backup sets, null\n");
+  expect_error_with("503");
+}
+
 TEST_F(Restore_Log, Gives_0_When_There_Is_No_Log_Or_No_Recovery_In_It) {
   Executor& executor = ready_executor();
   std::time_t time = 99;
@@ -431,6 +460,33 @@ TEST_F(Restore_Log, Takes_The_Latest_Recovery_Of_Several_Trace_Directories) {
   std::time_t time = 0;
   EXPECT_TRUE(ready_executor().get_last_restore("SYSTEMDB", time));
   EXPECT_EQ(time, 1700000010);
+}
+
+TEST_F(Restore_Log, Takes_The_Latest_Recovery_In_Whatever_Order_The_Trace_Directories_Stand) {
+  struct Row {
+    const char* name;
+    const char* first;  ///< null: no log
+    const char* second;
+  };
+  const char* const early = "2023-11-14T22:13:20+00:00 RECOVER DATA started\n";
+  const char* const late = "2023-11-14T22:13:30+00:00 RECOVER DATA started\n";
+  const Row rows[] = {
+      {"early, late", early, late},
+      {"late, early", late, early},
+      {"no log, recovery", nullptr, late},
+      {"log without a recovery, recovery", "2023-11-14T22:13:40+00:00 SAVE DATA started\n", late},
+  };
+  Executor& executor = ready_executor();
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    const std::string first = std::string(backup_test::trace_directory) + "/backup.log";
+    (void)std::filesystem::remove(root_.real(first));
+    if (row.first != nullptr) root_.write(first, row.first);
+    root_.write("/usr/sap/HDB/HDB00/otherhost/trace/backup.log", row.second);
+    std::time_t time = 0;
+    EXPECT_TRUE(executor.get_last_restore("SYSTEMDB", time));
+    EXPECT_EQ(time, 1700000010);
+  }
 }
 
 TEST_F(Restore_Log, Refuses_A_Line_Whose_Time_Cannot_Be_Read) {
