@@ -1,6 +1,7 @@
 // The stop of a data backup: what is cancelled, how long its end is waited for, and what is removed from the pool.
 
 #include <algorithm>
+#include <functional>
 #include <numeric>
 #include <string>
 #include <vector>
@@ -63,6 +64,24 @@ class Stop : public backup_test::Executor_Test {
   }
   void expect_states(const std::string& id, const std::vector<Sql_Answer>& answers) {
     for (const Sql_Answer& answer : answers) hdbsql_.expect(state_sql(id), answer);
+  }
+
+  /// The backup stays pending until its pauses, the next ones, have reached the limit; only then comes what `then`
+  /// expects. How many they are nobody knows: each is drawn.
+  void expect_pending_to_the_end(const std::string& id, const std::function<void()>& then) {
+    Sql_Answer pending = state("cancel pending");
+    pending.before = [this, id, then] {
+      if (seconds_slept() < stop_limit_seconds)
+        expect_pending_to_the_end(id, then);
+      else
+        then();
+    };
+    hdbsql_.expect(state_sql(id), pending);
+  }
+  [[nodiscard]] std::size_t lines_that_start_with(const std::string& start) const {
+    const std::vector<support::Log_Line> lines = log_.lines();
+    return static_cast<std::size_t>(std::count_if(
+        lines.begin(), lines.end(), [&](const support::Log_Line& line) { return line.text.starts_with(start); }));
   }
 
   static std::string dataset(const std::string& database, const std::string& id) {
@@ -139,6 +158,16 @@ TEST_F(Stop, Names_No_Database_To_A_System_Without_Tenants) {
   EXPECT_TRUE(new_executor().stop());
   expect_stopped("HDB", "1700");
   EXPECT_FALSE(stored("HDB", "1700"));
+}
+
+TEST_F(Stop, Names_The_System_Database_As_It_Names_Tenants) {
+  set_entries({"hana/HDB00/SYSTEMDB"});
+  store("SYSTEMDB", "1700");
+  expect_cancel("SYSTEMDB", "1700");
+  expect_states("1700", {canceled()});
+  EXPECT_TRUE(new_executor().stop());
+  expect_stopped("SYSTEMDB", "1700");
+  EXPECT_FALSE(stored("SYSTEMDB", "1700"));
 }
 
 TEST_F(Stop, Passes_Over_Entries_Without_A_Database) {
@@ -263,6 +292,37 @@ TEST_F(Stop, Gives_Up_After_300_Seconds_Of_Pauses_And_Keeps_What_HANA_May_Still_
   EXPECT_EQ(log_.claim_containing("successfully"), 0U);
   EXPECT_TRUE(stored("TN1", "1700"));
   EXPECT_TRUE(alerts().empty());
+}
+
+TEST_F(Stop, Waits_For_Each_Backup_Afresh_And_Cleans_Up_After_One_That_Did_Not_End) {
+  set_entries({"hana/HDB00/TN1", "hana/HDB00/TN2"});
+  store("TN1", "1701");
+  store("TN2", "1702");
+  expect_cancel("TN1", "1701");
+  expect_cancel("TN2", "1702");
+  expect_pending_to_the_end("1701", [this] { expect_states("1702", {state("cancel pending"), canceled()}); });
+  EXPECT_TRUE(new_executor().stop());
+  expect_info("Failed to stop database TN1 backup job with backup id 1701, state is cancel pending\n");
+  EXPECT_TRUE(stored("TN1", "1701"));
+  expect_stopped("TN2", "1702");
+  EXPECT_FALSE(stored("TN2", "1702"));
+  EXPECT_EQ(lines_that_start_with("Retry(1) "), 2U);
+  ASSERT_FALSE(clock_.sleeps().empty());
+  EXPECT_EQ(clock_.sleeps().back(), 1) << "the pauses begin small again";
+}
+
+TEST_F(Stop, Cleans_Up_After_A_Backup_That_Ended_Well_Before_The_Cancel) {
+  set_entries({"hana/HDB00/TN1", "hana/HDB00/TN2"});
+  store("TN1", "1701");
+  store("TN2", "1702");
+  expect_cancel("TN1", "1701");
+  expect_cancel("TN2", "1702");
+  expect_states("1701", {state("successful")});
+  expect_states("1702", {canceled()});
+  EXPECT_TRUE(new_executor().stop());
+  EXPECT_TRUE(stored("TN1", "1701"));
+  expect_stopped("TN2", "1702");
+  EXPECT_FALSE(stored("TN2", "1702"));
 }
 
 TEST_F(Stop, Removes_What_Was_Stored_Of_A_Backup_That_Fails_After_The_Cancel) {
@@ -399,6 +459,29 @@ TEST_F(Stop, Leaves_The_Data_On_A_Pool_That_Cannot_Be_Reached) {
   add_pool({{"url", "file:///away"}});
   expect_cancel("TN1", "1700");
   expect_failure("Failed to connect to file:///away\n", "TN1");
+}
+
+TEST_F(Stop, Trusts_The_Authorities_Of_The_Host_When_It_Removes_From_A_Pool_Of_Another) {
+  constexpr const char* authorities = "/etc/opt/tarvex/dorsal3/ca.pem";
+  root_.write("/etc/opt/tarvex/dorsal3/agent.toml",
+              std::string("server_url = \"http://127.0.0.1:4711\"\nhost_uuid = \"") + backup_test::host_uuid +
+                  "\"\naccess_key = \"the-key-of-this-host\"\nca_file = \"" + authorities + "\"\n",
+              0600);
+  set_entries({"hana/HDB00/TN1"});
+  add_pool({{"url", "https://pool.example:4712/objects"}});
+  const std::string objects = "/objects/";
+  backupd_.intercept = [&](const std::string&, const std::string& target) -> std::optional<net::Http_Response> {
+    if (!target.starts_with(objects)) return std::nullopt;
+    return backup_test::json_answer(200, Object{{"rows", json_spirit::Array()}});
+  };
+  expect_cancel("TN1", "1700");
+  expect_states("1700", {canceled()});
+  EXPECT_TRUE(new_executor().stop());
+  expect_stopped("TN1", "1700");
+  EXPECT_EQ(backupd_.count_of("DELETE " + objects + dataset("TN1", "1700")), 1U);
+  const net::Endpoint wanted{true, "pool.example", 4712, authorities};
+  const std::vector<net::Endpoint> connections = transport_.connections();
+  EXPECT_NE(std::find(connections.begin(), connections.end(), wanted), connections.end());
 }
 
 TEST_F(Stop, Is_Good_When_Nothing_Was_Stored_Yet) {
