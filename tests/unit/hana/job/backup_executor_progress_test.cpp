@@ -62,6 +62,21 @@ TEST_F(Backup_Progress, Stays_Within_The_Slice_Of_The_Database) {
   EXPECT_EQ(progress(), (Percentages{33, 49, 65, 66})) << "an unchanged percentage is not reported again";
 }
 
+TEST_F(Backup_Progress, Reckons_In_Whole_Per_Cent_Of_The_Slice) {
+  // 3.1 % are 3 %, of which a slice of 33 has not yet a whole one.
+  watch(ready_executor(), 33, 66, {sizes("1000", "31")});
+  EXPECT_EQ(progress(), (Percentages{33, 66}));
+}
+
+TEST_F(Backup_Progress, Never_Counts_A_Backup_From_Before_The_Monitor_Began) {
+  const std::string now(now_text);
+  const std::string before = "\"2023-11-14 22:13:19\"";
+  watch(ready_executor(), 0, 100,
+        {table(header, {before + ",1000,1000"}), table(header, {before + ",1000,1000", now + ",1000,400"}),
+         table(header, {before + ",1000,1000", now + ",1000,500"})});
+  EXPECT_EQ(progress(), (Percentages{0, 40, 50, 100}));
+}
+
 TEST_F(Backup_Progress, Never_Passes_The_End_Of_The_Slice) {
   watch(ready_executor(), 33, 66, {sizes("1000", "5000"), sizes("1", "18000000000000000")});
   EXPECT_EQ(progress(), (Percentages{33, 66, 66}));
@@ -177,6 +192,15 @@ TEST_F(Backup_Progress, Does_Not_Try_A_Refused_Look_Again) {
   ACE_UINT64 transferred = 0;
   EXPECT_FALSE(ready_executor().get_backup_size("TN1", size, transferred, since));
   EXPECT_TRUE(clock_.sleeps().empty());
+  expect_error_with("HANA HDB_HDB00");
+}
+
+TEST_F(Backup_Progress, Tells_The_Job_What_HANA_Refused) {
+  hdbsql_.expect(tenant_sql, backup_test::refused("* 258: insufficient privilege"));
+  ACE_UINT64 size = 0;
+  ACE_UINT64 transferred = 0;
+  EXPECT_FALSE(ready_executor().get_backup_size("TN1", size, transferred, since));
+  EXPECT_NE(job().message().find("insufficient privilege"), std::string::npos) << job().message();
   expect_error_with("HANA HDB_HDB00");
 }
 
