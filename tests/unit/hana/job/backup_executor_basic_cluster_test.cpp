@@ -1,5 +1,6 @@
 // Which node of a resource runs a job.
 
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -66,6 +67,7 @@ class Active_Node : public backup_test::Executor_Test {
   static json_spirit::Value state_answer(int state) { return Object{{"state", state}}; }
 
   /// What sapcontrol -function GetProcessList exits with.
+  static constexpr int mixed_code = 0;
   static constexpr int running_code = 3;
   static constexpr int stopped_code = 4;
 
@@ -99,6 +101,13 @@ TEST_F(Active_Node, Declines_Every_Job_On_A_Replication_Secondary_Also_When_Its_
     }
 }
 
+TEST_F(Active_Node, Runs_Where_The_Instance_Runs_Although_Its_Replication_Cannot_Be_Told) {
+  mode_ = "";
+  ASSERT_TRUE(std::filesystem::remove(root_.real("/usr/sap/HDB/SYS/global/hdb/custom/config/global.ini")));
+  EXPECT_TRUE(new_executor().is_active(nullptr));
+  expect_error_with("Failed to read the configuration of HANA system HDB");
+}
+
 TEST_F(Active_Node, Declines_When_The_Resource_Is_Unknown) {
   backupd_.resource = json_spirit::Value();
   EXPECT_FALSE(new_executor().is_active(nullptr));
@@ -124,6 +133,24 @@ TEST_F(Active_Node, Declines_A_Data_Backup_At_Once_When_The_Instance_Is_Stopped)
   }
   EXPECT_EQ(backupd_.count_of("GET /q5/r/v2/resources"), 3U) << "the cluster was not asked for";
   EXPECT_TRUE(agents_.calls.empty());
+}
+
+TEST_F(Active_Node, Takes_An_Instance_Of_Which_Only_Some_Processes_Run_For_One_That_Does_Not_Run) {
+  state_code_ = mixed_code;
+  for (const Job_Definition_Subtype kind :
+       {JOB_DEFINITION_SUBTYPE_FULL, JOB_DEFINITION_SUBTYPE_INCREMENTAL, JOB_DEFINITION_SUBTYPE_CUMULATIVE}) {
+    SCOPED_TRACE(kind);
+    set_subtype(kind);
+    EXPECT_FALSE(new_executor().is_active(nullptr));
+  }
+  set_subtype(JOB_DEFINITION_SUBTYPE_ONDEMAND);
+  set_hosts({backup_test::host_uuid, second_host});
+  set_master("hanahost");
+  agents_.answers[backup_test::host_uuid] = state_answer(0);
+  agents_.answers[second_host] = state_answer(1);
+  EXPECT_FALSE(new_executor().is_active(nullptr)) << "the other one runs";
+  agents_.answers[second_host] = state_answer(0);
+  EXPECT_TRUE(new_executor().is_active(nullptr));
 }
 
 TEST_F(Active_Node, Accepts_A_Log_Backup_Of_A_Stopped_Single_Instance) {
