@@ -97,6 +97,19 @@ TEST_F(Set_Metadata, Begins_With_What_Job_And_System_Are) {
   EXPECT_NE(other.uuid, set.uuid);
 }
 
+TEST_F(Set_Metadata, Tells_The_Number_Of_The_Instance_And_The_Version_Of_The_System) {
+  root_.write("/usr/sap/HDB/HDB07/exe/manifest", "fullversion: 2.00.048.07 Build 1-2\n");
+  Object instance = backup_test::instance_record(backup_test::host_uuid);
+  instance["extended_attrs"] =
+      Object{{"sid", "HDB"}, {"instance_name", "HDB07"}, {"instance_number", 7}, {"multi_container", true}};
+  backupd_.resource = Object{{"uuid", backup_test::resource_uuid}, {"instances", Array{instance}}};
+  HANA_Backup_Set set;
+  ready_executor().init_metadata(set);
+  EXPECT_EQ(set.instance_number, 7);
+  EXPECT_EQ(set.instance_name, "HDB07");
+  EXPECT_EQ(set.system_version, "2.00.059.00") << "not the one that the instance's own manifest tells";
+}
+
 TEST_F(Set_Metadata, Names_The_Type_After_The_Kind_Of_The_Backup) {
   Executor& executor = ready_executor();
   const std::pair<Job_Definition_Subtype, const char*> rows[] = {{JOB_DEFINITION_SUBTYPE_FULL, "full"},
@@ -236,6 +249,22 @@ TEST_F(Set_Metadata, Fails_At_Once_When_The_Files_Cannot_Be_Read_And_Leaves_The_
   expect_error_with("Failed to read the Backint files");
   EXPECT_TRUE(backupd_.removed_jobs.empty());
   EXPECT_TRUE(clock_.sleeps().empty());
+}
+
+TEST_F(Set_Metadata, Asks_For_The_Files_Five_Times_More_While_Backupd_Is_Not_Ready) {
+  expect_times();
+  Executor& executor = ready_executor();
+  unsigned refusals = 5;
+  backupd_.intercept = [&refusals](const std::string&, const std::string& target) -> std::optional<net::Http_Response> {
+    if (target.find("/files") == std::string::npos || refusals == 0) return std::nullopt;
+    --refusals;
+    return backup_test::error_answer(503);
+  };
+  HANA_Backup_Set set = new_set();
+  ASSERT_TRUE(executor.update_metadata(set, set_uuid));
+  EXPECT_EQ(clock_.sleeps(), (std::vector<double>{1, 2, 4, 8, 16}));
+  EXPECT_EQ(set.files().size(), 1U);
+  log_.claim_all();
 }
 
 TEST_F(Set_Metadata, Goes_On_When_The_Job_Record_Can_Be_Neither_Read_Nor_Removed) {
@@ -473,6 +502,29 @@ TEST_F(Set_Metadata, Reports_A_Commit_That_Failed) {
   EXPECT_FALSE(executor.save_metadata(set));
   expect_error("Failed to write HANA catalog to backupd\n");
   log_.claim_all();
+}
+
+TEST_F(Set_Metadata, Tries_A_Commit_As_Long_As_The_Definition_Says) {
+  struct Row {
+    const char* name;
+    std::size_t seconds;
+    std::vector<double> pauses;
+  };
+  const Row rows[] = {
+      {"not at all", 0, {}}, {"a while", 5, {1, 2}}, {"longer than the attempts take", 600, {1, 2, 4, 8, 16}}};
+  Executor& executor = ready_executor();
+  backupd_.intercept = [](const std::string&, const std::string&) { return backup_test::error_answer(503); };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    definition_->max_seconds_retry(row.seconds);
+    const std::size_t before = clock_.sleeps().size();
+    HANA_Backup_Set set = new_set();
+    EXPECT_FALSE(executor.save_metadata(set));
+    const std::vector<double> sleeps = clock_.sleeps();
+    EXPECT_EQ(std::vector<double>(sleeps.begin() + static_cast<std::ptrdiff_t>(before), sleeps.end()), row.pauses);
+    expect_error("Failed to write HANA catalog to backupd\n");
+    expect_error_with("503");
+  }
 }
 
 TEST_F(Set_Metadata, Takes_A_Retry_Time_Beyond_The_Range_Of_A_Number_As_The_Longest) {
