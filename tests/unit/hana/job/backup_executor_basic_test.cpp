@@ -118,6 +118,34 @@ TEST_F(Backup_Start, Fails_Without_A_Backup_Server) {
   EXPECT_TRUE(alerts().empty());
 }
 
+TEST_F(Backup_Start, Has_A_Session_That_Asks_Five_Times_More_While_Backupd_Is_Not_Ready) {
+  struct Row {
+    const char* name;
+    unsigned refusals;
+    bool stored;
+  };
+  const Row rows[] = {{"ready after five", 5, true}, {"not ready for longer", 6, false}};
+  Executor& executor = ready_executor();
+  unsigned refusals = 0;
+  backupd_.intercept = [&refusals](const std::string&, const std::string&) -> std::optional<net::Http_Response> {
+    if (refusals == 0) return std::nullopt;
+    --refusals;
+    return backup_test::error_answer(503);
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    backupd_.jobs.clear();
+    refusals = row.refusals;
+    const std::size_t before = clock_.sleeps().size();
+    EXPECT_EQ(executor.generate_backint_conf("88888888-8888-4888-8888-888888888888", "TN1"), row.stored);
+    const std::vector<double> sleeps = clock_.sleeps();
+    EXPECT_EQ(std::vector<double>(sleeps.begin() + static_cast<std::ptrdiff_t>(before), sleeps.end()),
+              (std::vector<double>{1, 2, 4, 8, 16}));
+    EXPECT_EQ(backupd_.jobs.size(), row.stored ? 1U : 0U);
+    if (!row.stored) expect_error_with("503");
+  }
+}
+
 TEST_F(Backup_Start, Raises_Alert_6_When_The_Resource_Is_Unknown_Before_Any_Statement) {
   backupd_.resource = json_spirit::Value();
   Reached_Executor executor(job());
