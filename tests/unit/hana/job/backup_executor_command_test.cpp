@@ -99,6 +99,15 @@ TEST_F(Backup_Command, Tells_How_The_Statement_Ended) {
   expect_error_with("backup could not be completed");
 }
 
+TEST_F(Backup_Command, Tells_The_Job_Why_HANA_Refused) {
+  Executor& executor = ready_executor();
+  bool ok = true;
+  hdbsql_.expect("BACKUP DATA", backup_test::refused("* 447: backup could not be completed"));
+  EXPECT_FALSE(executor.execute_backup_cmd("BACKUP DATA", ok));
+  EXPECT_NE(job().message().find("backup could not be completed"), std::string::npos) << job().message();
+  expect_error_with("backup could not be completed");
+}
+
 TEST_F(Backup_Command, Marks_The_Job_When_A_User_Cancelled_The_Backup_In_HANA) {
   Executor& executor = ready_executor();
   bool ok = true;
@@ -238,6 +247,19 @@ TEST_F(Backup_Kind, Falls_Back_To_Full_When_Pool_Changed) {
     EXPECT_STREQ(executor.lift_reason_, "pool changed");
     expect_info("Storage pool is changed, set job type to full\n");
   }
+}
+
+TEST_F(Backup_Kind, Gives_Another_Pool_As_The_Reason_Also_When_The_Database_Was_Restored_Since) {
+  Object set = full_set();
+  set["pool_uuid"] = "another";
+  set_full(set);
+  write_backup_log("2023-11-14T22:00:01+00:00 RECOVER DATA started\n", "TN1");
+  expect_full_backup();
+  Executor& executor = ready_executor();
+  EXPECT_EQ(choose(executor), JOB_DEFINITION_SUBTYPE_FULL);
+  EXPECT_STREQ(executor.lift_reason_, "pool changed");
+  expect_info("Storage pool is changed, set job type to full\n");
+  EXPECT_FALSE(log_.has_containing("has been restored"));
 }
 
 TEST_F(Backup_Kind, Falls_Back_To_Full_When_Restored_Since) {
