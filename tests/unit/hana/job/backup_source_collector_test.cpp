@@ -70,6 +70,15 @@ TEST_F(Backup_Source_Collector_Test, Stops_At_An_Entry_Of_Another_Kind_And_Keeps
   EXPECT_TRUE(log_.claim("Failed to collect oracle/ORCL for HANA\n"));
 }
 
+TEST_F(Backup_Source_Collector_Test, Takes_Every_Kind_That_Begins_With_The_Word_In_This_Letter_Case) {
+  set_mode("multidb");
+  EXPECT_EQ(collect({"hanax/HDB00/TN1"}), (Items{"HDB00|TN1|other"}));
+  EXPECT_TRUE(collect({"HANA/HDB00/TN1"}, false).empty());
+  EXPECT_TRUE(log_.claim("Failed to collect HANA/HDB00/TN1 for HANA\n"));
+  EXPECT_TRUE(collect({"han/HDB00/TN1"}, false).empty());
+  EXPECT_TRUE(log_.claim("Failed to collect han/HDB00/TN1 for HANA\n"));
+}
+
 TEST_F(Backup_Source_Collector_Test, Gives_An_Empty_List_For_No_Entries) {
   set_mode("multidb");
   EXPECT_TRUE(collect({}).empty());
