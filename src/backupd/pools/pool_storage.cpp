@@ -51,6 +51,12 @@ Outcome failure(const Pool& pool, const Pool_Storage::Path& path, const char* wh
            std::strerror(cause));
   if (cause == ENOSPC || cause == EDQUOT)
     return Outcome::refuse(Outcome::pool_full, "the pool \"" + pool.name + "\" is full; make room in it");
+  // Not a failure of this server: the same again would be refused again.
+  if (cause == EACCES || cause == EPERM || cause == EROFS)
+    return Outcome::refuse(Outcome::forbidden, std::string("cannot ") + what + " " + text_of(path) +
+                                                   ": the server is not allowed to in the pool \"" + pool.name +
+                                                   "\" (" + std::strerror(cause) +
+                                                   "); see to the rights of its directory, or choose another pool");
   return Outcome::refuse(Outcome::internal, std::string("cannot ") + what + " " + text_of(path) + ": " +
                                                 std::strerror(cause) + "; see the server's log");
 }

@@ -1,3 +1,4 @@
+#include <sys/fsuid.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -114,6 +115,26 @@ TEST(Pool_Storage, Refuses_What_Goes_Beyond_The_Pools_Limit) {
   EXPECT_EQ(entries_below(server.root.real("/pool")), 1U);
   EXPECT_EQ(server.raw("DELETE", base + "a", "", key).status, 200U);
   EXPECT_EQ(server.raw("PUT", base + "b", "1234567890", key).status, 201U);
+}
+
+TEST(Pool_Storage, Refuses_For_Good_What_It_Is_Not_Allowed_To_Store) {
+  Memory_Server server;
+  server.add_pool();
+  std::vector<backupd::Pool> pools;
+  ASSERT_TRUE(server.core->pools.all(pools));
+  constexpr mode_t nobody_writes = 0555;
+  ASSERT_EQ(::chmod(server.root.real("/pool").c_str(), nobody_writes), 0);
+  // Root may write everywhere; this thread is somebody else for files.
+  constexpr uid_t somebody = 65534;
+  const int before = ::setfsuid(somebody);
+  const backupd::Outcome refused =
+      server.core->storage.put(pools.front(), {"a"}, [](net::Body_Sink& sink) { return sink.write("x", 1); });
+  (void)::setfsuid(static_cast<uid_t>(before));
+  EXPECT_EQ(refused.kind, backupd::Outcome::forbidden) << refused.message;
+  EXPECT_NE(refused.message.find("not allowed to in the pool \"main\" (Permission denied)"), std::string::npos)
+      << refused.message;
+  EXPECT_EQ(server.log.claim_containing("Failed to store \"a\" in the pool main: Permission denied"), 1U);
+  EXPECT_EQ(entries_below(server.root.real("/pool")), 0U);
 }
 
 TEST(Pool_Storage, Counts_What_Lies_In_The_Pool_Already) {
