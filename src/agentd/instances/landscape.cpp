@@ -24,7 +24,9 @@ std::string short_name(const std::string& host) {
   return name;
 }
 
-std::size_t count_words(const std::string& text) {
+/// Separated by blanks or commas, as the module takes them too.
+std::size_t count_names(std::string text) {
+  std::replace(text.begin(), text.end(), ',', ' ');
   std::stringstream words(text);
   std::size_t count = 0;
   for (std::string word; words >> word;) ++count;
@@ -37,7 +39,7 @@ json_spirit::Object parse_landscape(const std::string& text, const std::string& 
   std::map<std::string, std::string> values = read_ini_section(text, landscape_section);
   json_spirit::Object attributes;
   if (!values["id"].empty()) attributes["landscape_id"] = values["id"];
-  const bool several_hosts = count_words(values["worker"] + " " + values["standby"]) > 1;
+  const bool several_hosts = count_names(values["worker"] + " " + values["standby"]) > 1;
   const std::string& master = values["active_master"];
   if (several_hosts && !master.empty()) attributes["active_master"] = short_name(master) == short_name(host);
   return attributes;

@@ -35,6 +35,7 @@ TEST(Landscape_Test, The_Id_And_The_Masters_Host_Are_Told) {
        R"({"landscape_id":"x"})"},
       {"worker and standby", "[landscape]\nworker=a\nstandby=b\nactive_master=b:30001\r\n", "b",
        R"({"active_master":true})"},
+      {"commas", "[landscape]\nworker=a:30001,b:30001\nactive_master=b:30001\n", "b", R"({"active_master":true})"},
       {"no master named", "[landscape]\nid = x\nworker = a b\n", "a", R"({"landscape_id":"x"})"},
       {"no section", "id = x\nactive_master = a:1\n", "a", "{}"},
       {"nothing", "", "a", "{}"}};
