@@ -175,7 +175,7 @@ TEST_F(Restore_Kill_Steps, Before_And_After_The_Statement_Is_There_Are_Made_Good
     ASSERT_TRUE(meets(stops)) << agent_log();
     // All is staged; the next group that is asked for is the statement's, the next user that of the start.
     Held_File group(real(groups));
-    host_.only_faults("logon_after_recovery_ms = 500");
+    host_.only_faults("logon_after_recovery_ms = 0");
     ASSERT_TRUE(group.holds(agent())) << agent_log();
     EXPECT_EQ(unfinished(), 1U) << "the statement has no name yet";
     if (there) {
