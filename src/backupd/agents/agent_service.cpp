@@ -47,6 +47,7 @@ void Agent_Service::serve(net::Web_Socket& socket, const std::string& host_uuid)
     peer.serve([&] {
       registry_.remove(connection);
       connection->forwards().give_up();
+      (void)stores_.resources.lose_host(host_uuid);  // what fails is logged, and only the time is lost
     });
     connection->detach();
   }

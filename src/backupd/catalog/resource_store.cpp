@@ -132,6 +132,14 @@ Outcome Resource_Store::address(json_spirit::Object& definition, const std::stri
   return {};
 }
 
+bool Resource_Store::lose_host(const std::string& uuid) {
+  const std::string now = posix_time_to_utc_text(platform::Clock::current().wall_seconds());
+  return database_.write([&](Sql_Session& session) {
+    session.execute("UPDATE hosts SET last_seen = :a WHERE uuid = :b", {now, uuid});
+    return true;
+  });
+}
+
 bool Resource_Store::see_host(const std::string& uuid, const std::string& name, const std::string& version,
                               const json_spirit::Array& modules) {
   const std::string now = posix_time_to_utc_text(platform::Clock::current().wall_seconds());

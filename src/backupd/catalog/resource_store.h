@@ -45,6 +45,8 @@ class Resource_Store {
   /// Notes that the agent of a host is there.
   [[nodiscard]] bool see_host(const std::string& uuid, const std::string& name, const std::string& version,
                               const json_spirit::Array& modules);
+  /// Notes that it was there until now; nothing for a host that was never there.
+  [[nodiscard]] bool lose_host(const std::string& uuid);
   /// Whether the agent of a host was ever there.
   [[nodiscard]] bool knows_host(const std::string& uuid, bool& known);
   /// Rows: uuid, name, version, last_seen, modules.

@@ -31,6 +31,20 @@ TEST(Agent_Service, Greets_An_Agent_And_Shows_Its_Host) {
           R"(","name":"hana1","version":"1.0","last_seen":"2023-11-14 22:13:20","modules":["hana"],"connected":true})");
 }
 
+TEST(Agent_Service, Tells_Until_When_An_Agent_Was_There) {
+  Memory_Server server;
+  {
+    Fake_Agent agent(server, server.agent_key, obedient);
+    ASSERT_TRUE(agent.hello(host_a).ok);
+    server.clock.pass_wall(std::chrono::hours(24));
+  }
+  server.restart();  // the server's side of the connection has ended
+  const json_spirit::Array hosts = server.request("GET", "/hosts").rows();
+  ASSERT_EQ(hosts.size(), 1U);
+  EXPECT_EQ(json_spirit::object_require<std::string>(hosts.front().get_obj(), "last_seen"), "2023-11-15 22:13:20");
+  EXPECT_FALSE(json_spirit::object_require<bool>(hosts.front().get_obj(), "connected"));
+}
+
 TEST(Agent_Service, Refuses_A_Host_That_The_Key_Is_Not_For) {
   Memory_Server server;
   Fake_Agent agent(server, server.agent_key, obedient);
