@@ -86,7 +86,7 @@ TEST(Lifeline_Race, Two_Runs_That_Save_At_Once_After_A_Recovery_Open_One_Lifelin
   EXPECT_EQ(text_of(sets[1], "lifeline"), lifeline);
   EXPECT_NE(lifeline, old_lifeline);
   for (const json_spirit::Object& set : sets) EXPECT_EQ(text_of(set, "incarnation"), text_of(set, "uuid"));
-  EXPECT_EQ(log.claim_containing("Update lifeline: restore time is"), 1U);
+  EXPECT_EQ(log.claim_containing("Update lifeline: restore time is", LM_INFO), 1U);
 }
 
 }  // namespace

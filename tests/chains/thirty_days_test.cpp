@@ -95,7 +95,7 @@ void Thirty_Days::run_to_failure(Kind kind) {
   EXPECT_EQ(log_.claim_containing("refused 'BACKUP DATA  FOR " + failing_), 1U);
   EXPECT_TRUE(log_.claim("Failed to execute backup\n"));
   EXPECT_TRUE(log_.claim("Failed to backup HANA database\n"));
-  EXPECT_EQ(log_.claim_containing("Alert 7/8 "), 1U);
+  EXPECT_EQ(log_.claim_containing("Alert 7/8 ", LM_WARNING), 1U);
   system_.control({"no-faults"});
   failing_.clear();
 }

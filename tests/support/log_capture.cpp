@@ -42,21 +42,21 @@ Log_Capture::~Log_Capture() {
       ADD_FAILURE() << "log line nobody expected: " << entry.line.text;
 }
 
-bool Log_Capture::claim(const std::string& text) {
+bool Log_Capture::claim(const std::string& text, ACE_Log_Priority priority) {
   const std::lock_guard guard(backend_->mutex);
   for (Captured& entry : backend_->captured)
-    if (!entry.claimed && entry.line.text == text) {
+    if (!entry.claimed && entry.line.priority == priority && entry.line.text == text) {
       entry.claimed = true;
       return true;
     }
   return false;
 }
 
-std::size_t Log_Capture::claim_containing(const std::string& part) {
+std::size_t Log_Capture::claim_containing(const std::string& part, ACE_Log_Priority priority) {
   const std::lock_guard guard(backend_->mutex);
   std::size_t claimed = 0;
   for (Captured& entry : backend_->captured)
-    if (!entry.claimed && entry.line.text.find(part) != std::string::npos) {
+    if (!entry.claimed && entry.line.priority == priority && entry.line.text.find(part) != std::string::npos) {
       entry.claimed = true;
       ++claimed;
     }

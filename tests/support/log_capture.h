@@ -1,6 +1,7 @@
 #pragma once
 
 #include <ace/Log_Msg_Backend.h>
+#include <ace/Log_Priority.h>
 
 #include <memory>
 #include <mutex>
@@ -15,7 +16,8 @@ struct Log_Line {
 };
 
 /// Takes every log line of every thread for its life. A line of priority LM_ERROR or above that no test claimed fails
-/// the test when this object goes. Lines below may be claimed too.
+/// the test when this object goes. Lines below may be claimed too. A claim counts only for lines of its priority: how
+/// loud a line is belongs to what it says.
 class Log_Capture {
  public:
   Log_Capture();
@@ -23,10 +25,10 @@ class Log_Capture {
   Log_Capture(const Log_Capture&) = delete;
   Log_Capture& operator=(const Log_Capture&) = delete;
 
-  /// Claims the oldest unclaimed line whose text is exactly `text`; false when there is none.
-  bool claim(const std::string& text);
-  /// Claims every unclaimed line that contains `part`; the number of them.
-  std::size_t claim_containing(const std::string& part);
+  /// Claims the oldest unclaimed line of `priority` whose text is exactly `text`; false when there is none.
+  bool claim(const std::string& text, ACE_Log_Priority priority = LM_ERROR);
+  /// Claims every unclaimed line of `priority` that contains `part`; the number of them.
+  std::size_t claim_containing(const std::string& part, ACE_Log_Priority priority = LM_ERROR);
   [[nodiscard]] bool has(const std::string& text) const;
   [[nodiscard]] bool has_containing(const std::string& part) const;
   /// Every line so far, claimed or not.

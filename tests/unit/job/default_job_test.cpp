@@ -141,7 +141,7 @@ TEST_F(Default_Job_Test, Says_When_There_Is_No_Memory_For_The_Thread) {
     const faults::No_Memory no_memory;
     EXPECT_EQ(job->start_i(nullptr), -1);
   }
-  EXPECT_EQ(log_.claim_containing("job/default_job_t.h:"), 1U) << log_.dump();
+  EXPECT_EQ(log_.claim_containing("job/default_job_t.h:", LM_EMERGENCY), 1U) << log_.dump();
   EXPECT_TRUE(log_.has_containing(", opt is NULL:\n"));
   EXPECT_EQ(log_.lines().back().priority, LM_EMERGENCY);
   EXPECT_TRUE(course().take().empty());
@@ -204,8 +204,9 @@ TEST_F(Default_Job_Test, Exception_Of_An_Executor_Ends_The_Run_As_A_Failure) {
   EXPECT_EQ(job->activity().code, -1);
   EXPECT_EQ(job->message(), "Unexpected error: no such column");
   EXPECT_TRUE(job->completed().is_set());
-  EXPECT_EQ(log_.claim_containing(std::string("job ") + test_jobs::definition_uuid +
-                                  " was left by an exception: no such column\n"),
+  EXPECT_EQ(log_.claim_containing(
+                std::string("job ") + test_jobs::definition_uuid + " was left by an exception: no such column\n",
+                LM_EMERGENCY),
             1U)
       << log_.dump();
   EXPECT_EQ(course().take().back(), "destroyed");
@@ -217,7 +218,7 @@ TEST_F(Default_Job_Test, Exception_Of_Any_Type_Is_Caught) {
   ASSERT_EQ(job->start(nullptr), 0);
   wait_for_threads();
   EXPECT_EQ(job->state(), JOB_STATE_ERROR);
-  EXPECT_EQ(log_.claim_containing(" was left by an exception: an exception of unknown type\n"), 1U);
+  EXPECT_EQ(log_.claim_containing(" was left by an exception: an exception of unknown type\n", LM_EMERGENCY), 1U);
 }
 
 TEST_F(Default_Job_Test, Run_Without_A_Source_Ends_In_Error) {
@@ -227,7 +228,7 @@ TEST_F(Default_Job_Test, Run_Without_A_Source_Ends_In_Error) {
   wait_for_threads();
   EXPECT_EQ(job->state(), JOB_STATE_ERROR);
   EXPECT_EQ(course().take(), around({}));
-  EXPECT_EQ(log_.claim_containing(", src_ is NULL:\n"), 1U);
+  EXPECT_EQ(log_.claim_containing(", src_ is NULL:\n", LM_EMERGENCY), 1U);
 }
 
 TEST_F(Default_Job_Test, Skipped_And_Idle_Runs_Stay_So) {
@@ -336,11 +337,11 @@ TEST_F(Default_Job_Test, Exception_Of_A_Rollback_Is_Caught) {
   behaviour().rollback = [](Job&) { throw std::runtime_error("gone"); };
   EXPECT_EQ(job->rollback_i(), 0);
   wait_for_threads();
-  EXPECT_EQ(log_.claim_containing("the rollback of job "), 1U);
+  EXPECT_EQ(log_.claim_containing("the rollback of job ", LM_EMERGENCY), 1U);
   behaviour().rollback = [](Job&) { throw 42; };
   EXPECT_EQ(job->rollback_i(), 0);
   wait_for_threads();
-  EXPECT_EQ(log_.claim_containing(" was left by an exception: an exception of unknown type\n"), 1U);
+  EXPECT_EQ(log_.claim_containing(" was left by an exception: an exception of unknown type\n", LM_EMERGENCY), 1U);
 }
 
 TEST_F(Default_Job_Test, Controllable_Job_Only_Records_Requests) {

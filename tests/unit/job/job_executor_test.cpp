@@ -112,7 +112,7 @@ TEST_F(Job_Executor_Test, Fails_Silently_Towards_The_Handler_Without_A_Source) {
   EXPECT_FALSE(execute());
   EXPECT_TRUE(steps_.empty());
   EXPECT_EQ(job_.state(), JOB_STATE_STARTING);
-  EXPECT_EQ(log_.claim_containing("job/job_executor_t.h:"), 1U) << log_.dump();
+  EXPECT_EQ(log_.claim_containing("job/job_executor_t.h:", LM_EMERGENCY), 1U) << log_.dump();
   EXPECT_TRUE(log_.has_containing(", src_ is NULL:\n"));
   EXPECT_EQ(log_.lines().back().priority, LM_EMERGENCY);
 }
@@ -121,7 +121,7 @@ TEST_F(Job_Executor_Test, Counts_A_Source_Of_Another_Class_As_Missing) {
   definition_->source.reset(new Other_Source);
   EXPECT_FALSE(execute());
   EXPECT_TRUE(steps_.empty());
-  EXPECT_EQ(log_.claim_containing(", src_ is NULL:\n"), 1U);
+  EXPECT_EQ(log_.claim_containing(", src_ is NULL:\n", LM_EMERGENCY), 1U);
 }
 
 TEST_F(Job_Executor_Test, Works_Without_Options_And_Binds_Those_There_Are) {

@@ -16,10 +16,26 @@ TEST(Log, Lines_Carry_Priority_And_Text) {
   EXPECT_FALSE(log.claim("Failed to open file, 5\n")) << "a line is claimed once";
 }
 
+TEST(Log, A_Line_Is_Claimed_At_Its_Priority_Alone) {
+  support::Log_Capture log;
+  D3_ERROR("broken\n");
+  D3_INFO("started\n");
+  D3_WARNING("late\n");
+  for (const ACE_Log_Priority other : {LM_INFO, LM_WARNING, LM_EMERGENCY}) {
+    EXPECT_FALSE(log.claim("broken\n", other));
+    EXPECT_EQ(log.claim_containing("broken", other), 0U);
+  }
+  EXPECT_FALSE(log.claim("started\n"));
+  EXPECT_EQ(log.claim_containing("late"), 0U);
+  EXPECT_TRUE(log.claim("started\n", LM_INFO));
+  EXPECT_EQ(log.claim_containing("late", LM_WARNING), 1U);
+  EXPECT_EQ(log.claim_containing("broken"), 1U);
+}
+
 TEST(Log, A_Record_Names_This_File_Without_Any_Build_Path) {
   support::Log_Capture log;
   D3_EMERGENCY("at %N\n");
-  EXPECT_TRUE(log.claim("at tests/unit/platform/log_test.cpp\n")) << log.dump();
+  EXPECT_TRUE(log.claim("at tests/unit/platform/log_test.cpp\n", LM_EMERGENCY)) << log.dump();
 }
 
 TEST(Log, Long_Arguments_Are_Cut_So_That_The_Line_End_Stays) {

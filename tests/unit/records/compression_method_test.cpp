@@ -38,15 +38,15 @@ TEST(Compression_Method, Takes_An_Unknown_Name_As_None_With_A_Warning) {
     SCOPED_TRACE(name);
     Log_Capture log;
     EXPECT_EQ(compression_name_to_value(name, std::string(name).size()), COMPR_NONE);
-    EXPECT_TRUE(
-        log.claim("Unknown compression method '" + std::string(name) + "', the stream is stored uncompressed\n"));
+    EXPECT_TRUE(log.claim("Unknown compression method '" + std::string(name) + "', the stream is stored uncompressed\n",
+                          LM_WARNING));
   }
 }
 
 TEST(Compression_Method, Takes_A_Null_Name_As_None) {
   Log_Capture log;
   EXPECT_EQ(compression_name_to_value(nullptr, 0), COMPR_NONE);
-  EXPECT_TRUE(log.claim("Unknown compression method '', the stream is stored uncompressed\n"));
+  EXPECT_TRUE(log.claim("Unknown compression method '', the stream is stored uncompressed\n", LM_WARNING));
 }
 
 TEST(Compression_Method, Has_No_Name_For_A_Value_That_Is_No_Method) {

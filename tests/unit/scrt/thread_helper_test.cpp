@@ -65,11 +65,12 @@ TEST(Thread_Helper, An_Exception_Ends_The_Thread_And_Not_The_Process) {
   EXPECT_TRUE(helper.finished().wait_real(std::chrono::seconds(30)));
   EXPECT_FALSE(helper.running());
   helper.join();
-  EXPECT_EQ(log.claim_containing(", a thread was left by an exception: no memory\n"), 1U) << log.dump();
+  EXPECT_EQ(log.claim_containing(", a thread was left by an exception: no memory\n", LM_EMERGENCY), 1U) << log.dump();
   EXPECT_EQ(log.lines().back().priority, LM_EMERGENCY);
   ASSERT_GE(helper.spawn([] { throw 42; }), 0);
   helper.join();
-  EXPECT_EQ(log.claim_containing(", a thread was left by an exception of unknown type\n"), 1U) << log.dump();
+  EXPECT_EQ(log.claim_containing(", a thread was left by an exception of unknown type\n", LM_EMERGENCY), 1U)
+      << log.dump();
 }
 
 TEST(Thread_Helper, Calls_The_Hook_Before_The_Bound_Call) {

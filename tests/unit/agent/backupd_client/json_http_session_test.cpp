@@ -60,7 +60,8 @@ TEST_F(Json_Http_Session, Retries_With_Growing_Pauses_And_Gives_Up) {
   EXPECT_EQ(clock.sleeps(), (Sleeps{1, 2, 4, 8, 16}));
   EXPECT_EQ(network.requests().size(), 6U);
   EXPECT_TRUE(log.claim(std::string("GET ") + url + "/g: 503 unavailable: starting\n")) << log.dump();
-  EXPECT_TRUE(log.claim(std::string("GET ") + url + "/g: 503 unavailable: starting; trying again in 16 s\n"));
+  EXPECT_TRUE(
+      log.claim(std::string("GET ") + url + "/g: 503 unavailable: starting; trying again in 16 s\n", LM_WARNING));
 }
 
 TEST_F(Json_Http_Session, What_Is_Tried_Again_And_What_Is_Final) {

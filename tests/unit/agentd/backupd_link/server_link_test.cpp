@@ -112,7 +112,7 @@ TEST_F(Server_Link_Test, Connects_Again_With_A_New_Number_And_Tells_Of_An_Absenc
   ASSERT_TRUE(connected.wait_real(limit)) << log.dump();
   EXPECT_GT(link.connection(), first);
   link.stop();
-  EXPECT_EQ(log.claim_containing("Failed to connect to backupd"), 1U) << log.dump();
+  EXPECT_EQ(log.claim_containing("Failed to connect to backupd", LM_WARNING), 1U) << log.dump();
 }
 
 TEST_F(Server_Link_Test, Connects_Again_While_A_Request_Of_The_Old_Connection_Still_Runs) {

@@ -49,7 +49,7 @@ TEST(Landscape_Test, A_System_Whose_File_Is_Missing_Stands_For_Itself) {
   instance.name = "PRD_HDB00";
   instance.options = {{"sid", "PRD"}, {"localhost", "hana01"}};
   EXPECT_TRUE(landscape_attributes(instance).empty());
-  EXPECT_EQ(log.claim_containing("The landscape of instance PRD_HDB00 is not known"), 1U);
+  EXPECT_EQ(log.claim_containing("The landscape of instance PRD_HDB00 is not known", LM_WARNING), 1U);
   instance.options = {{"sid", "../PRD"}};
   EXPECT_TRUE(landscape_attributes(instance).empty());
 }

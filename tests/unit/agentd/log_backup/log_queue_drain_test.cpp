@@ -109,9 +109,10 @@ TEST_F(Log_Queue_Drain_Test, Names_What_Is_Left_At_The_Limit_And_Goes_On) {
   drain({"TN1", "TN2"});
   EXPECT_EQ(clock.steady_now() - begin, drain_limit);
   EXPECT_EQ(log.claim_containing("A log backup of TN1 is not recorded yet, the Backint job is j-1: it failed; the "
-                                 "restore goes on\n"),
+                                 "restore goes on\n",
+                                 LM_WARNING),
             1U);
-  EXPECT_EQ(log.claim_containing("the Backint job is j-2: it waits"), 1U);
+  EXPECT_EQ(log.claim_containing("the Backint job is j-2: it waits", LM_WARNING), 1U);
 }
 
 TEST_F(Log_Queue_Drain_Test, A_Stop_Ends_The_Wait) {
@@ -127,5 +128,5 @@ TEST_F(Log_Queue_Drain_Test, Without_An_Answer_The_Restore_Goes_On) {
   server.expect("POST", drain_path, body("TN1", "PRD"), 400,
                 R"({"error":{"code":"bad_request","message":"not like this"}})");
   drain({"TN1"});
-  EXPECT_EQ(log.claim_containing("Whether log backups of TN1 wait to be recorded is not known"), 1U);
+  EXPECT_EQ(log.claim_containing("Whether log backups of TN1 wait to be recorded is not known", LM_WARNING), 1U);
 }

@@ -259,7 +259,7 @@ TEST_F(Module_Requests_Test, Are_Seen_By_Who_Watches_Unless_They_Are_Refused) {
     seen += json_spirit::dump_json(params) + (by.role == Requester::agent ? " agent" : " other");
   });
   EXPECT_FALSE(router.call(message("hana.instance.control", control("stop"), "viewer")).ok);
-  EXPECT_EQ(log.claim_containing("Refused hana.instance.control"), 1U);
+  EXPECT_EQ(log.claim_containing("Refused hana.instance.control", LM_WARNING), 1U);
   EXPECT_EQ(seen, "");
   EXPECT_TRUE(router.call(message("hana.instance.control", control("state"), "agent")).ok);
   EXPECT_EQ(seen, json_spirit::dump_json(control("state")) + " agent");

@@ -120,7 +120,8 @@ TEST_F(Staged_Elsewhere_Test, A_Host_That_Is_Away_Is_Named_Once_And_Asked_Again_
   elsewhere.work();
   elsewhere.work();
   EXPECT_EQ(channel.asked, (std::vector<std::string>{request_to("h-2"), request_to("h-3"), request_to("h-2")}));
-  EXPECT_EQ(log.claim_containing("The host h-2 keeps what the restore of TN1 staged there"), 1U) << log.dump();
+  EXPECT_EQ(log.claim_containing("The host h-2 keeps what the restore of TN1 staged there", LM_WARNING), 1U)
+      << log.dump();
   EXPECT_TRUE(log.has_containing("its agent's next start removes it, unless it comes back within minutes"));
   channel.refusals.clear();
   elsewhere.work();
@@ -161,7 +162,8 @@ TEST_F(Staged_Elsewhere_Test, A_Refusal_That_Will_Not_Pass_Is_Not_Tried_Again) {
     EXPECT_EQ(channel.asked.size(), before + 1);
     expect_settled();
   }
-  EXPECT_EQ(log.claim_containing("it says no (code -32602); its agent's next start removes it\n"), 1U) << log.dump();
+  EXPECT_EQ(log.claim_containing("it says no (code -32602); its agent's next start removes it\n", LM_WARNING), 1U)
+      << log.dump();
 }
 
 TEST_F(Staged_Elsewhere_Test, What_Is_Over_While_Backupd_Is_Away_Waits_For_It) {
@@ -173,7 +175,8 @@ TEST_F(Staged_Elsewhere_Test, What_Is_Over_While_Backupd_Is_Away_Waits_For_It) {
   server.expect("GET", resources, "", 503, R"({"error":{"code":"unavailable","message":"not now"}})");
   elsewhere.work();
   elsewhere.work();
-  EXPECT_EQ(log.claim_containing("The other hosts of HDB keep what a restore staged there"), 1U) << log.dump();
+  EXPECT_EQ(log.claim_containing("The other hosts of HDB keep what a restore staged there", LM_WARNING), 1U)
+      << log.dump();
   EXPECT_TRUE(channel.asked.empty());
   expect_instances(instance(host) + "," + instance("h-2"));
   elsewhere.work();
@@ -185,9 +188,9 @@ TEST_F(Staged_Elsewhere_Test, Backupd_That_Never_Tells_The_Hosts_Is_Asked_So_Oft
     server.expect("GET", resources, "", 403, R"({"error":{"code":"forbidden","message":"not you"}})");
   restore_over();
   for (unsigned i = 0; i + 1 < Staged_Elsewhere::tries; ++i) work_after_a_pause();
-  EXPECT_EQ(log.claim_containing("it is asked again for some minutes"), 1U) << log.dump();
+  EXPECT_EQ(log.claim_containing("it is asked again for some minutes", LM_WARNING), 1U) << log.dump();
   work_after_a_pause();
-  EXPECT_EQ(log.claim_containing("the next start of their agents removes it"), 1U) << log.dump();
+  EXPECT_EQ(log.claim_containing("the next start of their agents removes it", LM_WARNING), 1U) << log.dump();
   // One more request would meet nothing that is expected.
   elsewhere.work();
   EXPECT_TRUE(channel.asked.empty());
@@ -202,7 +205,7 @@ TEST_F(Staged_Elsewhere_Test, Ends_Of_Other_Restores_Use_No_Minute_In_Which_Back
     refuse();
     elsewhere.work();
   }
-  EXPECT_EQ(log.claim_containing("it is asked again for some minutes"), 1U) << log.dump();
+  EXPECT_EQ(log.claim_containing("it is asked again for some minutes", LM_WARNING), 1U) << log.dump();
   for (unsigned i = 0; i + 2 < Staged_Elsewhere::tries; ++i) {
     refuse();
     work_after_a_pause();

@@ -248,7 +248,7 @@ TEST_F(Ondemand_Records_Test, Without_A_Definition_A_Backup_Waits_Until_There_Is
   come();
   wait_for_no_definition(0);
   wait_for_no_definition(1);
-  EXPECT_EQ(server.log.claim_containing("was removed, and no other one backs up the logs"), 2U);
+  EXPECT_EQ(server.log.claim_containing("was removed, and no other one backs up the logs", LM_WARNING), 2U);
   pass(minute * 600);
   EXPECT_EQ(runs_after_a_look(), 0U) << "it is not tried again and again";
   EXPECT_EQ(server.request("GET", "/jobs").number_of("total"), 0);
@@ -270,7 +270,7 @@ TEST_F(Ondemand_Records_Test, Without_A_Definition_A_Backup_Waits_Until_There_Is
   const Started first = run(1);
   EXPECT_EQ(first.job, uuid_of(1));
   EXPECT_EQ(first.definition, instance);
-  server.log.claim_containing("was removed, and no other one backs up the logs");
+  server.log.claim_containing("was removed, and no other one backs up the logs", LM_WARNING);
 }
 
 TEST_F(Ondemand_Records_Test, Another_Definition_Of_The_Database_Takes_Over_At_Once) {

@@ -66,8 +66,8 @@ void HANA_System::script(const std::string& program, std::vector<support::Script
   });
 }
 
-void HANA_System::expect_error(const std::string& part) {
-  EXPECT_EQ(log_.claim_containing(part), 1U) << "wanted: " << part << "\nlogged:\n" << log_.dump();
+void HANA_System::expect_error(const std::string& part, ACE_Log_Priority priority) {
+  EXPECT_EQ(log_.claim_containing(part, priority), 1U) << "wanted: " << part << "\nlogged:\n" << log_.dump();
 }
 
 }  // namespace hana_test

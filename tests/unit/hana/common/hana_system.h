@@ -29,8 +29,8 @@ class HANA_System : public testing::Test {
   void configure(const std::string& file, const std::string& text, const std::string& sid = "HDB");
   /// What a tool, by the end of its path, does from now on; the last answer stays.
   void script(const std::string& program, std::vector<support::Scripted_Child> children);
-  /// One error line that holds `part`, and no more of them.
-  void expect_error(const std::string& part);
+  /// One line of `priority` that holds `part`, and no more of them.
+  void expect_error(const std::string& part, ACE_Log_Priority priority = LM_ERROR);
 
   support::Temp_Root root_;
   support::Virtual_Clock clock_;

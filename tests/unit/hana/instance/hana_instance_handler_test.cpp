@@ -157,7 +157,7 @@ TEST_F(HANA_Instance_Handler_Test, Refuses_Bad_Arguments) {
     EXPECT_TRUE(lines.back().text.starts_with("Unexpected error in ")) << lines.back().text;
     EXPECT_FALSE(lines.back().text.starts_with("Unexpected error in /")) << lines.back().text;
     EXPECT_NE(lines.back().text.find("hana/instance/hana_instance_handler.cpp:"), std::string::npos);
-    expect_error(row.message);
+    expect_error(row.message, LM_EMERGENCY);
   }
   EXPECT_TRUE(runner_.calls().empty());
 }

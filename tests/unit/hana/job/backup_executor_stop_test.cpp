@@ -431,7 +431,7 @@ TEST_F(Stop, Fails_Without_An_Account) {
 TEST_F(Stop, Fails_For_A_Definition_Without_A_Source) {
   definition_->source = Job_Source_Ptr();
   EXPECT_FALSE(new_executor().stop());
-  EXPECT_GT(log_.claim_containing("src_ is NULL"), 0U);
+  EXPECT_GT(log_.claim_containing("src_ is NULL", LM_EMERGENCY), 0U);
   expect_stop_alert("");
 }
 

@@ -120,7 +120,7 @@ TEST_F(Backup_Job_Options_Parser_Test, Fails_On_The_First_Value_Without_Memory) 
   };
   const auto parser = make();
   EXPECT_EQ(errno, ENOMEM);
-  EXPECT_EQ(log_.claim_containing("hana/job/backup_job_options_parser.cpp:"), 1U) << log_.dump();
+  EXPECT_EQ(log_.claim_containing("hana/job/backup_job_options_parser.cpp:", LM_EMERGENCY), 1U) << log_.dump();
   EXPECT_TRUE(log_.has_containing(", result_ is NULL:\n"));
   EXPECT_EQ(log_.lines().back().priority, LM_EMERGENCY);
   EXPECT_TRUE(parser->result().null());
@@ -128,7 +128,7 @@ TEST_F(Backup_Job_Options_Parser_Test, Fails_On_The_First_Value_Without_Memory) 
   EXPECT_TRUE(parser_drive::give_key(*parser, "compression"));
   EXPECT_FALSE(parser_drive::give_string(*parser, "zstd"));
   EXPECT_FALSE(parser_drive::give_number(*parser, "1"));
-  EXPECT_EQ(log_.claim_containing(", result_ is NULL:\n"), 2U);
+  EXPECT_EQ(log_.claim_containing(", result_ is NULL:\n", LM_EMERGENCY), 2U);
 }
 
 TEST_F(Backup_Job_Options_Parser_Test, Result_Is_Shared) {

@@ -156,7 +156,7 @@ TEST(Catalog_Metadata, Refuses_Every_Operation_On_A_Document_That_Is_No_Object) 
       EXPECT_FALSE(line.starts_with("Unexpected error in /")) << "no path of the build: " << line;
       EXPECT_NE(line.find("hana/job/catalog_metadata.cpp:"), std::string::npos) << line;
       EXPECT_TRUE(line.ends_with(", metadata_ is not object!\n")) << line;
-      EXPECT_EQ(log.claim_containing("metadata_ is not object!"), 1U);
+      EXPECT_EQ(log.claim_containing("metadata_ is not object!", LM_EMERGENCY), 1U);
     }
   }
 }

@@ -84,7 +84,7 @@ class Stop_Of_A_Data_Backup : public testing::Test {
     set_alert_sink(nullptr);
   }
   void claim_failed_stops(std::size_t count) {
-    EXPECT_EQ(log_.claim_containing("src_ is NULL"), count);
+    EXPECT_EQ(log_.claim_containing("src_ is NULL", LM_EMERGENCY), count);
     EXPECT_EQ(log_.claim_containing("Failed to stop HANA backup job\n"), count);
   }
 
@@ -153,7 +153,7 @@ TEST_F(Stop_Of_A_Data_Backup, Is_Refused_Without_Memory) {
     const faults::No_Memory no_memory;
     EXPECT_EQ(job->stop_i(nullptr), -1);
   }
-  EXPECT_EQ(log_.claim_containing("opt is NULL:\n"), 1U);
+  EXPECT_EQ(log_.claim_containing("opt is NULL:\n", LM_EMERGENCY), 1U);
   EXPECT_EQ(job->last_thread(), 0U);
   EXPECT_TRUE(alerts_->codes().empty());
 }

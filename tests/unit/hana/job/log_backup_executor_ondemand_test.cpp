@@ -291,5 +291,5 @@ TEST_F(On_Demand, Nothing_Is_Done_For_A_Definition_Without_A_Source) {
   definition_->source = Job_Source_Ptr();
   EXPECT_FALSE(set_up());
   EXPECT_FALSE(remove());
-  EXPECT_EQ(log_.claim_containing("src_ is NULL"), 2U);
+  EXPECT_EQ(log_.claim_containing("src_ is NULL", LM_EMERGENCY), 2U);
 }

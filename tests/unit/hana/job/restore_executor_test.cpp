@@ -301,7 +301,7 @@ TEST_F(Restore_Run, Reports_A_Missing_Source_Instead_Of_Running) {
   definition_->source = Job_Source_Ptr();
   Restorer& restorer = new_restorer();
   EXPECT_FALSE(restorer.execute(nullptr));
-  EXPECT_GT(log_.claim_containing("src_ is NULL"), 0U);
+  EXPECT_GT(log_.claim_containing("src_ is NULL", LM_EMERGENCY), 0U);
 }
 
 TEST_F(Restore_Run, Makes_The_Place_Of_A_Foreign_Systems_Pipes) {

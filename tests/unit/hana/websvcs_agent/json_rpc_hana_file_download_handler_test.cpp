@@ -199,7 +199,7 @@ TEST_F(JSON_RPC_HANA_File_Download_Handler_Test, A_Notification_Is_Obeyed_And_No
 TEST_F(JSON_RPC_HANA_File_Download_Handler_Test, Handles_Nothing_But_Requests_And_Notifications) {
   EXPECT_EQ(answer_to(handler_, std::make_shared<JSON_RPC_Object>(JSON_RPC_Object::KIND_RESPONSE, 7)), "");
   EXPECT_EQ(result_, -1);
-  expect_error("obj is neither JSON-RPC request nor notify!\n");
+  expect_error("obj is neither JSON-RPC request nor notify!\n", LM_EMERGENCY);
 }
 
 TEST_F(JSON_RPC_HANA_File_Download_Handler_Test, Does_Nothing_For_A_Requester_That_Has_Gone) {

@@ -145,12 +145,11 @@ TEST_F(JSON_RPC_HANA_Instance_Control_Handler_Test, Handles_Nothing_But_Requests
   for (const auto kind : {JSON_RPC_Object::KIND_RESPONSE, JSON_RPC_Object::KIND_ERROR, JSON_RPC_Object::KIND_REQUEST}) {
     EXPECT_EQ(answer_to(handler_, std::make_shared<JSON_RPC_Object>(kind, 7)), "");
     EXPECT_EQ(result_, -1);
-    expect_error("obj is neither JSON-RPC request nor notify!\n");
-    EXPECT_EQ(log_.lines().back().priority, LM_EMERGENCY);
+    expect_error("obj is neither JSON-RPC request nor notify!\n", LM_EMERGENCY);
   }
   EXPECT_EQ(answer_to(handler_, nullptr), "");
   EXPECT_EQ(result_, -1);
-  expect_error("hana/websvcs_agent/rpc_answers.cpp:");
+  expect_error("hana/websvcs_agent/rpc_answers.cpp:", LM_EMERGENCY);
 }
 
 TEST_F(JSON_RPC_HANA_Instance_Control_Handler_Test, Does_Nothing_For_A_Requester_That_Has_Gone) {
