@@ -131,6 +131,16 @@ std::string Resource::system_id() const {
   return {};
 }
 
+bool Resource::is_single_container() const {
+  const auto instances = object_rows(record, "instances");
+  return std::any_of(instances.begin(), instances.end(), [](const json_spirit::Object& instance) {
+    json_spirit::Object attributes;
+    bool multi = true;
+    (void)json_spirit::object_get(instance, "extended_attrs", attributes);
+    return json_spirit::object_get(attributes, "multi_container", multi) && !multi;
+  });
+}
+
 bool parse_subject(const std::string& text, Backup_Subject& subject, Failure& failure) {
   const std::size_t slash = text.find('/');
   subject.instance = text.substr(0, slash);

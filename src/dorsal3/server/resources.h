@@ -20,6 +20,8 @@ struct Resource {
   [[nodiscard]] std::vector<std::string> host_uuids() const;
   /// As its instances tell it; empty when none does.
   [[nodiscard]] std::string system_id() const;
+  /// One of its instances says that it has no tenants.
+  [[nodiscard]] bool is_single_container() const;
 };
 
 /// What the operator typed: INSTANCE or INSTANCE/DATABASE. INSTANCE is the name of a resource, or its uuid.

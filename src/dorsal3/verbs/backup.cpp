@@ -103,7 +103,7 @@ class Backup_Verb : public Verb {
   bool choose_databases(Context& context, const Backup_Subject& subject, Failure& failure) {
     if (!subject.database.empty()) {
       request_.databases = {subject.database};
-      return true;
+      return is_name_of_database(subject, failure);
     }
     std::vector<json_spirit::Object> databases;
     if (!list_databases(context.server, request_.resource, databases, failure)) return false;
@@ -112,6 +112,16 @@ class Backup_Verb : public Verb {
     failure = {exit_not_found, "no_database",
                "instance \"" + subject.instance +
                    "\" lists no database, so there is nothing to back up; name one: " + subject.instance + "/SYSTEMDB"};
+    return false;
+  }
+
+  /// HANA backs up a system without tenants whatever database is named: it would be kept under a name that it has not.
+  [[nodiscard]] bool is_name_of_database(const Backup_Subject& subject, Failure& failure) const {
+    const std::string sid = request_.resource.system_id();
+    if (subject.database == sid || !request_.resource.is_single_container()) return true;
+    failure = {exit_not_found, "not_found",
+               "system " + sid + " has no tenants: its one database is called like it; back it up by: dorsal3 backup " +
+                   subject.instance};
     return false;
   }
 

@@ -37,13 +37,13 @@ bool is_ondemand(const Call& call, std::string& error) {
   return true;
 }
 
-/// The database that HANA is backing up, by the user of the call or else by the place of its pipes. Empty where neither
-/// tells: in a system without tenants, and where an old HANA makes its pipes elsewhere.
+/// The database that HANA is backing up, by the user of the call or else by the place of its pipes; that of a system
+/// without tenants is called like the system. Empty where neither tells: an old HANA may make its pipes elsewhere.
 std::string database_of(const Call& call) {
   if (!call.user.database.empty()) return call.user.database;
   for (const Request_Entry& entry : call.request.entries) {
     Object_Owner owner;
-    if (find_object_owner(entry.name, owner) && owner.database != owner.sid) return owner.database;
+    if (find_object_owner(entry.name, owner)) return owner.database;
   }
   return {};
 }
@@ -59,9 +59,9 @@ bool is_of_record(const Call& call, const sap_hana::Backint_Backup_Job_Info& job
   const std::string database = database_of(call);
   if (database.empty() || job.database.empty() || database == job.database) return true;
   error = record + " is for database " + job.database + ", but HANA backs up " + database +
-          ": nothing is stored; look whether \"mode\" in the section [multidb] of the system's global.ini can be read "
-          "and is "
-          "right, and run the backup again";
+          ": nothing is stored; a system without tenants has one database, which is called like it; else look whether "
+          "\"mode\" in the section [multidb] of the system's global.ini can be read and is right. Then run the backup "
+          "again";
   return false;
 }
 

@@ -36,7 +36,8 @@ class Agent_Fixture : public testing::Test {
     add_job("file:///pool", "none", {});
   }
 
-  void add_job(const std::string& location, const std::string& compression, const json_spirit::Object& io_ctl) {
+  void add_job(const std::string& location, const std::string& compression, const json_spirit::Object& io_ctl,
+               const std::string& database = "TN1") {
     server_.add_job({{"id", 1},
                      {"database_backup_id", 0},
                      {"uuid", job_uuid},
@@ -44,7 +45,7 @@ class Agent_Fixture : public testing::Test {
                      {"job_act_id", "act-1"},
                      {"type", "full"},
                      {"location", location},
-                     {"database", "TN1"},
+                     {"database", database},
                      {"compression", compression},
                      {"compression_level", 1},
                      {"sid", "HDB"},

@@ -167,10 +167,13 @@ TEST_F(Backup, By_A_User_Without_A_Database_Goes_By_The_Place_Of_The_Pipes) {
   hana.join();
 }
 
-TEST_F(Backup, In_A_System_Without_Tenants_Has_The_Database_That_The_Record_Names) {
+TEST_F(Backup, In_A_System_Without_Tenants_Is_Of_The_Database_That_Is_Called_Like_It) {
   const std::string path = "/usr/sap/HDB/SYS/global/hdb/backint/" + object_name("1_1");
   ASSERT_EQ(::mkfifo(root_.real(path).c_str(), 0600), 0);
   const std::string option = "#TOOLOPTION \"job_uuid=" + std::string(job_uuid) + ";\"\n";
+  EXPECT_EQ(call("backup", option + "#PIPE " + path, {"-s", "100"}, "HDB").exit_code, 1);
+  EXPECT_EQ(log_.claim_containing("is for database TN1, but HANA backs up HDB: nothing is stored"), 1U);
+  add_job("file:///pool", "none", {}, "HDB");
   std::thread hana([&] { EXPECT_TRUE(write_pipe(path, "x")); });
   EXPECT_EQ(call("backup", option + "#PIPE " + path, {"-s", "100"}, "HDB").exit_code, 0);
   hana.join();

@@ -58,6 +58,17 @@ class Backup_Test : public Command_Fixture {
 
 }  // namespace
 
+TEST_F(Backup_Test, Of_A_System_Without_Tenants_Takes_No_Other_Name_Than_Its_Own) {
+  std::string single = resources_answer;
+  const std::string multi = R"("multi_container":true)";
+  single.replace(single.find(multi), multi.size(), R"("multi_container":false)");
+  server.forget("GET /resources");
+  server.answer("GET /resources", single);
+  EXPECT_EQ(run({"backup", "PRD_HDB00/XXX"}), exit_not_found);
+  EXPECT_NE(error.str().find("system PRD has no tenants"), std::string::npos) << error.str();
+  EXPECT_EQ(server.count("POST /job-definitions"), 0U);
+}
+
 TEST_F(Backup_Test, Ctrl_C_Asks_And_Stop_Cancels_The_Run) {
   let_start(one_tenant);
   run_is({running, running, running, running, canceled});
