@@ -195,6 +195,7 @@ class Log_Backup_Verb : public Verb {
   [[nodiscard]] std::string lack_on(const Log_Backup_Host& host) const {
     if (!host.open()) return {};
     if (!subject_.database.empty()) return host.lacks(subject_.database);
+    if (picture_.databases.empty()) return host.lacks("");
     for (const std::string& database : picture_.databases)
       if (const std::string lack = host.lacks(database); !lack.empty()) return lack + " in database " + database;
     return {};
@@ -202,7 +203,8 @@ class Log_Backup_Verb : public Verb {
 
   [[nodiscard]] bool works_on(const Log_Backup_Host& host) const {
     json_spirit::Object file;
-    return !host.error.empty() || (host.find_file(subject_.database, file) && lack_on(host).empty());
+    return !host.error.empty() ||
+           (host.find_file(subject_.database, file) && text_member(file, "problem").empty() && lack_on(host).empty());
   }
 
   json_spirit::Object result_row(const Log_Backup_Host& host, const Setup_View& setup) const {

@@ -91,6 +91,28 @@ TEST_F(Log_Backup_Test, Enable_Fails_Where_The_Settings_Could_Not_Be_Changed) {
   EXPECT_NE(first_host("message").find("could not be changed, log_mode is overwrite"), std::string::npos) << out.str();
 }
 
+TEST_F(Log_Backup_Test, Enable_Fails_Where_Nobody_Could_Log_On) {
+  server.answer(definitions_request, no_definitions);
+  server.answer("POST /agents/h1/call", status_json(""));
+  server.answer("POST /agents/h1/call", R"({"error":{"code":"agent_error","message":"Failed to get account."}})", 502);
+  server.answer("POST /agents/h1/call", status_json(file_json("", "d1"), "log_backup_using_backint is false"));
+  server.answer("POST /job-definitions", setup_json("installed"), 201);
+  EXPECT_EQ(enable(), exit_failed) << out.str();
+  EXPECT_NE(out.str().find("is not switched on everywhere"), std::string::npos) << out.str();
+}
+
+TEST_F(Log_Backup_Test, Enable_Sets_Up_Once_More_Where_The_File_Is_Damaged) {
+  std::string damaged = file_json("", "d1");
+  const std::string none = R"("problem":"")";
+  damaged.replace(damaged.find(none), none.size(), R"("problem":"it is damaged")");
+  let_look(status_json(damaged), status_json(damaged), list(definition_json("d1", "hana/HDB00")));
+  server.answer("POST /agents/h1/call", status_json(file_json("", "d1")));
+  server.answer("POST /job-definitions", setup_json("installed"));
+  server.answer("POST /job-definitions/d1/setup", setup_json("installed"));
+  EXPECT_EQ(enable(), exit_ok) << out.str();
+  EXPECT_EQ(server.count("POST /job-definitions/d1/setup"), 1U);
+}
+
 TEST_F(Log_Backup_Test, Enable_Sets_Up_Once_More_Where_The_Settings_Were_Lost) {
   let_look(status_json(file_json("", "d1"), "log_backup_using_backint is false"),
            status_json(file_json("", "d1"), "log_backup_using_backint is false"),
