@@ -163,7 +163,9 @@ json_spirit::Object Instance_Service::check_state(const Subject& subject) const 
   (void)subject.handler->get_state(subject.name.c_str(), state);
   return state == state_open
              ? check_row("state", true, "the instance runs")
-             : check_row("state", false, "the instance does not run, or is the secondary of a replication; start it");
+             : check_row("state", false,
+                         "the instance does not run, or is the secondary of a replication; start it, but not beside a "
+                         "primary that runs on another host");
 }
 
 json_spirit::Object Instance_Service::check_account(const Subject& subject) const {

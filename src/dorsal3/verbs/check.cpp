@@ -82,16 +82,49 @@ class Check_Verb : public Verb {
   }
 
   /// An agent that cannot be asked is a failed check of its instance, not the end of the command.
-  static std::vector<json_spirit::Object> check_instance(Context& context, const Resource& resource) {
+  static std::vector<json_spirit::Object> ask_host(Context& context, Resource resource, const std::string& host) {
     json_spirit::Object result;
     Failure failure;
+    resource.host_uuid = host;
     const json_spirit::Object params{{"type", resource.type}, {"name", resource.name}};
     if (!call_agent(context.server, resource, "instance.check", params, result, failure))
       return {check_row("agent", false, failure.message)};
-    auto checks = object_rows(result, "checks");
+    const auto checks = object_rows(result, "checks");
     if (checks.empty()) return {check_row("agent", false, "the agent's answer has no checks")};
+    return checks;
+  }
+
+  static bool passes(const std::vector<json_spirit::Object>& checks, const char* name) {
+    return std::any_of(checks.begin(), checks.end(),
+                       [name](const auto& row) { return text_member(row, "name") == name && flag_member(row, "ok"); });
+  }
+
+  /// The host whose instance speaks for the system: where its databases can be listed, or else where it runs. After a
+  /// takeover or a failover that is not the first one.
+  static std::size_t speaking_host(const std::vector<std::vector<json_spirit::Object>>& answers) {
+    for (const char* const name : {"databases", "state"})
+      for (std::size_t i = 0; i < answers.size(); ++i)
+        if (passes(answers[i], name)) return i;
+    return 0;
+  }
+
+  static std::vector<json_spirit::Object> check_instance(Context& context, const Resource& resource) {
+    const auto hosts = resource.host_uuids();
+    std::map<std::string, std::string> names;
+    Failure failure;
+    if (hosts.size() > 1) (void)host_names(context.server, names, failure);
+    const auto name_of = [&](const std::string& host) { return names[host].empty() ? host : names[host]; };
+    std::vector<std::vector<json_spirit::Object>> answers;
+    for (const std::string& host : hosts) answers.push_back(ask_host(context, resource, host));
+    const std::size_t speaking = speaking_host(answers);
+    auto checks = answers[speaking];
+    if (speaking != 0)
+      checks.insert(checks.begin(), check_row("host", true,
+                                              "looked at on " + name_of(hosts[speaking]) +
+                                                  ", where the system runs; it does not on " + name_of(hosts.front())));
     if (all_good(checks)) add_long_names(context, resource, checks);
-    add_log_backups_elsewhere(context, resource, checks);
+    for (std::size_t i = 0; i < hosts.size(); ++i)
+      if (i != speaking) add_log_backup_of_other(answers[i], name_of(hosts[i]), checks);
     add_log_queues(context, resource, checks);
     return checks;
   }
@@ -130,23 +163,12 @@ class Check_Verb : public Verb {
 
   /// On the other hosts only the log backup is looked at: after a takeover it may be one of them that runs. One whose
   /// agent is away is told with the agents.
-  static void add_log_backups_elsewhere(Context& context, const Resource& resource,
-                                        std::vector<json_spirit::Object>& checks) {
-    const auto hosts = resource.host_uuids();
-    std::map<std::string, std::string> names;
-    Failure failure;
-    if (hosts.size() < 2 || !host_names(context.server, names, failure)) return;
-    const json_spirit::Object params{{"type", resource.type}, {"name", resource.name}};
-    for (std::size_t i = 1; i < hosts.size(); ++i) {
-      Resource other = resource;
-      other.host_uuid = hosts[i];
-      json_spirit::Object result;
-      if (!call_agent(context.server, other, "instance.check", params, result, failure)) continue;
-      for (auto& row : object_rows(result, "checks")) {
-        if (text_member(row, "name") != "log backup") continue;
-        row["name"] = "log backup on " + (names[hosts[i]].empty() ? hosts[i] : names[hosts[i]]);
-        checks.push_back(row);
-      }
+  static void add_log_backup_of_other(const std::vector<json_spirit::Object>& answer, const std::string& host,
+                                      std::vector<json_spirit::Object>& checks) {
+    for (json_spirit::Object row : answer) {
+      if (text_member(row, "name") != "log backup") continue;
+      row["name"] = "log backup on " + host;
+      checks.push_back(std::move(row));
     }
   }
 

@@ -87,6 +87,30 @@ TEST_F(Command_Test, Check_Fails_When_One_Check_Does) {
   EXPECT_NE(out.str().find("FAILED  account: none is stored"), std::string::npos) << out.str();
 }
 
+TEST_F(Command_Test, Check_Looks_At_The_Host_Where_The_System_Runs) {
+  std::string of_two = resources_answer;
+  const std::string end = "}]}]}";
+  of_two.replace(of_two.rfind(end), end.size(), R"(},{"name":"PRD_HDB00","host_uuid":"h2","extended_attrs":{}}]}]})");
+  server.forget("GET /resources");
+  server.answer("GET /resources", of_two);
+  server.answer("GET /server", R"({"product":"dorsal3-backupd","version":"1.0.0"})");
+  server.answer("GET /hosts", R"({"total":2,"rows":[{"uuid":"h1","name":"hana01","connected":true},)"
+                              R"({"uuid":"h2","name":"hana02","connected":true}]})");
+  server.answer("POST /agents/h1/call", R"({"checks":[{"name":"state","ok":false,"message":"does not run"},)"
+                                        R"({"name":"log backup","ok":true,"message":"not set up"}]})");
+  server.answer("POST /agents/h2/call", R"({"checks":[{"name":"state","ok":true,"message":"runs"},)"
+                                        R"({"name":"databases","ok":true,"message":"SYSTEMDB"},)"
+                                        R"({"name":"log backup","ok":true,"message":"switched on"}]})");
+  for (const char* host : {"h1", "h2"})
+    server.answer(std::string("GET /backint/ondemand-runs?limit=10000&host_uuid=") + host + "&sid=PRD",
+                  R"({"total":0,"rows":[]})");
+  EXPECT_EQ(run({"check"}), exit_ok) << out.str();
+  EXPECT_NE(out.str().find("host: looked at on hana02, where the system runs; it does not on hana01"),
+            std::string::npos)
+      << out.str();
+  EXPECT_NE(out.str().find("log backup on hana01: not set up"), std::string::npos) << out.str();
+}
+
 TEST_F(Command_Test, Check_Fails_When_Log_Backups_Were_Given_Up) {
   server.answer("GET /server", R"({"product":"dorsal3-backupd","version":"1.0.0"})");
   server.answer("GET /hosts", R"({"total":1,"rows":[{"uuid":"h1","name":"hana01","connected":true}]})");
