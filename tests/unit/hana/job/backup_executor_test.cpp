@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -289,6 +290,10 @@ TEST_F(Data_Backup, Decides_The_Kind_Of_Each_Database_Afresh) {
   EXPECT_EQ(backupd_.committed[0].find("type")->get_str(), "full");
   EXPECT_EQ(backupd_.committed[1].find("type")->get_str(), "incremental");
   EXPECT_EQ(backupd_.jobs.at(backupd_.committed[0].find("uuid")->get_str()).find("type")->get_str(), "full");
+  ASSERT_TRUE(backupd_.committed[0].contains("lift_reason"));
+  EXPECT_EQ(backupd_.committed[0].find("requested_type")->get_str(), "incremental");
+  EXPECT_EQ(backupd_.committed[0].find("lift_reason")->get_str(), "no full backup");
+  EXPECT_FALSE(backupd_.committed[1].contains("lift_reason"));
   claim_first_backups();
 }
 
@@ -425,6 +430,22 @@ TEST_F(Data_Backup, Raises_Alert_2_When_Hdbsql_Cannot_Be_Bound) {
   expect_error("Failed to init hdbsql for HDB HDB00\n");
   expect_error_with("No account is stored");
   EXPECT_TRUE(progress().empty());
+}
+
+TEST_F(Data_Backup, Looks_For_Backint_Then_Source_Then_The_Account) {
+  constexpr const char* backint = "/usr/sap/HDB/SYS/global/hdb/opt/hdbbackint";
+  root_.write(backint, "another vendor's");
+  Executor& executor = ready_executor();
+  ASSERT_TRUE(registry_.remove_account("hana", "HDB_HDB00", ""));
+  EXPECT_FALSE(executor.execute_backup(nullptr));
+  EXPECT_EQ(alerts(), Strings{"7/1 0 1 {}"});
+  expect_error("Failed to prepare backint\n");
+  expect_error_with("is exist");
+
+  ASSERT_TRUE(std::filesystem::remove(root_.real(backint)));
+  EXPECT_FALSE(executor.execute_backup(nullptr));
+  EXPECT_EQ(alerts(), (Strings{"7/1 0 1 {}", "7/5 0 1 {}"}));
+  expect_error("Failed to collect backup source\n");
 }
 
 TEST_F(Data_Backup, Raises_Alert_7_When_The_Backint_Record_Cannot_Be_Stored) {
