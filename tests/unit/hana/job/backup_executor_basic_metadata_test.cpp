@@ -407,7 +407,8 @@ TEST_F(Set_Metadata, Looks_The_Full_Backup_Up_Again_When_The_One_Known_Is_Not_Go
 }
 
 TEST_F(Set_Metadata, Begins_An_Incarnation_When_The_Full_Backup_Tells_None) {
-  set_last(Object{{"start_time", "2023-11-14 22:00:00"}, {"lifeline", "life"}});
+  // The newest set is not the full backup: its incarnation is not taken for want of another.
+  set_last(Object{{"start_time", "2023-11-14 22:00:00"}, {"lifeline", "life"}, {"incarnation", "of the newest set"}});
   Executor& executor = ready_executor();
   executor.job_type_ = JOB_DEFINITION_SUBTYPE_INCREMENTAL;
   {
