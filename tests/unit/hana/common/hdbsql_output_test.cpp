@@ -43,9 +43,11 @@ TEST(HDBSQL_Error_Line, Tells_A_Refused_Logon_From_A_Failing_Statement) {
   const struct {
     int code;
     HDBSQL_Failure wanted;
-  } rows[] = {{10, HDBSQL_Failure::logon},          {414, HDBSQL_Failure::logon},     {416, HDBSQL_Failure::logon},
-              {-10709, HDBSQL_Failure::connection}, {259, HDBSQL_Failure::statement}, {447, HDBSQL_Failure::statement},
-              {1, HDBSQL_Failure::statement}};
+  } rows[] = {{10, HDBSQL_Failure::logon},          {414, HDBSQL_Failure::logon},
+              {415, HDBSQL_Failure::logon},         {416, HDBSQL_Failure::logon},
+              {-10709, HDBSQL_Failure::connection}, {-10000, HDBSQL_Failure::connection},
+              {-9999, HDBSQL_Failure::statement},   {259, HDBSQL_Failure::statement},
+              {447, HDBSQL_Failure::statement},     {1, HDBSQL_Failure::statement}};
   for (const auto& row : rows) EXPECT_EQ(classify_hdbsql_error(row.code), row.wanted) << row.code;
 }
 
@@ -106,6 +108,25 @@ TEST(HDBSQL_Output, Judges_By_Errors_And_Exit_Status) {
     EXPECT_EQ(outcome.ok(), row.failure == HDBSQL_Failure::none) << row.name;
     EXPECT_EQ(outcome.code, row.code) << row.name;
     EXPECT_EQ(outcome.message, row.message) << row.name;
+  }
+}
+
+TEST(HDBSQL_Output, Takes_The_First_Line_Of_The_Output_And_No_Later_One_For_A_Refused_Logon) {
+  const support::Log_Capture log;
+  const struct {
+    const char* output;
+    HDBSQL_Failure wanted;
+  } rows[] = {{"Single Sign-On authentication failed\n", HDBSQL_Failure::logon},
+              {"NOTE\nSingle Sign-On authentication failed\n", HDBSQL_Failure::none}};
+  for (const auto& row : rows) {
+    HDBSQL_General_Text_Handler handler;
+    const std::vector<secure_string> secrets{secure_string("x")};
+    HDBSQL_Output output(&handler, secrets);
+    const std::string text = row.output;
+    output.on_output(Output_Stream::standard_output, text.data(), text.size());
+    output.on_close(Output_Stream::standard_output);
+    output.on_close(Output_Stream::standard_error);
+    EXPECT_EQ(output.outcome(ended(0)).failure, row.wanted) << text;
   }
 }
 
