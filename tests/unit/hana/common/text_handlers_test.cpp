@@ -93,6 +93,12 @@ TEST(HDBSQL_Error_Msg_Handler, Refuses_No_Line_And_Stays_Cancelled) {
   EXPECT_EQ(support::slot_of(&HDBSQL_Error_Msg_Handler::handle_stdout_line), 2);
 }
 
+TEST(HDBSQL_Error_Msg_Handler, Wants_What_Stays_Unfinished_After_60_Seconds) {
+  const HDBSQL_Error_Msg_Handler handler;
+  EXPECT_EQ(handler.options(), 0U);
+  EXPECT_EQ(handler.segment_seconds(), 60);
+}
+
 TEST(HDBSQL_General_Text_Handler, Reads_A_Recorded_Table) {
   HDBSQL_General_Text_Handler handler;
   give_run(handler, hana_test::test_data("hdbsql/databases.txt"));
