@@ -12,7 +12,10 @@ class HANA_Backup_Job : public Controllable_Job_T<sap_hana::Backup_Executor> {
   /// when there is no thread. The state stays as it is; the run ends when HANA has ended the backup.
   int stop_i(const Action_Options* options) override;
 
- private:
+ protected:
+  /// The thread of a stop; `argument` is its Run_Options, which it owns. Without one it does nothing.
   static ACE_THR_FUNC_RETURN stop_backup(void* argument);
+
+ private:
   static void run_stop(Job& job);
 };

@@ -6,6 +6,7 @@
 #include <ace/Thread_Manager.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <mutex>
 #include <set>
 
@@ -31,18 +32,20 @@ class Stop_Alerts : public Alert_Sink {
     if (codes().size() >= wanted_) came.set();
     if (!hold) return;
     EXPECT_TRUE(go_on.wait_real(real_limit));
+    canceled = ACE_Thread_Manager::instance()->testcancel(ACE_Thread::self()) != 0;
   }
   [[nodiscard]] std::vector<unsigned long> codes() const {
     const std::lock_guard guard(mutex_);
     return codes_;
   }
-  [[nodiscard]] std::size_t threads() const {
+  [[nodiscard]] std::set<ACE_thread_t> threads() const {
     const std::lock_guard guard(mutex_);
-    return threads_.size();
+    return threads_;
   }
   void want(std::size_t alerts) { wanted_ = alerts; }
 
   bool hold = false;
+  std::atomic<bool> canceled{false};  ///< of a stop that was held up, once it goes on
   platform::Wait_Event came;
   platform::Wait_Event go_on;
 
@@ -64,6 +67,7 @@ class Running_Backup : public HANA_Backup_Job {
   }
   [[nodiscard]] ACE_thread_t last_thread() const { return thr_id_.load(); }
   void last_thread(ACE_thread_t id) { thr_id_.store(id); }
+  using HANA_Backup_Job::stop_backup;
 
  private:
   bool* gone_;
@@ -117,10 +121,32 @@ TEST_F(Stop_Of_A_Data_Backup, Asked_For_Twice_Runs_Twice) {
   EXPECT_EQ(job->stop(nullptr), 0);
   EXPECT_EQ(job->stop(nullptr), 0);
   ASSERT_TRUE(alerts_->came.wait_real(real_limit)) << "both at once";
-  EXPECT_EQ(alerts_->threads(), stops);
+  EXPECT_EQ(alerts_->threads().size(), stops);
   alerts_->go_on.set();
   ACE_Thread_Manager::instance()->wait();
   claim_failed_stops(stops);
+}
+
+TEST_F(Stop_Of_A_Data_Backup, Is_What_An_Abort_Afterwards_Reaches) {
+  auto* const job = new Running_Backup(definition_);
+  const Job_Ptr holder(job);
+  job->last_thread(ACE_Thread::self());
+  alerts_->hold = true;
+  EXPECT_EQ(job->stop(nullptr), 0);
+  ASSERT_TRUE(alerts_->came.wait_real(real_limit));
+  EXPECT_EQ(std::set<ACE_thread_t>{job->last_thread()}, alerts_->threads()) << "the backup's thread is forgotten";
+  EXPECT_EQ(job->abort(nullptr), 0);
+  EXPECT_EQ(job->state(), JOB_STATE_CANCELING);
+  alerts_->go_on.set();
+  ACE_Thread_Manager::instance()->wait();
+  EXPECT_TRUE(alerts_->canceled);
+  claim_failed_stops(1);
+}
+
+TEST_F(Stop_Of_A_Data_Backup, Without_An_Argument_Does_Nothing) {
+  EXPECT_EQ(Running_Backup::stop_backup(nullptr), nullptr);
+  EXPECT_TRUE(alerts_->codes().empty());
+  EXPECT_TRUE(log_.lines().empty());
 }
 
 TEST_F(Stop_Of_A_Data_Backup, Keeps_The_Job_Until_It_Has_Ended) {
