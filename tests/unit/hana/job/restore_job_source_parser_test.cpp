@@ -127,6 +127,8 @@ TEST_F(Restore_Job_Source_Parser_Test, Says_What_Is_Missing) {
       {R"({"id": "a", "entries": []})", {top + "'name'.\n"}},
       {R"({})", {top + "'id'.\n", top + "'name'.\n", top + "'entries'.\n"}},
       {R"({"name": "b"})", {top + "'id'.\n", top + "'entries'.\n"}},
+      // Another array than that of the entries is none of them.
+      {R"({"id": "a", "name": "b", "x": []})", {top + "'entries'.\n"}},
       {around(R"({"original": {"database": "A", "sid": "S"}})"), {entry + "catalog uuid or time.\n"}},
       {around(R"({})"), {entry + "catalog uuid or time.\n"}},
       {around(R"({"catalog_uuid": "c"})"), {entry + "origin database.\n"}},

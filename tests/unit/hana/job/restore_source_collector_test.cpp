@@ -411,6 +411,15 @@ TEST_F(Restore_Source_Collector_Test, Needs_Every_Member_Of_The_Catalog) {
   }
 }
 
+TEST_F(Restore_Source_Collector_Test, Goes_On_Asking_Within_A_Limit_Of_Any_Size) {
+  choose_set("full");
+  for (const std::size_t seconds : {std::size_t{1} << 31, std::size_t{1} << 32, ~std::size_t{0}}) {
+    transport_.fault({support::Http_Fault::answer, 0, 503, {}});
+    collector_.emplace(resource_uuid, entry_, seconds, false);
+    EXPECT_TRUE(collector_->collect()) << seconds;
+  }
+}
+
 TEST_F(Restore_Source_Collector_Test, Refuses_An_Empty_Set_Uuid) {
   struct Opened : Restore_Source_Collector {
     using Restore_Source_Collector::get_catalog;
