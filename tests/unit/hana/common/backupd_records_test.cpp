@@ -112,6 +112,32 @@ TEST_F(Resource_Info_Getter_Test, Fails_With_The_Error_Of_The_Key) {
        R"([{"name": "n", "uuid": "i", "host_uuid": "h", "extended_attrs": {"sid": "HDB", "instance_name": "HDB00", )"
        R"("instance_number": 0}}])",
        nullptr, "Failed to get HANA resource base info, lack of key 'multi_container'\n"},
+      {"no host_uuid",
+       R"([{"name": "n", "uuid": "i", "extended_attrs": {"sid": "HDB", "instance_name": "HDB00", )"
+       R"("instance_number": 0, "multi_container": true}}])",
+       nullptr, "Failed to get HANA resource base info, lack of key 'host_uuid'\n"},
+      {"no extended_attrs", R"([{"name": "n", "uuid": "i", "host_uuid": "h"}])",
+       "Failed to get HANA resource base info, lack of key 'extended_attrs'\n",
+       "Failed to get HANA resource base info, lack of key 'extended_attrs'\n"},
+      {"no sid",
+       R"([{"name": "n", "uuid": "i", "host_uuid": "h", "extended_attrs": {"instance_name": "HDB00", )"
+       R"("instance_number": 0, "multi_container": true}}])",
+       "Failed to get HANA resource base info, lack of key 'sid'\n",
+       "Failed to get HANA resource base info, lack of key 'sid'\n"},
+      {"no instance_name",
+       R"([{"name": "n", "uuid": "i", "host_uuid": "h", "extended_attrs": {"sid": "HDB", )"
+       R"("instance_number": 0, "multi_container": true}}])",
+       "Failed to get HANA resource base info, lack of key 'instance_name'\n",
+       "Failed to get HANA resource base info, lack of key 'instance_name'\n"},
+      {"no instance_number",
+       R"([{"name": "n", "uuid": "i", "host_uuid": "h", "extended_attrs": {"sid": "HDB", "instance_name": "HDB00", )"
+       R"("multi_container": true}}])",
+       "Failed to get HANA resource base info, lack of key 'instance_number'\n",
+       "Failed to get HANA resource base info, lack of key 'instance_number'\n"},
+      {"no uuid",
+       R"([{"name": "n", "host_uuid": "h", "extended_attrs": {"sid": "HDB", "instance_name": "HDB00", )"
+       R"("instance_number": 0, "multi_container": true}}])",
+       nullptr, "Failed to get HANA resource base info, lack of key 'uuid'\n"},
       {"number too large",
        R"([{"name": "n", "uuid": "i", "host_uuid": "h", "extended_attrs": {"sid": "HDB", "instance_name": "HDB00", )"
        R"("instance_number": 65536, "multi_container": true}}])",
@@ -152,6 +178,24 @@ TEST_F(Resource_Info_Getter_Test, Keeps_What_Was_Read_Before_A_Failure) {
   EXPECT_EQ(instances[0].sid, "HDB");
   EXPECT_EQ(instances[1].host_uuid, "h2");
   expect_error("Failed to get HANA resource base info, lack of key 'sid'\n");
+}
+
+TEST_F(Resource_Info_Getter_Test, Asks_Ten_Times_With_Pauses_However_Long_They_Take) {
+  constexpr unsigned attempts = 10;
+  const Http_Fault busy{Http_Fault::answer, 0, 503, {}};
+  transport_.fault(busy, attempts - 1);
+  expect_resource(resource_with(std::string("[") + first_instance + "]"));
+  Object info;
+  EXPECT_TRUE(Resource_Info_Getter("r1").get_info(info)) << "the tenth answer counts";
+  EXPECT_EQ(transport_.requests().size(), attempts);
+  EXPECT_EQ(clock_.sleeps().size(), attempts - 1);
+
+  transport_.forget();
+  transport_.fault(busy, attempts + 1);
+  EXPECT_FALSE(Resource_Info_Getter("r1").get_info(info));
+  EXPECT_EQ(transport_.requests().size(), attempts);
+  expect_error("Failed to get HANA resource info\n");
+  expect_error("503");
 }
 
 TEST_F(Resource_Info_Getter_Test, Tells_That_Backupd_Does_Not_Answer) {
