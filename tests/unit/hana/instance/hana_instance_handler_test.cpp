@@ -1,10 +1,12 @@
 #include "hana/instance/hana_instance_handler.h"
 
 #include <ace/Log_Msg.h>
+#include <unistd.h>
 
 #include <cerrno>
 
 #include "agent/instance/instance_manager.h"
+#include "hana/common/hana_paths.h"
 #include "support/vtable_slots.h"
 #include "unit/hana/common/hana_system.h"
 
@@ -74,6 +76,13 @@ TEST_F(HANA_Instance_Handler_Test, Finds_The_Instances_Of_This_Host) {
       R"("dir_executable":"/usr/sap/ABC/HDB42/exe","multi_container":false})");
 }
 
+TEST_F(HANA_Instance_Handler_Test, Tells_The_Version_Of_The_System_Whatever_Its_Instance_Runs) {
+  root_.write(sap_hana::system_manifest("HDB"), "fullversion: 2.00.070.00 Build 2\n");
+  HANA_Instance_Handler::Instances instances;
+  EXPECT_EQ(handler_.probe_instances(instances), 0);
+  EXPECT_EQ(*instances.at("HDB_HDB00")->options.find("version"), json_spirit::Value("2.00.070.00"));
+}
+
 TEST_F(HANA_Instance_Handler_Test, Asks_Each_System_Once_For_Its_Tenants) {
   HANA_Instance_Handler::Instances instances;
   install("XYZ", "HDB01", "hanahost", "2.00.059.00");
@@ -108,6 +117,14 @@ TEST_F(HANA_Instance_Handler_Test, Is_Open_Only_When_It_Runs_And_Is_No_Secondary
     script_state(row.sapcontrol, row.replication);
     EXPECT_EQ(state_of("HDB_HDB00"), row.wanted) << row.name;
   }
+}
+
+TEST_F(HANA_Instance_Handler_Test, Is_Open_When_Its_Replication_Cannot_Be_Told) {
+  script("sapcontrol", {child("", 3)});
+  script("hdbnsutil", {hana_test::not_started(ENOENT)});
+  ASSERT_EQ(::unlink(root_.real(sap_hana::system_configuration("HDB", "global.ini")).c_str()), 0);
+  EXPECT_EQ(state_of("HDB_HDB00"), "open");
+  expect_error("Failed to read the configuration of HANA system HDB");
 }
 
 TEST_F(HANA_Instance_Handler_Test, Is_In_Error_When_Nothing_Is_Known) {
@@ -160,6 +177,14 @@ TEST_F(HANA_Instance_Handler_Test, Refuses_Bad_Arguments) {
     expect_error(row.message, LM_EMERGENCY);
   }
   EXPECT_TRUE(runner_.calls().empty());
+}
+
+TEST_F(HANA_Instance_Handler_Test, Looks_At_The_Credentials_Before_It_Looks_For_The_Instance) {
+  const secure_string password("S1");
+  EXPECT_EQ(handler_.logon("QQQ_HDB00", "", &password, nullptr), -1);
+  expect_error("username is NULL or \"\":\n", LM_EMERGENCY);
+  EXPECT_EQ(handler_.logon("QQQ_HDB00", "SYSTEM", nullptr, nullptr), -1);
+  expect_error("password is NULL or \"\":\n", LM_EMERGENCY);
 }
 
 TEST_F(HANA_Instance_Handler_Test, Has_Nothing_To_Check_Without_Credentials_Or_Registration) {

@@ -170,4 +170,10 @@ TEST_F(JSON_RPC_HANA_Instance_Control_Handler_Test, Returns_What_Sending_Gives) 
   EXPECT_EQ(result_, -1);
 }
 
+TEST_F(JSON_RPC_HANA_Instance_Control_Handler_Test, Looks_At_What_It_Got_Before_It_Looks_For_The_Requester) {
+  EXPECT_EQ(handler_.handle_object({}, std::make_shared<JSON_RPC_Object>(JSON_RPC_Object::KIND_RESPONSE, 7)), -1);
+  expect_error("obj is neither JSON-RPC request nor notify!\n", LM_EMERGENCY);
+  EXPECT_EQ(log_.lines().size(), 1U) << log_.dump();
+}
+
 }  // namespace

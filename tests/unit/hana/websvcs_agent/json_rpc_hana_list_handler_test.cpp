@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <sstream>
 
+#include "hana/common/hana_paths.h"
 #include "hana/common/ondemand_conf_path.h"
 #include "net/json_rpc.h"
 #include "support/vtable_slots.h"
@@ -81,6 +82,11 @@ TEST_F(JSON_RPC_HANA_List_Handler_Test, Lists_The_Instances_Of_This_Host) {
   EXPECT_EQ(ask(R"({"jsonrpc":"2.0","id":"i","method":"hana.database.list"})"), wanted);
   EXPECT_EQ(ask(std::make_shared<JSON_RPC_Request>("i", "", nullptr)), wanted);
   EXPECT_TRUE(runner_.calls().empty()) << "the list needs no logon";
+}
+
+TEST_F(JSON_RPC_HANA_List_Handler_Test, Tells_The_Version_Of_The_System_Whatever_Its_Instance_Runs) {
+  root_.write(sap_hana::system_manifest("HDB"), "fullversion: 2.00.070.00 Build 2\n");
+  EXPECT_NE(ask(instances_request).find(R"("version":"2.00.070.00")"), std::string::npos) << channel_->sent.back();
 }
 
 TEST_F(JSON_RPC_HANA_List_Handler_Test, Tells_When_The_Instances_Cannot_Be_Listed) {
@@ -188,6 +194,14 @@ TEST_F(JSON_RPC_HANA_List_Handler_Test, Does_Nothing_For_A_Requester_That_Has_Go
   EXPECT_EQ(handler_.handle_object_i(nullptr, rpc_test::object_of(databases_request)), -1);
   EXPECT_TRUE(log_.claim("Abort handle JSON-RPC request, requester is gone"));
   EXPECT_TRUE(runner_.calls().empty());
+}
+
+TEST_F(JSON_RPC_HANA_List_Handler_Test, Says_Nothing_Of_A_Requester_That_Sent_No_Request) {
+  for (const auto kind :
+       {JSON_RPC_Object::KIND_NOTIFICATION, JSON_RPC_Object::KIND_RESPONSE, JSON_RPC_Object::KIND_ERROR})
+    EXPECT_EQ(handler_.handle_object_i(nullptr, std::make_shared<JSON_RPC_Object>(kind, 1)), -1);
+  EXPECT_EQ(handler_.handle_object_i(nullptr, nullptr), -1);
+  EXPECT_TRUE(log_.lines().empty()) << log_.dump();
 }
 
 TEST_F(JSON_RPC_HANA_List_Handler_Test, Answers_Minus_One_When_The_Answer_Could_Not_Be_Sent) {
