@@ -226,6 +226,21 @@ TEST_F(On_Demand, Without_An_Account_Writes_The_File_And_Leaves_HANA_Alone) {
   log_.claim_all();
 }
 
+TEST_F(On_Demand, Writes_The_Number_Of_The_Instance_That_The_Resource_Has) {
+  Object instance = backup_test::instance_record(backup_test::host_uuid, "HDB_HDB42");
+  Object attributes = instance.find("extended_attrs")->get_obj();
+  attributes["instance_name"] = "HDB42";
+  attributes["instance_number"] = 42;
+  instance["extended_attrs"] = attributes;
+  backupd_.resource = Object{{"uuid", backup_test::resource_uuid}, {"instances", json_spirit::Array{instance}}};
+  set_entries({"hana/HDB42"});
+  EXPECT_TRUE(set_up());
+  EXPECT_NE(root_.read(std::string(state_directory) + "/log_backup_HDB_HDB42")
+                .find(R"("instance_name":"HDB42","instance_number":42,)"),
+            std::string::npos);
+  log_.claim_all();  // there is no such instance on this host, so that HANA is left alone
+}
+
 TEST_F(On_Demand, Succeeds_Without_An_Activity_To_Give_To_SAPs_Group) {
   EXPECT_TRUE(platform::remove_file(activity_file));
   set_entries({"hana/HDB00"});
@@ -285,6 +300,16 @@ TEST_F(On_Demand, Removal_On_A_Replication_Secondary_Leaves_HANA_Alone) {
   set_replication_mode("async");
   EXPECT_TRUE(remove());
   EXPECT_TRUE(hdbsql_.statements().empty());
+}
+
+TEST_F(On_Demand, Removal_Without_An_Account_Leaves_HANA_Alone) {
+  set_entries({"hana/HDB00"});
+  EXPECT_TRUE(registry_.remove_account("hana", "HDB_HDB00", ""));
+  EXPECT_TRUE(remove());
+  EXPECT_TRUE(hdbsql_.statements().empty());
+  // Once, and nothing is tried without it.
+  expect_error_with("No account is stored for the instance 'HDB_HDB00'");
+  expect_error("Failed to get username and password\n");
 }
 
 TEST_F(On_Demand, Nothing_Is_Done_For_A_Definition_Without_A_Source) {

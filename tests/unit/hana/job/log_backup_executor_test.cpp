@@ -352,6 +352,15 @@ TEST_F(Log_Run, Waits_For_The_Backup_In_Steps_Of_Ten_Seconds) {
   EXPECT_EQ(runner_.listings(), 0U) << "no look at the processes in the first 600 seconds";
 }
 
+TEST_F(Log_Run, Knows_A_Backup_That_Failed_In_Any_Letters) {
+  Log_Executor& executor = waiting_executor();
+  for (const char* name : {"failed", "FAILED", "Failed", "canceled", "CANCELED"}) {
+    expect_state(log_id, state(name));
+    EXPECT_FALSE(executor.wait_backint_job(log_id)) << name;
+  }
+  EXPECT_TRUE(clock_.sleeps().empty());
+}
+
 TEST_F(Log_Run, Ends_The_Wait_When_The_State_Cannot_Be_Read) {
   Log_Executor& executor = waiting_executor();
   hdbsql_.expect(state_sql(log_id), table("STATE_NAME,SYS_END_TIME", {}), 10);
