@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
+
 namespace {
 
 class Interface {
@@ -22,6 +24,17 @@ class Throwing : public Interface {
  public:
   Throwing() { throw 7; }
   int value() const override { return 0; }
+
+  static void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    ++held;
+    return ::operator new(size, std::nothrow);
+  }
+  static void operator delete(void* memory, const std::nothrow_t&) noexcept {
+    --held;
+    ::operator delete(memory);
+  }
+  static void operator delete(void* memory) noexcept { ::operator delete(memory); }
+  static inline int held = 0;  ///< pieces of memory whose object was never made
 };
 
 TEST(Object_Creator, Makes_A_Fresh_Object_Each_Time_And_Destroys_It) {
@@ -37,9 +50,10 @@ TEST(Object_Creator, Makes_A_Fresh_Object_Each_Time_And_Destroys_It) {
   EXPECT_EQ(Counted::living, 0);
 }
 
-TEST(Object_Creator, Passes_An_Exception_Of_The_Constructor_On) {
+TEST(Object_Creator, Releases_The_Memory_And_Passes_An_Exception_Of_The_Constructor_On) {
   Object_Creator_Impl_T<Object_Creator_T<Interface>, Throwing> creator;
   EXPECT_THROW(creator.create(), int);
+  EXPECT_EQ(Throwing::held, 0);
 }
 
 }  // namespace
