@@ -95,8 +95,7 @@ int add_pool(const Command& command, Context& context) {
   // The same checks as a request's.
   Pool pool;
   Outcome outcome = pool.read(body_of(command.pool));
-  if (outcome.ok()) outcome = prepare_pool(pool);
-  if (outcome.ok()) outcome = Pool_Store(context.database, {}).add(pool);
+  if (outcome.ok()) outcome = Pool_Store(context.database, {}, context.configuration.host_uuid).add(pool);
   if (!outcome.ok()) return refused(context.errors, outcome.message);
   context.out << pool.uuid << "\n";
   return exit_ok;
@@ -105,7 +104,7 @@ int add_pool(const Command& command, Context& context) {
 int list_pools(Context& context) {
   std::vector<Pool> pools;
   const std::string url = context.configuration.url(context.configuration.port);
-  Pool_Store store(context.database, url);
+  Pool_Store store(context.database, url, context.configuration.host_uuid);
   if (!store.all(pools)) return refused(context.errors, "the pools cannot be read; see the log");
   for (const Pool& pool : pools)
     context.out << pool.uuid << "\t" << pool.name << "\t" << (pool.served() ? pool.directory : pool.url) << "\n";

@@ -8,7 +8,7 @@ Server_Core::Server_Core(Database& database, Options wanted)
     : options(std::move(wanted)),
       keys(database),
       resources(database),
-      pools(database, options.public_url),
+      pools(database, options.public_url, options.own_host_uuid),
       backint(database),
       sets(database),
       views(database),

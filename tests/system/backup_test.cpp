@@ -1,6 +1,7 @@
 // What an operator does on a good day, over all processes.
 
 #include <algorithm>
+#include <filesystem>
 
 #include "system_fixture.h"
 
@@ -78,6 +79,35 @@ TEST_F(Backup_System, Falls_Back_To_Full_When_The_Pool_Changed) {
   ASSERT_EQ(backup(std::string(instance) + "/TN1", {"--type", "incremental", "--pool", "other"}).code, 0);
   EXPECT_EQ(kinds(), (Kinds{"TN1 full", "TN1 full"}));
   EXPECT_TRUE(agent_says("Storage pool is changed, set job type to full"));
+}
+
+TEST_F(Backup_System, Two_Pools_In_One_Directory_Cost_No_Backup) {
+  start_all();
+  std::filesystem::create_directory_symlink(real("/srv/pool"), real("/srv/link"));
+  for (const char* directory : {"/srv/pool", "/srv/pool/", "/srv//pool", "/srv/link", "/srv", "/srv/pool/more"}) {
+    const Tool_Result refused = dorsal3({"pools", "--add", "MAIN", "--directory", directory});
+    EXPECT_NE(refused.code, 0) << directory;
+    EXPECT_NE((refused.out + refused.err).find("the pool \\\"main\\\" (/srv/pool)"), std::string::npos)
+        << refused.out << refused.err;
+  }
+  // What no refusal can foresee: the directories become one later.
+  ASSERT_EQ(dorsal3({"pools", "--add", "MAIN", "--directory", "/srv/other"}).code, 0);
+  std::filesystem::remove(real("/srv/other"));
+  std::filesystem::create_directory_symlink(real("/srv/pool"), real("/srv/other"));
+  ASSERT_EQ(backup(std::string(instance) + "/TN1", {"--pool", "main"}).code, 0);
+  ASSERT_EQ(backup(std::string(instance) + "/TN1", {"--pool", "MAIN"}).code, 0);
+  const std::vector<std::string> stored = pool_files();
+  ASSERT_FALSE(stored.empty());
+  const Rest_Answer swept = rest("POST", "/retention/sweep", "{}");
+  EXPECT_EQ(swept.status, 200U) << swept.body;
+  EXPECT_NE(swept.body.find(R"("datasets":0)"), std::string::npos) << swept.body;
+  EXPECT_NE(swept.body.find("is not swept: its directory /srv/pool is that of the pool"), std::string::npos)
+      << swept.body;
+  EXPECT_EQ(pool_files(), stored);
+  for (const json_spirit::Object& set : sets()) {
+    const Tool_Result verified = dorsal3({"verify", text_of(set, "uuid")});
+    EXPECT_EQ(verified.code, 0) << verified.out << verified.err;
+  }
 }
 
 TEST_F(Backup_System, Falls_Back_To_Full_After_A_Recovery) {

@@ -58,8 +58,9 @@ Reply post_sweep(Server_Core& core, const Request& request) {
   if (Outcome outcome = reader.finish(); !outcome.ok()) return outcome;
   if (Outcome outcome = core.sweeper.sweep_all(core.activities, result); !outcome.ok()) return outcome;
   core.starter.wake();  // it may have found a backup that a run is owed to
-  return json_spirit::Value(
-      json_spirit::Object{{"jobs", result.jobs}, {"files", result.files}, {"datasets", result.datasets}});
+  json_spirit::Object body{{"jobs", result.jobs}, {"files", result.files}, {"datasets", result.datasets}};
+  if (!result.skipped.empty()) body["skipped"] = json_spirit::Array(result.skipped.begin(), result.skipped.end());
+  return json_spirit::Value(body);
 }
 
 }  // namespace

@@ -69,7 +69,6 @@ Reply get_pools(Server_Core& core, const Request& request) {
 Reply post_pool(Server_Core& core, const Request& request) {
   Pool pool;
   if (Outcome outcome = pool.read(request.body); !outcome.ok()) return outcome;
-  if (Outcome outcome = prepare_pool(pool); !outcome.ok()) return outcome;
   const Outcome outcome = core.pools.add(pool);
   return stored_reply(outcome, core.pools.to_json(pool));
 }

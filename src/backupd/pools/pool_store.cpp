@@ -1,6 +1,10 @@
 #include "backupd/pools/pool_store.h"
 
+#include <algorithm>
+
 #include "backupd/http/body_reader.h"
+#include "backupd/pools/pool_place.h"
+#include "backupd/pools/pool_storage.h"
 #include "scrt/uuid.h"
 
 namespace backupd {
@@ -17,8 +21,20 @@ Pool pool_of(const Sql_Row& row) {
 
 /// Absolute, and not the root of everything.
 bool is_usable_directory(const std::string& path) {
-  return path.size() > 1 && path.front() == '/' && (path + "/").find("/../") == std::string::npos;
+  const std::string framed = path + "/";
+  const bool names_one = path.find_first_not_of("/.") != std::string::npos;
+  return names_one && path.front() == '/' && framed.find("/../") == std::string::npos;
 }
+
+std::vector<Pool> all_pools(Sql_Session& session) {
+  std::vector<Pool> pools;
+  for (const Sql_Row& row :
+       session.query(std::string("SELECT ") + pool_columns + " FROM pools ORDER BY name", {}, pool_column_count))
+    pools.push_back(pool_of(row));
+  return pools;
+}
+
+Outcome store_failed() { return Outcome::refuse(Outcome::internal, "the pool cannot be stored; see the server's log"); }
 
 }  // namespace
 
@@ -45,17 +61,35 @@ Outcome Pool::read(const json_spirit::Object& body) {
 }
 
 Outcome Pool_Store::add(Pool& pool) {
+  // Outside of the transaction: a disk that hangs must not hold up what others store.
+  for (;;) {
+    std::vector<Pool> known;
+    if (!all(known)) return store_failed();
+    if (const auto overlap = find_overlap(pool, known, own_host_uuid_))
+      return Outcome::refuse(Outcome::conflict,
+                             "the directory " + pool_directory(pool) + " " + overlap->text() +
+                                 "; two pools need directories of their own, or one removes the "
+                                 "backups of the other: choose a directory apart from it, or use \"" +
+                                 overlap->other.name + "\" itself");
+    if (Outcome outcome = prepare_pool(pool); !outcome.ok()) return outcome;
+    if (const auto outcome = insert(pool, known)) return *outcome;
+  }
+}
+
+std::optional<Outcome> Pool_Store::insert(Pool& pool, const std::vector<Pool>& known) {
   Outcome outcome;
+  bool changed = false;
   const bool stored = database_.write([&](Sql_Session& session) {
-    const auto same = session.first(std::string("SELECT ") + pool_columns + " FROM pools WHERE name = :a OR uuid = :b",
-                                    {pool.name, pool.uuid}, pool_column_count);
-    if (same) {
-      const Pool known = pool_of(*same);
-      if (pool.uuid.empty()) pool.uuid = known.uuid;
-      outcome = known == pool
+    changed = all_pools(session) != known && !session.failed();
+    if (changed) return false;
+    const auto same = std::find_if(known.begin(), known.end(),
+                                   [&](const Pool& one) { return one.name == pool.name || one.uuid == pool.uuid; });
+    if (same != known.end()) {
+      if (pool.uuid.empty()) pool.uuid = same->uuid;
+      outcome = *same == pool
                     ? Outcome{Outcome::already_done, {}}
-                    : Outcome::refuse(Outcome::conflict, "another pool has the name \"" + known.name +
-                                                             "\" and the uuid " + known.uuid + "; choose another name");
+                    : Outcome::refuse(Outcome::conflict, "another pool has the name \"" + same->name +
+                                                             "\" and the uuid " + same->uuid + "; choose another name");
       return outcome.ok();
     }
     if (pool.uuid.empty()) pool.uuid = make_uuid();
@@ -65,8 +99,8 @@ Outcome Pool_Store::add(Pool& pool) {
         {pool.uuid, pool.name, pool.host_uuid, pool.url, pool.directory, pool.max_bytes});
     return true;
   });
-  if (!stored && outcome.ok())
-    return Outcome::refuse(Outcome::internal, "the pool cannot be stored; see the server's log");
+  if (changed) return std::nullopt;
+  if (!stored && outcome.ok()) return store_failed();
   return outcome;
 }
 
@@ -79,11 +113,7 @@ bool Pool_Store::find(const std::string& uuid, std::optional<Pool>& pool) {
 }
 
 bool Pool_Store::all(std::vector<Pool>& pools) {
-  return database_.read([&](Sql_Session& session) {
-    for (const Sql_Row& row :
-         session.query(std::string("SELECT ") + pool_columns + " FROM pools ORDER BY name", {}, pool_column_count))
-      pools.push_back(pool_of(row));
-  });
+  return database_.read([&](Sql_Session& session) { pools = all_pools(session); });
 }
 
 bool Pool_Store::list(const std::string& uuid, const std::string& name, List_Query query, List_Page& page) {

@@ -31,11 +31,12 @@ struct Pool {
 /// The pools. Safe from any thread.
 class Pool_Store {
  public:
-  /// `public_url`: what agents put before "/q5/pools/".
-  Pool_Store(Database& database, std::string public_url) : database_(database), public_url_(std::move(public_url)) {}
+  /// `public_url`: what agents put before "/q5/pools/". `own_host_uuid`: of the host this server runs on; may be empty.
+  Pool_Store(Database& database, std::string public_url, std::string own_host_uuid)
+      : database_(database), own_host_uuid_(std::move(own_host_uuid)), public_url_(std::move(public_url)) {}
 
-  /// Stores `pool`, with a new uuid when it has none. The same pool again is answered as done; another one with its
-  /// name or uuid is a conflict.
+  /// Stores `pool`, with a new uuid when it has none, and makes its directory when this server serves it. The same pool
+  /// again is answered as done; a conflict is another one with its name or uuid, or one whose directory meets its own.
   [[nodiscard]] Outcome add(Pool& pool);
   [[nodiscard]] bool find(const std::string& uuid, std::optional<Pool>& pool);
   [[nodiscard]] bool all(std::vector<Pool>& pools);
@@ -49,7 +50,11 @@ class Pool_Store {
   void public_url(std::string url);
 
  private:
+  /// Nothing when the pools are no longer those of `known`.
+  [[nodiscard]] std::optional<Outcome> insert(Pool& pool, const std::vector<Pool>& known);
+
   Database& database_;
+  const std::string own_host_uuid_;
   mutable std::mutex url_mutex_;
   std::string public_url_;  ///< by url_mutex_
 };

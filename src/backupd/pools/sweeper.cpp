@@ -5,6 +5,7 @@
 #include "backupd/http/body_reader.h"
 #include "backupd/log_backup/ondemand_records.h"
 #include "backupd/pools/beneath.h"
+#include "backupd/pools/pool_place.h"
 #include "platform/log.h"
 #include "records/dataset_directory.h"
 
@@ -149,8 +150,19 @@ Outcome Sweeper::sweep_all(Activity_Store& activities, Sweep_Result& result) {
   std::int64_t queued = 0;
   if (Outcome outcome = sweep_abandoned(result, queued); !outcome.ok()) return outcome;
   for (const Pool& pool : pools)
-    if (is_local(pool)) sweep_pool(pool, result);
+    if (is_local(pool) && lies_apart(pool, pools, result)) sweep_pool(pool, result);
   return {};
+}
+
+bool Sweeper::lies_apart(const Pool& pool, const std::vector<Pool>& pools, Sweep_Result& result) {
+  const auto overlap = find_overlap(pool, pools, own_host_uuid_);
+  if (!overlap) return true;
+  const std::string reason = "the pool \"" + pool.name + "\" is not swept: its directory " + pool_directory(pool) +
+                             " " + overlap->text() +
+                             "; back up to one of them only, and remove by hand what nobody needs";
+  D3_WARNING("%C\n", platform::cut_for_log(reason).c_str());
+  result.skipped.push_back(reason);
+  return false;
 }
 
 void Sweeper::sweep_pool(const Pool& pool, Sweep_Result& result) {
@@ -189,20 +201,21 @@ bool Sweeper::is_owned(const Dataset& dataset, bool& owned) {
   const std::string database = dataset_name(dataset.database);
   const std::string landscape_id = dataset_name(dataset.landscape_id);
   return database_.read([&](Sql_Session& session) {
-    const auto file = session.first("SELECT id FROM backint_files WHERE pool_uuid = :a AND dataset = :b LIMIT 1",
-                                    {dataset.pool_uuid, dataset.path()}, 1);
+    // Of whatever pool: two may be one directory.
+    const auto file = session.first(
+        "SELECT id FROM backint_files WHERE pool_uuid IN (SELECT uuid FROM pools) AND dataset = :a LIMIT 1",
+        {dataset.path()}, 1);
     const auto job = session.first(
         "SELECT id FROM backint_jobs WHERE host_uuid = :a AND database_name = :b "
-        "AND database_backup_id = :c AND landscape_id = :d AND pool_uuid = :e LIMIT 1",
-        {dataset.host_uuid, database, std::int64_t{std::strtoll(dataset.backup_id.c_str(), nullptr, 10)}, landscape_id,
-         dataset.pool_uuid},
+        "AND database_backup_id = :c AND landscape_id = :d LIMIT 1",
+        {dataset.host_uuid, database, std::int64_t{std::strtoll(dataset.backup_id.c_str(), nullptr, 10)}, landscape_id},
         1);
     // HANA's id of a backup comes into its record when its first object does, or a little later.
     const auto without_id = session.first(
         "SELECT j.id FROM backint_jobs j JOIN activities a ON a.id = j.job_act_id WHERE j.host_uuid = :a "
-        "AND j.database_name = :b AND j.database_backup_id = 0 AND j.landscape_id = :c AND j.pool_uuid = :d "
+        "AND j.database_name = :b AND j.database_backup_id = 0 AND j.landscape_id = :c "
         "AND j.taken = 0 AND a.ended = 0 LIMIT 1",
-        {dataset.host_uuid, database, landscape_id, dataset.pool_uuid}, 1);
+        {dataset.host_uuid, database, landscape_id}, 1);
     owned = session.failed() || file || job || without_id;
   });
 }

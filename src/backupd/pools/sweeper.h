@@ -27,14 +27,16 @@ struct Dataset {
 };
 
 struct Sweep_Result {
-  std::int64_t jobs = 0;      ///< Backint job records removed
-  std::int64_t files = 0;     ///< file records removed
-  std::int64_t datasets = 0;  ///< directories removed
+  std::int64_t jobs = 0;             ///< Backint job records removed
+  std::int64_t files = 0;            ///< file records removed
+  std::int64_t datasets = 0;         ///< directories removed
+  std::vector<std::string> skipped;  ///< pools that were not looked through, and why
 
   void add(const Sweep_Result& other) {
     jobs += other.jobs;
     files += other.files;
     datasets += other.datasets;
+    skipped.insert(skipped.end(), other.skipped.begin(), other.skipped.end());
   }
 };
 
@@ -42,7 +44,8 @@ struct Sweep_Result {
 /// directories that no record owns, on pools that this server serves or that lie on its own host. A directory counts
 /// only when it is four levels deep, begins with a host that this server knows, and ends with a number, and when its
 /// database's name was not cut, for then nobody can tell whose it is. One that an object is still on its way into is
-/// left, and looked at again with the next run that ends. Any thread.
+/// left, and looked at again with the next run that ends. A pool whose directory meets another pool's, as former
+/// versions took them, is not looked through. Any thread.
 class Sweeper {
  public:
   Sweeper(Database& database, Pool_Store& pools, Pool_Storage& storage, std::string own_host_uuid)
@@ -63,6 +66,9 @@ class Sweeper {
   void sweep_dataset(const Pool& pool, const Dataset& dataset, Sweep_Result& result);
   void put_off(const Dataset& dataset);
   void sweep_pool(const Pool& pool, Sweep_Result& result);
+  /// False, with a line in `result`, for a pool that meets another of `pools`.
+  [[nodiscard]] bool lies_apart(const Pool& pool, const std::vector<Pool>& pools, Sweep_Result& result);
+  /// By a record of any pool.
   [[nodiscard]] bool is_owned(const Dataset& dataset, bool& owned);
   [[nodiscard]] bool is_known_host(const std::string& host_uuid);
   [[nodiscard]] bool is_local(const Pool& pool) const;

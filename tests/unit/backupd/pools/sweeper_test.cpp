@@ -1,6 +1,8 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
+#include <filesystem>
+
 #include "platform/unique_descriptor.h"
 #include "unit/backupd/fake_agent.h"
 
@@ -162,6 +164,63 @@ TEST(Sweeper, Removes_Datasets_That_Nobody_Owns_And_Nothing_Else) {
   EXPECT_EQ(server.request("POST", "/retention/sweep").text, R"({"jobs":0,"files":0,"datasets":1})");
   for (const std::string& path : kept) EXPECT_TRUE(server.root.exists(path)) << path;
   EXPECT_FALSE(server.root.exists(dataset + "200"));
+}
+
+/// Registers the pool "/pool" once more under another name, as a server of a former version took it.
+void add_second_name(Memory_Server& server, const std::string& directory) {
+  ASSERT_TRUE(server.database.write([&](backupd::Sql_Session& session) {
+    session.execute(
+        "INSERT INTO pools (uuid, name, host_uuid, url, directory, max_bytes) VALUES (:a, 'MAIN', '', '', :b, 0)",
+        {uuid_of(33), directory});
+    return true;
+  }));
+}
+
+TEST(Sweeper, Looks_Through_No_Pool_Whose_Directory_Meets_Another_Pools) {
+  for (const char* directory : {"/pool", "/pool/", "//pool", "/link", "/pool/below"}) {
+    Memory_Server server;
+    server.add_pool();
+    ASSERT_EQ(server.request("POST", "/pools", R"({"name":"apart","directory":"/apart"})").status, 201U);
+    std::filesystem::create_directory_symlink(server.root.real("/pool"), server.root.real("/link"));
+    add_second_name(server, directory);
+    Fake_Agent agent(server, server.agent_key, obedient);
+    ASSERT_TRUE(agent.hello(host_a).ok);
+    server.add_object(uuid_of(1), "ebid-1");
+    const std::vector<std::string> kept = {dataset + "100/pipe_0", dataset + "200/pipe_0"};
+    const std::string apart = std::string("/apart/") + host_a + "/land-1/TN1/200/pipe_0";
+    for (const std::string& path : kept) server.root.write(path, "data");
+    server.root.write(apart, "nobody's");
+    const Answer answer = server.request("POST", "/retention/sweep");
+    EXPECT_EQ(answer.number_of("datasets"), 1) << answer.text;
+    EXPECT_FALSE(server.root.exists(apart));
+    for (const std::string& path : kept) EXPECT_TRUE(server.root.exists(path)) << directory << " " << path;
+    json_spirit::Array skipped;
+    ASSERT_TRUE(json_spirit::object_get(answer.body, "skipped", skipped)) << answer.text;
+    ASSERT_EQ(skipped.size(), 2U) << "both of them";
+    EXPECT_EQ(
+        skipped[0].get_str().find(std::string("the pool \"MAIN\" is not swept: its directory ") + directory + " "), 0U)
+        << answer.text;
+    EXPECT_NE(skipped[1].get_str().find(std::string("the pool \"MAIN\" (") + directory + "); "), std::string::npos);
+  }
+}
+
+TEST(Sweeper, Leaves_What_A_Record_Of_Any_Pool_Owns) {
+  Memory_Server server;
+  server.add_pool();
+  // Another name of the same disk, which paths do not show.
+  ASSERT_EQ(server.request("POST", "/pools", R"({"name":"mount","directory":"/mount"})").status, 201U);
+  Fake_Agent agent(server, server.agent_key, obedient);
+  ASSERT_TRUE(agent.hello(host_a).ok);
+  ASSERT_TRUE(agent.call("job.report", report(3)).ok);
+  server.add_object(uuid_of(1), "ebid-1");
+  ASSERT_EQ(server.agent("POST", "/backint/jobs", job_json(uuid_of(2), "", "TN1", 150)).status, 201U);
+  ASSERT_EQ(server.agent("POST", "/backint/jobs", job_json(uuid_of(3), run, "TN2", 0)).status, 201U);
+  const std::string below = std::string("/mount/") + host_a + "/land-1/";
+  const std::vector<std::string> kept = {below + "TN1/100/pipe_0", below + "TN1/150/pipe_0", below + "TN2/300/pipe_0"};
+  for (const std::string& path : kept) server.root.write(path, "data");
+  server.root.write(below + "TN1/200/pipe_0", "nobody's");
+  EXPECT_EQ(server.request("POST", "/retention/sweep").text, R"({"jobs":0,"files":0,"datasets":1})");
+  for (const std::string& path : kept) EXPECT_TRUE(server.root.exists(path)) << path;
 }
 
 TEST(Sweeper, Sweeps_File_Pools_Of_Its_Own_Host_Only) {
