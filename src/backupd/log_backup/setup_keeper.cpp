@@ -24,6 +24,12 @@ std::int64_t pause_seconds(std::int64_t tries) {
   return std::min(longest_pause_minutes, doubled) * seconds_per_minute;
 }
 
+/// How long it is until `due` (POSIX seconds); 0 for a date that was set back, which must not make a pause longer.
+std::int64_t seconds_until(std::int64_t due) {
+  const std::int64_t left = due - now();
+  return left > longest_pause_minutes * seconds_per_minute ? 0 : std::max<std::int64_t>(0, left);
+}
+
 void set_state(Setup_Row& row, const char* state, const std::string& message) {
   row.state = state;
   row.message = message;
@@ -112,17 +118,35 @@ std::chrono::seconds Setup_Keeper::work() {
   std::chrono::seconds next = nothing_due;
   for (const Due_Setup& setup : open) {
     if (stopping_.is_set()) break;
-    // A date that was set back must not make a pause longer.
-    const std::int64_t left = setup.due - now();
-    if (left > 0 && left <= longest_pause_minutes * seconds_per_minute)
+    if (const std::int64_t left = seconds_until(setup.due); left > 0) {
       next = std::min(next, std::chrono::seconds(left));
-    else if (agents_.is_connected(setup.host_uuid))
-      settle(setup.definition_id);
+    } else if (agents_.is_connected(setup.host_uuid)) {
+      const std::int64_t begun = now();
+      settle_now(setup.definition_id);
+      next = std::min(next, left_of(setup.definition_id, begun));
+    }
   }
   return next;
 }
 
+std::chrono::seconds Setup_Keeper::left_of(const std::string& definition_id, std::int64_t begun) {
+  Setup_Row row;
+  bool found = false;
+  if (!database_.read([&](Sql_Session& session) { found = find_setup(session, definition_id, row); }))
+    return look_again;
+  if (!found || row.settled()) return nothing_due;
+  // What came of it could not be stored.
+  if (row.due <= begun) return look_again;
+  return std::chrono::seconds(seconds_until(row.due));
+}
+
 void Setup_Keeper::settle(const std::string& definition_id) {
+  settle_now(definition_id);
+  // The thread does not know yet when it is to be tried again.
+  work_.set();
+}
+
+void Setup_Keeper::settle_now(const std::string& definition_id) {
   const Turn turn(*this, definition_id);
   while (!settle_once(definition_id) && !stopping_.is_set()) {
   }
@@ -130,7 +154,8 @@ void Setup_Keeper::settle(const std::string& definition_id) {
 
 bool Setup_Keeper::settle_once(const std::string& definition_id) {
   Setup_Row row;
-  if (!find(definition_id, row) || row.settled()) return true;
+  // One that is not due was tried for the same wish while this thread waited for its turn.
+  if (!find(definition_id, row) || row.settled() || seconds_until(row.due) > 0) return true;
   if (!bring(row)) return false;
   if (!row.settled())
     D3_WARNING("The log backup definition %C is not %C: %C\n", definition_id.c_str(), row.wanted.c_str(),

@@ -34,7 +34,7 @@ class Setup_Keeper {
   /// The agent of a host is there.
   void agent_came(const std::string& host_uuid);
   /// Does for one definition what is wished, and comes back when its agent has answered; the record tells what came of
-  /// it. Nothing for a definition that is where it shall be.
+  /// it. Nothing for a definition that is where it shall be, or that was tried since the wish and is not due again.
   void settle(const std::string& definition_id);
 
  private:
@@ -43,7 +43,11 @@ class Setup_Keeper {
   enum class Stored { yes, overtaken, failed };
 
   void run();
+  /// For how long there is nothing to do.
   [[nodiscard]] std::chrono::seconds work();
+  void settle_now(const std::string& definition_id);
+  /// Until a definition is due again that was settled after `begun` (POSIX seconds).
+  [[nodiscard]] std::chrono::seconds left_of(const std::string& definition_id, std::int64_t begun);
   /// False when another wish came meanwhile.
   [[nodiscard]] bool settle_once(const std::string& definition_id);
   [[nodiscard]] bool find(const std::string& definition_id, Setup_Row& row);

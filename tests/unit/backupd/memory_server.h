@@ -40,6 +40,8 @@ class Still_Clock : public platform::Clock {
   void pass(std::chrono::seconds span) { passed_ = passed_.load() + span.count(); }
   /// Waits with exactly this limit are over at once.
   void cut_waits_of(std::chrono::nanoseconds limit) { cut_ = limit.count(); }
+  /// Waits that begin from now on are over when the date has moved so far.
+  void wait_by_date() { by_date_ = true; }
   /// The date moves.
   void pass_wall(std::chrono::seconds span) { date_ = date_.load() + span.count(); }
   std::chrono::system_clock::time_point now() override { return std::chrono::system_clock::from_time_t(date_); }
@@ -48,10 +50,18 @@ class Still_Clock : public platform::Clock {
   }
   void sleep_for(std::chrono::nanoseconds) override {}
   bool wait_for(platform::Wait_Event& event, std::chrono::nanoseconds limit) override {
+    if (by_date_) return wait_until(event, date_.load() + std::chrono::ceil<std::chrono::seconds>(limit).count());
     return limit.count() == cut_ ? event.is_set() : event.wait_real(limit);
   }
 
  private:
+  bool wait_until(platform::Wait_Event& event, std::time_t date) {
+    while (date_.load() < date)
+      if (event.wait_real(std::chrono::milliseconds(1))) return true;
+    return event.is_set();
+  }
+
+  std::atomic<bool> by_date_{false};
   std::atomic<std::chrono::seconds::rep> passed_{0};
   std::atomic<std::time_t> date_{support::first_moment(1'700'000'000)};
   std::atomic<std::chrono::nanoseconds::rep> cut_{-1};

@@ -29,6 +29,11 @@ class Setup_Agent {
     const std::lock_guard lock(mutex_);
     return std::exchange(asked_, {});
   }
+  /// When it was asked, since the last call.
+  std::vector<std::time_t> moments() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(moments_, {});
+  }
   Fake_Agent& peer() { return agent_; }
 
  private:
@@ -43,11 +48,13 @@ class Setup_Agent {
       level = " " + json_spirit::dump_json(*value);
     EXPECT_FALSE(definition.contains("setup")) << "an agent refuses keys that it does not know";
     asked_.push_back(method + level);
+    moments_.push_back(platform::Clock::current().wall_seconds());
     return answer_;
   }
   std::mutex mutex_;
   JSON_RPC_Answer answer_ = good(json_spirit::Object{{"code", 0}, {"message", ""}, {"alerts", json_spirit::Array()}});
   std::vector<std::string> asked_;
+  std::vector<std::time_t> moments_;
   Fake_Agent agent_;
 };
 
@@ -83,6 +90,39 @@ class Setup_Keeper_Test : public testing::Test {
   bool becomes(const std::string& wanted) {
     for (int i = 0; i < 1000 && state() != wanted; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
     return state() == wanted;
+  }
+
+  /// Until the keeper's thread has stored what the agent said.
+  bool says(const std::string& message) {
+    const auto said = [&] { return setup(server.request("GET", path), "message") == message; };
+    for (int i = 0; i < 1000 && !said(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    return said();
+  }
+  /// Has the keeper fail again and again, and then succeed, with the date standing while anything goes on.
+  void expect_tries(Setup_Agent& agent, const std::function<void()>& wish, const std::string& wanted) {
+    const auto fail = [&](std::size_t number) {
+      agent.say({{"code", -1}, {"message", "cannot log on " + std::to_string(number)}});
+    };
+    const std::vector<long> pauses = {1, 2, 4, 8, 16, 32, 60, 60};
+    fail(0);
+    const std::time_t begin = platform::Clock::current().wall_seconds();
+    wish();
+    ASSERT_TRUE(says("cannot log on 0"));
+    std::vector<std::time_t> due{0};
+    for (std::size_t i = 0; i < pauses.size(); ++i) {
+      const bool last = i + 1 == pauses.size();
+      if (last)
+        agent.say({{"code", 0}, {"message", ""}});
+      else
+        fail(i + 1);
+      due.push_back(due.back() + pauses[i] * 60);
+      server.clock.pass_wall(std::chrono::seconds(pauses[i] * 60 - 1));
+      server.clock.pass_wall(std::chrono::seconds(1));
+      ASSERT_TRUE(last ? becomes(wanted) : says("cannot log on " + std::to_string(i + 1))) << pauses[i];
+    }
+    std::vector<std::time_t> asked = agent.moments();
+    for (std::time_t& moment : asked) moment -= begin;
+    EXPECT_EQ(asked, due);
   }
 
   Memory_Server server;
@@ -154,6 +194,24 @@ TEST_F(Setup_Keeper_Test, A_Busy_Agent_Is_Asked_Again_After_A_Minute) {
   server.clock.pass_wall(std::chrono::seconds(60));
   server.core->setups.start();
   EXPECT_TRUE(becomes("installed"));
+}
+
+TEST_F(Setup_Keeper_Test, A_Setup_That_Fails_Is_Tried_Again_After_Pauses_That_Double) {
+  server.clock.wait_by_date();
+  server.core->setups.start();
+  Setup_Agent agent(server);
+  expect_tries(
+      agent, [this] { EXPECT_EQ(setup(post(), "state"), "failed"); }, "installed");
+}
+
+TEST_F(Setup_Keeper_Test, A_Removal_That_Fails_Is_Tried_Again_After_Pauses_That_Double) {
+  server.clock.wait_by_date();
+  server.core->setups.start();
+  Setup_Agent agent(server);
+  ASSERT_EQ(setup(post(), "state"), "installed");
+  EXPECT_EQ(agent.moments().size(), 1U);
+  expect_tries(
+      agent, [this] { EXPECT_EQ(remove().status, 202U); }, "removed");
 }
 
 TEST_F(Setup_Keeper_Test, A_Change_While_The_Agent_Is_Asked_Is_Done_After_It) {
