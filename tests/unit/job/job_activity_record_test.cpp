@@ -1,9 +1,11 @@
 #include "job/job_activity_record.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstddef>
 #include <cstring>
 #include <functional>
@@ -16,6 +18,27 @@ namespace {
 
 constexpr const char* act_id = "aaaaaaaa-bbbb-4ccc-8ddd-eeeeeeeeeeee";
 constexpr const char* def_id = "0d0c1a4e-16f3-4f0a-8d5c-2f9f0a5b7e21";
+
+/// No file of this process grows beyond a few bytes, for the life of this object.
+class Full_Disk {
+ public:
+  Full_Disk() : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    constexpr rlim_t few_bytes = 16;
+    EXPECT_EQ(::getrlimit(RLIMIT_FSIZE, &before_), 0);
+    const struct rlimit full { few_bytes, before_.rlim_max };
+    EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &full), 0);
+  }
+  ~Full_Disk() {
+    EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &before_), 0);
+    (void)std::signal(SIGXFSZ, handler_);
+  }
+  Full_Disk(const Full_Disk&) = delete;
+  Full_Disk& operator=(const Full_Disk&) = delete;
+
+ private:
+  struct rlimit before_ {};
+  void (*handler_)(int);
+};
 
 class Job_Activity_Record_Test : public testing::Test {
  protected:
@@ -159,6 +182,45 @@ TEST_F(Job_Activity_Record_Test, Says_When_The_Directory_Cannot_Be_Made) {
   EXPECT_FALSE(record.attach());
   EXPECT_EQ(log_.claim_containing("Failed to make job activity " + path() + ": "), 1U);
   EXPECT_EQ(record.activity().load_state(), JOB_STATE_RUNNING) << "the record stays in memory";
+}
+
+TEST_F(Job_Activity_Record_Test, Leaves_No_File_That_Has_No_Room) {
+  Job_Activity_Record record;
+  fill(record);
+  bool attached = true;
+  {
+    const Full_Disk full;
+    attached = record.attach();
+  }
+  EXPECT_FALSE(attached);
+  EXPECT_EQ(log_.claim_containing("Failed to map job activity " + path() + ": "), 1U) << log_.dump();
+  EXPECT_FALSE(root_.exists(path()));
+  EXPECT_EQ(record.activity().load_state(), JOB_STATE_RUNNING) << "the record stays in memory";
+}
+
+TEST_F(Job_Activity_Record_Test, Stays_As_It_Was_When_Its_End_Has_No_Room) {
+  {
+    Job_Activity_Record record;
+    fill(record);
+    ASSERT_TRUE(record.attach());
+  }
+  bool ended = true;
+  {
+    const Full_Disk full;
+    ended = finish_job_activity(act_id, JOB_STATE_ERROR, -1, "the agent ended during the job");
+  }
+  EXPECT_FALSE(ended);
+  EXPECT_EQ(log_.claim_containing(std::string("Failed to write job activity ") + act_id + ": "), 1U) << log_.dump();
+  ASSERT_EQ(list().size(), 1U);
+  EXPECT_EQ(list().front().state, JOB_STATE_RUNNING);
+}
+
+TEST_F(Job_Activity_Record_Test, Says_When_The_Directory_Cannot_Be_Listed) {
+  root_.write(job_activity_directory(), "a file in its place");
+  std::vector<Job_Activity_Snapshot> activities;
+  EXPECT_FALSE(list_job_activities(activities));
+  EXPECT_TRUE(log_.claim("Failed to list job activities in " + job_activity_directory() + ": Not a directory\n"))
+      << log_.dump();
 }
 
 TEST_F(Job_Activity_Record_Test, Cuts_A_Long_Message_Before_A_Character) {
