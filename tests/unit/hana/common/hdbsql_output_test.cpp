@@ -91,6 +91,10 @@ TEST(HDBSQL_Output, Judges_By_Errors_And_Exit_Status) {
       {"error over two lines", "* 447: backup could not be completed: [110507] Backint exited\nconsole output: x\n",
        ended(191), HDBSQL_Failure::statement, 447,
        "* 447: backup could not be completed: [110507] Backint exited console output: x"},
+      {"text behind a warning is none of the error's", "* 447: failed\nWarning: * 431: expires\nconsole output: x\n",
+       ended(191), HDBSQL_Failure::statement, 447, "* 447: failed"},
+      {"text behind a second error is none of the first's", "* 447: failed\n* -10404: Not connected\nmore of it\n",
+       ended(191), HDBSQL_Failure::statement, 447, "* 447: failed"},
       {"single sign-on", "Single Sign-On authentication failed\n", ended(0), HDBSQL_Failure::logon, 10,
        "Single Sign-On authentication failed"},
       {"bad connect options", "Bad connect options (use -i ##,-n,-d,-u,-p,-U): -u X -p *******\n", ended(0),
@@ -100,6 +104,8 @@ TEST(HDBSQL_Output, Judges_By_Errors_And_Exit_Status) {
        "hdbsql ended with exit code 127: libSQLDBCHDB.so: cannot open"},
       {"killed", "", ended(0, 9), HDBSQL_Failure::tool, 0, "hdbsql was killed by signal 9 and gave no reason"},
       {"missing", "", missing, HDBSQL_Failure::tool, 0, "hdbsql could not be started: No such file or directory"},
+      {"control characters without an error", "a\x1b[31mb\n", ended(127), HDBSQL_Failure::tool, 0,
+       "hdbsql ended with exit code 127: a?[31mb"},
       {"control characters", "* 3: a\x1b[31mb\n", ended(3), HDBSQL_Failure::statement, 3, "* 3: a?[31mb"},
   };
   for (const auto& row : rows) {
@@ -137,11 +143,38 @@ TEST(HDBSQL_Output, Takes_The_Password_Out_Of_Messages) {
   EXPECT_EQ(outcome.message, "* 10: cannot use '***' or ***");
 }
 
+TEST(HDBSQL_Output, Takes_The_Password_Out_Of_What_It_Logs) {
+  const support::Log_Capture log;
+  const std::string secret = hana_test::password;
+  const std::vector<secure_string> secrets{secure_string(secret.c_str())};
+  HDBSQL_Output output(nullptr, secrets);
+  const std::string printed = "said '" + secret + "'\n";
+  output.on_output(Output_Stream::standard_output, printed.data(), printed.size());
+  const std::string warning = "Warning: " + printed;
+  output.on_output(Output_Stream::standard_error, warning.data(), warning.size());
+  EXPECT_TRUE(log.has("hdbsql: said '***'\n")) << log.dump();
+  EXPECT_TRUE(log.has("hdbsql: Warning: said '***'\n")) << log.dump();
+  EXPECT_FALSE(log.has_containing(secret));
+}
+
 TEST(HDBSQL_Output, Cuts_An_Endless_Error) {
   const support::Log_Capture log;
   std::string errors = "* 3: begun\n";
   for (int i = 0; i < 1000; ++i) errors += "and so on and so on\n";
   EXPECT_LT(outcome_of(errors, ended(3)).message.size(), 2200U);
+}
+
+TEST(HDBSQL_Output, Keeps_A_Reason_So_Long_That_Only_The_End_Of_Its_Line_Is_Left) {
+  const support::Log_Capture log;
+  const support::Virtual_Clock clock;
+  const std::vector<secure_string> secrets{secure_string("secret")};
+  HDBSQL_Output output(nullptr, secrets);
+  const std::string reason = "cannot open " + std::string(5U << 20, 'y');
+  output.on_output(Output_Stream::standard_error, reason.data(), reason.size());
+  output.on_output(Output_Stream::standard_error, "\n", 1);
+  output.on_close(Output_Stream::standard_output);
+  output.on_close(Output_Stream::standard_error);
+  EXPECT_TRUE(output.outcome(ended(127)).message.starts_with("hdbsql ended with exit code 127: cannot open yyy"));
 }
 
 TEST(HDBSQL_Output, Gives_The_Answer_To_The_Connect_Command_To_Nobody) {
@@ -154,6 +187,25 @@ TEST(HDBSQL_Output, Gives_The_Answer_To_The_Connect_Command_To_Nobody) {
   output.on_close(Output_Stream::standard_output);
   output.on_close(Output_Stream::standard_error);
   EXPECT_EQ(handler.get_values(), (HDBSQL_General_Text_Handler::Values{{"Connected to X"}}));
+}
+
+TEST(HDBSQL_Output, Tells_The_Handler_Of_The_End_Of_Each_Stream) {
+  struct Recorder : Text_Process_Handler {
+    int handle_stdout_close() override {
+      closed.emplace_back("output");
+      return 0;
+    }
+    int handle_stderr_close() override {
+      closed.emplace_back("errors");
+      return 0;
+    }
+    std::vector<std::string> closed;
+  } handler;
+  const std::vector<secure_string> secrets{secure_string("x")};
+  HDBSQL_Output output(&handler, secrets);
+  output.on_close(Output_Stream::standard_error);
+  output.on_close(Output_Stream::standard_output);
+  EXPECT_EQ(handler.closed, (std::vector<std::string>{"errors", "output"}));
 }
 
 TEST(HDBSQL_Output, Gives_An_Unfinished_Line_To_The_Handler_When_Nothing_More_Comes) {

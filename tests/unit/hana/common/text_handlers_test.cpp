@@ -129,6 +129,7 @@ TEST(HDBSQL_General_Text_Handler, Reads_Rows) {
       {"doubled quotes", R"("a""b","""","")", {"a\"b", "\"", ""}},
       {"escaped backslash at the end", R"("a\\","b")", {"a\\", "b"}},
       {"line break in a cell", "\"a\nb\",c", {"a\nb", "c"}},
+      {"backslash before a line break in a cell", "\"a\\\n\",c", {"a\\\n", "c"}},
       {"separator at the line's end", "1,2,", {"1", "2", ""}},
       {"text behind the quotes", "\"a\"b,c", {"ab", "c"}},
       {"quote inside a bare cell", "a\"b\",c", {"a\"b\"", "c"}},
@@ -153,6 +154,7 @@ TEST(HDBSQL_General_Text_Handler, Reads_Headers) {
       {"COUNT(*),MAX(A,B),C", {{"COUNT(*)", 0}, {"MAX(A,B)", 1}, {"C", 2}}},
       {"TO_VARCHAR(X,'YYYY,MM'),Y", {{"TO_VARCHAR(X,'YYYY,MM')", 0}, {"Y", 1}}},
       {"A,A", {{"A", 0}}},
+      {"A\",B", {{"A\"", 0}, {"B", 1}}},
   };
   for (const auto& row : rows) {
     HDBSQL_General_Text_Handler handler;
@@ -286,6 +288,17 @@ TEST(Line_Assembler, Gives_An_Unfinished_Line_Out_When_It_Is_Old) {
   EXPECT_EQ(seen.segments, (std::vector<std::string>{"Password: "}));
   seen.assembler.add("rest\n");
   EXPECT_EQ(seen.lines, (std::vector<std::string>{"rest"}));
+}
+
+TEST(Line_Assembler, Counts_The_Age_Of_A_Line_From_Its_First_Piece) {
+  support::Virtual_Clock clock;
+  Lines seen;
+  seen.assembler.add("Backup was ");
+  clock.advance(std::chrono::seconds(40));
+  seen.assembler.add("canceled");
+  clock.advance(std::chrono::seconds(20));
+  seen.assembler.flush_older_than(std::chrono::seconds(60));
+  EXPECT_EQ(seen.segments, (std::vector<std::string>{"Backup was canceled"}));
 }
 
 TEST(Line_Assembler, Ends_A_Line_Whose_Segments_Were_All_Of_It) {
