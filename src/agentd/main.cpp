@@ -1,6 +1,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
+#include <string>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -55,6 +56,20 @@ bool open_log(const Agent_Configuration& configuration) {
   return true;
 }
 
+/// It takes no options: what it is asked for by one is told, and no agent is started.
+int tell_about(const std::string& word) {
+  const bool help = word == "--help" || word == "-h";
+  if (word == "--version" || help) {
+    std::cout << program_name << " " << DORSAL3_VERSION << "\n";
+    if (help)
+      std::cout << "The host agent of Dorsal3. It takes no options and stays in the foreground; its configuration is "
+                << Agent_Configuration::path() << ". See dorsal3-agent(8).\n";
+    return exit_ok;
+  }
+  std::cerr << program_name << ": \"" << word << "\" is not known; it takes no options, see dorsal3-agent(8)\n";
+  return exit_configuration;
+}
+
 int run(const Agent_Configuration& configuration) {
   const sigset_t signals = ending_signals();
   agentd::Daemon daemon(configuration);
@@ -70,7 +85,8 @@ int run(const Agent_Configuration& configuration) {
 
 }  // namespace
 
-int main() {
+int main(int count, char** words) {
+  if (count > 1) return tell_about(words[1]);
   platform::File_Root::set_current(platform::File_Root::of_running_program());
   const sigset_t signals = ending_signals();
   (void)::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
@@ -80,6 +96,11 @@ int main() {
   std::string error;
   if (!Agent_Configuration::load(configuration, error)) {
     std::cerr << program_name << ": " << error << "\n";
+    return exit_configuration;
+  }
+  if (!configuration.endpoint.is_private()) {
+    std::cerr << program_name << ": server_url \"" << configuration.server_url
+              << "\" is without TLS, where the key and passwords could be read on the way; use https\n";
     return exit_configuration;
   }
   if (!open_log(configuration)) return exit_configuration;

@@ -1,6 +1,5 @@
 #include "backupd/configuration.h"
 
-#include <arpa/inet.h>
 #include <toml++/toml.h>
 
 #include <algorithm>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "backupd/http/body_reader.h"
+#include "net/http_transport.h"
 #include "platform/files.h"
 #include "platform/product_paths.h"
 
@@ -21,8 +21,6 @@ constexpr char file_name[] = "backupd.toml";
 constexpr char database_name[] = "backupd.db";
 constexpr unsigned most_workers = 256;
 constexpr unsigned most_days = 36500;
-constexpr std::uint32_t loopback_network = 127;
-constexpr unsigned network_shift = 24;
 
 /// Reads the keys of the file and keeps the first thing that is wrong.
 class Reader {
@@ -81,7 +79,7 @@ class Reader {
 void check(Reader& reader, const Configuration& configuration) {
   if (configuration.certificate.empty() != configuration.private_key.empty())
     reader.refuse("certificate and private_key belong together; give both or none");
-  if (!configuration.tls() && !is_loopback(configuration.address))
+  if (!configuration.tls() && !net::is_loopback(configuration.address))
     reader.refuse(
         "the server would listen on " + configuration.address +
         " without TLS, where keys could be read on the way; give certificate and private_key, or listen on 127.0.0.1");
@@ -145,12 +143,5 @@ std::string Configuration::url(unsigned short listening_port) const {
 }
 
 net::Server_Options Configuration::server_options() const { return {address, port, certificate, private_key, workers}; }
-
-bool is_loopback(const std::string& address) {
-  in_addr four{};
-  if (::inet_pton(AF_INET, address.c_str(), &four) == 1)
-    return (ntohl(four.s_addr) >> network_shift) == loopback_network;
-  return address == "::1" || address == "localhost";
-}
 
 }  // namespace backupd

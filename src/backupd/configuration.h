@@ -36,7 +36,4 @@ struct Configuration {
   [[nodiscard]] net::Server_Options server_options() const;
 };
 
-/// An address of this host that no other host can reach.
-[[nodiscard]] bool is_loopback(const std::string& address);
-
 }  // namespace backupd

@@ -15,8 +15,13 @@ struct Endpoint {
   std::string host;
   unsigned short port = 0;
   std::string ca_file;  ///< documented path of the accepted authorities; empty: the system's
+  /// Nobody on the way can read what is sent: TLS, or it does not leave this machine.
+  [[nodiscard]] bool is_private() const;
   [[nodiscard]] bool operator==(const Endpoint&) const = default;
 };
+
+/// An address of 127.0.0.0/8, "::1" or "localhost"; other names are not looked up.
+[[nodiscard]] bool is_loopback(const std::string& host);
 
 /// Reads the scheme, host and port of a URL; false when it is not an http(s) URL.
 [[nodiscard]] bool parse_endpoint(const std::string& url, Endpoint& endpoint);

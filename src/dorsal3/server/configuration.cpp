@@ -115,6 +115,11 @@ bool load_configuration(const Configuration_Request& request, Configuration& con
                                     "\" is not a server's address; it looks like https://backup.example:8443");
     return false;
   }
+  if (!configuration.endpoint.is_private()) {
+    failure = configuration_failure("the server's address \"" + configuration.server_url +
+                                    "\" is without TLS, where the key could be read on the way; use https");
+    return false;
+  }
   configuration.endpoint.ca_file = configuration.ca_file;
   return read_key(configuration, failure);
 }

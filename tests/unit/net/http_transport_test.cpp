@@ -40,4 +40,18 @@ TEST(Http_Transport, Is_Replaced_For_A_Scope_Only) {
   EXPECT_EQ(&net::Http_Transport::current(), &real);
 }
 
+TEST(Endpoint, Is_Private_By_TLS_Or_When_It_Does_Not_Leave_The_Machine) {
+  for (const char* url :
+       {"http://127.0.0.1:1", "http://127.9.9.9", "http://localhost:8443", "http://[::1]:1", "https://b"}) {
+    net::Endpoint endpoint;
+    ASSERT_TRUE(net::parse_endpoint(url, endpoint)) << url;
+    EXPECT_TRUE(endpoint.is_private()) << url << endpoint.host;
+  }
+  for (const char* url : {"http://b:8443", "http://0.0.0.0", "http://10.0.0.1", "http://127.0.0.1.example.com"}) {
+    net::Endpoint endpoint;
+    ASSERT_TRUE(net::parse_endpoint(url, endpoint)) << url;
+    EXPECT_FALSE(endpoint.is_private()) << url;
+  }
+}
+
 }  // namespace

@@ -31,8 +31,8 @@ TEST_F(Configuration_Test, Reads_Server_And_Key_Of_The_System_Wide_File) {
 }
 
 TEST_F(Configuration_Test, The_Users_File_Wins_And_The_Command_Line_Wins_Over_It) {
-  root.write(system_wide, "server = \"http://one:1\"\nkey_file = \"/etc/key\"\n");
-  root.write("/home/op/.config/dorsal3.toml", "server = \"http://two:2\"\nkey_file = \"/etc/key\"\n");
+  root.write(system_wide, "server = \"https://one:1\"\nkey_file = \"/etc/key\"\n");
+  root.write("/home/op/.config/dorsal3.toml", "server = \"https://two:2\"\nkey_file = \"/etc/key\"\n");
   root.write("/etc/key", "k", 0600);
   Configuration_Request request;
   request.home = "/home/op";
@@ -51,14 +51,15 @@ TEST_F(Configuration_Test, Bad_Files_Are_Refused_With_What_To_Do) {
   };
   const Row rows[] = {
       {"no TOML", "server = ", "line 1"},
-      {"unknown key", "server = \"http://a:1\"\nkeyfile = \"/k\"\n", "unknown key \"keyfile\""},
+      {"unknown key", "server = \"https://a:1\"\nkeyfile = \"/k\"\n", "unknown key \"keyfile\""},
       {"wrong type", "server = 5\n", "\"server\" is not a text"},
       {"no server", "key_file = \"/etc/key\"\n", "no server is named"},
-      {"no key file", "server = \"http://a:1\"\n", "no key file is named"},
+      {"no key file", "server = \"https://a:1\"\n", "no key file is named"},
+      {"no TLS", "server = \"http://a:1\"\nkey_file = \"/etc/key\"\n", "without TLS"},
       {"no address", "server = \"somewhere\"\nkey_file = \"/etc/key\"\n", "is not a server's address"},
-      {"no key", "server = \"http://a:1\"\nkey_file = \"/etc/absent\"\n", "No such file"},
-      {"open key", "server = \"http://a:1\"\nkey_file = \"/etc/open\"\n", "chmod 600"},
-      {"empty key", "server = \"http://a:1\"\nkey_file = \"/etc/empty\"\n", "is empty"},
+      {"no key", "server = \"https://a:1\"\nkey_file = \"/etc/absent\"\n", "No such file"},
+      {"open key", "server = \"https://a:1\"\nkey_file = \"/etc/open\"\n", "chmod 600"},
+      {"empty key", "server = \"https://a:1\"\nkey_file = \"/etc/empty\"\n", "is empty"},
   };
   root.write("/etc/key", "k", 0600);
   root.write("/etc/open", "k", 0644);

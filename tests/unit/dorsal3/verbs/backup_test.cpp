@@ -64,7 +64,7 @@ TEST_F(Backup_Test, Of_A_System_Without_Tenants_Takes_No_Other_Name_Than_Its_Own
   single.replace(single.find(multi), multi.size(), R"("multi_container":false)");
   server.forget("GET /resources");
   server.answer("GET /resources", single);
-  EXPECT_EQ(run({"backup", "PRD_HDB00/XXX"}), exit_not_found);
+  EXPECT_EQ(run({"backup", "PRD_HDB00/OTHER"}), exit_not_found);
   EXPECT_NE(error.str().find("system PRD has no tenants"), std::string::npos) << error.str();
   EXPECT_EQ(server.count("POST /job-definitions"), 0U);
 }
