@@ -38,9 +38,9 @@ TEST(Directory_Permission, Names_The_Directory_That_Cannot_Be_Changed) {
 TEST(Directory_Permission, Refuses_A_Path_Whose_Directory_Has_No_Place_In_A_Buffer) {
   support::Temp_Root root;
   support::Log_Capture log;
-  const std::string directory(5000, 'x');
+  const std::string directory(5000, 'd');
   EXPECT_FALSE(change_directory_permission("/" + directory + "/file", 0755));
-  EXPECT_EQ(log.claim_containing("Failed to set the mode of the directory of '/xxx"), 1U) << log.dump();
+  EXPECT_EQ(log.claim_containing("Failed to set the mode of the directory of '/ddd"), 1U) << log.dump();
 }
 
 }  // namespace
