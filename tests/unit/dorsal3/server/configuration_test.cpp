@@ -38,7 +38,7 @@ TEST_F(Configuration_Test, The_Users_File_Wins_And_The_Command_Line_Wins_Over_It
   request.home = "/home/op";
   ASSERT_TRUE(load(request)) << failure.message;
   EXPECT_EQ(configuration.endpoint.host, "two");
-  request.server_url = "http://three:3";
+  request.server_url = "https://three:3";
   ASSERT_TRUE(load(request)) << failure.message;
   EXPECT_EQ(configuration.endpoint.host, "three");
 }
