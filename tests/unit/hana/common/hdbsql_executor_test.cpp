@@ -264,6 +264,19 @@ TEST_F(HDBSQL_Executor_Test, Ends_A_Tool_That_Takes_Longer_Than_It_May) {
   EXPECT_TRUE(bound().execute("BACKUP DATA USING BACKINT ('x')", nullptr)) << "others take as long as they take";
 }
 
+TEST_F(HDBSQL_Executor_Test, Asks_With_A_Limit_Beside_Statements_Without_One) {
+  support::Scripted_Child hanging = child("");
+  hanging.hangs = true;
+  hanging.before = [this] { clock_.advance(question_limit); };
+  support::Scripted_Child slow = child("");
+  slow.before = hanging.before;
+  script("hdbsql", {hanging, slow});
+  const HDBSQL_Executor executor = bound();
+  EXPECT_EQ(executor.with_time_limit(question_limit).run("select 1 from DUMMY", nullptr, nullptr).failure,
+            HDBSQL_Failure::connection);
+  EXPECT_TRUE(executor.execute("BACKUP DATA USING BACKINT ('x')", nullptr));
+}
+
 TEST_F(HDBSQL_Executor_Test, Hands_Every_Line_To_The_Handler) {
   script("hdbsql", {child(hana_test::test_data("hdbsql/catalog_entry.txt")),
                     child("", 191, "* 447: backup could not be completed: Backup was canceled by user\n")});
