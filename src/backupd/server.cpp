@@ -54,6 +54,7 @@ bool Server::start(std::string& error) {
   }
   core_->starter.start();
   core_->setups.start();
+  core_->key_watch.start();
   D3_INFO("listening on %C\n", url.c_str());
   return true;
 }

@@ -26,12 +26,12 @@ Server_Core::Server_Core(Database& database, Options wanted)
       history(database, options.history),
       starter(definitions, activities, resources, agents, ondemand_queue, sweeper, history),
       setups(database, definitions, resources, agents),
-      agent_service({resources, definitions, activities, sweeper, starter, setups, gate}, agents),
+      key_watch(keys),
+      agent_service({resources, definitions, activities, sweeper, starter, setups, gate, key_watch}, agents),
       dispatch({definitions, activities, resources, agents, starter}),
       requests(resources, sets, backint, agents, gate),
-      handler_(router_, keys, [this](net::Web_Socket& socket, const std::string& host_uuid) {
-        agent_service.serve(socket, host_uuid);
-      }) {
+      handler_(router_, keys,
+               [this](net::Web_Socket& socket, const Identity& who) { agent_service.serve(socket, who); }) {
   add_registry_routes(router_, *this);
   add_backint_routes(router_, *this);
   add_catalog_routes(router_, *this);

@@ -8,6 +8,7 @@
 #include "backupd/agents/agent_service.h"
 #include "backupd/agents/alert_store.h"
 #include "backupd/agents/audit_store.h"
+#include "backupd/agents/key_watch.h"
 #include "backupd/backint/backint_store.h"
 #include "backupd/catalog/catalog_views.h"
 #include "backupd/catalog/resource_store.h"
@@ -74,6 +75,7 @@ class Server_Core {
   History_Keeper history;
   Run_Starter starter;
   Setup_Keeper setups;
+  Key_Watch key_watch;
   Agent_Service agent_service;
   Job_Dispatch dispatch;
   Agent_Requests requests;

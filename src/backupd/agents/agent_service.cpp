@@ -33,7 +33,8 @@ JSON_RPC_Answer store_failed() {
 
 }  // namespace
 
-void Agent_Service::serve(net::Web_Socket& socket, const std::string& host_uuid) {
+void Agent_Service::serve(net::Web_Socket& socket, const Identity& who) {
+  const std::string& host_uuid = who.host_uuid;
   const auto connection = std::make_shared<Agent_Connection>(host_uuid);
   {
     JSON_RPC_Peer peer(
@@ -43,6 +44,7 @@ void Agent_Service::serve(net::Web_Socket& socket, const std::string& host_uuid)
         },
         workers_per_agent);
     connection->attach(peer);
+    const Key_Watch::Watched watched(stores_.key_watch, connection, who.key_id);
     // At once: a worker may still wait for another agent's answer, and nobody is there to hear it.
     peer.serve([&] {
       registry_.remove(connection);

@@ -5,7 +5,9 @@
 
 #include "backupd/agents/agent_gate.h"
 #include "backupd/agents/agent_registry.h"
+#include "backupd/agents/key_watch.h"
 #include "backupd/catalog/resource_store.h"
+#include "backupd/identity.h"
 #include "backupd/jobs/activity_store.h"
 #include "backupd/jobs/definition_store.h"
 #include "backupd/jobs/run_starter.h"
@@ -26,12 +28,13 @@ class Agent_Service {
     Run_Starter& starter;
     Setup_Keeper& setups;
     Agent_Gate& gate;
+    Key_Watch& key_watch;
   };
 
   Agent_Service(Stores stores, Agent_Registry& registry) : stores_(stores), registry_(registry) {}
 
-  /// Serves the socket of a host's agent until it closes.
-  void serve(net::Web_Socket& socket, const std::string& host_uuid);
+  /// Serves the socket of a host's agent, which came with the key `who`, until it closes.
+  void serve(net::Web_Socket& socket, const Identity& who);
 
   /// Runs one request of the agent at `connection`.
   [[nodiscard]] JSON_RPC_Answer handle(const std::shared_ptr<Agent_Connection>& connection, const std::string& method,

@@ -99,6 +99,13 @@ std::optional<Identity> Key_Store::find(std::string_view key, bool& failed) {
   return Identity{role_from_name(row->text(1)), row->text(2), row->number(0)};
 }
 
+bool Key_Store::good(std::set<std::int64_t>& ids) {
+  return database_.read([&](Sql_Session& session) {
+    for (const Sql_Row& row : session.query("SELECT id FROM access_keys WHERE revoked IS NULL", {}, 1))
+      ids.insert(row.number(0));
+  });
+}
+
 bool Key_Store::list(std::vector<Access_Key>& keys) {
   return database_.read([&](Sql_Session& session) {
     for (const Sql_Row& row :

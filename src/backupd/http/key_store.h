@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -28,6 +30,8 @@ class Key_Store {
   [[nodiscard]] Outcome add(Role role, const std::string& host_uuid, secure_string& key);
   /// Whom `key` stands for; nothing for an unknown or revoked one. `failed` tells that the store could not be read.
   [[nodiscard]] std::optional<Identity> find(std::string_view key, bool& failed);
+  /// The ids of all keys that were not revoked.
+  [[nodiscard]] bool good(std::set<std::int64_t>& ids);
   [[nodiscard]] bool list(std::vector<Access_Key>& keys);
   [[nodiscard]] Outcome revoke(std::int64_t id);
 

@@ -153,7 +153,7 @@ net::Http_Handler::Serve Rest_Handler::accept_web_socket(const std::string& targ
     status = known ? status_forbidden : status_unauthorized;
     return nullptr;
   }
-  return [this, host = identity.host_uuid](net::Web_Socket& socket) { serve_agent_(socket, host); };
+  return [this, identity](net::Web_Socket& socket) { serve_agent_(socket, identity); };
 }
 
 }  // namespace backupd

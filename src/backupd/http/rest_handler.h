@@ -15,7 +15,7 @@ namespace backupd {
 class Rest_Handler : public net::Http_Handler {
  public:
   /// Runs one agent's WebSocket until it closes.
-  using Serve_Agent = std::function<void(net::Web_Socket& socket, const std::string& host_uuid)>;
+  using Serve_Agent = std::function<void(net::Web_Socket& socket, const Identity& who)>;
 
   Rest_Handler(Router& router, Key_Store& keys, Serve_Agent serve_agent);
 

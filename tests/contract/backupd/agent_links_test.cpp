@@ -5,6 +5,7 @@
 #include <csignal>
 #include <future>
 #include <memory>
+#include <thread>
 
 #include "agent/backupd_client/json_rpc_forward.h"
 #include "agentd/backupd_link/server_link.h"
@@ -17,6 +18,7 @@ constexpr char host_a[] = "11111111-1111-4111-8111-111111111111";
 constexpr char host_b[] = "22222222-2222-4222-8222-222222222222";
 constexpr char method[] = "hana.instance.control";
 constexpr std::chrono::seconds limit{30};
+constexpr std::chrono::seconds revocation_limit{120};
 
 /// A host's link to the server, as the agent keeps it.
 class Agent {
@@ -127,6 +129,27 @@ TEST_F(Agent_Links, A_Call_Ends_At_Once_When_The_Called_Agent_Goes) {
   b.link().reconnect();
   EXPECT_EQ(answer.get().code, JSON_RPC_E_NOT_CONNECTED);
   released.set();
+}
+
+TEST_F(Agent_Links, A_Revoked_Key_Ends_The_Connection_Of_Its_Agent_Alone) {
+  const auto answer = [](const JSON_RPC_Message&) { return good(1); };
+  Agent a(server, host_a, answer);
+  Agent b(server, host_b, answer);
+  a.greet();
+  b.greet();
+  // The first key is that of the first agent.
+  std::string output;
+  ASSERT_EQ(server.run({"key", "revoke", "1"}, output), 0) << output;
+  // Until the server has looked: no request to the agent gets through from then on.
+  const auto deadline = std::chrono::steady_clock::now() + revocation_limit;
+  JSON_RPC_Answer asked = b.ask(host_a);
+  while (asked.ok && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    asked = b.ask(host_a);
+  }
+  EXPECT_EQ(asked.code, JSON_RPC_E_NOT_CONNECTED) << asked.message;
+  EXPECT_FALSE(a.link().call("job.def.list", json_spirit::Object(), limit).ok) << "it cannot come back";
+  EXPECT_TRUE(b.ask(host_b).ok);
 }
 
 }  // namespace
