@@ -56,5 +56,6 @@ TEST_F(Log_Backup_Cluster, Is_Missed_On_A_New_Primary_Until_It_Is_Enabled_There)
   EXPECT_EQ(again.code, 0) << again.out << again.err;
   EXPECT_TRUE(on(second));
   EXPECT_EQ(check_of("log backup"), "true switched on");
-  EXPECT_NE(check_of("log backup on hana01").find("true set up"), std::string::npos) << "what is left on the former one";
+  EXPECT_NE(check_of("log backup on hana01").find("true set up"), std::string::npos)
+      << "what is left on the former one";
 }
