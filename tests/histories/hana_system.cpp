@@ -1,6 +1,7 @@
 #include "histories/hana_system.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -39,6 +40,11 @@ Hana_System::Hana_System(std::string root, const std::string& sid, unsigned numb
   (void)sql("ALTER SYSTEM ALTER CONFIGURATION ('global.ini','SYSTEM') SET ('persistence','log_backup_timeout_s') = '" +
                 std::to_string(log_timeout) + "' WITH RECONFIGURE",
             main_database());
+}
+
+long Hana_System::log_looks() const {
+  return std::atol(system_tests::run_tool({STANDIN_CONTROL_FILE, "--root", root_, "--sid", sid_, "log-writer", "looks"})
+                       .out.c_str());
 }
 
 Hana_System::~Hana_System() {

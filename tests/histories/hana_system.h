@@ -54,6 +54,8 @@ class Hana_System {
   [[nodiscard]] std::string main_database() const { return kind_.single_container ? sid_ : system_database; }
   [[nodiscard]] std::string landscape_id() const;
 
+  /// How often its log writer has looked at the databases; 0 while it does not answer.
+  [[nodiscard]] long log_looks() const;
   /// As the stand-in's clock file has it.
   void set_time(const std::string& time) const;
   /// Makes an empty tenant and starts it; its name, which is the wanted one unless there is or was one of that name.

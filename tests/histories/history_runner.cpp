@@ -4,6 +4,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "system/processes.h"
+
 namespace histories {
 
 namespace {
@@ -136,7 +138,20 @@ void History_Runner::commit_at_begin(unsigned choice) {
   commit(choice);
 }
 
+/// HANA's log begins at the newest full backup that its log writer finds: it has to look between the first two.
+void History_Runner::let_log_begin() {
+  constexpr long looks_wanted = 2;  // the first may have begun before
+  constexpr int most_tries = 3000;
+  for (int i = 0; i < most_tries && life().looks_at_full >= 0; ++i) {
+    const long looks = system_.log_looks(life().database);
+    const bool restarted = looks < life().looks_at_full;  // which comes with a log of its own
+    if (restarted || looks >= life().looks_at_full + looks_wanted) life().looks_at_full = -1;
+    if (life().looks_at_full >= 0) system_tests::pause_20_ms();
+  }
+}
+
 void History_Runner::back_up(History_Model::Kind kind) {
+  let_log_begin();
   const History_Model::Kind becomes = life().model.kind_of_next(kind, life().pool);
   const std::time_t from = system_.now();
   const std::string state = system_.back_up(life().database, name_of(kind), life().pool);
@@ -154,6 +169,7 @@ void History_Runner::back_up(History_Model::Kind kind) {
     found = true;
   }
   expect(found, "the backup has no set");
+  if (life().known_sets <= 2) life().looks_at_full = system_.log_looks(life().database);
 }
 
 /// Those of all databases.
@@ -176,6 +192,7 @@ void History_Runner::save_logs_of(Life& life, std::time_t from) {
 /// Before the first backup through Backint the product cannot record the catalog backups that HANA makes from here on.
 void History_Runner::back_up_to_files() {
   if (!life().model.keeps_logs()) return;
+  let_log_begin();
   system_.back_up_to_files(life().database);
   life().model.backed_up_to_files(utc_time(text_of(new_sets(life(), 1).front(), "first_time")));
 }

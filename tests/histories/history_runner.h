@@ -33,6 +33,7 @@ class History_Runner {
     History_Model model;
     std::string pool = "first";
     std::size_t known_sets = 0;
+    long looks_at_full = -1;  ///< of HANA's log writer, behind the first full backup; -1: none, or long ago
   };
 
   void begin_life();
@@ -40,6 +41,7 @@ class History_Runner {
   void commit(unsigned choice);
   void commit_at_begin(unsigned choice);
   void back_up(History_Model::Kind kind);
+  void let_log_begin();
   void save_logs();
   void save_logs_of(Life& life, std::time_t from);
   void back_up_to_files();

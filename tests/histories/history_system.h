@@ -51,6 +51,7 @@ class History_System {
   [[nodiscard]] std::size_t volumes_of(const Database& database) const;
   /// It knows no deltas, and recovers by its own catalog.
   [[nodiscard]] bool is_old(const Database& database) const { return hana_of(database).kind().is_old(); }
+  [[nodiscard]] long log_looks(const Database& database) const { return hana_of(database).log_looks(); }
 
   [[nodiscard]] std::time_t begin() const { return begin_; }
   [[nodiscard]] std::time_t now() const { return platform::Clock::current().wall_seconds(); }
