@@ -258,12 +258,15 @@ TEST_F(Restore_System, Removes_What_A_Restore_That_Was_Cut_Off_Left_Of_Its_State
   expect_logon_and_own_tenant();
   // No process has this id: it is beyond what the kernel gives.
   const std::string end = ".1073741823.0.tmp";
-  const std::string work = "/usr/sap/HDB/HDB00/work/.";
-  root_.write(work + "recoverInstance.sql" + end, "RECOVER DATA");
-  root_.write(work + "of_HANA" + end, "x");
+  const auto beside_statement = [&](const std::string& name) {
+    const std::string statement = statement_path;
+    return statement.substr(0, statement.rfind('/') + 1) + "." + name + end;
+  };
+  root_.write(beside_statement("recoverInstance.sql"), "RECOVER DATA");
+  root_.write(beside_statement("of_HANA"), "x");
   ASSERT_TRUE(recover());
-  EXPECT_FALSE(root_.exists(work + "recoverInstance.sql" + end));
-  EXPECT_TRUE(root_.exists(work + "of_HANA" + end)) << "the directory is HANA's";
+  EXPECT_FALSE(root_.exists(beside_statement("recoverInstance.sql")));
+  EXPECT_TRUE(root_.exists(beside_statement("of_HANA"))) << "the directory is HANA's";
 }
 
 TEST_F(Restore_System, Fails_When_The_Statement_Cannot_Be_Written) {
